@@ -1,0 +1,135 @@
+#include "StatisticsAnalyst/ZoAnalysisFrame.h"
+
+#include <cmath>
+#include <limits>
+
+#include "host/ZoFile.h"
+#include "host/ZoStringEx.h"
+
+namespace ZOC {
+
+void ZoRecordsetRelease::operator()(ZoRecordset* records) const {
+  if (!records) return;
+  if (ZoDatasetVector* dataset = records->GetDataset())
+    dataset->ReleaseRecordset(records);
+  else
+    delete records;
+}
+
+void ZoAnalysisFrame::AddErrorMessage(const char* id) {
+  if (!m_errorMessage.IsEmpty()) m_errorMessage += "\n";
+  m_errorMessage += ZoStringEx::LoadResString(id);
+}
+
+bool ZoAnalysisFrame::CheckFieldValid(ZoDatasetVector* dataset, const LumaUnicodeString& fieldName) {
+  if (fieldName.IsEmpty()) return true;
+  if (!dataset) {
+    AddErrorMessage("EEg002");
+    return false;
+  }
+  LUMA::LumaFieldInfo field;
+  if (!dataset->GetFieldInfo(fieldName, field)) {
+    AddErrorMessage("ECd001");
+    return false;
+  }
+  if (!LUMA::IsNumericFieldType(field.GetType())) {
+    AddErrorMessage("ESa006");
+    return false;
+  }
+  return true;
+}
+
+bool ZoAnalysisFrame::CheckParameterValid(ZoRecordset* records, const ZoPatternsInformation& info) {
+  if (!records) {
+    AddErrorMessage("EEg024");
+    return false;
+  }
+  const std::int64_t count = records->GetRecordCount();
+  if (count < 4) {
+    AddErrorMessage("ESa014");
+    return false;
+  }
+  if (info.FieldName.IsEmpty()) {
+    AddErrorMessage("ESa005");
+    return false;
+  }
+  ZoDatasetVector* dataset = records->GetDataset();
+  if (!CheckFieldValid(dataset, info.FieldName)) return false;
+  if (info.Conceptualization == SpatialWeightsFile) {
+    if (info.WeightsFilePath.IsEmpty()) {
+      AddErrorMessage("ESa076");
+      return false;
+    }
+    if (!ZoFile::IsExist(info.WeightsFilePath)) {
+      AddErrorMessage("ESa077");
+      return false;
+    }
+  }
+  if ((info.Conceptualization == ContiguityEdgesOnly || info.Conceptualization == ContiguityEdgesCorners) &&
+      (!dataset || dataset->GetType() != DatasetRegion)) {
+    AddErrorMessage("ESa025");
+    return false;
+  }
+  if (info.KNeighbors < 1) {
+    AddErrorMessage("ESa050");
+    return false;
+  }
+  if (info.KNeighbors >= count) {
+    AddErrorMessage("ESa042");
+    return false;
+  }
+  // -1 asks for the default band; other negative values, values beyond the
+  // largest double and NaN are not bands.
+  const double band = info.DistanceTolerance;
+  const bool defaultBand = std::fabs(band + 1.0) < 1e-10;
+  if (std::isnan(band) || band > std::numeric_limits<double>::max() || (band < 0.0 && !defaultBand)) {
+    AddErrorMessage("ESa061");
+    return false;
+  }
+  if (!(info.Exponent >= 0.0)) {
+    AddErrorMessage("ESa062");
+    return false;
+  }
+  return true;
+}
+
+ZoRecordsetPtr ZoAnalysisFrame::OpenAnalysisRecords(ZoDatasetVector* dataset, const ZoPatternsInformation& info) {
+  if (!dataset) {
+    AddErrorMessage("EEg002");
+    return nullptr;
+  }
+  if (!dataset->IsOpen()) dataset->Open();
+  const int type = dataset->GetType();
+  if (type != DatasetPoint && type != DatasetLine && type != DatasetRegion) {
+    AddErrorMessage("EEe018");
+    return nullptr;
+  }
+  ZoQueryDef query;
+  query.m_order = LumaUnicodeString(" Order BY ") + kSystemIdField;
+  ZoRecordsetPtr records(dataset->Query(query));
+  if (!records) {
+    AddErrorMessage("EKa013");
+    return nullptr;
+  }
+  if (!CheckParameterValid(records.get(), info)) return nullptr;
+  return records;
+}
+
+ZoCallProgress::ZoCallProgress(ZoProgress* callerProgress, bool show) {
+  if (!show) return;
+  if (callerProgress) {
+    m_progress = callerProgress;
+  } else {
+    m_owned = ZoProgress::Create();
+    m_progress = m_owned.get();
+  }
+}
+
+bool ZoCallProgress::Step(const LumaUnicodeString& format, long long i, long long n) {
+  if (!m_progress) return true;
+  m_progress->SetMessage(ZoStringEx::Format(format, i + 1, n));
+  m_progress->SetProgressPos(n > 0 ? static_cast<int>((100 * (i + 1)) / n) : 100);
+  return !m_progress->IsCanceled();
+}
+
+}  // namespace ZOC

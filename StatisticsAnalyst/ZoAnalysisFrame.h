@@ -1,0 +1,89 @@
+#pragma once
+// ZoAnalysisFrame: what every analysis class shares. It carries the message
+// text of failed calls and the progress object, and it holds the common
+// checks of the weight parameters and analysis fields.
+//
+// Messages: a failing step appends the catalogue text of one message
+// identifier; texts accumulate over a call (one per line), so the caller sees
+// every failure of the call in order. Public analysis calls start with an
+// empty message.
+#include <memory>
+
+#include "StatisticsAnalyst/ZoPatternsInformation.h"
+#include "host/LumaUnicodeString.h"
+#include "host/ZoDatasetVector.h"
+#include "host/ZoProgress.h"
+#include "host/ZoRecordset.h"
+
+namespace ZOC {
+
+using LUMA::LumaUnicodeString;
+
+// Releases a recordset through its dataset when it goes out of scope.
+struct ZoRecordsetRelease {
+  void operator()(ZoRecordset* records) const;
+};
+using ZoRecordsetPtr = std::unique_ptr<ZoRecordset, ZoRecordsetRelease>;
+
+class ZoAnalysisFrame {
+ public:
+  // The messages accumulated by the last failing call.
+  const LumaUnicodeString& GetStrErrorMes() const { return m_errorMessage; }
+  // The progress object to drive; not owned. Null turns reporting off.
+  void SetProgress(ZoProgress* progress) { m_progress = progress; }
+
+  // Checks the weight parameters against the analysis records, in this order:
+  // null recordset "EEg024"; fewer than 4 records "ESa014"; empty field name
+  // "ESa005"; the field check below; a weights file that is not named
+  // "ESa076" or does not exist "ESa077"; contiguity on a dataset that is not a
+  // region dataset "ESa025"; K < 1 "ESa050"; K ≥ record count "ESa042"; a
+  // distance band above the largest double, negative other than -1, or NaN
+  // "ESa061"; a negative or NaN exponent "ESa062".
+  bool CheckParameterValid(ZoRecordset* records, const ZoPatternsInformation& info);
+  // An empty name passes. Otherwise the field must exist ("ECd001") and be
+  // of a numeric type: byte, int16, int32, single, double or int64 ("ESa006").
+  // A null dataset fails with "EEg002".
+  bool CheckFieldValid(ZoDatasetVector* dataset, const LumaUnicodeString& fieldName);
+
+ protected:
+  ZoAnalysisFrame() = default;
+  ~ZoAnalysisFrame() = default;
+
+  // Replaces the message, e.g. with a subordinate object's message.
+  void SetStrErrorMes(const LumaUnicodeString& message) { m_errorMessage = message; }
+  // Appends the text of a message identifier.
+  void AddErrorMessage(const char* id);
+  void ClearErrorMessage() { m_errorMessage.Empty(); }
+
+  // The opening steps of an analysis call: the dataset must be given
+  // ("EEg002") and be a point, line or region dataset ("EEe018"); its records
+  // are queried in ascending "QlID" order ("EKa013"); then the parameters are
+  // checked. Returns the recordset, or null after appending the messages.
+  ZoRecordsetPtr OpenAnalysisRecords(ZoDatasetVector* dataset, const ZoPatternsInformation& info);
+
+  ZoProgress* m_progress = nullptr;
+
+ private:
+  LumaUnicodeString m_errorMessage;
+};
+
+// The progress object of one call that asks to show progress: the object
+// set with SetProgress when there is one, else a new one from the host's
+// factory, deleted when the call returns. A call that does not ask reports
+// nothing.
+class ZoCallProgress {
+ public:
+  ZoCallProgress(ZoProgress* callerProgress, bool show);
+  ZoProgress* get() const { return m_progress; }
+  explicit operator bool() const { return m_progress != nullptr; }
+  ZoProgress* operator->() const { return m_progress; }
+  // Formats "%1 of %2" style messages, sets position 100·(i+1)/n and polls
+  // for cancellation. Returns false when the user cancelled.
+  bool Step(const LumaUnicodeString& format, long long i, long long n);
+
+ private:
+  std::unique_ptr<ZoProgress> m_owned;
+  ZoProgress* m_progress = nullptr;
+};
+
+}  // namespace ZOC

@@ -1,0 +1,60 @@
+#pragma once
+// The weight parameters shared by every weight-based analysis, and the two
+// enumerations it carries. The enumerations' numbers are also written into
+// weights files, so they never change.
+#include <cstdint>
+
+#include "host/LumaUnicodeString.h"
+
+namespace ZOC {
+
+using LUMA::LumaUnicodeString;
+
+// How neighbours and their weights are defined.
+enum ZoConceptualizationModel : std::int32_t {
+  InverseDistance = 1,         // 1 / d^Exponent within the band
+  InverseDistanceSquared = 2,  // 1 / (d²)^Exponent within the band
+  FixedDistanceBand = 3,       // 1 within the band
+  ZoneOfIndifference = 4,      // 1 within the band, decaying beyond it
+  ContiguityEdgesOnly = 5,     // regions sharing a boundary stretch
+  ContiguityEdgesCorners = 6,  // regions sharing a boundary stretch or a point
+  KNearestNeighbors = 7,       // the K nearest features
+  SpatialWeightsFile = 8,      // read from a weights matrix file
+};
+
+// The distance metric. Only the value 1 means Euclidean; every other value
+// means Manhattan. Geographic data always uses Euclidean distances.
+enum ZoDistanceMethod : std::int32_t {
+  Euclidean = 1,
+  Manhattan = 2,
+};
+
+class ZoPatternsInformation {
+ public:
+  ZoPatternsInformation();
+  ZoPatternsInformation(const ZoPatternsInformation& other);
+  ZoPatternsInformation& operator=(const ZoPatternsInformation& other);
+  ~ZoPatternsInformation();
+
+  // The numeric analysis field. Must name a numeric field of the input.
+  LumaUnicodeString FieldName;
+  ZoConceptualizationModel Conceptualization = InverseDistance;
+  // The distance band in dataset units; -1 asks for the default band (every
+  // feature gets at least one neighbour); 0 means no limit.
+  double DistanceTolerance = -1.0;
+  // Power of the distance in the inverse-distance conceptualizations; ≥ 0.
+  double Exponent = 1.0;
+  // Neighbours per feature for K nearest; 1 ≤ K < record count (always checked).
+  std::int32_t KNeighbors = 1;
+  // Divide each weight by its row's sum.
+  bool Standardization = false;
+  // A second numeric field (self weights of the hot spot analysis).
+  LumaUnicodeString SecondFieldName;
+  // Report confidence bins corrected for the false discovery rate.
+  bool FDRCorrection = false;
+  // The weights matrix file; required with SpatialWeightsFile.
+  LumaUnicodeString WeightsFilePath;
+  ZoDistanceMethod DistanceMethod = Euclidean;
+};
+
+}  // namespace ZOC

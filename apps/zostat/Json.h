@@ -1,0 +1,29 @@
+#pragma once
+// A minimal JSON writer for zostat's machine-readable output.
+#include <string>
+#include <string_view>
+
+namespace zostat {
+
+class JsonWriter {
+ public:
+  JsonWriter& BeginObject();
+  JsonWriter& EndObject();
+  JsonWriter& BeginArray();
+  JsonWriter& EndArray();
+  JsonWriter& Key(std::string_view key);
+  JsonWriter& String(std::string_view value);
+  // Shortest text that reads back to the same double; NaN and infinities as null.
+  JsonWriter& Number(double value);
+  JsonWriter& Integer(long long value);
+  JsonWriter& Bool(bool value);
+  JsonWriter& Null();
+  const std::string& str() const { return m_out; }
+
+ private:
+  void Separate();
+  std::string m_out;
+  bool m_needComma = false;
+};
+
+}  // namespace zostat

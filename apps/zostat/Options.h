@@ -1,0 +1,42 @@
+#pragma once
+// Command-line options of zostat: "--name value" or "--name=value" pairs and
+// flags, checked against the options a command declares.
+#include <map>
+#include <stdexcept>
+#include <string>
+#include <vector>
+
+namespace zostat {
+
+// A mistake in the command line: reported with the usage, exit status 2.
+struct UsageError : std::runtime_error {
+  using std::runtime_error::runtime_error;
+};
+
+struct OptionSpec {
+  std::string name;  // without the leading "--"
+  bool takesValue;
+  std::string help;
+};
+
+class Options {
+ public:
+  // Throws UsageError for an unknown option, a missing value or a repeated option.
+  static Options Parse(const std::vector<std::string>& args, const std::vector<OptionSpec>& specs);
+
+  bool Has(const std::string& name) const { return m_values.count(name) != 0; }
+  std::string Get(const std::string& name, const std::string& fallback = "") const;
+  // Throws UsageError when the option is missing.
+  std::string Require(const std::string& name) const;
+  // Throw UsageError when the value is not a number / an integer.
+  double GetDouble(const std::string& name, double fallback) const;
+  long long GetInt(const std::string& name, long long fallback) const;
+
+ private:
+  std::map<std::string, std::string> m_values;
+};
+
+// Formats the option list of a command for its usage text.
+std::string DescribeOptions(const std::vector<OptionSpec>& specs);
+
+}  // namespace zostat

@@ -1,0 +1,57 @@
+#pragma once
+// ZoDataSource: a datasource GDAL/OGR can read or write (GeoPackage,
+// Shapefile, GeoJSON, FlatGeobuf, or GDAL's in-memory driver). It owns its
+// datasets.
+#include <memory>
+#include <vector>
+
+#include "host/LumaUnicodeString.h"
+#include "host/ZoDatasetVector.h"
+
+class GDALDataset;
+
+namespace ZOC {
+
+class ZoDataSource {
+ public:
+  ~ZoDataSource();  // commits pending writes and closes
+  ZoDataSource(const ZoDataSource&) = delete;
+  ZoDataSource& operator=(const ZoDataSource&) = delete;
+
+  // Opens an existing datasource; null with a reason in *error on failure.
+  static std::unique_ptr<ZoDataSource> Open(const LumaUnicodeString& path, bool update,
+                                            LumaUnicodeString* error = nullptr);
+  // Opens the datasource at path for update, or creates it when it does not
+  // exist. The driver comes from the extension (.gpkg GeoPackage, .shp
+  // Shapefile, .geojson/.json GeoJSON, .fgb FlatGeobuf); other names get a
+  // GeoPackage.
+  static std::unique_ptr<ZoDataSource> OpenOrCreate(const LumaUnicodeString& path,
+                                                    LumaUnicodeString* error = nullptr);
+  // A new datasource in GDAL's in-memory driver.
+  static std::unique_ptr<ZoDataSource> CreateMemory(const LumaUnicodeString& name = "memory");
+  // The driver a path would be created with ("GPKG", "ESRI Shapefile", ...).
+  static LumaUnicodeString DriverForPath(const LumaUnicodeString& path);
+
+  LumaUnicodeString GetPath() const;
+  LumaUnicodeString GetDriverName() const;
+  int GetDatasetCount() const;
+  ZoDatasetVector* GetDataset(int index);
+  // By name, case-insensitive; null when absent.
+  ZoDatasetVector* GetDataset(const LumaUnicodeString& name);
+
+  // Creates an empty vector dataset. An existing dataset of that name is
+  // replaced when `overwrite` is set, else the call fails.
+  ZoDatasetVector* CreateDatasetVector(const LumaUnicodeString& name, int datasetType, const ZoPrjCoordSys& cs,
+                                       bool overwrite = false, LumaUnicodeString* error = nullptr);
+  bool DeleteDataset(const LumaUnicodeString& name);
+
+  // Host-internal.
+  GDALDataset* GetGDAL() const;
+
+ private:
+  struct Impl;
+  explicit ZoDataSource(std::unique_ptr<Impl> impl);
+  std::unique_ptr<Impl> m_impl;
+};
+
+}  // namespace ZOC

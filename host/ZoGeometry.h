@@ -1,0 +1,94 @@
+#pragma once
+// ZoGeometry: the host geometry the library reads and writes: a point, a
+// line (one or more parts) or a region (one or more polygons, each a shell
+// ring followed by its hole rings). Coordinates are 2-D.
+//
+// Storage: all vertices in one array, part after part (GetPoints), with the
+// vertex count of each part (GetPolyCounts). For regions every ring is a part,
+// stored closed (first vertex repeated last), and GetRingCounts gives the
+// number of rings of each polygon.
+//
+// ZoGeoCircle and ZoGeoEllipse are parametric shapes that become regions by
+// segmentation: the boundary is sampled at `segments` equally spaced
+// parameter angles (72 by default, one vertex every 5°), starting on the
+// first axis and turning counter-clockwise.
+#include <cstddef>
+
+#include "host/LumaArray.h"
+#include "host/LumaPoint.h"
+
+namespace ZOC {
+
+using LUMA::LumaArray;
+using LUMA::LumaPoint2D;
+
+class ZoPrjCoordSys;
+
+enum ZoGeometryType : int { GeoNone = 0, GeoPoint = 1, GeoLine = 3, GeoRegion = 5, GeoCircle = 15, GeoEllipse = 20 };
+
+class ZoGeometry {
+ public:
+  ZoGeometry() = default;  // empty, type GeoNone
+
+  static ZoGeometry MakePoint(const LumaPoint2D& p);
+  // partCounts: vertices of each part, summing to points.size().
+  static ZoGeometry MakeLine(LumaArray<LumaPoint2D> points, LumaArray<int> partCounts);
+  // ringCounts: vertices of each ring; rings are closed here when they are not.
+  // ringsPerPolygon: rings of each polygon (shell first); empty means every
+  // ring is a polygon of its own.
+  static ZoGeometry MakeRegion(LumaArray<LumaPoint2D> points, LumaArray<int> ringCounts,
+                               LumaArray<int> ringsPerPolygon = {});
+
+  int GetType() const { return m_type; }
+  bool IsEmpty() const { return m_points.empty(); }
+  const LumaArray<LumaPoint2D>& GetPoints() const { return m_points; }
+  const LumaArray<int>& GetPolyCounts() const { return m_partCounts; }
+  const LumaArray<int>& GetRingCounts() const { return m_ringCounts; }
+  std::size_t GetPartCount() const { return m_partCounts.size(); }
+
+  // The representative point: a point's own location; the length-weighted
+  // centroid of a line; the area-weighted centroid of a region (holes
+  // subtracted). A region of zero area falls back to the centroid of its
+  // boundary and a line of zero length to the mean of its vertices. False only
+  // for an empty geometry.
+  bool GetBaryCenter(LumaPoint2D& centre) const;
+  // Length of a line, or perimeter of a region, in the coordinate system's
+  // units; geodesic metres on the ellipsoid when cs is geographic.
+  double GetLength(const ZoPrjCoordSys* cs = nullptr) const;
+  // Area of a region (0 for other types): planar in squared units, or the
+  // true surface area on the ellipsoid in square metres when cs is geographic.
+  double GetArea(const ZoPrjCoordSys* cs = nullptr) const;
+  bool GetBounds(double& minX, double& minY, double& maxX, double& maxY) const;
+
+ private:
+  int m_type = GeoNone;
+  LumaArray<LumaPoint2D> m_points;
+  LumaArray<int> m_partCounts;
+  LumaArray<int> m_ringCounts;
+};
+
+class ZoGeoCircle {
+ public:
+  ZoGeoCircle(const LumaPoint2D& centre, double radius) : m_centre(centre), m_radius(radius) {}
+  // A one-ring region; an empty geometry when the radius is not positive and finite.
+  ZoGeometry ConvertToRegion(int segments = 72) const;
+
+ private:
+  LumaPoint2D m_centre;
+  double m_radius;
+};
+
+class ZoGeoEllipse {
+ public:
+  // semiAxis1 lies along the direction `angleDegrees` counter-clockwise from
+  // the x axis; semiAxis2 is perpendicular to it. Either may be the longer.
+  static ZoGeoEllipse Make(const LumaPoint2D& centre, double semiAxis1, double semiAxis2, double angleDegrees);
+  // A one-ring region; an empty geometry when an axis is not positive and finite.
+  ZoGeometry ConvertToRegion(int segments = 72) const;
+
+ private:
+  LumaPoint2D m_centre;
+  double m_axis1 = 0.0, m_axis2 = 0.0, m_angle = 0.0;
+};
+
+}  // namespace ZOC

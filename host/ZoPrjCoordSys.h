@@ -1,0 +1,72 @@
+#pragma once
+// ZoPrjCoordSys: a dataset's coordinate system, over PROJ (through GDAL's
+// OGRSpatialReference).
+//
+// Type codes (GetTypeID): 0 planar without a known definition (no coordinate
+// system, or an "undefined" one such as the undefined geographic or Cartesian
+// SRS a GeoPackage carries for data written without one), 1 geographic
+// (longitude/latitude), 2 projected.
+//
+// Forward projection makes coordinates planar for distance measurement:
+// identity for types 0 and 2; for geographic data an azimuthal equidistant
+// projection in metres on the system's own ellipsoid, centred on the extent
+// the system was given with SetExtent (the dataset's extent), or on the
+// centre of the points projected when no extent was given.
+#include <cstddef>
+#include <memory>
+
+#include "host/LumaArray.h"
+#include "host/LumaPoint.h"
+#include "host/LumaUnicodeString.h"
+
+class OGRSpatialReference;
+
+namespace ZOC {
+
+using LUMA::LumaArray;
+using LUMA::LumaPoint2D;
+using LUMA::LumaUnicodeString;
+
+class ZoPrjCoordSys {
+ public:
+  enum TypeID { Planar = 0, Geographic = 1, Projected = 2 };
+
+  ZoPrjCoordSys();  // planar, undefined
+  ZoPrjCoordSys(const ZoPrjCoordSys&);
+  ZoPrjCoordSys& operator=(const ZoPrjCoordSys&);
+  ~ZoPrjCoordSys();
+
+  // From "EPSG:4326", WKT or a PROJ string; false (and unchanged) when PROJ
+  // cannot read it.
+  bool SetFromUserInput(const LumaUnicodeString& definition);
+  // Host-internal: adopts a copy of a GDAL spatial reference (null = undefined).
+  void SetFromOGR(const OGRSpatialReference* srs);
+  // Host-internal: the GDAL spatial reference, or null when undefined.
+  const OGRSpatialReference* GetOGR() const;
+
+  int GetTypeID() const;
+  bool IsUndefined() const;
+  LumaUnicodeString GetName() const;  // "" when undefined
+  LumaUnicodeString GetWKT() const;   // WKT2; "" when undefined
+  // The ellipsoid of geographic and projected systems; WGS 84's values when the
+  // system has none (planar, undefined).
+  double GetSemiMajorAxis() const;
+  double GetFlattening() const;
+  bool IsSame(const ZoPrjCoordSys& other) const;
+
+  // The extent (in this system's units) that centres the forward projection.
+  void SetExtent(double minX, double minY, double maxX, double maxY);
+
+  // Projects in place (see the header comment). False when PROJ fails for any
+  // point; the points are then unspecified.
+  bool Forward(LumaPoint2D* points, std::size_t count) const;
+  bool Forward(LumaArray<LumaPoint2D>& points) const { return Forward(points.data(), points.size()); }
+  // The PROJ definition Forward uses for geographic data centred at (lon, lat).
+  LumaUnicodeString ForwardDefinition(double lon0, double lat0) const;
+
+ private:
+  struct Impl;
+  std::unique_ptr<Impl> m_impl;
+};
+
+}  // namespace ZOC

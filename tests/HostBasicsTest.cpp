@@ -1,0 +1,145 @@
+// Basic host types, files, text files and progress.
+#include <gtest/gtest.h>
+
+#include <fstream>
+#include <set>
+
+#include "TestSupport.h"
+#include "host/LumaUnicodeString.h"
+#include "host/LumaVariant.h"
+#include "host/ZoFile.h"
+#include "host/ZoProgress.h"
+#include "host/ZoTextFile.h"
+
+using namespace ZOC;
+using LUMA::LumaVariant;
+
+TEST(LumaUnicodeString, Utf16RoundTripIncludingSurrogatePairs) {
+  const LumaUnicodeString text("Québec \xF0\x9F\x8C\x8D QlID");  // e-acute and a 4-byte emoji
+  const std::u16string utf16 = text.ToUtf16();
+  EXPECT_EQ(utf16.size(), 14u);  // the emoji is a surrogate pair
+  EXPECT_EQ(utf16[7], 0xD83C);
+  EXPECT_EQ(LumaUnicodeString::FromUtf16(utf16), text);
+  // Malformed input degrades to U+FFFD instead of failing or overreading.
+  EXPECT_EQ(LumaUnicodeString("a\xC3").ToUtf16(), std::u16string(u"a\uFFFD"));
+  EXPECT_EQ(LumaUnicodeString::FromUtf16(std::u16string(1, char16_t(0xDC00))).Str(), "\xEF\xBF\xBD");
+  EXPECT_TRUE(LumaUnicodeString("Order BY").EqualsNoCase("ORDER by"));
+  EXPECT_EQ(LumaUnicodeString("  x y \t").Trimmed(), "x y");
+}
+
+TEST(LumaVariant, Conversions) {
+  EXPECT_EQ(LumaVariant().ToDouble(), 0.0);
+  EXPECT_EQ(LumaVariant(std::int64_t{1} << 40).ToInt(), std::numeric_limits<int>::max());
+  EXPECT_EQ(LumaVariant(-2.9).ToInt(), -2);
+  EXPECT_EQ(LumaVariant(" 3.25 ").ToDouble(), 3.25);
+  EXPECT_EQ(LumaVariant("3.25x").ToDouble(), 0.0);
+  EXPECT_EQ(LumaVariant(true).ToInt(), 1);
+  EXPECT_EQ(LumaVariant(0.1).ToString(), "0.1");
+  EXPECT_TRUE(LumaVariant().IsNull());
+}
+
+TEST(ZoFile, TemporaryNamesAreUniqueReservedAndRemovable) {
+  std::set<std::string> names;
+  for (int i = 0; i < 50; ++i) {
+    const LumaUnicodeString name = ZoFile::GetTemporaryFileName("Quillard", ".swmb");
+    ASSERT_FALSE(name.IsEmpty());
+    EXPECT_EQ(name.Str().rfind(ZoFile::GetTemporaryPath().Str() + "Quillard", 0), 0u);
+    EXPECT_EQ(name.Str().substr(name.GetLength() - 5), ".swmb");
+    EXPECT_TRUE(ZoFile::IsExist(name));  // reserved
+    names.insert(name.Str());
+    EXPECT_TRUE(ZoFile::Delete(name));
+    EXPECT_FALSE(ZoFile::IsExist(name));
+  }
+  EXPECT_EQ(names.size(), 50u);
+  EXPECT_TRUE(ZoFile::Delete("/nonexistent/never/there"));
+}
+
+TEST(ZoFile, ChangeExtAndRename) {
+  EXPECT_EQ(ZoFile::ChangeExt("/a/b.c/file.swmb", ".txt"), "/a/b.c/file.txt");
+  EXPECT_EQ(ZoFile::ChangeExt("/a/b.c/file", "txt"), "/a/b.c/file.txt");
+  EXPECT_EQ(ZoFile::ChangeExt("name.tar.gz", ""), "name.tar");
+  satest::TempDir dir;
+  const std::string a = dir.File("a"), b = dir.File("b");
+  std::ofstream(a) << "x";
+  std::ofstream(b) << "old";
+  EXPECT_TRUE(ZoFile::Rename(a, b));
+  EXPECT_FALSE(ZoFile::IsExist(a));
+  EXPECT_TRUE(ZoFile::IsExist(b));
+}
+
+TEST(ZoFile, GuardDeletesUnlessReleased) {
+  const LumaUnicodeString kept = ZoFile::GetTemporaryFileName("sa_guard", ".tmp");
+  const LumaUnicodeString dropped = ZoFile::GetTemporaryFileName("sa_guard", ".tmp");
+  {
+    ZoTempFileGuard keep(kept), drop(dropped);
+    keep.Release();
+  }
+  EXPECT_TRUE(ZoFile::IsExist(kept));
+  EXPECT_FALSE(ZoFile::IsExist(dropped));
+  ZoFile::Delete(kept);
+}
+
+TEST(ZoTextFile, LinesCrLfLastLineAndLimits) {
+  satest::TempDir dir;
+  const std::string path = dir.File("t.txt");
+  {
+    ZoTextFile out;
+    ASSERT_TRUE(out.Open(path, ZoTextFile::Write));
+    EXPECT_TRUE(out.WriteLine("first"));
+    EXPECT_TRUE(out.Write("second\r\n\nlast without newline"));
+    EXPECT_TRUE(out.Close());
+  }
+  ZoTextFile in;
+  ASSERT_TRUE(in.Open(path, ZoTextFile::Read));
+  std::string line;
+  std::vector<std::string> lines;
+  while (in.ReadLine(line)) lines.push_back(line);
+  EXPECT_EQ(lines, (std::vector<std::string>{"first", "second", "", "last without newline"}));
+  EXPECT_FALSE(in.LineTooLong());
+
+  ASSERT_TRUE(in.Open(path, ZoTextFile::Read));
+  in.SetMaxLineLength(3);
+  EXPECT_FALSE(in.ReadLine(line));
+  EXPECT_TRUE(in.LineTooLong());
+  EXPECT_FALSE(ZoTextFile().Open(dir.File("missing/x"), ZoTextFile::Read));
+}
+
+TEST(ZoProgress, RangesMapOntoTheWholeRunAndCallbackCancels) {
+  std::vector<double> seen;
+  int calls = 0;
+  ZoCallbackProgress progress([&](const ZoProgressState& s) {
+    seen.push_back(s.percent);
+    return ++calls < 8;
+  });
+  progress.SetBothPosRange(0, 60);
+  progress.SetProgressPos(50);
+  EXPECT_DOUBLE_EQ(seen.back(), 30.0);
+  progress.SetBothPosRange(61, 100);
+  progress.SetProgressPos(100);
+  EXPECT_DOUBLE_EQ(seen.back(), 100.0);
+  progress.SetProgressPos(0);
+  EXPECT_DOUBLE_EQ(seen.back(), 61.0);
+  progress.SetMessage("feature 1 of 2");
+  EXPECT_EQ(progress.State().message, "feature 1 of 2");
+  EXPECT_FALSE(progress.IsCanceled());  // 7 calls so far
+  EXPECT_TRUE(progress.IsCanceled());   // the 8th answers false
+  EXPECT_TRUE(progress.IsCanceled());   // and it stays cancelled
+}
+
+TEST(ZoProgress, FactoryDecidesWhatAnalysesCreate) {
+  int created = 0;
+  ZoProgress::SetFactory([&] {
+    ++created;
+    return std::make_unique<ZoCallbackProgress>([](const ZoProgressState&) { return true; });
+  });
+  auto p = ZoProgress::Create();
+  EXPECT_EQ(created, 1);
+  EXPECT_NE(dynamic_cast<ZoCallbackProgress*>(p.get()), nullptr);
+  ZoProgress::SetFactory(nullptr);
+  EXPECT_NE(dynamic_cast<ZoTerminalProgress*>(ZoProgress::Create().get()), nullptr);
+
+  ZoTerminalProgress::RequestCancel();
+  EXPECT_TRUE(ZoTerminalProgress().IsCanceled());
+  ZoTerminalProgress::ResetCancel();
+  EXPECT_FALSE(ZoTerminalProgress().IsCanceled());
+}

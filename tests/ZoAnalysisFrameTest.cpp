@@ -1,0 +1,223 @@
+// The shared parameter and field checks: every message, and that the first
+// failing check in the fixed order is the one reported.
+#include <gtest/gtest.h>
+
+#include <cmath>
+#include <limits>
+
+#include "StatisticsAnalyst/ZoAnalyzingPatterns.h"
+#include "TestSupport.h"
+#include "host/ZoDataSource.h"
+#include "host/ZoRecordset.h"
+
+using namespace ZOC;
+using LUMA::LumaFieldInfo;
+
+namespace {
+
+// A memory dataset of `count` features with one field of each host type.
+struct Fixture {
+  std::unique_ptr<ZoDataSource> source = ZoDataSource::CreateMemory();
+  ZoDatasetVector* dataset = nullptr;
+  ZoRecordsetPtr records;
+
+  Fixture(int count, int type = DatasetPoint) {
+    dataset = source->CreateDatasetVector("features", type, ZoPrjCoordSys());
+    for (int code : {LUMA::FieldByte, LUMA::FieldInt16, LUMA::FieldInt32, LUMA::FieldSingle, LUMA::FieldDouble,
+                     LUMA::FieldInt64, LUMA::FieldBoolean, LUMA::FieldText, LUMA::FieldDate})
+      EXPECT_TRUE(dataset->CreateField(LumaFieldInfo("f" + std::to_string(code), code)));
+    ZoQueryDef all;
+    ZoRecordsetPtr writer(dataset->Query(all));
+    for (int i = 0; i < count; ++i) {
+      const double x = i, y = i % 2;
+      ZoGeometry g = type == DatasetRegion
+                         ? ZoGeometry::MakeRegion({{x, y}, {x + 1, y}, {x + 1, y + 1}, {x, y + 1}}, {4})
+                         : ZoGeometry::MakePoint({x, y});
+      EXPECT_TRUE(writer->AddNew(g));
+      EXPECT_TRUE(writer->SetFieldValue("f7", LUMA::LumaVariant(1.5 * i)));
+      EXPECT_TRUE(writer->Update());
+    }
+    writer.reset();
+    records.reset(dataset->Query(all));
+  }
+
+  ZoPatternsInformation Valid() const {
+    ZoPatternsInformation info;
+    info.FieldName = "f7";
+    return info;
+  }
+};
+
+// The identifiers in the message, in order.
+std::vector<std::string> Ids(const LumaUnicodeString& message) {
+  std::vector<std::string> ids;
+  const std::string& s = message.Str();
+  for (std::size_t p = s.find('['); p != std::string::npos; p = s.find('[', p + 1)) {
+    const auto q = s.find(']', p);
+    if (q != std::string::npos) ids.push_back(s.substr(p + 1, q - p - 1));
+  }
+  return ids;
+}
+
+std::vector<std::string> Check(Fixture& f, const ZoPatternsInformation& info) {
+  ZoAnalyzingPatterns analysis;
+  const bool ok = analysis.CheckParameterValid(f.records.get(), info);
+  EXPECT_EQ(ok, analysis.GetStrErrorMes().IsEmpty());
+  return Ids(analysis.GetStrErrorMes());
+}
+
+using V = std::vector<std::string>;
+
+}  // namespace
+
+TEST(CheckParameterValid, DefaultRecordWithNumericFieldPasses) {
+  Fixture f(4);
+  EXPECT_EQ(Check(f, f.Valid()), V{});
+}
+
+TEST(CheckParameterValid, NullRecordsetAndTooFewRecordsComeFirst) {
+  ZoAnalyzingPatterns analysis;
+  EXPECT_FALSE(analysis.CheckParameterValid(nullptr, ZoPatternsInformation()));
+  EXPECT_EQ(Ids(analysis.GetStrErrorMes()), V{"EEg024"});
+
+  Fixture three(3);
+  ZoPatternsInformation bad;  // empty field name and everything else wrong too
+  bad.KNeighbors = 0;
+  bad.Exponent = -1;
+  EXPECT_EQ(Check(three, bad), V{"ESa014"});
+}
+
+TEST(CheckParameterValid, EachCheckInItsOrder) {
+  Fixture f(6);
+  ZoPatternsInformation info = f.Valid();
+
+  // Every later fault is present from the start; fixing them one at a time
+  // must reveal the checks in their fixed order.
+  info.FieldName = "";
+  info.Conceptualization = SpatialWeightsFile;
+  info.WeightsFilePath = "";
+  info.KNeighbors = 0;
+  info.DistanceTolerance = -0.5;
+  info.Exponent = -2;
+  EXPECT_EQ(Check(f, info), V{"ESa005"});
+  info.FieldName = "missing";
+  EXPECT_EQ(Check(f, info), V{"ECd001"});
+  info.FieldName = "f10";  // text
+  EXPECT_EQ(Check(f, info), V{"ESa006"});
+  info.FieldName = "f7";
+  EXPECT_EQ(Check(f, info), V{"ESa076"});
+  info.WeightsFilePath = "/nonexistent/weights.swmb";
+  EXPECT_EQ(Check(f, info), V{"ESa077"});
+  info.Conceptualization = ContiguityEdgesOnly;  // on a point dataset
+  EXPECT_EQ(Check(f, info), V{"ESa025"});
+  info.Conceptualization = ContiguityEdgesCorners;
+  EXPECT_EQ(Check(f, info), V{"ESa025"});
+  info.Conceptualization = InverseDistance;
+  EXPECT_EQ(Check(f, info), V{"ESa050"});
+  info.KNeighbors = 6;  // equal to the record count, even without K nearest
+  EXPECT_EQ(Check(f, info), V{"ESa042"});
+  info.KNeighbors = 5;
+  EXPECT_EQ(Check(f, info), V{"ESa061"});
+  info.DistanceTolerance = -1;
+  EXPECT_EQ(Check(f, info), V{"ESa062"});
+  info.Exponent = 0;
+  EXPECT_EQ(Check(f, info), V{});
+}
+
+TEST(CheckParameterValid, WeightsFileThatExistsPasses) {
+  Fixture f(4);
+  satest::TempDir dir;
+  const std::string path = dir.File("w.swmb");
+  std::fclose(std::fopen(path.c_str(), "w"));
+  ZoPatternsInformation info = f.Valid();
+  info.Conceptualization = SpatialWeightsFile;
+  info.WeightsFilePath = path;
+  EXPECT_EQ(Check(f, info), V{});
+}
+
+TEST(CheckParameterValid, ContiguityIsAcceptedOnRegions) {
+  Fixture f(5, DatasetRegion);
+  ZoPatternsInformation info = f.Valid();
+  info.Conceptualization = ContiguityEdgesCorners;
+  EXPECT_EQ(Check(f, info), V{});
+}
+
+TEST(CheckParameterValid, DistanceBandLimits) {
+  Fixture f(4);
+  ZoPatternsInformation info = f.Valid();
+  for (double ok : {-1.0, 0.0, 1e-30, 12.5, std::numeric_limits<double>::max()}) {
+    info.DistanceTolerance = ok;
+    EXPECT_EQ(Check(f, info), V{}) << ok;
+  }
+  for (double bad : {-0.5, -1.5, -1e-30, std::numeric_limits<double>::infinity(),
+                     -std::numeric_limits<double>::infinity(), std::nan("")}) {
+    info.DistanceTolerance = bad;
+    EXPECT_EQ(Check(f, info), V{"ESa061"}) << bad;
+  }
+  info.DistanceTolerance = -1;
+  info.Exponent = std::nan("");
+  EXPECT_EQ(Check(f, info), V{"ESa062"});
+}
+
+TEST(CheckFieldValid, NumericTypesPassOthersFail) {
+  Fixture f(4);
+  ZoAnalyzingPatterns analysis;
+  EXPECT_TRUE(analysis.CheckFieldValid(f.dataset, ""));
+  for (int code : {2, 3, 4, 6, 7, 16})
+    EXPECT_TRUE(analysis.CheckFieldValid(f.dataset, "f" + std::to_string(code))) << code;
+  EXPECT_TRUE(analysis.CheckFieldValid(f.dataset, "QlID"));  // the system identifier is a 32-bit integer
+  EXPECT_TRUE(analysis.GetStrErrorMes().IsEmpty());
+  for (int code : {1, 10, 23}) {
+    ZoAnalyzingPatterns a;
+    EXPECT_FALSE(a.CheckFieldValid(f.dataset, "f" + std::to_string(code))) << code;
+    EXPECT_EQ(Ids(a.GetStrErrorMes()), V{"ESa006"});
+  }
+}
+
+TEST(CheckFieldValid, FailuresAccumulateInOrder) {
+  Fixture f(4);
+  ZoAnalyzingPatterns analysis;
+  EXPECT_FALSE(analysis.CheckFieldValid(f.dataset, "nope"));
+  EXPECT_FALSE(analysis.CheckParameterValid(nullptr, f.Valid()));
+  EXPECT_EQ(Ids(analysis.GetStrErrorMes()), (V{"ECd001", "EEg024"}));
+  EXPECT_NE(analysis.GetStrErrorMes().Str().find('\n'), std::string::npos);
+}
+
+TEST(ZoPatternsInformation, DefaultsAndMemberwiseCopy) {
+  const ZoPatternsInformation d;
+  EXPECT_EQ(d.FieldName, "");
+  EXPECT_EQ(d.Conceptualization, InverseDistance);
+  EXPECT_EQ(d.DistanceTolerance, -1.0);
+  EXPECT_EQ(d.Exponent, 1.0);
+  EXPECT_EQ(d.KNeighbors, 1);
+  EXPECT_FALSE(d.Standardization);
+  EXPECT_FALSE(d.FDRCorrection);
+  EXPECT_EQ(d.DistanceMethod, Euclidean);
+
+  ZoPatternsInformation a;
+  a.FieldName = "CRIME";
+  a.Conceptualization = KNearestNeighbors;
+  a.DistanceTolerance = 3.5;
+  a.Exponent = 2;
+  a.KNeighbors = 8;
+  a.Standardization = true;
+  a.SecondFieldName = "W";
+  a.FDRCorrection = true;
+  a.WeightsFilePath = "/tmp/w.swmb";
+  a.DistanceMethod = Manhattan;
+  ZoPatternsInformation b(a), c;
+  c = a;
+  a.FieldName = "changed";  // deep copies: the copies keep their own text
+  for (const ZoPatternsInformation* x : {&b, &c}) {
+    EXPECT_EQ(x->FieldName, "CRIME");
+    EXPECT_EQ(x->Conceptualization, KNearestNeighbors);
+    EXPECT_EQ(x->DistanceTolerance, 3.5);
+    EXPECT_EQ(x->Exponent, 2);
+    EXPECT_EQ(x->KNeighbors, 8);
+    EXPECT_TRUE(x->Standardization);
+    EXPECT_EQ(x->SecondFieldName, "W");
+    EXPECT_TRUE(x->FDRCorrection);
+    EXPECT_EQ(x->WeightsFilePath, "/tmp/w.swmb");
+    EXPECT_EQ(x->DistanceMethod, Manhattan);
+  }
+}

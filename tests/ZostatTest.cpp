@@ -1,0 +1,57 @@
+// zostat end to end: the conventions every command follows.
+#include <gtest/gtest.h>
+
+#include "TestSupport.h"
+
+namespace {
+
+std::string Zostat(const std::string& args, int* status, bool mergeStderr = false) {
+  std::string out;
+  *status = satest::RunCommand(std::string(SA_ZOSTAT) + " " + args, &out, mergeStderr);
+  return out;
+}
+
+}  // namespace
+
+TEST(Zostat, InfoJsonDescribesARegionLayer) {
+  int status = -1;
+  const std::string out = Zostat("info --json --input " + satest::DataPath("columbus.gpkg"), &status);
+  ASSERT_EQ(status, 0) << out;
+  EXPECT_EQ(out.rfind("{\"dataset_type\": 5, \"record_count\": 49, \"geographic\": false, ", 0), 0u) << out;
+  EXPECT_NE(out.find("\"fields\": [{\"name\": \"QlID\", \"type\": 4, \"system\": true}"), std::string::npos) << out;
+  EXPECT_NE(out.find("{\"name\": \"CRIME\", \"type\": 7, \"system\": false}"), std::string::npos) << out;
+  EXPECT_NE(out.find("{\"name\": \"POLYID\", \"type\": 16, \"system\": false}"), std::string::npos) << out;
+}
+
+TEST(Zostat, InfoOnGeographicPointsAndNamedLayer) {
+  int status = -1;
+  const std::string out =
+      Zostat("info --input " + satest::DataPath("cycle_hire.gpkg") + " --layer cycle_hire --json", &status);
+  ASSERT_EQ(status, 0) << out;
+  EXPECT_NE(out.find("\"dataset_type\": 1, \"record_count\": 742, \"geographic\": true"), std::string::npos) << out;
+  EXPECT_NE(out.find("WGS 84"), std::string::npos) << out;
+}
+
+TEST(Zostat, UsageErrorsExitTwoAndFailuresExitOne) {
+  int status = -1;
+  Zostat("", &status, true);
+  EXPECT_EQ(status, 2);
+  Zostat("frobnicate", &status, true);
+  EXPECT_EQ(status, 2);
+  std::string out = Zostat("info --input x --bogus", &status, true);
+  EXPECT_EQ(status, 2);
+  EXPECT_NE(out.find("unknown option '--bogus'"), std::string::npos) << out;
+  Zostat("info --input", &status, true);
+  EXPECT_EQ(status, 2);
+  out = Zostat("info --input /nonexistent.gpkg", &status, true);
+  EXPECT_EQ(status, 1);
+  EXPECT_NE(out.find("cannot open"), std::string::npos) << out;
+  Zostat("info --input " + satest::DataPath("columbus.gpkg") + " --layer nope", &status, true);
+  EXPECT_EQ(status, 1);
+  out = Zostat("--version", &status);
+  EXPECT_EQ(status, 0);
+  EXPECT_EQ(out.rfind("zostat ", 0), 0u);
+  out = Zostat("info --help", &status);
+  EXPECT_EQ(status, 0);
+  EXPECT_NE(out.find("--input"), std::string::npos);
+}
