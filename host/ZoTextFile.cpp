@@ -6,7 +6,7 @@ namespace ZOC {
 
 bool ZoTextFile::Open(const LumaUnicodeString& path, Mode mode) {
   Close();
-  const char* how = mode == Read ? "rb" : mode == Write ? "wb" : "ab";
+  const char* how = mode == ModeRead ? "rb" : mode == ModeWrite ? "wb" : "ab";
   m_file = std::fopen(path.c_str(), how);
   m_good = m_file != nullptr;
   m_tooLong = false;

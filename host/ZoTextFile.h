@@ -13,7 +13,7 @@ using LUMA::LumaUnicodeString;
 
 class ZoTextFile {
  public:
-  enum Mode { Read, Write, Append };
+  enum Mode { ModeRead, ModeWrite, ModeAppend };
 
   ZoTextFile() = default;
   ~ZoTextFile() { Close(); }

@@ -84,24 +84,24 @@ TEST(ZoTextFile, LinesCrLfLastLineAndLimits) {
   const std::string path = dir.File("t.txt");
   {
     ZoTextFile out;
-    ASSERT_TRUE(out.Open(path, ZoTextFile::Write));
+    ASSERT_TRUE(out.Open(path, ZoTextFile::ModeWrite));
     EXPECT_TRUE(out.WriteLine("first"));
     EXPECT_TRUE(out.Write("second\r\n\nlast without newline"));
     EXPECT_TRUE(out.Close());
   }
   ZoTextFile in;
-  ASSERT_TRUE(in.Open(path, ZoTextFile::Read));
+  ASSERT_TRUE(in.Open(path, ZoTextFile::ModeRead));
   std::string line;
   std::vector<std::string> lines;
   while (in.ReadLine(line)) lines.push_back(line);
   EXPECT_EQ(lines, (std::vector<std::string>{"first", "second", "", "last without newline"}));
   EXPECT_FALSE(in.LineTooLong());
 
-  ASSERT_TRUE(in.Open(path, ZoTextFile::Read));
+  ASSERT_TRUE(in.Open(path, ZoTextFile::ModeRead));
   in.SetMaxLineLength(3);
   EXPECT_FALSE(in.ReadLine(line));
   EXPECT_TRUE(in.LineTooLong());
-  EXPECT_FALSE(ZoTextFile().Open(dir.File("missing/x"), ZoTextFile::Read));
+  EXPECT_FALSE(ZoTextFile().Open(dir.File("missing/x"), ZoTextFile::ModeRead));
 }
 
 TEST(ZoProgress, RangesMapOntoTheWholeRunAndCallbackCancels) {

@@ -5,6 +5,8 @@
 #include <random>
 #include <sys/wait.h>
 
+#include "host/ZoRecordset.h"
+
 namespace satest {
 
 std::string DataPath(const std::string& file) { return std::string(SA_DATA_DIR) + "/" + file; }
@@ -34,6 +36,33 @@ int RunCommand(const std::string& command, std::string* output, bool mergeStderr
     if (output) output->append(buf, n);
   const int status = pclose(pipe);
   return WIFEXITED(status) ? WEXITSTATUS(status) : -1;
+}
+
+MemoryLayer MakePointLayer(const std::vector<LUMA::LumaPoint2D>& points, const std::vector<double>& values,
+                           const char* crs) {
+  MemoryLayer layer;
+  layer.source = ZOC::ZoDataSource::CreateMemory();
+  ZOC::ZoPrjCoordSys cs;
+  if (crs) cs.SetFromUserInput(crs);
+  layer.dataset = layer.source->CreateDatasetVector("points", ZOC::DatasetPoint, cs);
+  layer.dataset->CreateField(LUMA::LumaFieldInfo("VALUE", LUMA::FieldDouble));
+  ZOC::ZoRecordset* writer = layer.dataset->Query(ZOC::ZoQueryDef());
+  for (std::size_t i = 0; i < points.size(); ++i) {
+    writer->AddNew(ZOC::ZoGeometry::MakePoint(points[i]));
+    writer->SetFieldValue("VALUE", LUMA::LumaVariant(values.empty() ? double(i) : values[i]));
+    writer->Update();
+  }
+  layer.dataset->ReleaseRecordset(writer);
+  layer.dataset->Commit();
+  return layer;
+}
+
+std::vector<LUMA::LumaPoint2D> RandomPoints(std::size_t n, double size, unsigned seed) {
+  std::mt19937_64 rng(seed);
+  std::uniform_real_distribution<double> u(0.0, size);
+  std::vector<LUMA::LumaPoint2D> points(n);
+  for (auto& p : points) p = {u(rng), u(rng)};
+  return points;
 }
 
 }  // namespace satest

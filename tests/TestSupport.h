@@ -1,7 +1,12 @@
 #pragma once
 // Shared helpers for the test suites.
 #include <filesystem>
+#include <memory>
 #include <string>
+#include <vector>
+
+#include "host/LumaPoint.h"
+#include "host/ZoDataSource.h"
 
 namespace satest {
 
@@ -26,5 +31,17 @@ class TempDir {
 // Runs a shell command, returning its exit status; stdout (and stderr when
 // mergeStderr) goes to *output.
 int RunCommand(const std::string& command, std::string* output, bool mergeStderr = false);
+
+// A point dataset in GDAL's memory driver with a double field "VALUE"
+// (values[i], or i when values is empty), features in the given order.
+struct MemoryLayer {
+  std::unique_ptr<ZOC::ZoDataSource> source;
+  ZOC::ZoDatasetVector* dataset = nullptr;
+};
+MemoryLayer MakePointLayer(const std::vector<LUMA::LumaPoint2D>& points, const std::vector<double>& values = {},
+                           const char* crs = nullptr);
+
+// Uniformly random points in [0, size)², reproducible from the seed.
+std::vector<LUMA::LumaPoint2D> RandomPoints(std::size_t n, double size, unsigned seed);
 
 }  // namespace satest
