@@ -1,0 +1,618 @@
+#include "host/ZoDatasetVector.h"
+
+#include <algorithm>
+#include <cctype>
+#include <cmath>
+#include <numeric>
+
+#include "host/ZoDataSource.h"
+#include "host/ZoProgress.h"
+#include "host/ZoRecordset.h"
+#include "host/detail/DatasetInternals.h"
+
+namespace ZOC {
+
+namespace detail {
+
+// ---------------------------------------------------------------------------
+// WriteBatch
+
+WriteBatch::WriteBatch(GDALDataset* ds) : m_ds(ds) {
+  m_canTransact = ds && ds->GetAccess() == GA_Update && ds->TestCapability(ODsCTransactions);
+}
+
+void WriteBatch::BeforeWrite() {
+  if (m_canTransact && !m_active) m_active = m_ds->StartTransaction(FALSE) == OGRERR_NONE;
+}
+
+void WriteBatch::AfterWrite() {
+  if (m_active && ++m_pending >= kBatchSize) Commit();
+}
+
+bool WriteBatch::Commit() {
+  if (!m_active) return true;
+  m_active = false;
+  m_pending = 0;
+  return m_ds->CommitTransaction() == OGRERR_NONE;
+}
+
+// ---------------------------------------------------------------------------
+// LayerState
+
+bool LayerState::ApplyFilter(const std::string& filter) {
+  if (filter == appliedFilter) return true;
+  cursorOwner = nullptr;
+  const OGRErr err = layer->SetAttributeFilter(filter.empty() ? nullptr : filter.c_str());
+  if (err != OGRERR_NONE) {
+    layer->SetAttributeFilter(nullptr);
+    appliedFilter.clear();
+    return false;
+  }
+  appliedFilter = filter;
+  return true;
+}
+
+void LayerState::RefreshFieldTypes() {
+  OGRFeatureDefn* defn = layer->GetLayerDefn();
+  const int n = defn->GetFieldCount();
+  hostTypes.resize(static_cast<std::size_t>(n));
+  for (int i = 0; i < n; ++i) hostTypes[static_cast<std::size_t>(i)] = HostFieldType(*defn->GetFieldDefn(i), gdal);
+}
+
+int LayerState::HostType(int field) {
+  if (static_cast<std::size_t>(layer->GetLayerDefn()->GetFieldCount()) != hostTypes.size()) RefreshFieldTypes();
+  if (field < 0 || static_cast<std::size_t>(field) >= hostTypes.size()) return LUMA::FieldOther;
+  return hostTypes[static_cast<std::size_t>(field)];
+}
+
+int LayerState::FindField(std::string_view name) {
+  if (LUMA::LumaUnicodeString(name).EqualsNoCase(kSystemIdField)) return kFieldSystemId;
+  OGRFeatureDefn* defn = layer->GetLayerDefn();
+  const int n = defn->GetFieldCount();
+  for (int i = 0; i < n; ++i)
+    if (LUMA::LumaUnicodeString(defn->GetFieldDefn(i)->GetNameRef()).EqualsNoCase(name)) return i;
+  return kFieldUnknown;
+}
+
+bool LayerState::HasGeometry() const { return layer->GetLayerDefn()->GetGeomFieldCount() > 0; }
+
+}  // namespace detail
+
+namespace {
+
+using detail::kFieldSystemId;
+using detail::kFieldUnknown;
+
+// ---------------------------------------------------------------------------
+// Order clause: " Order BY f1 [ASC|DESC], f2 [ASC|DESC], ..."
+
+struct OrderKey {
+  int field = kFieldSystemId;
+  bool desc = false;
+};
+
+bool IsSpace(char c) { return std::isspace(static_cast<unsigned char>(c)) != 0; }
+
+// Takes a keyword (case-insensitive) followed by whitespace or the end.
+bool TakeKeyword(std::string_view& s, std::string_view word) {
+  if (s.size() < word.size() || !LUMA::LumaUnicodeString(s.substr(0, word.size())).EqualsNoCase(word)) return false;
+  if (s.size() > word.size() && !IsSpace(s[word.size()])) return false;
+  s.remove_prefix(word.size());
+  while (!s.empty() && IsSpace(s.front())) s.remove_prefix(1);
+  return true;
+}
+
+std::string_view Trim(std::string_view s) {
+  while (!s.empty() && IsSpace(s.front())) s.remove_prefix(1);
+  while (!s.empty() && IsSpace(s.back())) s.remove_suffix(1);
+  return s;
+}
+
+bool ParseOrder(const std::string& clause, detail::LayerState& state, std::vector<OrderKey>& keys) {
+  keys.clear();
+  std::string_view s = Trim(clause);
+  if (s.empty()) return true;
+  if (!TakeKeyword(s, "ORDER") || !TakeKeyword(s, "BY")) return false;
+  if (s.empty()) return false;
+  // Split on commas outside double-quoted names.
+  std::vector<std::string_view> items;
+  bool quoted = false;
+  std::size_t start = 0;
+  for (std::size_t i = 0; i <= s.size(); ++i) {
+    if (i < s.size() && s[i] == '"') quoted = !quoted;
+    if (i == s.size() || (s[i] == ',' && !quoted)) {
+      items.push_back(s.substr(start, i - start));
+      start = i + 1;
+    }
+  }
+  if (quoted) return false;
+  for (std::string_view item : items) {
+    item = Trim(item);
+    if (item.empty()) return false;
+    std::string name;
+    std::string_view rest;
+    if (item.front() == '"') {
+      std::size_t i = 1;
+      for (; i < item.size(); ++i) {
+        if (item[i] == '"') {
+          if (i + 1 < item.size() && item[i + 1] == '"') {
+            name += '"';
+            ++i;
+          } else {
+            break;
+          }
+        } else {
+          name += item[i];
+        }
+      }
+      if (i >= item.size()) return false;
+      rest = item.substr(i + 1);
+      if (!rest.empty() && !IsSpace(rest.front())) return false;
+    } else {
+      std::size_t i = 0;
+      while (i < item.size() && !IsSpace(item[i])) ++i;
+      name.assign(item.substr(0, i));
+      rest = item.substr(i);
+    }
+    rest = Trim(rest);
+    OrderKey key;
+    if (rest.empty() || LUMA::LumaUnicodeString(rest).EqualsNoCase("ASC"))
+      key.desc = false;
+    else if (LUMA::LumaUnicodeString(rest).EqualsNoCase("DESC"))
+      key.desc = true;
+    else
+      return false;
+    key.field = state.FindField(name);
+    if (key.field == kFieldUnknown || name.empty()) return false;
+    keys.push_back(key);
+  }
+  return true;
+}
+
+// The record identifier may be named "QlID" in a filter: rewrite it to what
+// the layer's query language calls its feature ID. SQLite-backed drivers see
+// the filter as SQL over the table, with the FID column under its own name;
+// OGR's own SQL has the special field FID.
+std::string TranslateFilter(const std::string& filter, detail::LayerState& state) {
+  std::string_view s = Trim(filter);
+  if (s.empty()) return {};
+  std::string fidName = "FID";
+  const char* driver = state.gdal && state.gdal->GetDriver() ? state.gdal->GetDriver()->GetDescription() : "";
+  const char* fidColumn = state.layer->GetFIDColumn();
+  if ((EQUAL(driver, "GPKG") || EQUAL(driver, "SQLite")) && fidColumn && *fidColumn) {
+    fidName = "\"";
+    for (const char* p = fidColumn; *p; ++p) {
+      fidName += *p;
+      if (*p == '"') fidName += '"';
+    }
+    fidName += '"';
+  }
+  std::string out;
+  std::size_t i = 0;
+  while (i < s.size()) {
+    const char c = s[i];
+    if (c == '\'') {  // string literal, '' escapes
+      std::size_t j = i + 1;
+      while (j < s.size()) {
+        if (s[j] == '\'') {
+          if (j + 1 < s.size() && s[j + 1] == '\'') {
+            j += 2;
+            continue;
+          }
+          break;
+        }
+        ++j;
+      }
+      j = std::min(j + 1, s.size());
+      out.append(s.substr(i, j - i));
+      i = j;
+    } else if (c == '"') {  // quoted identifier
+      std::size_t j = s.find('"', i + 1);
+      j = (j == std::string_view::npos) ? s.size() : j + 1;
+      std::string_view ident = s.substr(i, j - i);
+      if (ident.size() >= 2 && LUMA::LumaUnicodeString(ident.substr(1, ident.size() - 2)).EqualsNoCase(kSystemIdField))
+        out += fidName;
+      else
+        out.append(ident);
+      i = j;
+    } else if (std::isalpha(static_cast<unsigned char>(c)) || c == '_') {
+      std::size_t j = i + 1;
+      while (j < s.size() && (std::isalnum(static_cast<unsigned char>(s[j])) || s[j] == '_')) ++j;
+      std::string_view ident = s.substr(i, j - i);
+      if (LUMA::LumaUnicodeString(ident).EqualsNoCase(kSystemIdField))
+        out += fidName;
+      else
+        out.append(ident);
+      i = j;
+    } else {
+      out += c;
+      ++i;
+    }
+  }
+  return out;
+}
+
+// Key values of one order field, column-wise for all records of the pass.
+struct KeyColumn {
+  enum Kind { Fid, Int, Real, Text };
+  int field = kFieldSystemId;
+  bool desc = false;
+  Kind kind = Fid;
+  std::vector<std::int64_t> ints;
+  std::vector<double> reals;
+  std::vector<std::string> texts;
+  std::vector<char> nulls;
+
+  void Read(const OGRFeature& f) {
+    if (kind == Fid) return;
+    const bool isNull = !f.IsFieldSetAndNotNull(field);
+    nulls.push_back(isNull ? 1 : 0);
+    switch (kind) {
+      case Int: ints.push_back(isNull ? 0 : f.GetFieldAsInteger64(field)); break;
+      case Real: {
+        double v = 0.0;
+        if (!isNull) {
+          const OGRFieldType t = f.GetFieldDefnRef(field)->GetType();
+          if (t == OFTDate || t == OFTDateTime || t == OFTTime) {
+            const OGRField* raw = f.GetRawFieldRef(field);
+            v = detail::DateTimeKey(raw->Date.Year, raw->Date.Month, raw->Date.Day, raw->Date.Hour,
+                                    raw->Date.Minute, raw->Date.Second);
+          } else {
+            v = f.GetFieldAsDouble(field);
+          }
+        }
+        reals.push_back(v);
+        break;
+      }
+      case Text: {
+        if (isNull) {
+          texts.emplace_back();
+        } else if (f.GetFieldDefnRef(field)->GetType() == OFTBinary) {
+          int n = 0;
+          const GByte* b = f.GetFieldAsBinary(field, &n);
+          texts.emplace_back(reinterpret_cast<const char*>(b), static_cast<std::size_t>(n > 0 ? n : 0));
+        } else {
+          texts.emplace_back(f.GetFieldAsString(field));
+        }
+        break;
+      }
+      default: break;
+    }
+  }
+
+  // Three-way comparison of the values of records a and b, ascending. Nulls
+  // are the lowest values (first in ascending order, last in descending
+  // order, as in SQLite), then NaN, then numbers.
+  int Compare(std::size_t a, std::size_t b, const std::vector<GIntBig>& fids) const {
+    if (kind == Fid) return fids[a] < fids[b] ? -1 : (fids[a] > fids[b] ? 1 : 0);
+    if (nulls[a] || nulls[b]) return nulls[a] && nulls[b] ? 0 : (nulls[a] ? -1 : 1);
+    switch (kind) {
+      case Int: return ints[a] < ints[b] ? -1 : (ints[a] > ints[b] ? 1 : 0);
+      case Real: {
+        const double x = reals[a], y = reals[b];
+        const bool nx = std::isnan(x), ny = std::isnan(y);
+        if (nx || ny) return nx && ny ? 0 : (nx ? -1 : 1);
+        return x < y ? -1 : (x > y ? 1 : 0);
+      }
+      case Text: {
+        const int c = texts[a].compare(texts[b]);
+        return c < 0 ? -1 : (c > 0 ? 1 : 0);
+      }
+      default: return 0;
+    }
+  }
+};
+
+KeyColumn::Kind KindOf(const OGRFieldDefn& f) {
+  switch (f.GetType()) {
+    case OFTInteger:
+    case OFTInteger64: return KeyColumn::Int;
+    case OFTReal:
+    case OFTDate:
+    case OFTDateTime:
+    case OFTTime: return KeyColumn::Real;
+    default: return KeyColumn::Text;
+  }
+}
+
+// Restores a layer's ignored fields when the key pass ends, however it ends.
+struct IgnoredFieldsGuard {
+  OGRLayer* layer;
+  ~IgnoredFieldsGuard() { layer->SetIgnoredFields(nullptr); }
+};
+
+}  // namespace
+
+// ---------------------------------------------------------------------------
+// ZoDatasetVector
+
+ZoDatasetVector::ZoDatasetVector(std::unique_ptr<Impl> impl) : m_impl(std::move(impl)) {}
+
+ZoDatasetVector::~ZoDatasetVector() {
+  if (!m_impl) return;
+  // Recordsets still open on this dataset lose it; their calls then fail.
+  const auto live = m_impl->state.live;
+  for (detail::RecordsetLink* link : live) link->Detach();
+  m_impl->state.live.clear();
+  if (m_impl->state.layer && !m_impl->state.appliedFilter.empty()) m_impl->state.layer->SetAttributeFilter(nullptr);
+}
+
+bool ZoDatasetVector::IsOpen() const { return m_impl && m_impl->state.layer != nullptr; }
+
+bool ZoDatasetVector::Open() { return IsOpen(); }
+
+LumaUnicodeString ZoDatasetVector::GetName() const { return m_impl->state.layer->GetName(); }
+
+int ZoDatasetVector::GetType() const { return detail::DatasetTypeFromOGR(m_impl->state.layer->GetGeomType()); }
+
+std::int64_t ZoDatasetVector::GetRecordCount() const {
+  try {
+    detail::QuietErrors quiet;
+    detail::LayerState& st = m_impl->state;
+    st.ApplyFilter(std::string());
+    // Counting without a fast path walks the layer with its cursor.
+    if (!st.layer->TestCapability(OLCFastFeatureCount)) st.cursorOwner = nullptr;
+    const GIntBig n = st.layer->GetFeatureCount(TRUE);
+    return n < 0 ? 0 : static_cast<std::int64_t>(n);
+  } catch (...) {
+    return 0;
+  }
+}
+
+ZoDataSource* ZoDatasetVector::GetDataSource() const { return m_impl->owner; }
+
+bool ZoDatasetVector::GetFieldInfo(const LumaUnicodeString& name, LumaFieldInfo& info) const {
+  detail::LayerState& st = m_impl->state;
+  const int index = st.FindField(name.Str());
+  if (index == kFieldUnknown) return false;
+  if (index == kFieldSystemId) {
+    info = LumaFieldInfo(kSystemIdField, LUMA::FieldInt32, true);
+    return true;
+  }
+  const OGRFieldDefn* defn = st.layer->GetLayerDefn()->GetFieldDefn(index);
+  info = LumaFieldInfo(defn->GetNameRef(), st.HostType(index), false);
+  if (defn->GetType() == OFTString && defn->GetWidth() > 0) info.SetSize(defn->GetWidth());
+  return true;
+}
+
+LumaFieldInfos ZoDatasetVector::GetFieldInfos() const {
+  detail::LayerState& st = m_impl->state;
+  LumaFieldInfos infos;
+  infos.push_back(LumaFieldInfo(kSystemIdField, LUMA::FieldInt32, true));
+  OGRFeatureDefn* defn = st.layer->GetLayerDefn();
+  for (int i = 0; i < defn->GetFieldCount(); ++i) {
+    const OGRFieldDefn* f = defn->GetFieldDefn(i);
+    LumaFieldInfo info(f->GetNameRef(), st.HostType(i), false);
+    if (f->GetType() == OFTString && f->GetWidth() > 0) info.SetSize(f->GetWidth());
+    infos.push_back(info);
+  }
+  return infos;
+}
+
+bool ZoDatasetVector::CreateField(const LumaFieldInfo& info) {
+  try {
+    detail::QuietErrors quiet;
+    detail::LayerState& st = m_impl->state;
+    if (info.GetName().IsEmpty() || st.FindField(info.GetName().Str()) != kFieldUnknown) return false;
+    std::unique_ptr<OGRFieldDefn> defn = detail::MakeFieldDefn(info, st.gdal);
+    if (!defn) return false;
+    st.batch->Commit();  // schema changes outside the write transaction
+    st.cursorOwner = nullptr;
+    const OGRErr err = st.layer->CreateField(defn.get(), FALSE);
+    st.RefreshFieldTypes();
+    return err == OGRERR_NONE && st.FindField(info.GetName().Str()) >= 0;
+  } catch (...) {
+    return false;
+  }
+}
+
+const ZoPrjCoordSys& ZoDatasetVector::GetPrjCoordSys() const { return m_impl->cs; }
+
+bool ZoDatasetVector::SetPrjCoordSys(const ZoPrjCoordSys& cs) {
+  try {
+    detail::QuietErrors quiet;
+    if (GetRecordCount() > 0) return false;
+    detail::LayerState& st = m_impl->state;
+    if (st.HasGeometry() && st.layer->TestCapability(OLCAlterGeomFieldDefn)) {
+      st.batch->Commit();
+      OGRGeomFieldDefn changed(st.layer->GetLayerDefn()->GetGeomFieldDefn(0));
+      detail::SrsPtr srs(cs.GetOGR() ? cs.GetOGR()->Clone() : nullptr);
+      changed.SetSpatialRef(srs.get());
+      st.layer->AlterGeomFieldDefn(0, &changed, ALTER_GEOM_FIELD_DEFN_SRS_FLAG);
+      st.cursorOwner = nullptr;
+    }
+    m_impl->cs = cs;
+    return true;
+  } catch (...) {
+    return false;
+  }
+}
+
+ZoRecordset* ZoDatasetVector::Query(const ZoQueryDef& query) {
+  try {
+    detail::QuietErrors quiet;
+    detail::LayerState& st = m_impl->state;
+    st.RefreshFieldTypes();
+    for (const LumaUnicodeString& f : query.m_fields)
+      if (st.FindField(f.Str()) == kFieldUnknown) return nullptr;
+    std::vector<OrderKey> order;
+    if (!ParseOrder(query.m_order.Str(), st, order)) return nullptr;
+
+    auto impl = std::make_unique<ZoRecordset::Impl>();
+    impl->dataset = this;
+    impl->state = &st;
+    impl->filter = TranslateFilter(query.m_filter.Str(), st);
+
+    // One sequential pass reading only the feature IDs and the order keys.
+    if (!st.ApplyFilter(impl->filter)) return nullptr;
+    std::vector<KeyColumn> keys;
+    OGRFeatureDefn* defn = st.layer->GetLayerDefn();
+    std::vector<char> keep(static_cast<std::size_t>(defn->GetFieldCount()), 0);
+    for (const OrderKey& k : order) {
+      KeyColumn col;
+      col.field = k.field;
+      col.desc = k.desc;
+      if (k.field >= 0) {
+        col.kind = KindOf(*defn->GetFieldDefn(k.field));
+        keep[static_cast<std::size_t>(k.field)] = 1;
+      }
+      keys.push_back(std::move(col));
+    }
+    // ORDER BY QlID ASC is the sequence itself once sorted by ID.
+    while (!keys.empty() && keys.back().kind == KeyColumn::Fid && !keys.back().desc) keys.pop_back();
+
+    std::vector<GIntBig>& fids = impl->fids;
+    {
+      CPLStringList ignored;
+      for (int i = 0; i < defn->GetFieldCount(); ++i)
+        if (!keep[static_cast<std::size_t>(i)]) ignored.AddString(defn->GetFieldDefn(i)->GetNameRef());
+      ignored.AddString("OGR_GEOMETRY");
+      ignored.AddString("OGR_STYLE");
+      for (int i = 0; i < defn->GetGeomFieldCount(); ++i) ignored.AddString(defn->GetGeomFieldDefn(i)->GetNameRef());
+      IgnoredFieldsGuard guard{st.layer};
+      st.layer->SetIgnoredFields(const_cast<const char**>(ignored.List()));
+      st.cursorOwner = impl.get();
+      st.layer->ResetReading();
+      while (OGRFeatureUniquePtr f{st.layer->GetNextFeature()}) {
+        fids.push_back(f->GetFID());
+        for (KeyColumn& k : keys) k.Read(*f);
+      }
+    }
+    st.cursorOwner = nullptr;
+    if (quiet.Failed()) {  // e.g. a filter the driver's SQL engine rejected
+      st.ApplyFilter(std::string());
+      return nullptr;
+    }
+
+    // Sort; ties (and everything when there are no keys) by ascending ID.
+    const std::size_t n = fids.size();
+    bool identity = true;
+    if (keys.empty() && std::is_sorted(fids.begin(), fids.end())) {
+      // natural order already is the requested one
+    } else {
+      std::vector<std::size_t> perm(n);
+      std::iota(perm.begin(), perm.end(), std::size_t{0});
+      std::sort(perm.begin(), perm.end(), [&](std::size_t a, std::size_t b) {
+        for (const KeyColumn& k : keys) {
+          const int c = k.Compare(a, b, fids);
+          if (c != 0) return k.desc ? c > 0 : c < 0;
+        }
+        return fids[a] < fids[b];
+      });
+      for (std::size_t i = 0; i < n && identity; ++i) identity = perm[i] == i;
+      if (!identity) {
+        std::vector<GIntBig> sorted(n);
+        for (std::size_t i = 0; i < n; ++i) sorted[i] = fids[perm[i]];
+        fids.swap(sorted);
+      }
+    }
+    impl->natural = identity;
+    impl->ascending = std::adjacent_find(fids.begin(), fids.end(), [](GIntBig a, GIntBig b) { return a >= b; }) ==
+                      fids.end();
+
+    ZoRecordset* rs = new ZoRecordset(std::move(impl));
+    st.live.push_back(rs->m_impl.get());
+    rs->MoveFirst();
+    return rs;
+  } catch (...) {
+    return nullptr;
+  }
+}
+
+void ZoDatasetVector::ReleaseRecordset(ZoRecordset* recordset) { delete recordset; }
+
+bool ZoDatasetVector::AppendRecords(ZoRecordset* source,
+                                    const std::vector<std::pair<LumaUnicodeString, LumaUnicodeString>>& fieldMap,
+                                    ZoProgress* progress) {
+  try {
+    if (!source || !source->m_impl || !source->m_impl->state) return false;
+    detail::QuietErrors quiet;
+    detail::LayerState& st = m_impl->state;
+    detail::LayerState& src = *source->m_impl->state;
+
+    struct Pair {
+      int from, to, fromType, toType;
+      bool raw;  // same OGR type: copy the raw value
+    };
+    std::vector<Pair> pairs;
+    OGRFeatureDefn* defn = st.layer->GetLayerDefn();
+    OGRFeatureDefn* srcDefn = src.layer->GetLayerDefn();
+    for (const auto& [from, to] : fieldMap) {
+      Pair p{};
+      p.from = src.FindField(from.Str());
+      p.to = st.FindField(to.Str());
+      if (p.from == kFieldUnknown || p.to < 0) return false;
+      p.toType = st.HostType(p.to);
+      p.fromType = p.from >= 0 ? src.HostType(p.from) : LUMA::FieldInt32;
+      p.raw = p.from >= 0 && srcDefn->GetFieldDefn(p.from)->GetType() == defn->GetFieldDefn(p.to)->GetType();
+      pairs.push_back(p);
+    }
+
+    const std::int64_t total = source->GetRecordCount();
+    const bool withGeometry = st.HasGeometry();
+    const OGRwkbGeometryType layerType = st.layer->GetGeomType();
+    int shown = 0;
+    if (progress) {
+      progress->SetProgressPos(0);
+      if (progress->IsCanceled()) return false;
+    }
+    std::int64_t done = 0;
+    for (source->MoveFirst(); !source->IsEOF(); source->MoveNext()) {
+      const OGRFeature* in = source->m_impl->current.get();
+      OGRFeatureUniquePtr out(OGRFeature::CreateFeature(defn));
+      if (withGeometry && in && in->GetGeometryRef()) {
+        std::unique_ptr<OGRGeometry> g =
+            detail::GeometryToOGR(detail::GeometryFromOGR(in->GetGeometryRef()), layerType);
+        if (g) out->SetGeometryDirectly(g.release());
+      }
+      for (const Pair& p : pairs) {
+        if (p.from == kFieldSystemId) {
+          detail::WriteFieldValue(*out, p.to, p.toType,
+                                  LumaVariant(static_cast<std::int64_t>(source->m_impl->fids[source->m_impl->pos])));
+        } else if (!in || !in->IsFieldSetAndNotNull(p.from)) {
+          out->SetFieldNull(p.to);
+        } else if (p.raw) {
+          out->SetField(p.to, in->GetRawFieldRef(p.from));
+        } else {
+          LumaVariant v;
+          detail::ReadFieldValue(*in, p.from, p.fromType, v);
+          if (!detail::WriteFieldValue(*out, p.to, p.toType, v)) out->SetFieldNull(p.to);
+        }
+      }
+      st.batch->BeforeWrite();
+      const OGRErr err = st.layer->CreateFeature(out.get());
+      st.batch->AfterWrite();
+      if (err != OGRERR_NONE) return false;
+      ++done;
+      if (progress) {
+        const int pct = total > 0 ? static_cast<int>(std::min<std::int64_t>(100, done * 100 / total)) : 100;
+        if (pct != shown || (done & 4095) == 0) {
+          if (pct != shown) progress->SetProgressPos(pct);
+          shown = pct;
+          if (progress->IsCanceled()) return false;
+        }
+      }
+    }
+    if (progress && shown != 100) progress->SetProgressPos(100);
+    return true;
+  } catch (...) {
+    return false;
+  }
+}
+
+bool ZoDatasetVector::Commit() {
+  try {
+    detail::QuietErrors quiet;
+    detail::LayerState& st = m_impl->state;
+    const bool ok = st.batch->Commit();
+    // Formats without transactions write their headers on sync.
+    if (!st.gdal->TestCapability(ODsCTransactions)) st.layer->SyncToDisk();
+    return ok;
+  } catch (...) {
+    return false;
+  }
+}
+
+OGRLayer* ZoDatasetVector::GetOGRLayer() const { return m_impl->state.layer; }
+
+}  // namespace ZOC

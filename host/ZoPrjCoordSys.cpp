@@ -1,0 +1,237 @@
+#include "host/ZoPrjCoordSys.h"
+
+#include <algorithm>
+#include <cmath>
+#include <limits>
+#include <numbers>
+#include <vector>
+
+#include <cpl_conv.h>
+#include <ogr_spatialref.h>
+
+#include "host/detail/OgrBridge.h"
+
+namespace ZOC {
+
+namespace {
+
+constexpr double kWgs84A = 6378137.0;
+constexpr double kWgs84InvF = 298.257223563;
+
+// Systems that only say "no known definition": GeoPackage's reserved
+// entries for data written without a system (srs_id 0 comes back as an
+// "Undefined geographic SRS", -1 as the engineering "Undefined Cartesian
+// SRS"), and any engineering (local) system, whose units and axes relate to
+// nothing on the earth.
+bool IsUndefinedSrs(const OGRSpatialReference& srs) {
+  if (srs.IsEmpty() || srs.IsLocal()) return true;
+  const char* name = srs.GetName();
+  if (name && (EQUAL(name, "Undefined geographic SRS") || EQUAL(name, "Undefined Cartesian SRS"))) return true;
+  return !srs.IsGeographic() && !srs.IsProjected() && !srs.IsGeocentric() && !srs.IsCompound() &&
+         !srs.IsVertical();
+}
+
+struct TransformDelete {
+  void operator()(OGRCoordinateTransformation* ct) const { OGRCoordinateTransformation::DestroyCT(ct); }
+};
+
+}  // namespace
+
+struct ZoPrjCoordSys::Impl {
+  detail::SrsPtr srs;  // null when undefined
+  bool hasExtent = false;
+  double minX = 0.0, minY = 0.0, maxX = 0.0, maxY = 0.0;
+
+  // The azimuthal equidistant system centred at (lon0, lat0) on this
+  // system's geodetic datum (WGS 84 when there is none), in metres.
+  detail::SrsPtr MakeAeqd(double lon0, double lat0) const {
+    detail::SrsPtr target(new OGRSpatialReference());
+    if (srs)
+      target->CopyGeogCSFrom(srs.get());
+    else
+      target->SetWellKnownGeogCS("WGS84");
+    if (target->SetAE(lat0, lon0, 0.0, 0.0) != OGRERR_NONE) return nullptr;
+    target->SetLinearUnits(SRS_UL_METER, 1.0);
+    target->SetAxisMappingStrategy(OAMS_TRADITIONAL_GIS_ORDER);
+    return target;
+  }
+};
+
+ZoPrjCoordSys::ZoPrjCoordSys() : m_impl(std::make_unique<Impl>()) {}
+
+ZoPrjCoordSys::ZoPrjCoordSys(const ZoPrjCoordSys& other) : m_impl(std::make_unique<Impl>()) { *this = other; }
+
+ZoPrjCoordSys& ZoPrjCoordSys::operator=(const ZoPrjCoordSys& other) {
+  if (this == &other) return *this;
+  m_impl->srs.reset(other.m_impl->srs ? other.m_impl->srs->Clone() : nullptr);
+  if (m_impl->srs) m_impl->srs->SetAxisMappingStrategy(OAMS_TRADITIONAL_GIS_ORDER);
+  m_impl->hasExtent = other.m_impl->hasExtent;
+  m_impl->minX = other.m_impl->minX;
+  m_impl->minY = other.m_impl->minY;
+  m_impl->maxX = other.m_impl->maxX;
+  m_impl->maxY = other.m_impl->maxY;
+  return *this;
+}
+
+ZoPrjCoordSys::~ZoPrjCoordSys() = default;
+
+bool ZoPrjCoordSys::SetFromUserInput(const LumaUnicodeString& definition) {
+  try {
+    if (definition.Trimmed().IsEmpty()) return false;
+    detail::QuietErrors quiet;
+    OGRSpatialReference srs;
+    // No file or network look-ups: only definitions PROJ can read as given.
+    if (srs.SetFromUserInput(definition.c_str(), OGRSpatialReference::SET_FROM_USER_INPUT_LIMITATIONS_get()) !=
+        OGRERR_NONE)
+      return false;
+    SetFromOGR(&srs);
+    return true;
+  } catch (...) {
+    return false;
+  }
+}
+
+void ZoPrjCoordSys::SetFromOGR(const OGRSpatialReference* srs) {
+  if (!srs || IsUndefinedSrs(*srs)) {
+    m_impl->srs.reset();
+    return;
+  }
+  m_impl->srs.reset(srs->Clone());
+  m_impl->srs->SetAxisMappingStrategy(OAMS_TRADITIONAL_GIS_ORDER);
+}
+
+const OGRSpatialReference* ZoPrjCoordSys::GetOGR() const { return m_impl->srs.get(); }
+
+int ZoPrjCoordSys::GetTypeID() const {
+  const OGRSpatialReference* srs = m_impl->srs.get();
+  if (!srs) return Planar;
+  if (srs->IsProjected()) return Projected;
+  if (srs->IsGeographic()) return Geographic;
+  return Planar;
+}
+
+bool ZoPrjCoordSys::IsUndefined() const { return !m_impl->srs; }
+
+LumaUnicodeString ZoPrjCoordSys::GetName() const {
+  if (!m_impl->srs) return {};
+  const char* name = m_impl->srs->GetName();
+  return name ? name : "";
+}
+
+LumaUnicodeString ZoPrjCoordSys::GetWKT() const {
+  if (!m_impl->srs) return {};
+  char* wkt = nullptr;
+  const char* const options[] = {"FORMAT=WKT2_2019", nullptr};
+  if (m_impl->srs->exportToWkt(&wkt, options) != OGRERR_NONE) {
+    CPLFree(wkt);
+    return {};
+  }
+  LumaUnicodeString text(wkt ? wkt : "");
+  CPLFree(wkt);
+  return text;
+}
+
+double ZoPrjCoordSys::GetSemiMajorAxis() const {
+  if (!m_impl->srs) return kWgs84A;
+  OGRErr err = OGRERR_NONE;
+  const double a = m_impl->srs->GetSemiMajor(&err);
+  return (err == OGRERR_NONE && a > 0.0) ? a : kWgs84A;
+}
+
+double ZoPrjCoordSys::GetFlattening() const {
+  if (!m_impl->srs) return 1.0 / kWgs84InvF;
+  OGRErr err = OGRERR_NONE;
+  const double inv = m_impl->srs->GetInvFlattening(&err);
+  if (err != OGRERR_NONE) return 1.0 / kWgs84InvF;
+  return inv == 0.0 ? 0.0 : 1.0 / inv;  // an inverse flattening of 0 marks a sphere
+}
+
+bool ZoPrjCoordSys::IsSame(const ZoPrjCoordSys& other) const {
+  const OGRSpatialReference* a = m_impl->srs.get();
+  const OGRSpatialReference* b = other.m_impl->srs.get();
+  if (!a || !b) return !a && !b;
+  detail::QuietErrors quiet;
+  return a->IsSame(b) != FALSE;
+}
+
+void ZoPrjCoordSys::SetExtent(double minX, double minY, double maxX, double maxY) {
+  if (!(std::isfinite(minX) && std::isfinite(minY) && std::isfinite(maxX) && std::isfinite(maxY))) return;
+  m_impl->hasExtent = true;
+  m_impl->minX = std::min(minX, maxX);
+  m_impl->maxX = std::max(minX, maxX);
+  m_impl->minY = std::min(minY, maxY);
+  m_impl->maxY = std::max(minY, maxY);
+}
+
+bool ZoPrjCoordSys::Forward(LumaPoint2D* points, std::size_t count) const {
+  try {
+    if (GetTypeID() != Geographic || count == 0) return true;
+    if (!points) return false;
+    double lon0 = 0.0, lat0 = 0.0;
+    if (m_impl->hasExtent) {
+      lon0 = 0.5 * (m_impl->minX + m_impl->maxX);
+      lat0 = 0.5 * (m_impl->minY + m_impl->maxY);
+    } else {
+      double x0 = std::numeric_limits<double>::infinity(), x1 = -x0, y0 = x0, y1 = -x0;
+      for (std::size_t i = 0; i < count; ++i) {
+        if (!std::isfinite(points[i].x) || !std::isfinite(points[i].y)) return false;
+        x0 = std::min(x0, points[i].x);
+        x1 = std::max(x1, points[i].x);
+        y0 = std::min(y0, points[i].y);
+        y1 = std::max(y1, points[i].y);
+      }
+      lon0 = 0.5 * (x0 + x1);
+      lat0 = 0.5 * (y0 + y1);
+    }
+    // Centre coordinates are in the system's angular unit; the projection wants degrees.
+    const double toDegrees = m_impl->srs->GetAngularUnits() / (std::numbers::pi / 180.0);
+    if (!(toDegrees > 0.0) || !std::isfinite(toDegrees)) return false;
+    detail::QuietErrors quiet;
+    detail::SrsPtr target = m_impl->MakeAeqd(lon0 * toDegrees, lat0 * toDegrees);
+    if (!target) return false;
+    std::unique_ptr<OGRCoordinateTransformation, TransformDelete> ct(
+        OGRCreateCoordinateTransformation(m_impl->srs.get(), target.get()));
+    if (!ct) return false;
+    constexpr std::size_t kChunk = 65536;
+    std::vector<double> x, y;
+    std::vector<int> ok;
+    for (std::size_t start = 0; start < count; start += kChunk) {
+      const std::size_t n = std::min(kChunk, count - start);
+      x.resize(n);
+      y.resize(n);
+      ok.assign(n, FALSE);
+      for (std::size_t i = 0; i < n; ++i) {
+        x[i] = points[start + i].x;
+        y[i] = points[start + i].y;
+      }
+      if (!ct->Transform(n, x.data(), y.data(), nullptr, ok.data())) return false;
+      for (std::size_t i = 0; i < n; ++i) {
+        if (!ok[i] || !std::isfinite(x[i]) || !std::isfinite(y[i])) return false;
+        points[start + i] = {x[i], y[i]};
+      }
+    }
+    return true;
+  } catch (...) {
+    return false;
+  }
+}
+
+LumaUnicodeString ZoPrjCoordSys::ForwardDefinition(double lon0, double lat0) const {
+  try {
+    detail::QuietErrors quiet;
+    detail::SrsPtr target = m_impl->MakeAeqd(lon0, lat0);
+    if (!target) return {};
+    char* proj = nullptr;
+    if (target->exportToProj4(&proj) != OGRERR_NONE) {
+      CPLFree(proj);
+      return {};
+    }
+    LumaUnicodeString text(proj ? proj : "");
+    CPLFree(proj);
+    return text;
+  } catch (...) {
+    return {};
+  }
+}
+
+}  // namespace ZOC
