@@ -1,0 +1,97 @@
+#pragma once
+// ZoContiguityGrid: which regions of a region dataset touch which.
+//
+// Build finds every contiguous pair once and keeps the result as compressed
+// neighbour rows; queries afterwards are read-only and cheap.
+//
+// Candidate pairs come from a uniform grid of square cells over the data
+// extent: two regions are tested only when their bounding boxes, enlarged by
+// the snapping tolerance, overlap and share a cell. The grid has SizeValue()
+// cells along the longer side of the extent, bounded by sqrt(64·n) so that
+// the number of cells stays proportional to the number of regions n even when
+// a few regions carry very many vertices. It lives only during Build, as
+// compressed rows cell → regions built by counting: one offset per cell plus
+// one entry per cell a region's box covers.
+//
+// The touching test works on the boundary segments of the two regions that
+// lie in the overlap of their bounding boxes. Coordinates written by
+// different programs often disagree in the last digits along a shared
+// boundary, so the test snaps with a tolerance of 1e-9 times the larger side
+// of the data extent (1e-9 times the largest absolute coordinate, or 1e-9,
+// when the extent has no size):
+//   - queen ("edges or corners"): the two boundaries come within the
+//     tolerance of each other;
+//   - rook ("edges only"): the part of one boundary lying within the
+//     tolerance of the other is longer than kRookLengthFactor tolerances.
+//     The factor is large on purpose: where two regions meet at one corner
+//     under an angle of a few degrees, their boundaries stay within the
+//     tolerance of each other for tolerance / sin(angle), and that must not
+//     count as a shared edge.
+// Regions whose interiors overlap (one boundary passes through the interior
+// of the other, farther than the tolerance from its boundary; or one region
+// lies inside the other) are neighbours under both rules. Shared vertices
+// are not required: a boundary stretch that only one side splits with an
+// extra vertex is found, and so are contacts between any parts and rings of
+// multi-part regions and regions with holes (a region filling another's hole
+// touches the hole's ring).
+//
+// Geometries that are not regions, empty ones and ones with non-finite
+// coordinates have no neighbours.
+#include <cstddef>
+#include <cstdint>
+#include <vector>
+
+#include "host/ZoGeometry.h"
+
+namespace ZOC {
+
+class ZoContiguityGrid {
+ public:
+  // The shared stretch of boundary must exceed this many tolerances to make
+  // two regions rook neighbours.
+  static constexpr double kRookLengthFactor = 1000.0;
+  // Tolerance relative to the larger side of the data extent.
+  static constexpr double kRelativeTolerance = 1e-9;
+
+  // Builds the grid over the regions (feature order 0..n-1) and finds all
+  // contiguous pairs. recordCount is the number of records the caller
+  // expected; a mismatch fails with "EFd059"; an allocation failure with
+  // "EBa003". On failure returns false, sets *errorId (a static string; the
+  // pointer may be null) and leaves the grid empty. Never throws.
+  bool Build(const std::vector<ZoGeometry>& regions, std::size_t recordCount, const char** errorId);
+
+  // Appends to `out` the feature numbers of all other regions contiguous
+  // with region i, in ascending order: sharing at least a boundary stretch
+  // of positive length (edgesOnly = true, "rook"), or at least one point
+  // (edgesOnly = false, "queen"). Nothing is appended for an i out of range.
+  // Safe to call concurrently after Build.
+  void GetContiguityIDs(std::size_t i, bool edgesOnly, std::vector<int>& out) const;
+
+  // The grid's size value: s = sqrt(32·n) when n ≥ 100, s = sqrt(4·V) below
+  // 100 records, V = total vertex count of all regions. 0 before Build.
+  double SizeValue() const { return m_sizeValue; }
+
+  // The snapping tolerance used by the last Build, in data units.
+  double Tolerance() const { return m_tolerance; }
+  // Number of regions of the last successful Build.
+  std::size_t RegionCount() const { return m_rowStart.empty() ? 0 : m_rowStart.size() - 1; }
+  // Cells along x and y of the candidate grid of the last Build.
+  std::size_t CellColumns() const { return m_columns; }
+  std::size_t CellRows() const { return m_rows; }
+
+ private:
+  void Clear();
+
+  double m_sizeValue = 0.0;
+  double m_tolerance = 0.0;
+  std::size_t m_columns = 0;
+  std::size_t m_rows = 0;
+  // Neighbour rows (queen relation): row i is m_neighbours[m_rowStart[i] ..
+  // m_rowStart[i+1]) in ascending order; m_sharesEdge says per entry whether
+  // the pair is also a rook pair.
+  std::vector<std::size_t> m_rowStart;
+  std::vector<int> m_neighbours;
+  std::vector<std::uint8_t> m_sharesEdge;
+};
+
+}  // namespace ZOC
