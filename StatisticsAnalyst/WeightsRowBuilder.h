@@ -1,0 +1,65 @@
+#pragma once
+// ZoWeightsRowBuilder: the spatial weights of a conceptualization, produced
+// one row at a time in feature order. The in-memory weights matrix and the
+// weights-file writers both consume these rows, so a row is never held as a
+// dense array of n weights and large datasets stream.
+//
+// A row of feature i holds its neighbours j ≠ i in ascending order with
+// their weights:
+// - inverse distance (1, 2) and fixed band (3): every feature within the band
+//   (boundary included); weight 1 for coincident features and distances
+//   below one unit, else 1/d^e, 1/(d²)^e or 1;
+// - zone of indifference (4): every other feature; 1 within the band, else
+//   1/(d + 1 − band)^e (dense by nature);
+// - contiguity (5, 6): the regions sharing an edge (5) or any point (6);
+// - K nearest (7): the K nearest by (distance, feature number); when all K
+//   lie at the feature's own location and more than K features do, all of
+//   those instead, so none is picked arbitrarily.
+#include <cstdint>
+#include <memory>
+#include <vector>
+
+#include "StatisticsAnalyst/ZoContiguityGrid.h"
+#include "StatisticsAnalyst/ZoStatisticsUtilities.h"
+
+namespace ZOC {
+
+class ZoWeightsRowBuilder {
+ public:
+  // Messages of failures go to `utilities`.
+  explicit ZoWeightsRowBuilder(ZoStatisticsUtilities& utilities) : m_utilities(utilities) {}
+
+  // Reads the records' geometries and prepares the neighbour search.
+  // False when a message identifier is reported through FailedId() (or was
+  // already added to the utilities' message when FailedId() is null).
+  bool Prepare(ZoRecordset* records, const ZoPatternsInformation& info);
+  // The same from representative points already collected (not projected).
+  bool PrepareFromPoints(LumaArray<LumaPoint2D> points, const ZoPrjCoordSys& cs, const ZoPatternsInformation& info);
+
+  std::int64_t Count() const { return m_count; }
+  double Band() const { return m_band; }
+  const char* FailedId() const { return m_failedId; }
+
+  // Row i: neighbours ascending and their weights. Safe to call from several
+  // threads at once with their own output vectors.
+  void Row(std::int64_t i, std::vector<std::int64_t>& columns, std::vector<double>& weights) const;
+
+ private:
+  bool PrepareSearch();
+  void DistanceRow(std::int64_t i, std::vector<std::int64_t>& columns, std::vector<double>& weights) const;
+  void ZoneRow(std::int64_t i, std::vector<std::int64_t>& columns, std::vector<double>& weights) const;
+  void KNearestRow(std::int64_t i, std::vector<std::int64_t>& columns, std::vector<double>& weights) const;
+
+  ZoStatisticsUtilities& m_utilities;
+  ZoPatternsInformation m_info;
+  std::int64_t m_count = 0;
+  LumaArray<LumaPoint2D> m_points;
+  LumaArray<LumaPoint3D> m_buffer;
+  std::unique_ptr<ZoKdTree> m_tree;
+  ZoContiguityGrid m_grid;
+  ZoDistanceMethod m_method = Euclidean;
+  double m_band = 0.0;
+  const char* m_failedId = nullptr;
+};
+
+}  // namespace ZOC
