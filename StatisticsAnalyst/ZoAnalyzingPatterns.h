@@ -2,8 +2,14 @@
 // ZoAnalyzingPatterns: global statistics of a whole dataset.
 #include "StatisticsAnalyst/ZoAnalysisFrame.h"
 #include "StatisticsAnalyst/ZoPatternsInformation.h"
+#include "StatisticsAnalyst/ZoStatisticsUtilities.h"
+#include "host/LumaArray.h"
+#include "host/LumaPoint.h"
 
 namespace ZOC {
+
+using LUMA::LumaArray;
+using LUMA::LumaPoint2D;
 
 class ZoAnalyzingPatterns : public ZoAnalysisFrame {
  public:
@@ -17,6 +23,41 @@ class ZoAnalyzingPatterns : public ZoAnalysisFrame {
   };
 
   ZoAnalyzingPatterns() = default;
+
+  // Average nearest neighbour: compares the mean distance from each feature's
+  // centroid to its nearest neighbour with the mean expected for a random
+  // pattern of the same number of features in the study area.
+  //   area: the study area in the coordinate system's area unit (square
+  //     metres for geographic data); 0 computes it as the area of the
+  //     minimum-area rectangle enclosing the centroids. Degenerate layouts use
+  //     `width` for the rectangle's missing side (two features, collinear or
+  //     coincident centroids); with useDefaultWidth the width is 2.0, or
+  //     1.7966305682435e-05 degrees (about 2 m) for geographic data.
+  //   Distances are Euclidean or Manhattan in planar units; for geographic
+  //     data, chord distances on the ellipsoid in metres.
+  // The result's slots hold, in order: the ratio R = Do/De, the expected
+  // mean distance De, the observed mean distance Do, the z-score and its
+  // two-sided p-value.
+  // Messages: "EEg002", "EEe018", "ESa051" (negative area), "EKa013",
+  // "ESa013" (fewer than two features), "ESa008", "ESa053", "ESa060",
+  // "ESa032", "IMb030" (cancelled), "ESa052" (no positive expected distance).
+  unsigned char AverageNearestNeighbor(ZoDatasetVector* dataset, double area, const ZoDistanceMethod& method,
+                                       ZoAnalyzingExponent& result, unsigned char useDefaultWidth, double width,
+                                       unsigned char showProgress);
+
+ private:
+  // The minimum-area rectangle enclosing a convex hull ring (closed,
+  // counter-clockwise) by rotating calipers: every hull edge is a base side
+  // once, and the first rectangle of strictly smallest area is kept. u is the
+  // unit direction of the length L, v = (−u.y, u.x) that of the width W.
+  // False with "ESa013" for fewer than two ring points.
+  unsigned char GetMinAreaRect1(const LumaArray<LumaPoint2D>& hull, LumaPoint2D& centre, LumaPoint2D& u,
+                                LumaPoint2D& v, double& length, double& width, double& area);
+  // The study area when the caller gave none (see AverageNearestNeighbor).
+  bool ComputeStudyArea(const LumaArray<LumaPoint2D>& centroids, const ZoPrjCoordSys& cs, double width,
+                        double& area);
+
+  ZoStatisticsUtilities m_utilities;
 };
 
 }  // namespace ZOC

