@@ -7,6 +7,7 @@
 #include <vector>
 
 #include "Options.h"
+#include "host/LumaUnicodeString.h"
 #include "host/ZoDataSource.h"
 
 namespace zostat {

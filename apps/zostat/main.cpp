@@ -11,9 +11,11 @@
 
 namespace zostat {
 Command InfoCommand();
+Command AnnCommand();
+Command WeightsShowCommand();
 
 const std::vector<Command>& Commands() {
-  static const std::vector<Command> commands = {InfoCommand()};
+  static const std::vector<Command> commands = {InfoCommand(), AnnCommand(), WeightsShowCommand()};
   return commands;
 }
 }  // namespace zostat

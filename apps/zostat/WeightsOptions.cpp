@@ -1,0 +1,70 @@
+#include "WeightsOptions.h"
+
+#include <string>
+
+namespace zostat {
+
+namespace {
+struct Named {
+  const char* name;
+  ZOC::ZoConceptualizationModel value;
+};
+constexpr Named kConceptualizations[] = {
+    {"inverse-distance", ZOC::InverseDistance},
+    {"inverse-distance-squared", ZOC::InverseDistanceSquared},
+    {"fixed-distance-band", ZOC::FixedDistanceBand},
+    {"zone-of-indifference", ZOC::ZoneOfIndifference},
+    {"contiguity-edges", ZOC::ContiguityEdgesOnly},
+    {"contiguity-edges-corners", ZOC::ContiguityEdgesCorners},
+    {"k-nearest", ZOC::KNearestNeighbors},
+    {"weights-file", ZOC::SpatialWeightsFile},
+};
+}  // namespace
+
+std::vector<OptionSpec> WeightsOptions() {
+  return {
+      {"conceptualization", true,
+       "inverse-distance (default), inverse-distance-squared, fixed-distance-band, zone-of-indifference, "
+       "contiguity-edges, contiguity-edges-corners, k-nearest, weights-file, or 1-8"},
+      {"distance-band", true, "distance band in dataset units; -1 (default) = every feature gets a neighbour, 0 = no limit"},
+      {"exponent", true, "power of the distance for inverse distance (default 1)"},
+      {"k", true, "neighbours per feature for k-nearest (default 1)"},
+      {"row-standardize", false, "divide each weight by its row's sum"},
+      {"distance-method", true, "euclidean (default) or manhattan"},
+      {"weights-file", true, "weights matrix file for --conceptualization weights-file"},
+  };
+}
+
+ZOC::ZoDistanceMethod ParseDistanceMethod(const Options& options) {
+  const std::string method = options.Get("distance-method", "euclidean");
+  if (method == "euclidean") return ZOC::Euclidean;
+  if (method == "manhattan") return ZOC::Manhattan;
+  throw UsageError("--distance-method must be euclidean or manhattan, not '" + method + "'");
+}
+
+ZOC::ZoPatternsInformation ParseWeightsOptions(const Options& options) {
+  ZOC::ZoPatternsInformation info;
+  info.FieldName = options.Get("field");
+  if (options.Has("conceptualization")) {
+    const std::string c = options.Get("conceptualization");
+    bool known = false;
+    for (const auto& named : kConceptualizations) {
+      if (c == named.name || c == std::to_string(static_cast<int>(named.value))) {
+        info.Conceptualization = named.value;
+        known = true;
+      }
+    }
+    if (!known) throw UsageError("unknown conceptualization '" + c + "'");
+  }
+  info.DistanceTolerance = options.GetDouble("distance-band", -1.0);
+  info.Exponent = options.GetDouble("exponent", 1.0);
+  const long long k = options.GetInt("k", 1);
+  if (k < -2147483648LL || k > 2147483647LL) throw UsageError("--k is out of range");
+  info.KNeighbors = static_cast<std::int32_t>(k);
+  info.Standardization = options.Has("row-standardize");
+  info.DistanceMethod = ParseDistanceMethod(options);
+  info.WeightsFilePath = options.Get("weights-file");
+  return info;
+}
+
+}  // namespace zostat

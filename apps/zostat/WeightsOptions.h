@@ -1,0 +1,17 @@
+#pragma once
+// The weights options every weight-based command shares.
+#include <vector>
+
+#include "Options.h"
+#include "StatisticsAnalyst/ZoPatternsInformation.h"
+
+namespace zostat {
+
+std::vector<OptionSpec> WeightsOptions();
+// The parameter record from --field and the weights options. Throws
+// UsageError for a value zostat cannot interpret; the library checks the rest.
+ZOC::ZoPatternsInformation ParseWeightsOptions(const Options& options);
+// --distance-method: "euclidean" or "manhattan" (default euclidean).
+ZOC::ZoDistanceMethod ParseDistanceMethod(const Options& options);
+
+}  // namespace zostat
