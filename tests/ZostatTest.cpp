@@ -1,6 +1,8 @@
 // zostat end to end: the conventions every command follows.
 #include <gtest/gtest.h>
 
+#include <algorithm>
+
 #include "TestSupport.h"
 
 namespace {
@@ -54,4 +56,46 @@ TEST(Zostat, UsageErrorsExitTwoAndFailuresExitOne) {
   out = Zostat("info --help", &status);
   EXPECT_EQ(status, 0);
   EXPECT_NE(out.find("--input"), std::string::npos);
+}
+
+TEST(Zostat, AnnJsonHasTheFiveQuantities) {
+  int status = -1;
+  const std::string out = Zostat("ann --json --input " + satest::DataPath("baltim.gpkg"), &status);
+  ASSERT_EQ(status, 0) << out;
+  EXPECT_EQ(out.rfind("{\"ratio\": ", 0), 0u) << out;
+  for (const char* key : {"\"expected_mean_distance\": ", "\"observed_mean_distance\": ", "\"z_score\": ",
+                          "\"p_value\": "})
+    EXPECT_NE(out.find(key), std::string::npos) << key;
+  // A negative area is the library's failure, with its identifier.
+  const std::string bad = Zostat("ann --area -5 --input " + satest::DataPath("baltim.gpkg"), &status, true);
+  EXPECT_EQ(status, 1);
+  EXPECT_NE(bad.find("[ESa051]"), std::string::npos) << bad;
+  Zostat("ann --distance-method chebyshev --input " + satest::DataPath("baltim.gpkg"), &status, true);
+  EXPECT_EQ(status, 2);
+}
+
+TEST(Zostat, WeightsShowListsNeighboursByQlID) {
+  int status = -1;
+  const std::string out = Zostat("weights show --json --input " + satest::DataPath("columbus.gpkg") +
+                                     " --field CRIME --conceptualization contiguity-edges-corners --row-standardize",
+                                 &status);
+  ASSERT_EQ(status, 0) << out;
+  EXPECT_EQ(out.rfind("{\"features\": 49, \"units\": 236, \"rows\": [{\"id\": 1, \"neighbors\": [2, 3], "
+                      "\"weights\": [0.5, 0.5]}",
+                      0),
+            0u)
+      << out.substr(0, 200);
+  const std::string text = Zostat("weights show --input " + satest::DataPath("baltim.gpkg") +
+                                      " --field PRICE --conceptualization 7 --k 3",
+                                  &status);
+  ASSERT_EQ(status, 0);
+  EXPECT_EQ(std::count(text.begin(), text.end(), '\n'), 1 + 211 * 3);
+  Zostat("weights show --input " + satest::DataPath("baltim.gpkg") + " --field PRICE --conceptualization 9", &status,
+         true);
+  EXPECT_EQ(status, 2);
+  const std::string failed = Zostat("weights show --input " + satest::DataPath("baltim.gpkg") +
+                                        " --field PRICE --conceptualization contiguity-edges",
+                                    &status, true);
+  EXPECT_EQ(status, 1);
+  EXPECT_NE(failed.find("[ESa025]"), std::string::npos) << failed;
 }
