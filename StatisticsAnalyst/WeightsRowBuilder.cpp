@@ -35,23 +35,8 @@ bool ZoWeightsRowBuilder::Prepare(ZoRecordset* records, const ZoPatternsInformat
   m_info = info;
   m_count = records->GetRecordCount();
   try {
-    if (info.Conceptualization == ContiguityEdgesOnly || info.Conceptualization == ContiguityEdgesCorners) {
-      std::vector<ZoGeometry> regions;
-      regions.reserve(static_cast<std::size_t>(m_count));
-      for (bool more = records->MoveFirst(); more && !records->IsEOF(); more = records->MoveNext()) {
-        regions.emplace_back();
-        if (!records->GetGeometry(regions.back())) {
-          m_failedId = "ESa008";
-          return false;
-        }
-      }
-      const char* errorId = nullptr;
-      if (!m_grid.Build(regions, static_cast<std::size_t>(m_count), &errorId)) {
-        m_failedId = errorId ? errorId : "EFd059";
-        return false;
-      }
-      return true;
-    }
+    if (info.Conceptualization == ContiguityEdgesOnly || info.Conceptualization == ContiguityEdgesCorners)
+      return m_utilities.BuildContiguityGird(records, m_grid);  // adds its own message
     LumaArray<LumaPoint2D> points;
     if (!m_utilities.PickUpBaryCenters(records, points)) {
       m_failedId = "ESa008";
@@ -100,8 +85,9 @@ void ZoWeightsRowBuilder::Row(std::int64_t i, std::vector<std::int64_t>& columns
       break;
     case ContiguityEdgesOnly:
     case ContiguityEdgesCorners: {
-      std::vector<int> ids;
-      m_grid.GetContiguityIDs(static_cast<std::size_t>(i), m_info.Conceptualization == ContiguityEdgesOnly, ids);
+      thread_local LumaArray<std::int64_t> ids;
+      ids.clear();
+      ZoStatisticsUtilities::GetContiguityIDs(m_grid, i, m_info.Conceptualization == ContiguityEdgesOnly, ids);
       columns.assign(ids.begin(), ids.end());
       weights.assign(ids.size(), 1.0);
       break;

@@ -83,6 +83,43 @@ bool ZoStatisticsUtilities::Forward(LumaArray<LumaPoint2D>& points, const ZoPrjC
   return cs.Forward(points);
 }
 
+// -------------------------------------------------------- polygon contiguity
+
+bool ZoStatisticsUtilities::BuildContiguityGird(ZoRecordset* records, ZoContiguityGrid& grid) {
+  if (!records) {
+    AddErrorMessage("EEg024");
+    return false;
+  }
+  try {
+    const std::int64_t n = records->GetRecordCount();
+    std::vector<ZoGeometry> regions;
+    regions.reserve(static_cast<std::size_t>(std::max<std::int64_t>(n, 0)));
+    for (bool more = records->MoveFirst(); more && !records->IsEOF(); more = records->MoveNext()) {
+      regions.emplace_back();
+      if (!records->GetGeometry(regions.back())) {
+        AddErrorMessage("ESa008");
+        return false;
+      }
+    }
+    const char* errorId = nullptr;
+    if (!grid.Build(regions, static_cast<std::size_t>(n), &errorId)) {
+      AddErrorMessage(errorId ? errorId : "EFd059");
+      return false;
+    }
+  } catch (const std::bad_alloc&) {
+    AddErrorMessage("EBa003");
+    return false;
+  }
+  return true;
+}
+
+void ZoStatisticsUtilities::GetContiguityIDs(const ZoContiguityGrid& grid, std::int64_t i, bool edgesOnly,
+                                             LumaArray<std::int64_t>& ids) {
+  std::vector<int> found;
+  grid.GetContiguityIDs(static_cast<std::size_t>(i), edgesOnly, found);
+  ids.insert(ids.end(), found.begin(), found.end());
+}
+
 // -------------------------------------------------------- neighbour search
 
 namespace {

@@ -29,6 +29,8 @@ struct WeightMatrixUnit {
   double Weight = 0.0;
 };
 
+class ZoContiguityGrid;
+
 class ZoStatisticsUtilities : public ZoAnalysisFrame {
  public:
   ZoStatisticsUtilities() = default;
@@ -66,6 +68,16 @@ class ZoStatisticsUtilities : public ZoAnalysisFrame {
   static int FindWeightIndex(const LumaArray<WeightMatrixUnit>& units, int key);
   // Dense row i of an n-feature matrix: zeros where no unit exists.
   static void GetWeightMatrixRow(const LumaArray<WeightMatrixUnit>& units, int row, int n, LumaArray<double>& out);
+
+  // ---- Polygon contiguity ----
+  // Builds the contiguity grid over the region geometries of the records, in
+  // their order. False with "ESa008" (a geometry cannot be read), "EFd059"
+  // (the grid does not hold one region per record) or "EBa003" (memory).
+  bool BuildContiguityGird(ZoRecordset* records, ZoContiguityGrid& grid);
+  // Appends the feature numbers of the regions touching region i, ascending:
+  // sharing a boundary stretch (edgesOnly) or at least one point.
+  static void GetContiguityIDs(const ZoContiguityGrid& grid, std::int64_t i, bool edgesOnly,
+                               LumaArray<std::int64_t>& ids);
 
   // ---- Neighbour search ----
   // Fills `buffer` with (x, y, 0) per point and builds a tree over it (bucket
