@@ -123,46 +123,40 @@ void ZoStatisticsUtilities::GetContiguityIDs(const ZoContiguityGrid& grid, std::
 // -------------------------------------------------------- neighbour search
 
 namespace {
+// Fills the caller's buffer with (x, y, 0) per point and builds a tree of
+// the given type over it; null when the build fails.
 template <class Tree>
-Tree* BuildTree(LumaArray<LumaPoint3D>& buffer, const LumaArray<LumaPoint2D>& points) {
-  buffer.resize(points.size());
-  for (std::size_t i = 0; i < points.size(); ++i) buffer[i] = To3D(points[i]);
-  auto tree = std::make_unique<Tree>(buffer.data(), buffer.size());
-  tree->SetMaxBucketSize(kBucketSize);
-  if (!tree->Build()) return nullptr;
-  return tree.release();
+std::unique_ptr<Tree> BuildTree(LumaArray<LumaPoint3D>& buffer, const LumaArray<LumaPoint2D>& points) {
+  try {
+    buffer.resize(points.size());
+    for (std::size_t i = 0; i < points.size(); ++i) buffer[i] = To3D(points[i]);
+    auto tree = std::make_unique<Tree>(buffer.data(), buffer.size());
+    tree->SetMaxBucketSize(kBucketSize);
+    if (tree->Build()) return tree;
+  } catch (const std::bad_alloc&) {
+  }
+  return nullptr;
 }
 }  // namespace
 
-ZoKdTree* ZoStatisticsUtilities::CreateKDTree(LumaArray<LumaPoint3D>* buffer, const LumaArray<LumaPoint2D>& points) {
+template <class Tree>
+Tree* ZoStatisticsUtilities::CreateTree(LumaArray<LumaPoint3D>* buffer, const LumaArray<LumaPoint2D>& points) {
   if (!buffer) {
     AddErrorMessage("EEh015");
     return nullptr;
   }
-  ZoKdTree* tree = nullptr;
-  try {
-    tree = BuildTree<ZoKdTree>(*buffer, points);
-  } catch (const std::bad_alloc&) {
-    tree = nullptr;
-  }
+  std::unique_ptr<Tree> tree = BuildTree<Tree>(*buffer, points);
   if (!tree) AddErrorMessage("ESa032");
-  return tree;
+  return tree.release();
+}
+
+ZoKdTree* ZoStatisticsUtilities::CreateKDTree(LumaArray<LumaPoint3D>* buffer, const LumaArray<LumaPoint2D>& points) {
+  return CreateTree<ZoKdTree>(buffer, points);
 }
 
 ZoKdTreec* ZoStatisticsUtilities::CreateKDTreec(LumaArray<LumaPoint3D>* buffer,
                                                 const LumaArray<LumaPoint2D>& points) {
-  if (!buffer) {
-    AddErrorMessage("EEh015");
-    return nullptr;
-  }
-  ZoKdTreec* tree = nullptr;
-  try {
-    tree = BuildTree<ZoKdTreec>(*buffer, points);
-  } catch (const std::bad_alloc&) {
-    tree = nullptr;
-  }
-  if (!tree) AddErrorMessage("ESa032");
-  return tree;
+  return CreateTree<ZoKdTreec>(buffer, points);
 }
 
 bool ZoStatisticsUtilities::GetDistTolerance(ZoKdTree* tree, const LumaPoint2D& point, const int& k,

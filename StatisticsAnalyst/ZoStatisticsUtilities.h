@@ -123,6 +123,9 @@ class ZoStatisticsUtilities : public ZoAnalysisFrame {
   // Halves away from zero: round(2.5) = 3, round(-2.5) = -3.
   static int round(double x);
 
+ private:
+  template <class Tree>
+  Tree* CreateTree(LumaArray<LumaPoint3D>* buffer, const LumaArray<LumaPoint2D>& points);
 };
 
 }  // namespace ZOC
