@@ -21,6 +21,12 @@ void ZoAnalysisFrame::AddErrorMessage(const char* id) {
   m_errorMessage += ZoStringEx::LoadResString(id);
 }
 
+void ZoAnalysisFrame::AppendErrorText(const LumaUnicodeString& text) {
+  if (text.IsEmpty()) return;
+  if (!m_errorMessage.IsEmpty()) m_errorMessage += "\n";
+  m_errorMessage += text;
+}
+
 bool ZoAnalysisFrame::CheckFieldValid(ZoDatasetVector* dataset, const LumaUnicodeString& fieldName) {
   if (fieldName.IsEmpty()) return true;
   if (!dataset) {

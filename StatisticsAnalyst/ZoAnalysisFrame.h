@@ -53,6 +53,8 @@ class ZoAnalysisFrame {
   void SetStrErrorMes(const LumaUnicodeString& message) { m_errorMessage = message; }
   // Appends the text of a message identifier.
   void AddErrorMessage(const char* id);
+  // Appends a subordinate object's accumulated messages.
+  void AppendErrorText(const LumaUnicodeString& text);
   void ClearErrorMessage() { m_errorMessage.Empty(); }
 
   // The opening steps of an analysis call: the dataset must be given

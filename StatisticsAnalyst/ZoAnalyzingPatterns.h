@@ -23,6 +23,18 @@ class ZoAnalyzingPatterns : public ZoAnalysisFrame {
   };
 
   ZoAnalyzingPatterns() = default;
+  ~ZoAnalyzingPatterns();
+  ZoAnalyzingPatterns(const ZoAnalyzingPatterns&) = delete;
+  ZoAnalyzingPatterns& operator=(const ZoAnalyzingPatterns&) = delete;
+
+  // The K-nearest flag matrix this object reads block by block: opened here
+  // ("ESa049"), closed by CloseWeightsDictionary or the destructor.
+  bool OpenWeightsDictionary(const LumaUnicodeString& path);
+  void CloseWeightsDictionary();
+  // The next N bytes of the flag matrix as a dense row of 1.0 and 0.0: block
+  // r tells for each feature i whether r is one of its neighbours. "EEg020"
+  // when no matrix is open, "ESa046" when the block cannot be read.
+  unsigned char ReadWeightMatrixBinaryK(int n, LumaArray<double>& row);
 
   // Average nearest neighbour: compares the mean distance from each feature's
   // centroid to its nearest neighbour with the mean expected for a random
@@ -58,6 +70,7 @@ class ZoAnalyzingPatterns : public ZoAnalysisFrame {
                         double& area);
 
   ZoStatisticsUtilities m_utilities;
+  std::FILE* m_flagMatrix = nullptr;
 };
 
 }  // namespace ZOC

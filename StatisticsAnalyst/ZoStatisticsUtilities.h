@@ -8,6 +8,7 @@
 // binary search. The 32-bit key limits in-memory weights to n·n < 2^31;
 // larger datasets go through weights files.
 #include <cstdint>
+#include <cstdio>
 
 #include "StatisticsAnalyst/ZoAnalysisFrame.h"
 #include "StatisticsAnalyst/ZoPatternsInformation.h"
@@ -30,6 +31,7 @@ struct WeightMatrixUnit {
 };
 
 class ZoContiguityGrid;
+struct ZoSWMFileUniqueIndex;
 
 class ZoStatisticsUtilities : public ZoAnalysisFrame {
  public:
@@ -78,6 +80,27 @@ class ZoStatisticsUtilities : public ZoAnalysisFrame {
   // sharing a boundary stretch (edgesOnly) or at least one point.
   static void GetContiguityIDs(const ZoContiguityGrid& grid, std::int64_t i, bool edgesOnly,
                                LumaArray<std::int64_t>& ids);
+
+  // ---- Binary weights files ----
+  // Opens a binary weights file for the dataset and checks it against it:
+  // path ("ESa076", "EAf017", "ESa077", "ESa049"), header ("ESa045"),
+  // unique-ID field ("ESa078"), ordered query ("EKa013"), record count
+  // ("ESa079"), unique IDs in order ("ESa080"), index, row sums and row
+  // sizes consistent with the file ("ESa046"). Fills the outputs (row sums
+  // are all 1.0 for an unstandardized file) and returns the file positioned
+  // at the first row, owned by the caller; null on failure.
+  std::FILE* CheckSWMFileValid(ZoDatasetVector* dataset, const LumaUnicodeString& path,
+                               LumaUnicodeString& uniqueIdField, LumaArray<ZoSWMFileUniqueIndex>& uniqueIndex,
+                               ZoConceptualizationModel& model, unsigned char& standardization,
+                               LumaArray<double>& rowSums, std::int64_t& position);
+  // Reads the next row (count records) as a dense row of n weights.
+  // "EEg020" for a null file, "ESa046" when the row cannot be read or names
+  // a column outside 0..n-1.
+  unsigned char ReadWeightMatrixBinary(std::FILE* file, int count, int n, LumaArray<double>& row);
+  // The same row as its neighbours (in stored order) and weights, without a
+  // dense row: what the streamed analyses read.
+  unsigned char ReadWeightMatrixBinarySparse(std::FILE* file, int count, int n, LumaArray<std::int32_t>& columns,
+                                             LumaArray<double>& weights);
 
   // ---- Neighbour search ----
   // Fills `buffer` with (x, y, 0) per point and builds a tree over it (bucket

@@ -46,6 +46,12 @@ bool ZoTextFile::Write(std::string_view text) {
   return m_good;
 }
 
+std::int64_t ZoTextFile::Tell() const { return m_file ? static_cast<std::int64_t>(ftello(m_file)) : -1; }
+
+bool ZoTextFile::Seek(std::int64_t position) {
+  return m_file && fseeko(m_file, static_cast<off_t>(position), SEEK_SET) == 0;
+}
+
 bool ZoTextFile::WriteLine(std::string_view line) { return Write(line) && Write("\n"); }
 
 }  // namespace ZOC

@@ -1,6 +1,7 @@
 #pragma once
 // ZoTextFile: a buffered, line-oriented text file.
 #include <cstddef>
+#include <cstdint>
 #include <cstdio>
 #include <string>
 #include <string_view>
@@ -34,6 +35,9 @@ class ZoTextFile {
 
   bool Write(std::string_view text);
   bool WriteLine(std::string_view line);  // appends "\n"
+  // Byte position, and moving to one (for overwriting a line in place).
+  std::int64_t Tell() const;
+  bool Seek(std::int64_t position);
   // False once any write has failed since opening.
   bool Good() const { return m_good; }
 

@@ -1,0 +1,445 @@
+#include "StatisticsAnalyst/ZoWeightsUtilities.h"
+
+#include <memory>
+#include <new>
+#include <unistd.h>
+
+#include "StatisticsAnalyst/WeightsFileFormat.h"
+#include "StatisticsAnalyst/WeightsRowBuilder.h"
+#include "host/ZoFile.h"
+#include "host/ZoStringEx.h"
+
+namespace ZOC {
+
+namespace wf = weightsfile;
+
+namespace {
+
+// Closes a stdio file when it goes out of scope.
+struct FileCloser {
+  void operator()(std::FILE* f) const {
+    if (f) std::fclose(f);
+  }
+};
+using FilePtr = std::unique_ptr<std::FILE, FileCloser>;
+
+// The progress of one build, visible to WriteRows for as long as it runs.
+class BuildProgress {
+ public:
+  BuildProgress(ZoCallProgress*& slot, LumaUnicodeString& format, ZoProgress* caller, bool show)
+      : m_progress(caller, show), m_slot(slot) {
+    if (m_progress) {
+      m_progress->SetBothPosRange(0, 100);
+      m_progress->SetTitleMessage(ZoStringEx::LoadResString("IMb330"));
+      format = ZoStringEx::LoadResString("IMb331");
+    }
+    m_slot = &m_progress;
+  }
+  ~BuildProgress() { m_slot = nullptr; }
+  ZoCallProgress& get() { return m_progress; }
+
+ private:
+  ZoCallProgress m_progress;
+  ZoCallProgress*& m_slot;
+};
+
+}  // namespace
+
+// ------------------------------------------------------------------ checks
+
+bool ZoWeightsUtilities::CheckFilePath(const LumaUnicodeString& path) {
+  if (path.IsEmpty() || !wf::HasSwmbExtension(path, true)) {
+    AddErrorMessage("EAf017");
+    return false;
+  }
+  // An old file at the path goes first, so a failed build never leaves it behind.
+  ZoFile::Delete(path);
+  return true;
+}
+
+bool ZoWeightsUtilities::CheckUniqueIDField(ZoDatasetVector* dataset, const LumaUnicodeString& field) {
+  if (field.IsEmpty()) {
+    AddErrorMessage("ECb005");
+    return false;
+  }
+  bool found = false;
+  for (const auto& f : dataset->GetFieldInfos()) found = found || f.GetName().EqualsNoCase(field.Str());
+  if (!found) {
+    AddErrorMessage("ECb004");
+    return false;
+  }
+  LUMA::LumaFieldInfo info;
+  if (!dataset->GetFieldInfo(field, info)) {
+    AddErrorMessage("ECd001");
+    return false;
+  }
+  const int type = info.GetType();
+  if (type != LUMA::FieldInt16 && type != LUMA::FieldInt32 && type != LUMA::FieldInt64) {
+    AddErrorMessage("ECa009");
+    return false;
+  }
+  return true;
+}
+
+bool ZoWeightsUtilities::CheckParameter(ZoRecordset* records, const ZoPatternsInformation& info) {
+  const std::int64_t n = records->GetRecordCount();
+  switch (info.Conceptualization) {
+    case ContiguityEdgesOnly:
+    case ContiguityEdgesCorners:
+      if (records->GetDataset()->GetType() != DatasetRegion) {
+        AddErrorMessage("ESa025");
+        return false;
+      }
+      return true;
+    case KNearestNeighbors:
+      if (info.KNeighbors <= 0) {
+        AddErrorMessage("ESa050");
+        return false;
+      }
+      if (info.KNeighbors >= n) {
+        AddErrorMessage("ESa042");
+        return false;
+      }
+      return true;
+    case InverseDistance:
+    case InverseDistanceSquared:
+    case FixedDistanceBand:
+    case ZoneOfIndifference:
+      return true;
+    default:
+      // No weights file stores another relationship.
+      AddErrorMessage("ESa023");
+      return false;
+  }
+}
+
+ZoRecordsetPtr ZoWeightsUtilities::PrepareBuild(ZoDatasetVector* dataset, const LumaUnicodeString& uniqueIdField,
+                                                const LumaUnicodeString& path, const ZoPatternsInformation& info,
+                                                LumaArray<ZoSWMFileUniqueIndex>& uniqueIndex,
+                                                const LumaUnicodeString* flagPath) {
+  if (!dataset) {
+    AddErrorMessage("EEg002");
+    return nullptr;
+  }
+  if (!dataset->IsOpen()) dataset->Open();
+  if (!CheckFilePath(path) || !CheckUniqueIDField(dataset, uniqueIdField)) return nullptr;
+  if (flagPath) {
+    if (flagPath->IsEmpty()) {
+      AddErrorMessage("ESa076");
+      return nullptr;
+    }
+    ZoFile::Delete(*flagPath);
+    if (info.Conceptualization != KNearestNeighbors) {
+      AddErrorMessage("ESa048");
+      return nullptr;
+    }
+  }
+  ZoQueryDef query;
+  query.m_order = LumaUnicodeString(" Order BY ") + uniqueIdField;
+  ZoRecordsetPtr records(dataset->Query(query));
+  if (!records) {
+    AddErrorMessage("EKa013");
+    return nullptr;
+  }
+  if (!CheckParameter(records.get(), info)) return nullptr;
+  // The order puts equal IDs next to each other.
+  uniqueIndex.clear();
+  uniqueIndex.reserve(static_cast<std::size_t>(records->GetRecordCount()));
+  LUMA::LumaVariant value;
+  for (bool more = records->MoveFirst(); more && !records->IsEOF(); more = records->MoveNext()) {
+    records->GetFieldValue(uniqueIdField, value);
+    const std::int32_t id = value.ToInt();
+    if (!uniqueIndex.empty() && uniqueIndex.back().UniqueID == id) {
+      AddErrorMessage("ESa044");
+      return nullptr;
+    }
+    uniqueIndex.push_back({id, 0});
+  }
+  records->MoveFirst();
+  return records;
+}
+
+// ------------------------------------------------------------------ layout
+
+std::int64_t ZoWeightsUtilities::WriteFileHead(std::FILE* file, ZoDatasetVector* dataset, int count,
+                                               const LumaUnicodeString& uniqueIdField, ZoConceptualizationModel model,
+                                               unsigned char standardization, ZoDistanceMethod method,
+                                               const LumaArray<ZoSWMFileUniqueIndex>& uniqueIndex) {
+  if (!file || !dataset) return -1;
+  const std::string text = wf::HeaderText(dataset->GetName().Str(), dataset->GetType(), count, uniqueIdField.Str(),
+                                          model, standardization ? 1 : 0, method, true);
+  const std::u16string units = LumaUnicodeString(text).ToUtf16();
+  const auto length = static_cast<std::int32_t>(units.size() * 2);
+  bool ok = wf::WriteInt32(file, length);
+  for (char16_t u : units) {
+    const unsigned char bytes[2] = {static_cast<unsigned char>(u & 0xFF), static_cast<unsigned char>(u >> 8)};
+    ok = ok && std::fwrite(bytes, 1, 2, file) == 2;
+  }
+  ok = ok && wf::WriteUniqueIndex(file, uniqueIndex);
+  if (standardization) ok = ok && wf::WriteDoubles(file, LumaArray<double>(uniqueIndex.size(), 0.0));
+  return ok ? 4 + static_cast<std::int64_t>(length) : -1;
+}
+
+bool ZoWeightsUtilities::WriteUniqueIDFieldSWMB(std::FILE* file, std::int64_t offset,
+                                                const LumaArray<ZoSWMFileUniqueIndex>& uniqueIndex,
+                                                unsigned char standardization, const LumaArray<double>& rowSums) {
+  return file && wf::Seek(file, offset) && wf::WriteUniqueIndex(file, uniqueIndex) &&
+         (!standardization || wf::WriteDoubles(file, rowSums)) && std::fflush(file) == 0;
+}
+
+unsigned char ZoWeightsUtilities::ReadHeader(std::FILE*& file, LumaArray<LumaUnicodeString>& values,
+                                             std::int64_t& position) {
+  if (!file) {
+    AddErrorMessage("EEg020");
+    return 0;
+  }
+  values.clear();
+  position = 0;
+  std::int32_t length = 0;
+  if (!wf::Seek(file, 0) || !wf::ReadInt32(file, length)) {
+    AddErrorMessage("ESa045");
+    return 0;
+  }
+  position = static_cast<std::int64_t>(length) + 4;
+  const std::int64_t units = length >> 1;
+  // Headers are short; a length beyond the limit means a foreign or damaged file.
+  if (length < 0 || units >= static_cast<std::int64_t>(wf::kMaxHeaderUnits)) {
+    AddErrorMessage("ESa045");
+    return 0;
+  }
+  std::u16string text(static_cast<std::size_t>(units), u'\0');
+  for (auto& u : text) {
+    unsigned char bytes[2];
+    if (std::fread(bytes, 1, 2, file) != 2) {
+      AddErrorMessage("ESa045");
+      return 0;
+    }
+    u = static_cast<char16_t>(bytes[0] | (bytes[1] << 8));
+  }
+  // An odd length leaves one byte of the text unread; the tables start at 4 + L.
+  if (!wf::Seek(file, position) || !wf::SplitHeader(LumaUnicodeString::FromUtf16(text).Str(), wf::kHeaderKeys.size(),
+                                                     values) ||
+      values.size() != wf::kHeaderKeys.size()) {
+    values.clear();
+    AddErrorMessage("ESa045");
+    return 0;
+  }
+  return 1;
+}
+
+// ------------------------------------------------------------- row writers
+
+namespace {
+// Writes a kept row as binary records and, for the flag matrix, marks its columns.
+struct BinaryRowSink {
+  std::FILE* file;
+  std::FILE* flags;  // null unless the K-nearest flag matrix is written too
+  std::int64_t n;
+  std::vector<wf::RowRecord> records;
+
+  bool operator()(std::int64_t i, const std::vector<std::int64_t>& columns, const std::vector<double>& weights) {
+    records.resize(columns.size());
+    for (std::size_t h = 0; h < columns.size(); ++h)
+      records[h] = {static_cast<std::int32_t>(i), static_cast<std::int32_t>(columns[h]), weights[h]};
+    if (!wf::WriteRecords(file, records)) return false;
+    if (flags) {
+      static constexpr unsigned char kOne = 1;
+      for (std::int64_t j : columns)
+        if (!wf::Seek(flags, j * n + i) || std::fwrite(&kOne, 1, 1, flags) != 1) return false;
+    }
+    return true;
+  }
+};
+}  // namespace
+
+int ZoWeightsUtilities::WriteBinaryRows(std::FILE* file, std::FILE* flags, ZoRecordset* records,
+                                        const ZoPatternsInformation& info,
+                                        LumaArray<ZoSWMFileUniqueIndex>& uniqueIndex, LumaArray<double>& rowSums) {
+  ZoStatisticsUtilities utilities;
+  ZoWeightsRowBuilder rows(utilities);
+  if (!rows.Prepare(records, info)) {
+    AppendErrorText(utilities.GetStrErrorMes());
+    if (rows.FailedId()) AddErrorMessage(rows.FailedId());
+    return 0;
+  }
+  BinaryRowSink sink{file, flags, rows.Count(), {}};
+  return WriteRows(rows, uniqueIndex, rowSums, info.Standardization, sink) ? 1 : 0;
+}
+
+int ZoWeightsUtilities::WriteDistanceSWMB(std::FILE* file, ZoRecordset* records, const ZoPatternsInformation& info,
+                                          LumaArray<ZoSWMFileUniqueIndex>& uniqueIndex, LumaArray<double>& rowSums) {
+  return WriteBinaryRows(file, nullptr, records, info, uniqueIndex, rowSums);
+}
+
+int ZoWeightsUtilities::WriteContiguitySWMB(std::FILE* file, ZoRecordset* records, ZoConceptualizationModel model,
+                                            unsigned char standardization,
+                                            LumaArray<ZoSWMFileUniqueIndex>& uniqueIndex, LumaArray<double>& rowSums) {
+  ZoPatternsInformation info;
+  info.Conceptualization = model;
+  info.Standardization = standardization != 0;
+  return WriteBinaryRows(file, nullptr, records, info, uniqueIndex, rowSums);
+}
+
+int ZoWeightsUtilities::WriteKNearestSWMB(std::FILE* file, ZoRecordset* records, int k, unsigned char standardization,
+                                          ZoDistanceMethod method, LumaArray<ZoSWMFileUniqueIndex>& uniqueIndex,
+                                          LumaArray<double>& rowSums) {
+  ZoPatternsInformation info;
+  info.Conceptualization = KNearestNeighbors;
+  info.KNeighbors = k;
+  info.Standardization = standardization != 0;
+  info.DistanceMethod = method;
+  return WriteBinaryRows(file, nullptr, records, info, uniqueIndex, rowSums);
+}
+
+// ---------------------------------------------------------------- builders
+
+unsigned char ZoWeightsUtilities::BuildWeightMatrixBinary(ZoDatasetVector* dataset,
+                                                          const LumaUnicodeString& uniqueIdField,
+                                                          const LumaUnicodeString& path,
+                                                          const ZoPatternsInformation& info,
+                                                          unsigned char showProgress) {
+  ClearErrorMessage();
+  return BuildBinary(dataset, uniqueIdField, path, nullptr, info, showProgress);
+}
+
+unsigned char ZoWeightsUtilities::BuildWeightMatrixBinaryK(ZoDatasetVector* dataset,
+                                                           const LumaUnicodeString& uniqueIdField,
+                                                           const LumaUnicodeString& path,
+                                                           const LumaUnicodeString& flagPath,
+                                                           const ZoPatternsInformation& info,
+                                                           unsigned char showProgress) {
+  ClearErrorMessage();
+  return BuildBinary(dataset, uniqueIdField, path, &flagPath, info, showProgress);
+}
+
+unsigned char ZoWeightsUtilities::BuildBinary(ZoDatasetVector* dataset, const LumaUnicodeString& uniqueIdField,
+                                              const LumaUnicodeString& path, const LumaUnicodeString* flagPath,
+                                              const ZoPatternsInformation& info, unsigned char showProgress) {
+  try {
+    LumaArray<ZoSWMFileUniqueIndex> uniqueIndex;
+    ZoRecordsetPtr records = PrepareBuild(dataset, uniqueIdField, path, info, uniqueIndex, flagPath);
+    if (!records) return 0;
+    const ZoDistanceMethod method =
+        ZoStatisticsUtilities::ValidateDistanceMethod(info.DistanceMethod, dataset->GetPrjCoordSys());
+    const auto n = static_cast<std::int64_t>(uniqueIndex.size());
+
+    // Both outputs are deleted again unless the build reaches its end.
+    ZoTempFileGuard flagGuard, fileGuard;
+    FilePtr flags;
+    if (flagPath) {
+      flags.reset(std::fopen(flagPath->c_str(), "w+b"));
+      if (!flags) {
+        AddErrorMessage("ESa049");
+        return 0;
+      }
+      flagGuard.Reset(*flagPath);
+    }
+    FilePtr file(std::fopen(path.c_str(), "w+b"));
+    if (!file) {
+      AddErrorMessage("ESa049");
+      return 0;
+    }
+    fileGuard.Reset(path);
+
+    const unsigned char standardize = info.Standardization ? 1 : 0;
+    const std::int64_t offset = WriteFileHead(file.get(), dataset, static_cast<int>(n), uniqueIdField,
+                                              info.Conceptualization, standardize, method, uniqueIndex);
+    // The flag matrix starts as N blocks of N zero bytes (a sparse file).
+    if (offset < 0 || (flags && (std::fflush(flags.get()) != 0 || ftruncate(fileno(flags.get()), n * n) != 0))) {
+      AddErrorMessage("ESa049");
+      return 0;
+    }
+    LumaArray<double> rowSums(static_cast<std::size_t>(n), 0.0);
+
+    BuildProgress progress(m_call, m_progressFormat, m_progress, showProgress != 0);
+    ZoPatternsInformation rowsInfo = info;
+    rowsInfo.DistanceMethod = method;
+    if (!WriteBinaryRows(file.get(), flags.get(), records.get(), rowsInfo, uniqueIndex, rowSums)) return 0;
+    if (!WriteUniqueIDFieldSWMB(file.get(), offset, uniqueIndex, standardize, rowSums) ||
+        std::fclose(file.release()) != 0 || (flags && std::fclose(flags.release()) != 0)) {
+      AddErrorMessage("ESa049");
+      return 0;
+    }
+    fileGuard.Release();
+    flagGuard.Release();
+    return 1;
+  } catch (const std::bad_alloc&) {
+    AddErrorMessage("EBa003");
+    return 0;
+  }
+}
+
+unsigned char ZoWeightsUtilities::BuildWeightsDictionary(std::FILE* file, const LumaUnicodeString& outputPath,
+                                                         unsigned char showProgress) {
+  ClearErrorMessage();
+  if (!file) {
+    AddErrorMessage("EEg020");
+    return 0;
+  }
+  if (outputPath.IsEmpty()) {
+    AddErrorMessage("EAf017");
+    return 0;
+  }
+  ZoFile::Delete(outputPath);
+  try {
+    FilePtr out(std::fopen(outputPath.c_str(), "w+b"));
+    if (!out) {
+      AddErrorMessage("ESa049");
+      return 0;
+    }
+    ZoTempFileGuard outGuard(outputPath);
+    LumaArray<LumaUnicodeString> values;
+    std::int64_t position = 0;
+    if (!ReadHeader(file, values, position)) return 0;
+    std::int32_t n = 0, standardized = 0;
+    if (!wf::ParseInt32(values[wf::kCounts].Str(), n) || n < 0 ||
+        !wf::ParseInt32(values[wf::kStandardization].Str(), standardized)) {
+      AddErrorMessage("ESa045");
+      return 0;
+    }
+    LumaArray<ZoSWMFileUniqueIndex> uniqueIndex;
+    LumaArray<double> rowSums;
+    if (!wf::Fits(file, n, 8) || !wf::ReadUniqueIndex(file, uniqueIndex, static_cast<std::size_t>(n)) ||
+        (standardized != 0 && (!wf::Fits(file, n, 8) || !wf::ReadDoubles(file, rowSums, static_cast<std::size_t>(n))))) {
+      AddErrorMessage("ESa046");
+      return 0;
+    }
+    const std::int64_t size = static_cast<std::int64_t>(n) * n;
+    if (std::fflush(out.get()) != 0 || ftruncate(fileno(out.get()), size) != 0) {
+      AddErrorMessage("ESa049");
+      return 0;
+    }
+    BuildProgress progress(m_call, m_progressFormat, m_progress, showProgress != 0);
+    std::vector<wf::RowRecord> records;
+    static constexpr unsigned char kOne = 1;
+    for (std::int64_t i = 0; i < n; ++i) {
+      if (!progress.get().Step(m_progressFormat, i, n)) {
+        AddErrorMessage("IMb030");
+        return 0;
+      }
+      // A row that cannot be read ends the matrix: the rest stays 0.
+      const std::int32_t count = uniqueIndex[static_cast<std::size_t>(i)].Count;
+      if (count < 0 || !wf::Fits(file, count, wf::kRecordBytes) ||
+          !wf::ReadRecords(file, static_cast<std::size_t>(count), records))
+        break;
+      for (const auto& r : records) {
+        if (r.column < 0 || r.column >= n) continue;  // a column outside the matrix marks nothing
+        if (!wf::Seek(out.get(), static_cast<std::int64_t>(r.column) * n + i) || std::fwrite(&kOne, 1, 1, out.get()) != 1) {
+          AddErrorMessage("ESa049");
+          return 0;
+        }
+      }
+    }
+    if (std::fclose(out.release()) != 0) {
+      AddErrorMessage("ESa049");
+      return 0;
+    }
+    outGuard.Release();
+    return 1;
+  } catch (const std::bad_alloc&) {
+    AddErrorMessage("EBa003");
+    return 0;
+  }
+}
+
+}  // namespace ZOC

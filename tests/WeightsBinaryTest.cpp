@@ -1,0 +1,347 @@
+// Binary weights files: the exact bytes of a hand-worked file, round trips
+// against the in-memory weights, the flag matrix, and files that must be
+// refused cleanly.
+#include <gtest/gtest.h>
+
+#include <cstring>
+#include <fstream>
+#include <iterator>
+
+#include "StatisticsAnalyst/ZoAnalyzingPatterns.h"
+#include "StatisticsAnalyst/ZoStatisticsUtilities.h"
+#include "StatisticsAnalyst/ZoWeightsUtilities.h"
+#include "TestSupport.h"
+#include "host/ZoFile.h"
+#include "host/ZoRecordset.h"
+
+using namespace ZOC;
+using Bytes = std::vector<unsigned char>;
+
+namespace {
+
+// Points with an int32 "ID" field (and a double "FID_REAL" copy of it).
+satest::MemoryLayer Layer(const std::vector<LumaPoint2D>& points, const std::vector<int>& ids) {
+  satest::MemoryLayer layer = satest::MakePointLayer(points);
+  layer.dataset->CreateField(LUMA::LumaFieldInfo("ID", LUMA::FieldInt32));
+  layer.dataset->CreateField(LUMA::LumaFieldInfo("FID_REAL", LUMA::FieldDouble));
+  ZoRecordsetPtr records(layer.dataset->Query(ZoQueryDef()));
+  std::size_t k = 0;
+  for (records->MoveFirst(); !records->IsEOF(); records->MoveNext(), ++k) {
+    records->Edit();
+    records->SetFieldValue("ID", LUMA::LumaVariant(ids[k]));
+    records->SetFieldValue("FID_REAL", LUMA::LumaVariant(double(ids[k])));
+    records->Update();
+  }
+  return layer;
+}
+
+Bytes ReadAll(const std::string& path) {
+  std::ifstream in(path, std::ios::binary);
+  return Bytes(std::istreambuf_iterator<char>(in), {});
+}
+
+void WriteAll(const std::string& path, const Bytes& bytes) {
+  std::ofstream(path, std::ios::binary).write(reinterpret_cast<const char*>(bytes.data()), std::streamsize(bytes.size()));
+}
+
+void PutInt(Bytes& b, std::int32_t v) {
+  for (int k = 0; k < 4; ++k) b.push_back(static_cast<unsigned char>((static_cast<std::uint32_t>(v) >> (8 * k)) & 0xFF));
+}
+void PutDouble(Bytes& b, double v) {
+  std::uint64_t u;
+  std::memcpy(&u, &v, 8);
+  for (int k = 0; k < 8; ++k) b.push_back(static_cast<unsigned char>((u >> (8 * k)) & 0xFF));
+}
+void PutHeader(Bytes& b, const std::string& text) {
+  PutInt(b, static_cast<std::int32_t>(text.size() * 2));
+  for (char c : text) b.push_back(static_cast<unsigned char>(c)), b.push_back(0);
+}
+
+bool Has(const ZoAnalysisFrame& o, const char* id) {
+  return o.GetStrErrorMes().Str().find(std::string("[") + id + "]") != std::string::npos;
+}
+
+// The four points of the hand-worked file: 1.5 apart bands join 0-1 and 1-2;
+// the last point, 2 away, has no neighbour.
+const std::vector<LumaPoint2D> kLine = {{0, 0}, {1, 0}, {2, 0}, {4, 0}};
+const std::vector<int> kIds = {30, 10, 40, 20};  // file order is ascending ID: features 1, 3, 0, 2
+
+ZoPatternsInformation Band(double band, bool standardize) {
+  ZoPatternsInformation info;
+  info.Conceptualization = FixedDistanceBand;
+  info.DistanceTolerance = band;
+  info.Standardization = standardize;
+  return info;
+}
+
+}  // namespace
+
+TEST(WeightsBinary, HandWorkedFileIsByteExact) {
+  auto layer = Layer(kLine, kIds);
+  satest::TempDir dir;
+  for (bool standardize : {true, false}) {
+    const std::string path = dir.File("line.swmb");
+    ZoWeightsUtilities w;
+    ASSERT_TRUE(w.BuildWeightMatrixBinary(layer.dataset, "ID", path, Band(1.5, standardize), false))
+        << w.GetStrErrorMes().Str();
+    // Ascending ID: 10 (x=1), 20 (x=4), 30 (x=0), 40 (x=2).
+    Bytes expected;
+    PutHeader(expected, std::string("QUILLARD@QUILLARD;DATASETNAME@points;DATASETTYPE@1;COUNTS@4;UNIQUEID@ID;"
+                                    "CONCEPTUALIZATION@3;STANDARDIZATION@") +
+                            (standardize ? "1" : "0") + ";DISTANCEMETHOD@1;");
+    for (auto [id, count] : {std::pair{10, 2}, {20, 0}, {30, 1}, {40, 1}}) PutInt(expected, id), PutInt(expected, count);
+    if (standardize)
+      for (double s : {2.0, 0.0, 1.0, 1.0}) PutDouble(expected, s);
+    for (auto [i, j] : {std::pair{0, 2}, {0, 3}, {2, 0}, {3, 0}}) PutInt(expected, i), PutInt(expected, j), PutDouble(expected, 1.0);
+    EXPECT_EQ(ReadAll(path), expected) << "standardize=" << standardize;
+  }
+}
+
+TEST(WeightsBinary, RoundTripMatchesInMemoryWeights) {
+  const auto points = satest::RandomPoints(120, 30.0, 17);
+  std::vector<int> ids(points.size());
+  for (std::size_t k = 0; k < ids.size(); ++k) ids[k] = static_cast<int>(k) * 3 + 7;  // ascending like QlID
+  auto layer = Layer(points, ids);
+  satest::TempDir dir;
+  for (auto c : {InverseDistance, ZoneOfIndifference, KNearestNeighbors}) {
+    ZoPatternsInformation info = Band(-1, true);
+    info.FieldName = "VALUE";
+    info.Conceptualization = c;
+    info.KNeighbors = 4;
+    info.Exponent = 2;
+    const std::string path = dir.File("w.swmb");
+    ZoWeightsUtilities w;
+    ASSERT_TRUE(w.BuildWeightMatrixBinary(layer.dataset, "ID", path, info, false)) << w.GetStrErrorMes().Str();
+
+    ZoStatisticsUtilities u;
+    LumaArray<WeightMatrixUnit> units;
+    ZoRecordsetPtr records(layer.dataset->Query(ZoQueryDef()));
+    info.Standardization = false;  // files hold raw weights
+    ASSERT_TRUE(u.GetSpatialWeight(records.get(), info, units, false));
+
+    LumaUnicodeString field;
+    LumaArray<ZoSWMFileUniqueIndex> index;
+    ZoConceptualizationModel model;
+    unsigned char standardization = 0;
+    LumaArray<double> sums;
+    std::int64_t position = 0;
+    std::FILE* f = u.CheckSWMFileValid(layer.dataset, path, field, index, model, standardization, sums, position);
+    ASSERT_NE(f, nullptr) << u.GetStrErrorMes().Str();
+    EXPECT_EQ(field, "ID");
+    EXPECT_EQ(model, c);
+    EXPECT_EQ(standardization, 1);
+    const int n = static_cast<int>(points.size());
+    LumaArray<double> fromFile, fromMemory;
+    for (int i = 0; i < n; ++i) {
+      ASSERT_TRUE(u.ReadWeightMatrixBinary(f, index[i].Count, n, fromFile));
+      ZoStatisticsUtilities::GetWeightMatrixRow(units, i, n, fromMemory);
+      EXPECT_EQ(fromFile, fromMemory) << "row " << i;
+      double sum = 0;
+      for (double x : fromFile) sum += x;
+      EXPECT_NEAR(sums[i], sum, 1e-12);
+    }
+    std::fclose(f);
+  }
+}
+
+TEST(WeightsBinary, RefusedBuildsLeaveNoFile) {
+  satest::TempDir dir;
+  const std::string path = dir.File("w.swmb");
+  auto check = [&](ZoDatasetVector* ds, const char* field, const ZoPatternsInformation& info, const char* id) {
+    WriteAll(path, {1, 2, 3});  // an old file at the path goes in every case
+    ZoWeightsUtilities w;
+    EXPECT_FALSE(w.BuildWeightMatrixBinary(ds, field, path, info, false)) << id;
+    EXPECT_TRUE(Has(w, id)) << w.GetStrErrorMes().Str();
+    EXPECT_FALSE(ZoFile::IsExist(path)) << id;
+  };
+  auto layer = Layer(kLine, {5, 6, 5, 7});
+  check(layer.dataset, "ID", Band(2, false), "ESa044");
+  check(layer.dataset, "FID_REAL", Band(2, false), "ECa009");
+  check(layer.dataset, "NOPE", Band(2, false), "ECb004");
+  check(layer.dataset, "", Band(2, false), "ECb005");
+  ZoPatternsInformation k = Band(2, false);
+  k.Conceptualization = KNearestNeighbors;
+  k.KNeighbors = 4;
+  check(layer.dataset, "QlID", k, "ESa042");
+  k.Conceptualization = ContiguityEdgesOnly;
+  check(layer.dataset, "QlID", k, "ESa025");
+  ZoPatternsInformation unknown = Band(2, false);
+  unknown.Conceptualization = SpatialWeightsFile;  // no file stores that relationship
+  check(layer.dataset, "QlID", unknown, "ESa023");
+
+  ZoWeightsUtilities w;
+  EXPECT_FALSE(w.BuildWeightMatrixBinary(nullptr, "QlID", dir.File("w.swmb"), Band(2, false), false));
+  EXPECT_TRUE(Has(w, "EEg002"));
+  EXPECT_FALSE(w.BuildWeightMatrixBinary(layer.dataset, "QlID", dir.File("w.txt"), Band(2, false), false));
+  EXPECT_TRUE(Has(w, "EAf017"));
+  // A band that joins nobody still makes a valid file: every count is 0.
+  EXPECT_TRUE(w.BuildWeightMatrixBinary(layer.dataset, "QlID", dir.File("none.swmb"), Band(1e-3, false), false));
+
+  k.Conceptualization = KNearestNeighbors;
+  k.KNeighbors = 3;  // N - 1 is accepted
+  EXPECT_TRUE(w.BuildWeightMatrixBinary(layer.dataset, "QlID", dir.File("W.SWMB"), k, false))
+      << w.GetStrErrorMes().Str();
+}
+
+TEST(WeightsBinary, CancelledBuildLeavesNoFiles) {
+  auto layer = Layer(satest::RandomPoints(200, 10, 4), std::vector<int>(200, 0));
+  satest::TempDir dir;
+  ZoCallbackProgress progress([](const ZoProgressState& s) { return s.percent < 40; });
+  ZoWeightsUtilities w;
+  w.SetProgress(&progress);
+  ZoPatternsInformation info = Band(-1, false);
+  info.Conceptualization = KNearestNeighbors;
+  info.KNeighbors = 3;
+  EXPECT_FALSE(w.BuildWeightMatrixBinaryK(layer.dataset, "QlID", dir.File("k.swmb"), dir.File("k.flags"), info, true));
+  EXPECT_TRUE(Has(w, "IMb030"));
+  EXPECT_FALSE(ZoFile::IsExist(dir.File("k.swmb")));
+  EXPECT_FALSE(ZoFile::IsExist(dir.File("k.flags")));
+}
+
+TEST(WeightsBinary, FlagMatrixIsTransposedAndRebuildsFromTheFile) {
+  const auto points = satest::RandomPoints(25, 10, 9);
+  std::vector<int> ids(points.size());
+  for (std::size_t k = 0; k < ids.size(); ++k) ids[k] = static_cast<int>(ids.size() - k);  // reversed
+  auto layer = Layer(points, ids);
+  satest::TempDir dir;
+  ZoPatternsInformation info = Band(-1, false);
+  info.Conceptualization = KNearestNeighbors;
+  info.KNeighbors = 3;
+  ZoWeightsUtilities w;
+  EXPECT_FALSE(w.BuildWeightMatrixBinaryK(layer.dataset, "ID", dir.File("k.swmb"), "", info, false));
+  EXPECT_TRUE(Has(w, "ESa076"));
+  info.Conceptualization = FixedDistanceBand;
+  EXPECT_FALSE(w.BuildWeightMatrixBinaryK(layer.dataset, "ID", dir.File("k.swmb"), dir.File("k.flags"), info, false));
+  EXPECT_TRUE(Has(w, "ESa048"));
+  info.Conceptualization = KNearestNeighbors;
+  ASSERT_TRUE(w.BuildWeightMatrixBinaryK(layer.dataset, "ID", dir.File("k.swmb"), dir.File("k.flags"), info, false))
+      << w.GetStrErrorMes().Str();
+
+  // Rows from the file: byte j·N + i is 1 exactly for the records (i, j).
+  const int n = 25;
+  ZoStatisticsUtilities u;
+  LumaUnicodeString field;
+  LumaArray<ZoSWMFileUniqueIndex> index;
+  ZoConceptualizationModel model;
+  unsigned char standardization;
+  LumaArray<double> sums;
+  std::int64_t position;
+  std::FILE* f = u.CheckSWMFileValid(layer.dataset, dir.File("k.swmb"), field, index, model, standardization, sums,
+                                     position);
+  ASSERT_NE(f, nullptr);
+  Bytes expected(n * n, 0);
+  LumaArray<double> row;
+  for (int i = 0; i < n; ++i) {
+    ASSERT_TRUE(u.ReadWeightMatrixBinary(f, index[i].Count, n, row));
+    EXPECT_EQ(index[i].Count, 3);
+    for (int j = 0; j < n; ++j)
+      if (row[j] != 0) expected[j * n + i] = 1;
+  }
+  EXPECT_EQ(ReadAll(dir.File("k.flags")), expected);
+
+  ASSERT_EQ(std::fseek(f, 0, SEEK_SET), 0);
+  ASSERT_TRUE(w.BuildWeightsDictionary(f, dir.File("again.flags"), false)) << w.GetStrErrorMes().Str();
+  std::fclose(f);
+  EXPECT_EQ(ReadAll(dir.File("again.flags")), expected);
+
+  ZoAnalyzingPatterns patterns;
+  EXPECT_FALSE(patterns.ReadWeightMatrixBinaryK(n, row));
+  EXPECT_TRUE(Has(patterns, "EEg020"));
+  ASSERT_TRUE(patterns.OpenWeightsDictionary(dir.File("k.flags")));
+  for (int r = 0; r < n; ++r) {
+    ASSERT_TRUE(patterns.ReadWeightMatrixBinaryK(n, row));
+    for (int i = 0; i < n; ++i) EXPECT_EQ(row[i], expected[r * n + i]);
+  }
+  EXPECT_FALSE(patterns.ReadWeightMatrixBinaryK(n, row));  // past the last block
+  EXPECT_TRUE(Has(patterns, "ESa046"));
+}
+
+TEST(WeightsBinary, ChangedDatasetsAndDamagedFilesAreRefused) {
+  auto layer = Layer(kLine, kIds);
+  satest::TempDir dir;
+  const std::string good = dir.File("good.swmb");
+  ZoWeightsUtilities w;
+  ASSERT_TRUE(w.BuildWeightMatrixBinary(layer.dataset, "ID", good, Band(1.5, true), false));
+  const Bytes bytes = ReadAll(good);
+
+  auto open = [&](ZoDatasetVector* ds, const std::string& path, const char* id) {
+    ZoStatisticsUtilities u;
+    LumaUnicodeString field;
+    LumaArray<ZoSWMFileUniqueIndex> index;
+    ZoConceptualizationModel model;
+    unsigned char s;
+    LumaArray<double> sums;
+    std::int64_t position;
+    std::FILE* f = u.CheckSWMFileValid(ds, path, field, index, model, s, sums, position);
+    if (f) std::fclose(f);
+    EXPECT_EQ(f, nullptr) << id;
+    EXPECT_TRUE(Has(u, id)) << id << ": " << u.GetStrErrorMes().Str();
+  };
+  auto damaged = [&](Bytes b, const char* id) {
+    const std::string path = dir.File("bad.swmb");
+    WriteAll(path, b);
+    open(layer.dataset, path, id);
+  };
+  const std::size_t headerEnd = 4 + bytes[0] + 256 * bytes[1];
+
+  damaged({}, "ESa045");
+  damaged(Bytes(bytes.begin(), bytes.begin() + 20), "ESa045");                // cut inside the header
+  damaged(Bytes(bytes.begin(), bytes.begin() + headerEnd + 12), "ESa046");    // cut inside the index
+  damaged(Bytes(bytes.begin(), bytes.end() - 3), "ESa046");                   // a short last row
+  Bytes extra = bytes;
+  extra.push_back(0);
+  damaged(extra, "ESa046");                                                   // more bytes than the rows announce
+  Bytes negative = bytes;
+  negative[headerEnd + 4] = 0xFF, negative[headerEnd + 5] = 0xFF, negative[headerEnd + 6] = 0xFF, negative[headerEnd + 7] = 0xFF;
+  damaged(negative, "ESa046");
+  Bytes hugeLength = bytes;
+  hugeLength[0] = 0xFF, hugeLength[1] = 0xFF, hugeLength[2] = 0xFF, hugeLength[3] = 0x7F;
+  damaged(hugeLength, "ESa045");
+
+  auto header = [&](const std::string& text) {
+    Bytes b;
+    PutHeader(b, text);
+    return b;
+  };
+  const std::string ok = "QUILLARD@QUILLARD;DATASETNAME@points;DATASETTYPE@1;COUNTS@4;UNIQUEID@ID;"
+                         "CONCEPTUALIZATION@3;STANDARDIZATION@0;DISTANCEMETHOD@1;";
+  damaged(header("QUILLARD@QUILLARD;DATASETNAME@points;DATASETTYPE@1;Counts@4;"), "ESa045");
+  damaged(header("QUILLARD@QUILLARD;DATASETNAME@points;"), "ESa045");                 // parts missing
+  damaged(header(ok + "EXTRA@1;"), "ESa045");                                         // a ninth part
+  damaged(header("QUILLARD@QUILLARD;DATASETNAME;" + ok.substr(30)), "ESa045");        // no value
+  damaged(header("QUILLARD@QUILLARD;DATASETNAME@" + std::string(200, 'x') + ";DATASETTYPE@1;COUNTS@4;UNIQUEID@ID;"
+                 "CONCEPTUALIZATION@3;STANDARDIZATION@0;DISTANCEMETHOD@1;"),
+          "ESa045");  // 200 code units or more
+  damaged(header("QUILLARD@QUILLARD;DATASETNAME@points;DATASETTYPE@1;COUNTS@four;UNIQUEID@ID;"
+                 "CONCEPTUALIZATION@3;STANDARDIZATION@0;DISTANCEMETHOD@1;"),
+          "ESa045");
+  damaged(header("QUILLARD@QUILLARD;DATASETNAME@points;DATASETTYPE@1;COUNTS@4;UNIQUEID@NOPE;"
+                 "CONCEPTUALIZATION@3;STANDARDIZATION@0;DISTANCEMETHOD@1;"),
+          "ESa078");
+
+  open(nullptr, good, "EEg002");
+  open(layer.dataset, "", "ESa076");
+  open(layer.dataset, dir.File("x.bin"), "EAf017");
+  open(layer.dataset, dir.File("missing.swmb"), "ESa077");
+
+  // The dataset changed after the build: an ID, then the record count.
+  auto changed = Layer(kLine, {30, 11, 40, 20});
+  open(changed.dataset, good, "ESa080");
+  auto more = Layer({{0, 0}, {1, 0}, {2, 0}, {4, 0}, {9, 9}}, {30, 10, 40, 20, 50});
+  open(more.dataset, good, "ESa079");
+
+  // A row naming a column outside the matrix.
+  ZoStatisticsUtilities u;
+  Bytes row;
+  PutInt(row, 0), PutInt(row, 9), PutDouble(row, 1.0);
+  WriteAll(dir.File("row.bin"), row);
+  std::FILE* f = std::fopen(dir.File("row.bin").c_str(), "rb");
+  LumaArray<double> dense;
+  EXPECT_FALSE(u.ReadWeightMatrixBinary(f, 1, 4, dense));
+  EXPECT_TRUE(Has(u, "ESa046"));
+  std::fseek(f, 0, SEEK_SET);
+  EXPECT_FALSE(u.ReadWeightMatrixBinary(f, 2, 4, dense));  // fewer records than announced
+  std::fclose(f);
+  EXPECT_FALSE(u.ReadWeightMatrixBinary(nullptr, 1, 4, dense));
+  EXPECT_TRUE(Has(u, "EEg020"));
+}
