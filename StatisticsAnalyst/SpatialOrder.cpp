@@ -21,7 +21,7 @@ std::uint64_t SpreadBits(std::uint64_t v) {
 }
 }  // namespace
 
-std::vector<std::size_t> SpatialQueryOrder(const LUMA::LumaArray<LUMA::LumaPoint2D>& points) {
+std::vector<std::uint64_t> SpatialKeys(const LUMA::LumaArray<LUMA::LumaPoint2D>& points) {
   const std::size_t n = points.size();
   double minX = std::numeric_limits<double>::max(), minY = minX;
   double maxX = std::numeric_limits<double>::lowest(), maxY = maxX;
@@ -43,6 +43,12 @@ std::vector<std::size_t> SpatialQueryOrder(const LUMA::LumaArray<LUMA::LumaPoint
     const auto qy = static_cast<std::uint64_t>(std::clamp((p.y - minY) * sy, 0.0, 4294967295.0));
     key[i] = SpreadBits(qx) | (SpreadBits(qy) << 1);
   }
+  return key;
+}
+
+std::vector<std::size_t> SpatialQueryOrder(const LUMA::LumaArray<LUMA::LumaPoint2D>& points) {
+  const std::size_t n = points.size();
+  const std::vector<std::uint64_t> key = SpatialKeys(points);
   std::vector<std::size_t> order(n);
   std::iota(order.begin(), order.end(), std::size_t{0});
   std::sort(order.begin(), order.end(),

@@ -2,6 +2,7 @@
 // Pieces of the weights file formats shared by the binary and text code:
 // little-endian numbers, the header text, strict number parsing, and the
 // row loop every builder runs.
+#include <algorithm>
 #include <array>
 #include <cstdint>
 #include <cstdio>
@@ -82,29 +83,38 @@ namespace ZOC {
 template <class Emit>
 bool ZoWeightsUtilities::WriteRows(const ZoWeightsRowBuilder& rows, LumaArray<ZoSWMFileUniqueIndex>& uniqueIndex,
                                    LumaArray<double>& rowSums, bool standardize, Emit&& emit) {
+  // Rows are computed a block at a time in spatial order and written in
+  // feature order; a block holds a bounded number of rows.
+  constexpr std::int64_t kBlock = 1 << 15;
   const std::int64_t n = rows.Count();
-  std::vector<std::int64_t> columns, kept;
-  std::vector<double> weights, keptWeights;
-  for (std::int64_t i = 0; i < n; ++i) {
-    if (m_call && !m_call->Step(m_progressFormat, i, n)) {
-      AddErrorMessage("IMb030");
-      return false;
-    }
-    rows.Row(i, columns, weights);
-    kept.clear();
-    keptWeights.clear();
-    double sum = 0.0;
-    for (std::size_t h = 0; h < columns.size(); ++h) {
-      if (!weightsfile::IsStoredWeight(weights[h])) continue;
-      kept.push_back(columns[h]);
-      keptWeights.push_back(weights[h]);
-      sum += weights[h];
-    }
-    uniqueIndex[static_cast<std::size_t>(i)].Count = static_cast<std::int32_t>(kept.size());
-    if (standardize) rowSums[static_cast<std::size_t>(i)] = sum;
-    if (!emit(i, kept, keptWeights)) {
-      AddErrorMessage("ESa049");
-      return false;
+  ZoWeightsRowBuilder::Block block;
+  std::vector<std::int64_t> kept;
+  std::vector<double> keptWeights;
+  for (std::int64_t first = 0; first < n; first += kBlock) {
+    rows.FillBlock(first, std::min(kBlock, n - first), block);
+    for (std::int64_t k = 0; k < block.Count(); ++k) {
+      const std::int64_t i = first + k;
+      if (m_call && !m_call->Step(m_progressFormat, i, n)) {
+        AddErrorMessage("IMb030");
+        return false;
+      }
+      kept.clear();
+      keptWeights.clear();
+      double sum = 0.0;
+      const std::int64_t* columns = block.Columns(k);
+      const double* weights = block.Weights(k);
+      for (std::size_t h = 0; h < block.Size(k); ++h) {
+        if (!weightsfile::IsStoredWeight(weights[h])) continue;
+        kept.push_back(columns[h]);
+        keptWeights.push_back(weights[h]);
+        sum += weights[h];
+      }
+      uniqueIndex[static_cast<std::size_t>(i)].Count = static_cast<std::int32_t>(kept.size());
+      if (standardize) rowSums[static_cast<std::size_t>(i)] = sum;
+      if (!emit(i, kept, keptWeights)) {
+        AddErrorMessage("ESa049");
+        return false;
+      }
     }
   }
   return true;

@@ -1,5 +1,7 @@
 #include "StatisticsAnalyst/WeightsRowBuilder.h"
 
+#include "StatisticsAnalyst/SpatialOrder.h"
+
 #include <algorithm>
 #include <cmath>
 #include <new>
@@ -65,6 +67,7 @@ bool ZoWeightsRowBuilder::PrepareFromPoints(LumaArray<LumaPoint2D> points, const
 bool ZoWeightsRowBuilder::PrepareSearch() {
   m_tree.reset(m_utilities.CreateKDTree(&m_buffer, m_points));
   if (!m_tree) return false;  // the utilities already hold "ESa032"
+  m_keys = SpatialKeys(m_points);
   if (m_info.Conceptualization != KNearestNeighbors)
     m_band = m_utilities.CalculateTolerance(m_tree.get(), m_points, m_info.DistanceTolerance, m_method);
   return true;
@@ -99,6 +102,28 @@ void ZoWeightsRowBuilder::Row(std::int64_t i, std::vector<std::int64_t>& columns
       break;
   }
   SortByColumn(columns, weights);
+}
+
+void ZoWeightsRowBuilder::FillBlock(std::int64_t first, std::int64_t count, Block& block) const {
+  block.m_first = first;
+  block.m_spans.assign(static_cast<std::size_t>(count), {0, 0});
+  block.m_columns.clear();
+  block.m_weights.clear();
+  std::vector<std::int64_t> order(static_cast<std::size_t>(count));
+  std::iota(order.begin(), order.end(), first);
+  if (!m_keys.empty())
+    std::sort(order.begin(), order.end(), [this](std::int64_t a, std::int64_t b) {
+      const auto ka = m_keys[static_cast<std::size_t>(a)], kb = m_keys[static_cast<std::size_t>(b)];
+      return ka < kb || (ka == kb && a < b);
+    });
+  std::vector<std::int64_t> columns;
+  std::vector<double> weights;
+  for (std::int64_t i : order) {
+    Row(i, columns, weights);
+    block.m_spans[static_cast<std::size_t>(i - first)] = {block.m_columns.size(), columns.size()};
+    block.m_columns.insert(block.m_columns.end(), columns.begin(), columns.end());
+    block.m_weights.insert(block.m_weights.end(), weights.begin(), weights.end());
+  }
 }
 
 void ZoWeightsRowBuilder::DistanceRow(std::int64_t i, std::vector<std::int64_t>& columns,

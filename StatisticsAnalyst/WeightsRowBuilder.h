@@ -44,6 +44,27 @@ class ZoWeightsRowBuilder {
   // threads at once with their own output vectors.
   void Row(std::int64_t i, std::vector<std::int64_t>& columns, std::vector<double>& weights) const;
 
+  // The rows of features first .. first + count - 1, computed in spatial
+  // order (neighbouring queries share the tree's cache lines) and held until
+  // they are read back in feature order.
+  class Block {
+   public:
+    std::int64_t First() const { return m_first; }
+    std::int64_t Count() const { return static_cast<std::int64_t>(m_spans.size()); }
+    // Row first + k.
+    std::size_t Size(std::int64_t k) const { return m_spans[static_cast<std::size_t>(k)].second; }
+    const std::int64_t* Columns(std::int64_t k) const { return m_columns.data() + m_spans[static_cast<std::size_t>(k)].first; }
+    const double* Weights(std::int64_t k) const { return m_weights.data() + m_spans[static_cast<std::size_t>(k)].first; }
+
+   private:
+    friend class ZoWeightsRowBuilder;
+    std::int64_t m_first = 0;
+    std::vector<std::pair<std::size_t, std::size_t>> m_spans;
+    std::vector<std::int64_t> m_columns;
+    std::vector<double> m_weights;
+  };
+  void FillBlock(std::int64_t first, std::int64_t count, Block& block) const;
+
  private:
   bool PrepareSearch();
   void DistanceRow(std::int64_t i, std::vector<std::int64_t>& columns, std::vector<double>& weights) const;
@@ -59,6 +80,7 @@ class ZoWeightsRowBuilder {
   ZoContiguityGrid m_grid;
   ZoDistanceMethod m_method = Euclidean;
   double m_band = 0.0;
+  std::vector<std::uint64_t> m_keys;  // Z-order keys of the points, for FillBlock
   const char* m_failedId = nullptr;
 };
 
