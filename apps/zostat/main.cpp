@@ -13,9 +13,13 @@ namespace zostat {
 Command InfoCommand();
 Command AnnCommand();
 Command WeightsShowCommand();
+Command WeightsBuildCommand();
+Command WeightsToTableCommand();
+Command WeightsDumpCommand();
 
 const std::vector<Command>& Commands() {
-  static const std::vector<Command> commands = {InfoCommand(), AnnCommand(), WeightsShowCommand()};
+  static const std::vector<Command> commands = {InfoCommand(), AnnCommand(), WeightsShowCommand(), WeightsBuildCommand(),
+                                                 WeightsToTableCommand(), WeightsDumpCommand()};
   return commands;
 }
 }  // namespace zostat

@@ -1,0 +1,80 @@
+#pragma once
+// Sequential readers of existing weights files, shared by the diagnostic
+// dumps and the table converters. Both validate everything they hand out:
+// counts are checked against the file (binary) or against the IDs actually
+// present (text) before anything is allocated from them, and every record's
+// row and column index lies in 0..N−1, so callers may index the ID table
+// with them directly.
+#include <cstdint>
+#include <cstdio>
+#include <memory>
+#include <string>
+#include <string_view>
+#include <vector>
+
+#include "StatisticsAnalyst/WeightsFileFormat.h"
+#include "StatisticsAnalyst/ZoWeightsUtilities.h"
+#include "host/ZoTextFile.h"
+
+namespace ZOC::weightsfile {
+
+// The 13-character row-sum entry of the text form: "%12.{11-d}f" and a blank,
+// d being the number of digits of the sum's integer part (1 when it is 0).
+// Non-negative sums below 10^11 always take exactly 13 characters.
+std::string RowSumEntry(double sum);
+// One neighbour record as the text form and the dumps write it: "i j w"
+// with w to 10 decimals.
+std::string RecordText(std::int32_t row, std::int32_t column, double weight);
+// A whole finite decimal number, nothing else.
+bool ParseFiniteDouble(std::string_view text, double& value);
+
+// What reading the next row gave.
+enum class RowRead {
+  Read,       // the row is in `records`
+  End,        // all N rows have been read
+  Truncated,  // the file ends before this row (or inside it)
+  Bad,        // the row is malformed or indexes outside 0..N−1
+};
+
+// A file whose header, ID table and row sums have been read; the rows follow.
+class WeightsFileReader {
+ public:
+  virtual ~WeightsFileReader() = default;
+  // Reads the next row's records.
+  virtual RowRead Next(std::vector<RowRecord>& records) = 0;
+  // Goes back to the first row.
+  virtual bool Rewind() = 0;
+  // True when nothing but blank lines follows the last row (text form); the
+  // binary form ignores what follows its rows.
+  virtual bool RestIsEmpty() { return true; }
+
+  std::int32_t Count() const { return m_count; }
+  bool Standardized() const { return m_standardized != 0; }
+  const std::vector<std::int32_t>& Ids() const { return m_ids; }
+  // Row sums when standardized, else empty.
+  const LumaArray<double>& RowSums() const { return m_rowSums; }
+
+ protected:
+  // True when every record's indices lie in 0..N−1.
+  bool InRange(const std::vector<RowRecord>& records) const;
+
+  std::int32_t m_count = 0;
+  std::int32_t m_standardized = 0;
+  std::vector<std::int32_t> m_ids;
+  LumaArray<double> m_rowSums;
+  std::int64_t m_next = 0;  // the row Next reads
+};
+
+// Opens a binary weights file (the caller has checked the extension). The
+// header is read with owner.ReadHeader, which adds its own message on
+// failure; every other failure sets `failedId` ("ESa049", "ESa045", "ESa046").
+// Null on failure.
+std::unique_ptr<WeightsFileReader> OpenBinaryWeights(ZoWeightsUtilities& owner, const LumaUnicodeString& path,
+                                                     const char*& failedId);
+// Opens a text weights file: "EAg033" when it cannot be opened, "ESa045" for
+// a missing or unusable header line, "ESa046" for a missing, malformed or
+// inconsistent ID or row-sum line. Null on failure.
+std::unique_ptr<WeightsFileReader> OpenTextWeights(ZoWeightsUtilities& owner, const LumaUnicodeString& path,
+                                                   const char*& failedId);
+
+}  // namespace ZOC::weightsfile

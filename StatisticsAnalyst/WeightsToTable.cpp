@@ -1,0 +1,127 @@
+// Weights files to tables: one table row per stored neighbour record, with
+// the unique IDs of the feature and of its neighbour and the weight.
+#include <new>
+#include <stdexcept>
+
+#include "StatisticsAnalyst/WeightsFileFormat.h"
+#include "StatisticsAnalyst/WeightsFileReaders.h"
+#include "StatisticsAnalyst/ZoWeightsUtilities.h"
+#include "host/ZoEngineToolkit.h"
+#include "host/ZoStringEx.h"
+
+namespace ZOC {
+
+namespace wf = weightsfile;
+
+namespace {
+
+// Appends the rows of an opened weights file to the tabular dataset. The
+// file is read twice: first every row is checked, so a damaged file is
+// refused before the table gains fields or rows; then the rows are written.
+// A file that ends before its last row is converted up to that row and
+// counts as converted. Null on success, else the message ID.
+const char* AppendRows(wf::WeightsFileReader& reader, ZoDatasetVector* target, ZoProgress* caller, bool show) {
+  std::vector<wf::RowRecord> records;
+  wf::RowRead read;
+  while ((read = reader.Next(records)) == wf::RowRead::Read) {
+  }
+  if (read == wf::RowRead::Bad || (read == wf::RowRead::End && !reader.RestIsEmpty())) return "ESa046";
+  if (!reader.Rewind()) return "ESa046";
+
+  // The host may rename the fields (clashes, format limits); the final names
+  // come back in the list.
+  LUMA::LumaFieldInfos fields;
+  fields.push_back(LUMA::LumaFieldInfo("UniqueID", LUMA::FieldInt32));
+  fields.push_back(LUMA::LumaFieldInfo("NeighborsID", LUMA::FieldInt32));
+  fields.push_back(LUMA::LumaFieldInfo("Weight", LUMA::FieldDouble));
+  if (!ZoEngineToolkit::CreateValidFields(target, fields) || fields.size() != 3) return "EKa013";
+  const LumaUnicodeString& idField = fields[0].GetName();
+  const LumaUnicodeString& neighbourField = fields[1].GetName();
+  const LumaUnicodeString& weightField = fields[2].GetName();
+  ZoRecordsetPtr table(target->Query(ZoQueryDef()));
+  if (!table) return "EKa013";
+
+  ZoCallProgress progress(caller, show);
+  LumaUnicodeString format;
+  if (progress) {
+    progress->SetBothPosRange(0, 100);
+    progress->SetTitleMessage(ZoStringEx::LoadResString("IMb340"));
+    format = ZoStringEx::LoadResString("IMb341");
+  }
+  const std::int64_t n = reader.Count();
+  const std::vector<std::int32_t>& ids = reader.Ids();
+  for (std::int64_t i = 0; i < n; ++i) {
+    if (!progress.Step(format, i, n)) return "IMb030";
+    read = reader.Next(records);
+    if (read == wf::RowRead::Bad) return "ESa046";
+    if (read != wf::RowRead::Read) break;
+    const double divisor = reader.Standardized() ? reader.RowSums()[static_cast<std::size_t>(i)] : 1.0;
+    // The record's own row index names the feature, whatever row it sits in;
+    // the reader has checked both indices against the ID table.
+    for (const auto& r : records) {
+      if (!table->AddNew(ZoGeometry()) ||
+          !table->SetFieldValue(idField, LumaVariant(ids[static_cast<std::size_t>(r.row)])) ||
+          !table->SetFieldValue(neighbourField, LumaVariant(ids[static_cast<std::size_t>(r.column)])) ||
+          !table->SetFieldValue(weightField, LumaVariant(r.weight / divisor)) || !table->Update()) {
+        table->CancelUpdate();
+        return "EKa013";
+      }
+    }
+  }
+  table.reset();
+  return target->Commit() ? nullptr : "EKa013";
+}
+
+}  // namespace
+
+unsigned char ZoWeightsUtilities::BinaryConverToTable(ZoDatasetVector* target, const LumaUnicodeString& path,
+                                                      unsigned char showProgress) {
+  ClearErrorMessage();
+  const char* failedId = nullptr;
+  try {
+    if (!target) {
+      failedId = "EEg002";
+    } else if (path.IsEmpty() || !wf::HasSwmbExtension(path, true)) {
+      failedId = "EAf017";
+    } else if (target->GetType() != DatasetTabular) {
+      failedId = "ELb001";
+    } else {
+      auto reader = wf::OpenBinaryWeights(*this, path, failedId);
+      if (!reader && !failedId) return 0;  // the header reader has reported it
+      if (reader) failedId = AppendRows(*reader, target, m_progress, showProgress != 0);
+    }
+  } catch (const std::bad_alloc&) {
+    failedId = "EBa003";
+  } catch (const std::exception&) {
+    failedId = "ESa046";
+  }
+  if (!failedId) return 1;
+  AddErrorMessage(failedId);
+  return 0;
+}
+
+unsigned char ZoWeightsUtilities::TextConverToTable(ZoDatasetVector* target, const LumaUnicodeString& path,
+                                                    unsigned char showProgress) {
+  ClearErrorMessage();
+  const char* failedId = nullptr;
+  try {
+    if (!target) {
+      failedId = "EEg002";
+    } else if (path.IsEmpty() || !wf::HasSwmbExtension(path, false)) {  // text files: ".swmb" exactly
+      failedId = "EAf017";
+    } else if (target->GetType() != DatasetTabular) {
+      failedId = "ELb001";
+    } else if (auto reader = wf::OpenTextWeights(*this, path, failedId)) {
+      failedId = AppendRows(*reader, target, m_progress, showProgress != 0);
+    }
+  } catch (const std::bad_alloc&) {
+    failedId = "EBa003";
+  } catch (const std::exception&) {
+    failedId = "ESa046";
+  }
+  if (!failedId) return 1;
+  AddErrorMessage(failedId);
+  return 0;
+}
+
+}  // namespace ZOC
