@@ -4,12 +4,16 @@ BUILD ?= build
 JOBS ?= $(shell nproc)
 CMAKE_FLAGS ?=
 
-.PHONY: all deps build demo test sanitize clean
+.PHONY: all deps test-deps build demo test sanitize clean
 
 all: build
 
 deps:
 	@scripts/install-deps
+
+# The tests also cross-check against R's spdep, so they install R's peers too.
+test-deps:
+	@scripts/install-deps --peers
 
 $(BUILD)/CMakeCache.txt:
 	cmake -S . -B $(BUILD) -DCMAKE_BUILD_TYPE=RelWithDebInfo $(CMAKE_FLAGS)
@@ -20,7 +24,8 @@ build: deps $(BUILD)/CMakeCache.txt
 demo: build
 	scripts/demo $(BUILD)
 
-test: build
+test: test-deps build
+	cmake $(BUILD) >/dev/null
 	cd $(BUILD) && ctest --output-on-failure -j $(JOBS)
 
 # The same tests under AddressSanitizer and UndefinedBehaviorSanitizer.

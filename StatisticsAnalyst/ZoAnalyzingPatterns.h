@@ -36,6 +36,21 @@ class ZoAnalyzingPatterns : public ZoAnalysisFrame {
   // when no matrix is open, "ESa046" when the block cannot be read.
   unsigned char ReadWeightMatrixBinaryK(int n, LumaArray<double>& row);
 
+  // Global Moran's I of the analysis field under the randomization
+  // assumption: I, E[I], Var[I], z and its two-sided p-value. Weights are
+  // held in memory up to 10000 features; beyond that, and whenever the
+  // conceptualization names a weights file, they stream from a binary
+  // weights file (a temporary one is deleted before the call returns).
+  // Messages: the frame's checks, the weights' own, "ESa031", "ESa030",
+  // "ESa021" (no variance), "ESa027", "ESa026", "IMb030", then "ESa041".
+  bool SpatialAutocorrelation(ZoDatasetVector* dataset, const ZoPatternsInformation& info,
+                              ZoAnalyzingExponent& result, bool showProgress);
+  // Getis–Ord General G of a non-negative field ("ESa022" otherwise): G,
+  // E[G], Var[G], z and p, on the same two paths. "ESa035" is appended when
+  // the statistic itself fails.
+  unsigned char HighOrLowCluster(ZoDatasetVector* dataset, const ZoPatternsInformation& info,
+                                 ZoAnalyzingExponent& result, unsigned char showProgress);
+
   // Average nearest neighbour: compares the mean distance from each feature's
   // centroid to its nearest neighbour with the mean expected for a random
   // pattern of the same number of features in the study area.
@@ -65,12 +80,38 @@ class ZoAnalyzingPatterns : public ZoAnalysisFrame {
   // False with "ESa013" for fewer than two ring points.
   unsigned char GetMinAreaRect1(const LumaArray<LumaPoint2D>& hull, LumaPoint2D& centre, LumaPoint2D& u,
                                 LumaPoint2D& v, double& length, double& width, double& area);
+  // The in-memory statistics over sorted weight units.
+  bool GetAutoCorrelation(const LumaArray<double>& values, const LumaArray<WeightMatrixUnit>& weights,
+                          ZoAnalyzingExponent& result);
+  unsigned char GetGeneralG(const LumaArray<double>& values, const LumaArray<WeightMatrixUnit>& weights,
+                            ZoAnalyzingExponent& result);
+  // The streamed statistics over a weights file.
+  bool SpatialAutocorrelationBinary(ZoRecordset* records, const ZoPatternsInformation& info,
+                                    ZoAnalyzingExponent& result, bool showProgress);
+  unsigned char HighOrLowClusterBinary(ZoRecordset* records, const ZoPatternsInformation& info,
+                                       ZoAnalyzingExponent& result, unsigned char showProgress);
+  // The statistic of either kind over the rows of a weights file: the file
+  // is made (conceptualizations 1-7) or checked (8), the values are read in
+  // the file's order, and every row is fed to the sums.
+  template <class Sums>
+  bool StreamStatistic(ZoRecordset* records, const ZoPatternsInformation& info, ZoAnalyzingExponent& result,
+                       bool showProgress, const char* title, const char* format, bool nonNegative);
+  // Feeds sorted in-memory units row by row, with progress.
+  template <class Sums>
+  bool FeedUnits(const LumaArray<WeightMatrixUnit>& units, std::int64_t n, Sums& sums);
+  // The analysis field of every record in the recordset's order; "ESa022"
+  // for a negative value when nonNegative.
+  bool ReadValues(ZoRecordset* records, const LumaUnicodeString& field, bool nonNegative, LumaArray<double>& values);
+
   // The study area when the caller gave none (see AverageNearestNeighbor).
   bool ComputeStudyArea(const LumaArray<LumaPoint2D>& centroids, const ZoPrjCoordSys& cs, double width,
                         double& area);
 
   ZoStatisticsUtilities m_utilities;
   std::FILE* m_flagMatrix = nullptr;
+  // The statistic stage of the call under way (progress and its format).
+  ZoCallProgress* m_stage = nullptr;
+  LumaUnicodeString m_stageFormat;
 };
 
 }  // namespace ZOC

@@ -28,8 +28,9 @@ class BuildProgress {
  public:
   BuildProgress(ZoCallProgress*& slot, LumaUnicodeString& format, ZoProgress* caller, bool show)
       : m_progress(caller, show), m_slot(slot) {
+    // The range is left to the caller: an analysis that builds a temporary
+    // file gives the build its own slice of the run.
     if (m_progress) {
-      m_progress->SetBothPosRange(0, 100);
       m_progress->SetTitleMessage(ZoStringEx::LoadResString("IMb330"));
       format = ZoStringEx::LoadResString("IMb331");
     }

@@ -14,11 +14,13 @@ Command InfoCommand();
 Command AnnCommand();
 Command WeightsShowCommand();
 Command WeightsBuildCommand();
+Command MoranCommand();
+Command GeneralGCommand();
 Command WeightsToTableCommand();
 Command WeightsDumpCommand();
 
 const std::vector<Command>& Commands() {
-  static const std::vector<Command> commands = {InfoCommand(), AnnCommand(), WeightsShowCommand(), WeightsBuildCommand(),
+  static const std::vector<Command> commands = {InfoCommand(), AnnCommand(), MoranCommand(), GeneralGCommand(), WeightsShowCommand(), WeightsBuildCommand(),
                                                  WeightsToTableCommand(), WeightsDumpCommand()};
   return commands;
 }

@@ -1,0 +1,125 @@
+#include "StatisticsAnalyst/WeightsFileRows.h"
+
+#include <algorithm>
+#include <new>
+#include <numeric>
+
+#include "host/ZoStringEx.h"
+
+namespace ZOC {
+
+namespace {
+constexpr double kZero = 1e-20;
+bool IsZero(double v) { return v > -kZero && v < kZero; }
+}  // namespace
+
+void ZoWeightsFileRows::Fail(const char* id) {
+  if (!m_error.IsEmpty()) m_error += "\n";
+  m_error += ZoStringEx::LoadResString(id);
+}
+
+bool ZoWeightsFileRows::BuildTemporary(ZoDatasetVector* dataset, const ZoPatternsInformation& info,
+                                       ZoProgress* progress) {
+  const LumaUnicodeString path = ZoFile::GetTemporaryFileName("Quillard", ".swmb");
+  if (path.IsEmpty()) {
+    Fail("ESa049");
+    return false;
+  }
+  m_temporary.Reset(path);
+  ZoWeightsUtilities builder;
+  builder.SetProgress(progress);
+  if (!builder.BuildWeightMatrixBinary(dataset, kSystemIdField, path, info, progress != nullptr)) {
+    m_error += builder.GetStrErrorMes();
+    return false;
+  }
+  return true;
+}
+
+bool ZoWeightsFileRows::Open(ZoDatasetVector* dataset, const LumaUnicodeString& path) {
+  Close();
+  ZoConceptualizationModel model = InverseDistance;
+  unsigned char standardized = 0;
+  std::int64_t position = 0;
+  m_file = m_utilities.CheckSWMFileValid(dataset, path, m_field, m_index, model, standardized, m_normalizers,
+                                         position);
+  if (!m_file) {
+    m_error += m_utilities.GetStrErrorMes();
+    return false;
+  }
+  // Relationships built from distances or shared boundaries are symmetric;
+  // K nearest and anything unknown are not assumed to be.
+  m_symmetric = model >= InverseDistance && model <= ContiguityEdgesCorners;
+  if (m_symmetric) return true;
+  try {
+    const std::int64_t n = Count();
+    m_offsets.assign(static_cast<std::size_t>(n) + 1, 0);
+    for (std::int64_t r = 0; r < n; ++r) {
+      if (!m_utilities.ReadWeightMatrixBinarySparse(m_file, m_index[static_cast<std::size_t>(r)].Count,
+                                                    static_cast<int>(n), m_readColumns, m_readWeights)) {
+        m_error += m_utilities.GetStrErrorMes();
+        Fail("ESa026");
+        return false;
+      }
+      std::vector<std::size_t> order(m_readColumns.size());
+      std::iota(order.begin(), order.end(), std::size_t{0});
+      std::sort(order.begin(), order.end(),
+                [&](std::size_t a, std::size_t b) { return m_readColumns[a] < m_readColumns[b]; });
+      for (std::size_t k : order) {
+        m_columns.push_back(m_readColumns[k]);
+        m_raw.push_back(m_readWeights[k]);
+      }
+      m_offsets[static_cast<std::size_t>(r) + 1] = static_cast<std::int64_t>(m_columns.size());
+    }
+  } catch (const std::bad_alloc&) {
+    Fail("EBa003");
+    return false;
+  }
+  // Back to the first row for the pass that computes the statistic.
+  if (fseeko(m_file, static_cast<off_t>(position), SEEK_SET) != 0) {
+    Fail("ESa026");
+    return false;
+  }
+  return true;
+}
+
+void ZoWeightsFileRows::Close() {
+  if (m_file) std::fclose(m_file);
+  m_file = nullptr;
+  m_offsets.clear();
+  m_columns.clear();
+  m_raw.clear();
+}
+
+double ZoWeightsFileRows::Normalized(double raw, std::int64_t row) const {
+  const double s = m_normalizers[static_cast<std::size_t>(row)];
+  return IsZero(s) ? 0.0 : raw / s;
+}
+
+bool ZoWeightsFileRows::Next(std::int64_t i, ZoSparseRow& row) {
+  const std::int64_t n = Count();
+  if (!m_file || i < 0 || i >= n ||
+      !m_utilities.ReadWeightMatrixBinarySparse(m_file, m_index[static_cast<std::size_t>(i)].Count,
+                                                static_cast<int>(n), m_readColumns, m_readWeights)) {
+    m_error += m_utilities.GetStrErrorMes();
+    Fail("ESa026");
+    return false;
+  }
+  row.columns.assign(m_readColumns.begin(), m_readColumns.end());
+  row.weights.resize(m_readColumns.size());
+  row.transposed.resize(m_readColumns.size());
+  for (std::size_t k = 0; k < m_readColumns.size(); ++k) {
+    const std::int32_t j = m_readColumns[k];
+    row.weights[k] = Normalized(m_readWeights[k], i);
+    double rawTransposed = m_readWeights[k];
+    if (!m_symmetric) {
+      const auto first = m_columns.begin() + m_offsets[static_cast<std::size_t>(j)];
+      const auto last = m_columns.begin() + m_offsets[static_cast<std::size_t>(j) + 1];
+      const auto it = std::lower_bound(first, last, static_cast<std::int32_t>(i));
+      rawTransposed = (it != last && *it == i) ? m_raw[static_cast<std::size_t>(it - m_columns.begin())] : 0.0;
+    }
+    row.transposed[k] = Normalized(rawTransposed, j);
+  }
+  return true;
+}
+
+}  // namespace ZOC

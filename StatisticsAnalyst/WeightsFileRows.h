@@ -1,0 +1,72 @@
+#pragma once
+// ZoWeightsFileRows: the rows of a binary weights file as the global
+// statistics stream them: opened and checked against the dataset, each row
+// normalized by its row sum when the file is standardized (a zero-sum row
+// reads as empty), and each stored weight w(i, j) paired with w(j, i).
+//
+// Weights of the distance and contiguity relationships are symmetric before
+// standardization, so w(j, i) = raw(i, j) / s(j) needs nothing but the row
+// sums. K-nearest weights are not symmetric: for them (and for any file whose
+// relationship is not known to be symmetric) the raw weights are also held
+// in memory, sorted by row and column, and w(j, i) is looked up there. That
+// costs memory in proportion to the stored weights, never n × n.
+//
+// A temporary file made here is deleted when the object goes away, on every
+// path out of the analysis.
+#include <cstdint>
+#include <cstdio>
+#include <vector>
+
+#include "StatisticsAnalyst/GlobalStatisticSums.h"
+#include "StatisticsAnalyst/ZoStatisticsUtilities.h"
+#include "StatisticsAnalyst/ZoWeightsUtilities.h"
+#include "host/ZoFile.h"
+
+namespace ZOC {
+
+class ZoWeightsFileRows {
+ public:
+  ZoWeightsFileRows() = default;
+  ~ZoWeightsFileRows() { Close(); }
+  ZoWeightsFileRows(const ZoWeightsFileRows&) = delete;
+  ZoWeightsFileRows& operator=(const ZoWeightsFileRows&) = delete;
+
+  // Builds a temporary weights file ("Quillard…" in the temporary folder),
+  // keyed by "QlID", for conceptualizations 1 to 7; the build reports to
+  // `progress` when it is not null.
+  bool BuildTemporary(ZoDatasetVector* dataset, const ZoPatternsInformation& info, ZoProgress* progress);
+  // Opens and checks a weights file for the dataset and reads what the rows
+  // need: the index, the normalizers and, for asymmetric weights, the raw weights.
+  bool Open(ZoDatasetVector* dataset, const LumaUnicodeString& path);
+  void Close();
+
+  // The temporary file made by BuildTemporary, or "".
+  const LumaUnicodeString& TemporaryPath() const { return m_temporary.Path(); }
+  const LumaUnicodeString& UniqueIdField() const { return m_field; }
+  std::int64_t Count() const { return static_cast<std::int64_t>(m_index.size()); }
+  // Row i (rows are read in order, i = 0, 1, ...). False with "ESa026".
+  bool Next(std::int64_t i, ZoSparseRow& row);
+  // The messages of every failure so far.
+  const LumaUnicodeString& Error() const { return m_error; }
+
+ private:
+  void Fail(const char* id);
+  double Normalized(double raw, std::int64_t row) const;
+
+  ZoStatisticsUtilities m_utilities;
+  ZoTempFileGuard m_temporary;
+  std::FILE* m_file = nullptr;
+  LumaUnicodeString m_field;
+  LumaArray<ZoSWMFileUniqueIndex> m_index;
+  LumaArray<double> m_normalizers;
+  bool m_symmetric = true;
+  // Raw weights by row for asymmetric files: row r is m_columns/m_raw[m_offsets[r], m_offsets[r+1]).
+  std::vector<std::int64_t> m_offsets;
+  std::vector<std::int32_t> m_columns;
+  std::vector<double> m_raw;
+  LumaArray<std::int32_t> m_readColumns;
+  LumaArray<double> m_readWeights;
+  LumaUnicodeString m_error;
+};
+
+}  // namespace ZOC

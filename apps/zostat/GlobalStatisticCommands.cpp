@@ -1,0 +1,94 @@
+// zostat moran and zostat general-g: the two global statistics of a field.
+#include <cstdio>
+
+#include "Command.h"
+#include "Json.h"
+#include "StatisticsAnalyst/ZoAnalyzingPatterns.h"
+#include "WeightsOptions.h"
+
+namespace zostat {
+
+namespace {
+
+using Exponent = ZOC::ZoAnalyzingPatterns::ZoAnalyzingExponent;
+
+// The usual reading of a z-score, in one sentence.
+std::string Interpretation(double z, const char* high, const char* low) {
+  const double a = z < 0 ? -z : z;
+  const char* level = a > 2.58 ? "1%" : a > 1.96 ? "5%" : a > 1.65 ? "10%" : nullptr;
+  if (!level) return "The pattern does not differ significantly from random (|z| <= 1.65).";
+  return std::string("The pattern is ") + (z > 0 ? high : low) + ", significant at the " + level + " level.";
+}
+
+void PrintResult(const Options& options, const Exponent& r, const char* name, const char* statistic, const char* high,
+                 const char* low) {
+  if (options.Has("json")) {
+    JsonWriter json;
+    json.BeginObject()
+        .Key("index").Number(r.Index)
+        .Key("expected_index").Number(r.ExpectedIndex)
+        .Key("variance").Number(r.Variance)
+        .Key("z_score").Number(r.ZScore)
+        .Key("p_value").Number(r.PValue)
+        .EndObject();
+    Print(json.str());
+    return;
+  }
+  char text[1024];
+  std::snprintf(text, sizeof text,
+                "%s of %s\n"
+                "  %-18s %.10g\n"
+                "  Expected value:    %.10g\n"
+                "  Variance:          %.10g\n"
+                "  z-score:           %.10g\n"
+                "  p-value:           %.10g\n",
+                name, options.Get("field").c_str(), statistic, r.Index, r.ExpectedIndex, r.Variance, r.ZScore,
+                r.PValue);
+  Print(std::string(text) + Interpretation(r.ZScore, high, low));
+}
+
+int RunMoran(const Options& options) {
+  InputLayer input = OpenInput(options);
+  const ZOC::ZoPatternsInformation info = ParseWeightsOptions(options);
+  ZOC::ZoAnalyzingPatterns patterns;
+  Exponent r;
+  if (!patterns.SpatialAutocorrelation(input.dataset, info, r, !options.Has("json")))
+    throw Failure(patterns.GetStrErrorMes().Str());
+  PrintResult(options, r, "Global Moran's I", "Moran's I:", "clustered (similar values lie together)",
+              "dispersed (dissimilar values lie together)");
+  return 0;
+}
+
+int RunGeneralG(const Options& options) {
+  InputLayer input = OpenInput(options);
+  const ZOC::ZoPatternsInformation info = ParseWeightsOptions(options);
+  ZOC::ZoAnalyzingPatterns patterns;
+  Exponent r;
+  if (!patterns.HighOrLowCluster(input.dataset, info, r, !options.Has("json")))
+    throw Failure(patterns.GetStrErrorMes().Str());
+  PrintResult(options, r, "General G", "General G:", "clustered with high values (hot spots)",
+              "clustered with low values (cold spots)");
+  return 0;
+}
+
+std::vector<OptionSpec> StatisticOptions() {
+  auto options = InputOptions();
+  options.push_back({"field", true, "numeric analysis field"});
+  for (auto& o : WeightsOptions()) options.push_back(o);
+  for (auto& o : CommonOptions()) options.push_back(o);
+  return options;
+}
+
+}  // namespace
+
+Command MoranCommand() {
+  return {"moran", "global Moran's I: index, expectation, variance, z-score, p-value",
+          "--input PATH --field F [weights options] [--json]", StatisticOptions(), RunMoran};
+}
+
+Command GeneralGCommand() {
+  return {"general-g", "high/low clustering (Getis-Ord General G) of a non-negative field",
+          "--input PATH --field F [weights options] [--json]", StatisticOptions(), RunGeneralG};
+}
+
+}  // namespace zostat

@@ -1,0 +1,264 @@
+// Global Moran's I and General G: against a dense textbook computation, the
+// in-memory and streamed paths against each other, and the failure cases.
+#include <gtest/gtest.h>
+
+#include <cmath>
+#include <cstdlib>
+#include <filesystem>
+
+#include "StatisticsAnalyst/ZoAnalyzingPatterns.h"
+#include "StatisticsAnalyst/ZoWeightsUtilities.h"
+#include "TestSupport.h"
+
+using namespace ZOC;
+using Exponent = ZoAnalyzingPatterns::ZoAnalyzingExponent;
+using Dense = std::vector<std::vector<double>>;
+
+namespace {
+
+// Moran's I and its randomization moments straight from the definitions
+// over a dense matrix (Cliff and Ord).
+Exponent DenseMoran(const std::vector<double>& x, const Dense& w) {
+  const double n = x.size();
+  double mean = 0;
+  for (double v : x) mean += v / n;
+  double s0 = 0, s1 = 0, s2 = 0, num = 0, d2 = 0, d4 = 0;
+  for (std::size_t i = 0; i < x.size(); ++i) {
+    double ri = 0, ci = 0;
+    for (std::size_t j = 0; j < x.size(); ++j) {
+      s0 += w[i][j];
+      s1 += 0.5 * (w[i][j] + w[j][i]) * (w[i][j] + w[j][i]);
+      ri += w[i][j];
+      ci += w[j][i];
+      num += w[i][j] * (x[i] - mean) * (x[j] - mean);
+    }
+    s2 += (ri + ci) * (ri + ci);
+    d2 += std::pow(x[i] - mean, 2);
+    d4 += std::pow(x[i] - mean, 4);
+  }
+  const double I = n / s0 * num / d2, E = -1 / (n - 1), b2 = n * d4 / (d2 * d2);
+  const double EI2 = (n * ((n * n - 3 * n + 3) * s1 - n * s2 + 3 * s0 * s0) -
+                      b2 * ((n * n - n) * s1 - 2 * n * s2 + 6 * s0 * s0)) /
+                     ((n - 1) * (n - 2) * (n - 3) * s0 * s0);
+  const double V = EI2 - E * E;
+  return {I, E, V, (I - E) / std::sqrt(V), 0};
+}
+
+// General G with the rule that features without any weight stay out of the
+// numerator, the denominator and the value moments.
+Exponent DenseGeneralG(const std::vector<double>& x, const Dense& w) {
+  const std::size_t N = x.size();
+  const double n = N;
+  double s0 = 0, s1 = 0, s2 = 0, a = 0, d = 0, m1 = 0, m2 = 0, m3 = 0, m4 = 0;
+  for (std::size_t i = 0; i < N; ++i) {
+    bool flagged = false;
+    double ri = 0, ci = 0;
+    for (std::size_t j = 0; j < N; ++j) {
+      flagged = flagged || std::fabs(w[i][j]) >= 1e-20;
+      if (j == i) continue;
+      ri += w[i][j], ci += w[j][i];
+      s1 += 0.5 * std::pow(w[i][j] + w[j][i], 2);
+    }
+    s0 += ri;
+    s2 += (ri + ci) * (ri + ci);
+    if (!flagged) continue;
+    for (std::size_t j = 0; j < N; ++j)
+      if (j != i) a += x[i] * w[i][j] * x[j], d += x[i] * x[j];
+    m1 += x[i], m2 += x[i] * x[i], m3 += std::pow(x[i], 3), m4 += std::pow(x[i], 4);
+  }
+  const double G = a / d, E = s0 / (n * (n - 1));
+  const double b0 = (n * n - 3 * n + 3) * s1 - n * s2 + 3 * s0 * s0;
+  const double b1 = -((n * n - n) * s1 - 2 * n * s2 + 6 * s0 * s0);
+  const double b2 = -(2 * n * s1 - (n + 3) * s2 + 6 * s0 * s0);
+  const double b3 = 4 * (n - 1) * s1 - 2 * (n + 1) * s2 + 8 * s0 * s0;
+  const double b4 = s1 - s2 + s0 * s0;
+  const double q = std::pow(m1 * m1 - m2, 2) * n * (n - 1) * (n - 2) * (n - 3);
+  const double V = (b0 * m2 * m2 + b1 * m4 + b2 * m1 * m1 * m2 + b3 * m1 * m3 + b4 * std::pow(m1, 4)) / q - E * E;
+  return {G, E, V, (G - E) / std::sqrt(V), 0};
+}
+
+// The dense matrix of the in-memory weights of a layer.
+Dense DenseWeights(satest::MemoryLayer& layer, const ZoPatternsInformation& info) {
+  ZoRecordsetPtr records(layer.dataset->Query(ZoQueryDef()));
+  ZoStatisticsUtilities u;
+  LumaArray<WeightMatrixUnit> units;
+  EXPECT_TRUE(u.GetSpatialWeight(records.get(), info, units, false)) << u.GetStrErrorMes().Str();
+  const std::size_t n = static_cast<std::size_t>(records->GetRecordCount());
+  Dense w(n, std::vector<double>(n, 0.0));
+  for (const auto& unit : units) w[unit.Index / n][unit.Index % n] = unit.Weight;
+  return w;
+}
+
+void ExpectClose(const Exponent& a, const Exponent& b, double tol, const std::string& what) {
+  EXPECT_NEAR(a.Index, b.Index, tol * std::fabs(b.Index)) << what;
+  EXPECT_NEAR(a.ExpectedIndex, b.ExpectedIndex, tol * std::fabs(b.ExpectedIndex)) << what;
+  EXPECT_NEAR(a.Variance, b.Variance, tol * std::fabs(b.Variance)) << what;
+  EXPECT_NEAR(a.ZScore, b.ZScore, tol * std::max(1.0, std::fabs(b.ZScore))) << what;
+}
+
+std::vector<std::string> Ids(const ZoAnalysisFrame& o) {
+  std::vector<std::string> ids;
+  const std::string& s = o.GetStrErrorMes().Str();
+  for (auto p = s.find('['); p != std::string::npos; p = s.find('[', p + 1)) ids.push_back(s.substr(p + 1, 6));
+  return ids;
+}
+
+ZoPatternsInformation Info(ZoConceptualizationModel c, bool standardize = false) {
+  ZoPatternsInformation info;
+  info.FieldName = "VALUE";
+  info.Conceptualization = c;
+  info.KNeighbors = c == KNearestNeighbors ? 5 : 1;
+  info.Standardization = standardize;
+  return info;
+}
+
+// Values with a spatial trend and noise, all positive.
+std::vector<double> TrendValues(const std::vector<LumaPoint2D>& p) {
+  std::vector<double> v;
+  for (std::size_t i = 0; i < p.size(); ++i) v.push_back(5 + p[i].x * 0.3 + std::sin(7.0 * i) * 2);
+  return v;
+}
+
+}  // namespace
+
+TEST(GlobalStatistics, InMemoryAndStreamedMatchTheDenseDefinitions) {
+  const auto points = satest::RandomPoints(150, 40.0, 31);
+  const auto values = TrendValues(points);
+  auto layer = satest::MakePointLayer(points, values);
+  satest::TempDir dir;
+  for (auto c : {InverseDistance, FixedDistanceBand, KNearestNeighbors, ZoneOfIndifference}) {
+    for (bool standardize : {false, true}) {
+      const std::string what = "c=" + std::to_string(c) + " std=" + std::to_string(standardize);
+      ZoPatternsInformation info = Info(c, standardize);
+      const Dense w = DenseWeights(layer, info);
+      ZoAnalyzingPatterns patterns;
+      Exponent memory, streamed, g;
+      ASSERT_TRUE(patterns.SpatialAutocorrelation(layer.dataset, info, memory, false)) << what;
+      ExpectClose(memory, DenseMoran(values, w), 1e-10, what);
+
+      // The same weights through a weights file take the streamed path.
+      ZoWeightsUtilities builder;
+      const std::string path = dir.File("w.swmb");
+      ASSERT_TRUE(builder.BuildWeightMatrixBinary(layer.dataset, "QlID", path, info, false));
+      ZoPatternsInformation fromFile = info;
+      fromFile.Conceptualization = SpatialWeightsFile;
+      fromFile.WeightsFilePath = path;
+      ASSERT_TRUE(patterns.SpatialAutocorrelation(layer.dataset, fromFile, streamed, false))
+          << patterns.GetStrErrorMes().Str();
+      ExpectClose(streamed, memory, 1e-12, what + " streamed");
+
+      if (!standardize) {
+        ASSERT_TRUE(patterns.HighOrLowCluster(layer.dataset, info, g, false)) << patterns.GetStrErrorMes().Str();
+        ExpectClose(g, DenseGeneralG(values, w), 1e-10, what + " G");
+        Exponent gFile;
+        ASSERT_TRUE(patterns.HighOrLowCluster(layer.dataset, fromFile, gFile, false));
+        ExpectClose(gFile, g, 1e-12, what + " G streamed");
+      }
+    }
+  }
+}
+
+TEST(GlobalStatistics, LargeDatasetsStreamThroughATemporaryFileThatIsRemoved) {
+  satest::TempDir tmp;
+  const char* old = std::getenv("TMPDIR");
+  const std::string saved = old ? old : "";
+  setenv("TMPDIR", tmp.path().c_str(), 1);
+  const auto points = satest::RandomPoints(10001, 100.0, 8);
+  const auto values = TrendValues(points);
+  auto layer = satest::MakePointLayer(points, values);
+  ZoPatternsInformation info = Info(KNearestNeighbors, true);
+
+  // The reference: the same weights in memory (the matrix still fits there).
+  ZoRecordsetPtr records(layer.dataset->Query(ZoQueryDef()));
+  ZoStatisticsUtilities u;
+  LumaArray<WeightMatrixUnit> units;
+  ASSERT_TRUE(u.GetSpatialWeight(records.get(), info, units, false));
+  ZoAnalyzingPatterns patterns;
+  Exponent streamed;
+  ASSERT_TRUE(patterns.SpatialAutocorrelation(layer.dataset, info, streamed, false));
+  EXPECT_TRUE(std::filesystem::is_empty(tmp.path()));
+  // Sparse reference sums, written out plainly.
+  const double n = 10001;
+  double mean = 0;
+  for (double v : values) mean += v / n;
+  std::vector<double> row(10001, 0), col(10001, 0);
+  double s0 = 0, s1 = 0, cp = 0, d2 = 0;
+  for (const auto& unit : units) {
+    const int i = unit.Index / 10001, j = unit.Index % 10001;
+    const int t = ZoStatisticsUtilities::FindWeightIndex(units, j * 10001 + i);
+    const double wt = t >= 0 ? units[t].Weight : 0;
+    s0 += unit.Weight, s1 += unit.Weight * unit.Weight + unit.Weight * wt;
+    row[i] += unit.Weight, col[j] += unit.Weight;
+    cp += unit.Weight * (values[i] - mean) * (values[j] - mean);
+  }
+  for (double v : values) d2 += (v - mean) * (v - mean);
+  EXPECT_NEAR(streamed.Index, n / s0 * cp / d2, 1e-10);
+
+  // A cancelled run leaves no temporary file either.
+  ZoProgress::SetFactory([] {
+    return std::make_unique<ZoCallbackProgress>([](const ZoProgressState& s) { return s.percent < 30; });
+  });
+  Exponent untouched{1, 2, 3, 4, 5};
+  EXPECT_FALSE(patterns.SpatialAutocorrelation(layer.dataset, info, untouched, true));
+  ZoProgress::SetFactory(nullptr);
+  EXPECT_EQ(Ids(patterns), (std::vector<std::string>{"IMb030", "ESa041"}));
+  EXPECT_EQ(untouched.Index, 1);
+  EXPECT_TRUE(std::filesystem::is_empty(tmp.path()));
+  if (old) setenv("TMPDIR", saved.c_str(), 1);
+  else unsetenv("TMPDIR");
+}
+
+TEST(GlobalStatistics, HandCheckableCases) {
+  // n = 4, the smallest count the checks let through: (n - 3) = 1.
+  auto four = satest::MakePointLayer({{0, 0}, {1, 0}, {2, 0}, {3, 0}}, {1, 2, 4, 8});
+  ZoPatternsInformation info = Info(FixedDistanceBand);
+  info.DistanceTolerance = 1.0;
+  ZoAnalyzingPatterns patterns;
+  Exponent r;
+  ASSERT_TRUE(patterns.SpatialAutocorrelation(four.dataset, info, r, false));
+  // Path weights 0-1-2-3: mean 3.75, d = (-2.75, -1.75, 0.25, 4.25), Σd² = 28.75,
+  // Σ w d d = 2 (4.8125 - 0.4375 + 1.0625) = 10.875, S0 = 6, I = 4/6 · 10.875/26.75.
+  EXPECT_NEAR(r.Index, 4.0 / 6.0 * 10.875 / 28.75, 1e-14);
+  EXPECT_NEAR(r.ExpectedIndex, -1.0 / 3.0, 1e-15);
+  EXPECT_TRUE(std::isfinite(r.Variance));
+
+  // A strongly clustered field: z beyond 6 gives a p-value of exactly 0.
+  const auto grid = satest::RandomPoints(300, 100.0, 12);
+  std::vector<double> x;
+  for (const auto& p : grid) x.push_back(p.x);
+  auto clustered = satest::MakePointLayer(grid, x);
+  ASSERT_TRUE(patterns.SpatialAutocorrelation(clustered.dataset, Info(KNearestNeighbors), r, false));
+  EXPECT_GT(r.ZScore, 6);
+  EXPECT_EQ(r.PValue, 0.0);
+
+  auto constant = satest::MakePointLayer({{0, 0}, {1, 0}, {2, 0}, {3, 0}}, {5, 5, 5, 5});
+  EXPECT_FALSE(patterns.SpatialAutocorrelation(constant.dataset, info, r, false));
+  EXPECT_EQ(Ids(patterns), (std::vector<std::string>{"ESa021", "ESa041"}));
+}
+
+TEST(GlobalStatistics, GeneralGFlagsAndFailures) {
+  ZoAnalyzingPatterns patterns;
+  Exponent r;
+  ZoPatternsInformation info = Info(FixedDistanceBand);
+  info.DistanceTolerance = 2.0;
+  auto negative = satest::MakePointLayer({{0, 0}, {1, 0}, {2, 0}, {50, 50}}, {1, 2, 3, -1});
+  EXPECT_FALSE(patterns.HighOrLowCluster(negative.dataset, info, r, false));
+  EXPECT_EQ(Ids(patterns), std::vector<std::string>{"ESa022"});  // the isolated feature's value counts too
+  auto zeros = satest::MakePointLayer({{0, 0}, {1, 0}, {2, 0}, {3, 0}}, {0, 0, 0, 0});
+  EXPECT_FALSE(patterns.HighOrLowCluster(zeros.dataset, info, r, false));
+  EXPECT_EQ(Ids(patterns), (std::vector<std::string>{"ESa021", "ESa035"}));
+
+  // An isolated feature changes E[G] and Var[G] through n, not G.
+  std::vector<LumaPoint2D> p = {{0, 0}, {1, 0}, {2, 0}, {0, 1}, {1, 1}, {2, 1}};
+  std::vector<double> v = {3, 1, 4, 1, 5, 9};
+  auto base = satest::MakePointLayer(p, v);
+  p.push_back({40, 40});
+  v.push_back(2);
+  auto withIsolated = satest::MakePointLayer(p, v);
+  Exponent a, b;
+  ASSERT_TRUE(patterns.HighOrLowCluster(base.dataset, info, a, false));
+  ASSERT_TRUE(patterns.HighOrLowCluster(withIsolated.dataset, info, b, false));
+  EXPECT_NE(a.ExpectedIndex, b.ExpectedIndex);
+  EXPECT_NE(a.Variance, b.Variance);
+  ExpectClose(b, DenseGeneralG(v, DenseWeights(withIsolated, info)), 1e-12, "isolated");
+}

@@ -1,0 +1,132 @@
+# Cross-check of zostat's global statistics against R's spdep.
+#   Rscript crosscheck.R ZOSTAT DATA_DIR
+# For each case the weights are exported from zostat ("weights show"), so
+# both sides use exactly the same neighbours and weights; spdep then computes
+# the statistic from them. Agreement is required to 1e-9 relative.
+#
+# Conventions that differ and how they are accounted for:
+# - spdep's listw style "B" keeps weights exactly as given, so zostat's raw
+#   or row-standardized weights are passed through unchanged.
+# - spdep reports z and p for a one-sided alternative; only the index, its
+#   expectation, variance and z-score are compared (z does not depend on it).
+# - General G: zostat leaves features without neighbours out of the numerator,
+#   the denominator and the value moments; spdep does not. The cases below
+#   give every feature a neighbour, where the two definitions coincide.
+suppressPackageStartupMessages(library(spdep))
+args <- commandArgs(trailingOnly = TRUE)
+zostat <- args[1]
+data <- args[2]
+failures <- 0
+checks <- 0
+
+run <- function(...) {
+  out <- suppressWarnings(system2(zostat, c(...), stdout = TRUE, stderr = FALSE))
+  status <- attr(out, "status")
+  if (!is.null(status) && status != 0) stop(paste("zostat failed:", paste(c(...), collapse = " ")))
+  out
+}
+
+json_number <- function(json, key) {
+  m <- regmatches(json, regexpr(paste0('"', key, '": [-+0-9.eE]+'), json))
+  as.numeric(sub(".*: ", "", m))
+}
+
+# zostat's weights as an spdep listw, features in QlID order.
+zostat_listw <- function(input, field, weights) {
+  lines <- run("weights", "show", "--quiet", "--input", input, "--field", field, weights)
+  tab <- read.table(text = lines, header = TRUE, sep = "\t", col.names = c("id", "nb", "w"))
+  ids <- sort(unique(as.integer(run_ids(input))))
+  n <- length(ids)
+  nb <- vector("list", n)
+  glist <- vector("list", n)
+  for (i in seq_len(n)) {
+    rows <- tab[tab$id == ids[i], ]
+    if (nrow(rows) == 0) {
+      nb[[i]] <- 0L
+      glist[[i]] <- numeric(0)
+    } else {
+      nb[[i]] <- match(rows$nb, ids)
+      glist[[i]] <- rows$w
+    }
+  }
+  class(nb) <- "nb"
+  attr(nb, "region.id") <- as.character(ids)
+  nb2listw(nb, glist = glist, style = "B", zero.policy = TRUE)
+}
+
+# QlIDs of the layer, from "weights show" with a relationship every feature has.
+run_ids <- function(input) {
+  info <- run("info", "--json", "--input", input)
+  n <- json_number(info, "record_count")
+  lines <- run("weights", "show", "--quiet", "--input", input, "--field", "QlID",
+               "--conceptualization", "zone-of-indifference")
+  tab <- read.table(text = lines, header = TRUE, sep = "\t")
+  ids <- unique(tab[[1]])
+  stopifnot(length(ids) == n)
+  ids
+}
+
+values <- function(input, layer, field) {
+  layer_sf <- sf::st_read(input, quiet = TRUE)
+  layer_sf <- layer_sf[order(as.integer(rownames(layer_sf))), ]
+  as.numeric(layer_sf[[field]])
+}
+
+compare <- function(label, ours, theirs) {
+  for (k in names(theirs)) {
+    checks <<- checks + 1
+    rel <- abs(ours[[k]] - theirs[[k]]) / max(abs(theirs[[k]]), 1e-300)
+    ok <- is.finite(rel) && rel <= 1e-9
+    if (!ok) failures <<- failures + 1
+    cat(sprintf("%-4s %-55s %-9s zostat %.15g spdep %.15g rel %.2e\n", if (ok) "ok" else "FAIL", label, k,
+                ours[[k]], theirs[[k]], rel))
+  }
+}
+
+cases <- list(
+  list(file = "columbus.gpkg", field = "CRIME", weights = c("--conceptualization", "contiguity-edges-corners", "--row-standardize")),
+  list(file = "columbus.gpkg", field = "HOVAL", weights = c("--conceptualization", "contiguity-edges")),
+  list(file = "columbus.gpkg", field = "INC", weights = c("--conceptualization", "inverse-distance", "--exponent", "2")),
+  list(file = "baltim.gpkg", field = "PRICE", weights = c("--conceptualization", "k-nearest", "--k", "6")),
+  list(file = "baltim.gpkg", field = "PRICE", weights = c("--conceptualization", "fixed-distance-band", "--row-standardize")),
+  list(file = "baltim.gpkg", field = "AGE", weights = c("--conceptualization", "k-nearest", "--k", "4", "--row-standardize"))
+)
+
+for (case in cases) {
+  input <- file.path(data, case$file)
+  label <- paste(case$file, case$field, paste(case$weights, collapse = " "))
+  lw <- zostat_listw(input, case$field, case$weights)
+  x <- values(input, NULL, case$field)
+
+  mt <- moran.test(x, lw, randomisation = TRUE, zero.policy = TRUE)
+  ours <- run("moran", "--json", "--input", input, "--field", case$field, case$weights)
+  compare(paste("Moran", label),
+          list(I = json_number(ours, "index"), E = json_number(ours, "expected_index"),
+               V = json_number(ours, "variance"), z = json_number(ours, "z_score")),
+          list(I = unname(mt$estimate[1]), E = unname(mt$estimate[2]), V = unname(mt$estimate[3]),
+               z = unname(mt$statistic)))
+
+  # The streamed path: the same weights through a weights file.
+  swmb <- tempfile(fileext = ".swmb")
+  run("weights", "build", "--quiet", "--input", input, "--id-field", "QlID", "--output", swmb, case$weights)
+  streamed <- run("moran", "--json", "--input", input, "--field", case$field,
+                  "--conceptualization", "weights-file", "--weights-file", swmb)
+  unlink(swmb)
+  compare(paste("Moran (weights file)", label),
+          list(I = json_number(streamed, "index"), V = json_number(streamed, "variance")),
+          list(I = unname(mt$estimate[1]), V = unname(mt$estimate[3])))
+
+  # General G wants binary weights.
+  if (!("--row-standardize" %in% case$weights) && !("inverse-distance" %in% case$weights)) {
+    gt <- globalG.test(x, lw, zero.policy = TRUE)
+    ours <- run("general-g", "--json", "--input", input, "--field", case$field, case$weights)
+    compare(paste("General G", label),
+            list(G = json_number(ours, "index"), E = json_number(ours, "expected_index"),
+                 V = json_number(ours, "variance"), z = json_number(ours, "z_score")),
+            list(G = unname(gt$estimate[1]), E = unname(gt$estimate[2]), V = unname(gt$estimate[3]),
+                 z = unname(gt$statistic)))
+  }
+}
+
+cat(sprintf("%d passed, %d failed\n", checks - failures, failures))
+quit(status = if (failures == 0) 0 else 1)
