@@ -99,3 +99,22 @@ TEST(Zostat, WeightsShowListsNeighboursByQlID) {
   EXPECT_EQ(status, 1);
   EXPECT_NE(failed.find("[ESa025]"), std::string::npos) << failed;
 }
+
+TEST(Zostat, MoranAndGeneralGJsonAndFailures) {
+  int status = -1;
+  const std::string columbus = satest::DataPath("columbus.gpkg");
+  std::string out = Zostat("moran --json --input " + columbus +
+                               " --field CRIME --conceptualization contiguity-edges-corners --row-standardize",
+                           &status);
+  ASSERT_EQ(status, 0) << out;
+  EXPECT_EQ(out.rfind("{\"index\": 0.50018855718286", 0), 0u) << out;  // queen, row-standardized (spdep agrees)
+  for (const char* key : {"\"expected_index\": ", "\"variance\": ", "\"z_score\": ", "\"p_value\": "})
+    EXPECT_NE(out.find(key), std::string::npos) << key;
+  out = Zostat("general-g --input " + columbus + " --field HOVAL --conceptualization contiguity-edges", &status);
+  ASSERT_EQ(status, 0) << out;
+  EXPECT_NE(out.find("General G:"), std::string::npos) << out;
+  EXPECT_NE(out.find("does not differ significantly"), std::string::npos) << out;
+  out = Zostat("moran --input " + columbus + " --field NOPE", &status, true);
+  EXPECT_EQ(status, 1);
+  EXPECT_NE(out.find("[ECd001]"), std::string::npos) << out;
+}
