@@ -35,8 +35,11 @@ bool ZoWeightsFileRows::BuildTemporary(ZoDatasetVector* dataset, const ZoPattern
   return true;
 }
 
-bool ZoWeightsFileRows::Open(ZoDatasetVector* dataset, const LumaUnicodeString& path) {
+bool ZoWeightsFileRows::Open(ZoDatasetVector* dataset, const LumaUnicodeString& path, bool normalize,
+                             bool transposed) {
   Close();
+  m_normalize = normalize;
+  m_transposed = transposed;
   ZoConceptualizationModel model = InverseDistance;
   unsigned char standardized = 0;
   std::int64_t position = 0;
@@ -49,7 +52,7 @@ bool ZoWeightsFileRows::Open(ZoDatasetVector* dataset, const LumaUnicodeString& 
   // Relationships built from distances or shared boundaries are symmetric;
   // K nearest and anything unknown are not assumed to be.
   m_symmetric = model >= InverseDistance && model <= ContiguityEdgesCorners;
-  if (m_symmetric) return true;
+  if (m_symmetric || !m_transposed) return true;
   try {
     const std::int64_t n = Count();
     m_offsets.assign(static_cast<std::size_t>(n) + 1, 0);
@@ -91,6 +94,7 @@ void ZoWeightsFileRows::Close() {
 }
 
 double ZoWeightsFileRows::Normalized(double raw, std::int64_t row) const {
+  if (!m_normalize) return raw;
   const double s = m_normalizers[static_cast<std::size_t>(row)];
   return IsZero(s) ? 0.0 : raw / s;
 }
@@ -106,10 +110,11 @@ bool ZoWeightsFileRows::Next(std::int64_t i, ZoSparseRow& row) {
   }
   row.columns.assign(m_readColumns.begin(), m_readColumns.end());
   row.weights.resize(m_readColumns.size());
-  row.transposed.resize(m_readColumns.size());
+  row.transposed.resize(m_transposed ? m_readColumns.size() : 0);
   for (std::size_t k = 0; k < m_readColumns.size(); ++k) {
     const std::int32_t j = m_readColumns[k];
     row.weights[k] = Normalized(m_readWeights[k], i);
+    if (!m_transposed) continue;
     double rawTransposed = m_readWeights[k];
     if (!m_symmetric) {
       const auto first = m_columns.begin() + m_offsets[static_cast<std::size_t>(j)];

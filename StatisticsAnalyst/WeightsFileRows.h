@@ -37,7 +37,9 @@ class ZoWeightsFileRows {
   bool BuildTemporary(ZoDatasetVector* dataset, const ZoPatternsInformation& info, ZoProgress* progress);
   // Opens and checks a weights file for the dataset and reads what the rows
   // need: the index, the normalizers and, for asymmetric weights, the raw weights.
-  bool Open(ZoDatasetVector* dataset, const LumaUnicodeString& path);
+  // With normalize false the rows keep their raw weights; with transposed
+  // false the w(j, i) entries are not computed (and nothing extra is held).
+  bool Open(ZoDatasetVector* dataset, const LumaUnicodeString& path, bool normalize = true, bool transposed = true);
   void Close();
 
   // The temporary file made by BuildTemporary, or "".
@@ -60,6 +62,8 @@ class ZoWeightsFileRows {
   LumaArray<ZoSWMFileUniqueIndex> m_index;
   LumaArray<double> m_normalizers;
   bool m_symmetric = true;
+  bool m_normalize = true;
+  bool m_transposed = true;
   // Raw weights by row for asymmetric files: row r is m_columns/m_raw[m_offsets[r], m_offsets[r+1]).
   std::vector<std::int64_t> m_offsets;
   std::vector<std::int32_t> m_columns;

@@ -524,6 +524,13 @@ void ZoDatasetVector::ReleaseRecordset(ZoRecordset* recordset) { delete recordse
 bool ZoDatasetVector::AppendRecords(ZoRecordset* source,
                                     const std::vector<std::pair<LumaUnicodeString, LumaUnicodeString>>& fieldMap,
                                     ZoProgress* progress) {
+  return AppendRecords(source, fieldMap, progress, {}, nullptr);
+}
+
+bool ZoDatasetVector::AppendRecords(ZoRecordset* source,
+                                    const std::vector<std::pair<LumaUnicodeString, LumaUnicodeString>>& fieldMap,
+                                    ZoProgress* progress, const std::vector<LumaUnicodeString>& extraFields,
+                                    const ExtraValues& fill) {
   try {
     if (!source || !source->m_impl || !source->m_impl->state) return false;
     detail::QuietErrors quiet;
@@ -547,6 +554,15 @@ bool ZoDatasetVector::AppendRecords(ZoRecordset* source,
       p.raw = p.from >= 0 && srcDefn->GetFieldDefn(p.from)->GetType() == defn->GetFieldDefn(p.to)->GetType();
       pairs.push_back(p);
     }
+
+    std::vector<int> extraIndex, extraType;
+    for (const auto& name : extraFields) {
+      const int index = st.FindField(name.Str());
+      if (index < 0) return false;
+      extraIndex.push_back(index);
+      extraType.push_back(st.HostType(index));
+    }
+    std::vector<LumaVariant> extraValues(extraFields.size());
 
     const std::int64_t total = source->GetRecordCount();
     const bool withGeometry = st.HasGeometry();
@@ -577,6 +593,13 @@ bool ZoDatasetVector::AppendRecords(ZoRecordset* source,
           LumaVariant v;
           detail::ReadFieldValue(*in, p.from, p.fromType, v);
           if (!detail::WriteFieldValue(*out, p.to, p.toType, v)) out->SetFieldNull(p.to);
+        }
+      }
+      if (!extraFields.empty()) {
+        if (!fill || !fill(done, extraValues)) return false;
+        for (std::size_t e = 0; e < extraIndex.size(); ++e) {
+          if (extraValues[e].IsNull() || !detail::WriteFieldValue(*out, extraIndex[e], extraType[e], extraValues[e]))
+            out->SetFieldNull(extraIndex[e]);
         }
       }
       st.batch->BeforeWrite();

@@ -11,12 +11,14 @@
 // type codes: 1 boolean, 2 byte, 3 int16, 4 int32, 6 single, 7 double,
 // 10 text, 16 int64, 18 binary, 22 date-time, 23 date, 24 time, 127 other.
 #include <cstdint>
+#include <functional>
 #include <memory>
 #include <utility>
 #include <vector>
 
 #include "host/LumaFieldInfo.h"
 #include "host/LumaUnicodeString.h"
+#include "host/LumaVariant.h"
 #include "host/ZoPrjCoordSys.h"
 #include "host/ZoQueryDef.h"
 
@@ -76,6 +78,16 @@ class ZoDatasetVector {
   bool AppendRecords(ZoRecordset* source,
                      const std::vector<std::pair<LumaUnicodeString, LumaUnicodeString>>& fieldMap,
                      ZoProgress* progress = nullptr);
+  // The same, and each new record also gets values for `extraFields`:
+  // fill(k, values) is called for the k-th record (0-based, in the source's
+  // order) with one value per extra field to set; returning false stops the
+  // append with false. Writing results while appending stores every record
+  // once, which is far cheaper than updating it afterwards.
+  using ExtraValues = std::function<bool(std::int64_t, std::vector<LUMA::LumaVariant>&)>;
+  bool AppendRecords(ZoRecordset* source,
+                     const std::vector<std::pair<LumaUnicodeString, LumaUnicodeString>>& fieldMap,
+                     ZoProgress* progress, const std::vector<LumaUnicodeString>& extraFields,
+                     const ExtraValues& fill);
 
   // Makes pending writes durable (writes are batched in transactions).
   bool Commit();

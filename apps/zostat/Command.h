@@ -40,6 +40,32 @@ struct InputLayer {
 };
 InputLayer OpenInput(const Options& options);
 
+// --output and --output-layer (and --overwrite), for commands that write.
+std::vector<OptionSpec> OutputOptions(const std::string& layerHelp);
+
+// A new layer in the --output datasource (created when missing; the format
+// comes from the extension, GeoPackage by default). An existing layer of the
+// name is refused unless --overwrite. If the command fails, Discard removes
+// the layer, and the datasource too when this object created it.
+class OutputLayer {
+ public:
+  OutputLayer(const Options& options, const std::string& defaultLayer, int datasetType,
+              const ZOC::ZoPrjCoordSys& cs);
+  ~OutputLayer();
+  ZOC::ZoDatasetVector* dataset() const { return m_dataset; }
+  const std::string& path() const { return m_path; }
+  const std::string& layer() const { return m_layer; }
+  void Discard();
+  // The command succeeded: keep what was written.
+  void Keep() { m_keep = true; }
+
+ private:
+  std::string m_path, m_layer;
+  bool m_existed = false, m_keep = false;
+  std::unique_ptr<ZOC::ZoDataSource> m_source;
+  ZOC::ZoDatasetVector* m_dataset = nullptr;
+};
+
 // Prints to stdout.
 void Print(const std::string& text);
 

@@ -16,11 +16,13 @@ Command WeightsShowCommand();
 Command WeightsBuildCommand();
 Command MoranCommand();
 Command GeneralGCommand();
+Command HotSpotCommand();
+Command ClusterOutlierCommand();
 Command WeightsToTableCommand();
 Command WeightsDumpCommand();
 
 const std::vector<Command>& Commands() {
-  static const std::vector<Command> commands = {InfoCommand(), AnnCommand(), MoranCommand(), GeneralGCommand(), WeightsShowCommand(), WeightsBuildCommand(),
+  static const std::vector<Command> commands = {InfoCommand(), AnnCommand(), MoranCommand(), GeneralGCommand(), HotSpotCommand(), ClusterOutlierCommand(), WeightsShowCommand(), WeightsBuildCommand(),
                                                  WeightsToTableCommand(), WeightsDumpCommand()};
   return commands;
 }

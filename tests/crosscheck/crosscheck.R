@@ -12,6 +12,12 @@
 # - General G: zostat leaves features without neighbours out of the numerator,
 #   the denominator and the value moments; spdep does not. The cases below
 #   give every feature a neighbour, where the two definitions coincide.
+# - Local Moran's I: zostat divides the sum of squared deviations by n - 1
+#   and uses the total (not conditional) randomization moments. spdep's
+#   localmoran does the same with mlvar = FALSE, conditional = FALSE; with its
+#   defaults (mlvar = TRUE) its I is zostat's times n / (n - 1), checked too.
+# - Gi*: spdep's localG with the feature itself among its neighbours
+#   (weight 1, zostat's self weight) and binary weights is zostat's Gi* z-score.
 suppressPackageStartupMessages(library(spdep))
 args <- commandArgs(trailingOnly = TRUE)
 zostat <- args[1]
@@ -126,6 +132,60 @@ for (case in cases) {
             list(G = unname(gt$estimate[1]), E = unname(gt$estimate[2]), V = unname(gt$estimate[3]),
                  z = unname(gt$statistic)))
   }
+}
+
+# ---- Local statistics, compared feature by feature.
+compare_vectors <- function(label, ours, theirs) {
+  checks <<- checks + 1
+  rel <- max(abs(ours - theirs) / pmax(abs(theirs), 1e-12))
+  ok <- is.finite(rel) && rel <= 1e-9
+  if (!ok) failures <<- failures + 1
+  cat(sprintf("%-4s %-70s max rel %.2e over %d features\n", if (ok) "ok" else "FAIL", label, rel, length(ours)))
+}
+
+result_layer <- function(output, layer) {
+  r <- sf::st_read(output, layer = layer, quiet = TRUE)
+  r
+}
+
+local_cases <- list(
+  list(file = "columbus.gpkg", field = "CRIME", weights = c("--conceptualization", "contiguity-edges-corners")),
+  list(file = "baltim.gpkg", field = "PRICE", weights = c("--conceptualization", "k-nearest", "--k", "6")),
+  list(file = "baltim.gpkg", field = "AGE", weights = c("--conceptualization", "fixed-distance-band"))
+)
+for (case in local_cases) {
+  input <- file.path(data, case$file)
+  label <- paste(case$file, case$field, paste(case$weights, collapse = " "))
+  lw <- zostat_listw(input, case$field, case$weights)
+  x <- values(input, NULL, case$field)
+  n <- length(x)
+  out <- tempfile(fileext = ".gpkg")
+
+  # Gi*: the feature itself joins its neighbours with weight 1.
+  nb <- lw$neighbours
+  gl <- lw$weights
+  for (i in seq_len(n)) {
+    nb[[i]] <- c(i, nb[[i]][nb[[i]] > 0])
+    gl[[i]] <- c(1, gl[[i]])
+  }
+  attr(nb, "self.included") <- TRUE
+  lw_self <- nb2listw(nb, glist = gl, style = "B", zero.policy = TRUE)
+  run("hotspot", "--quiet", "--input", input, "--field", case$field, "--output", out, "--output-layer", "gi",
+      case$weights)
+  gi <- result_layer(out, "gi")
+  compare_vectors(paste("Gi* z", label), gi$Gi_Zscore, as.numeric(localG(x, lw_self)))
+
+  # Local Moran's I with row-standardized weights.
+  lw_w <- zostat_listw(input, case$field, c(case$weights, "--row-standardize"))
+  run("cluster-outlier", "--quiet", "--input", input, "--field", case$field, "--output", out, "--output-layer",
+      "lm", case$weights, "--row-standardize")
+  lm <- result_layer(out, "lm")
+  ref <- localmoran(x, lw_w, mlvar = FALSE, conditional = FALSE, zero.policy = TRUE)
+  compare_vectors(paste("local I", label), lm$ALMI_MoranI, ref[, "Ii"])
+  compare_vectors(paste("local I z", label), lm$ALMI_Zscore, ref[, "Z.Ii"])
+  ml <- localmoran(x, lw_w, zero.policy = TRUE)
+  compare_vectors(paste("local I (spdep's n divisor)", label), lm$ALMI_MoranI * n / (n - 1), ml[, "Ii"])
+  unlink(out)
 }
 
 cat(sprintf("%d passed, %d failed\n", checks - failures, failures))
