@@ -100,6 +100,11 @@ std::int64_t FileSize(std::FILE* f) {
 }
 
 bool Fits(std::FILE* f, std::int64_t count, std::int64_t itemBytes) {
+  if (count < 0) return false;
+  // Small reads are simply attempted: the read itself notices a short file,
+  // and asking the system for the size on every row would cost more than
+  // the row. Only counts that would drive a large allocation are checked.
+  if (count <= (std::int64_t{1} << 20) / itemBytes) return true;
   const std::int64_t size = FileSize(f), position = Tell(f);
   if (count < 0 || size < 0 || position < 0 || position > size) return false;
   return count <= (size - position) / itemBytes;

@@ -52,8 +52,10 @@ bool Seek(std::FILE* f, std::int64_t offset);
 std::int64_t Tell(std::FILE* f);
 // Size of the open file in bytes, or -1.
 std::int64_t FileSize(std::FILE* f);
-// True when `count` items of `itemBytes` fit between the position and the
-// end of the file, so a count read from a file never drives a huge allocation.
+// False when `count` items of `itemBytes` cannot fit between the position
+// and the end of the file, so a count read from a file never drives a huge
+// allocation. Counts up to 1 MiB of items pass unchecked: the read that
+// follows must still check that it got every byte.
 bool Fits(std::FILE* f, std::int64_t count, std::int64_t itemBytes);
 bool WriteUniqueIndex(std::FILE* f, const LumaArray<ZoSWMFileUniqueIndex>& index);
 bool ReadUniqueIndex(std::FILE* f, LumaArray<ZoSWMFileUniqueIndex>& index, std::size_t count);

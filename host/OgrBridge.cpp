@@ -1,5 +1,7 @@
 #include "host/detail/OgrBridge.h"
 
+#include <cpl_conv.h>
+
 #include <cmath>
 #include <cstdio>
 #include <cstring>
@@ -17,7 +19,16 @@ using LUMA::LumaVariant;
 
 void EnsureGdal() {
   static std::once_flag once;
-  std::call_once(once, [] { GDALAllRegister(); });
+  std::call_once(once, [] {
+    // GDAL builds a new GeoPackage layer's spatial index on a background
+    // thread with a second SQLite connection; while another layer of the
+    // same file is written that thread's commits fail with "database is
+    // locked". Build the index on the writer's own connection instead,
+    // unless the user has chosen otherwise.
+    if (!CPLGetConfigOption("OGR_GPKG_ALLOW_THREADED_RTREE", nullptr))
+      CPLSetConfigOption("OGR_GPKG_ALLOW_THREADED_RTREE", "NO");
+    GDALAllRegister();
+  });
 }
 
 QuietErrors::QuietErrors() {

@@ -2,6 +2,7 @@
 #include <gtest/gtest.h>
 
 #include <algorithm>
+#include <filesystem>
 
 #include "TestSupport.h"
 
@@ -117,4 +118,39 @@ TEST(Zostat, MoranAndGeneralGJsonAndFailures) {
   out = Zostat("moran --input " + columbus + " --field NOPE", &status, true);
   EXPECT_EQ(status, 1);
   EXPECT_NE(out.find("[ECd001]"), std::string::npos) << out;
+}
+
+TEST(Zostat, HotspotAndClusterOutlierWriteLayersAndSummaries) {
+  satest::TempDir dir;
+  int status = -1;
+  const std::string out = dir.File("result.gpkg");
+  std::string text = Zostat("hotspot --json --input " + satest::DataPath("baltim.gpkg") +
+                                " --field PRICE --output " + out + " --conceptualization k-nearest --k 6",
+                            &status);
+  ASSERT_EQ(status, 0) << text;
+  EXPECT_EQ(text.rfind("{\"features\": 211, \"bins\": {\"-3\": ", 0), 0u) << text;
+  // An existing layer is refused unless --overwrite, and nothing is touched.
+  text = Zostat("hotspot --input " + satest::DataPath("baltim.gpkg") + " --field PRICE --output " + out, &status, true);
+  EXPECT_EQ(status, 1);
+  EXPECT_NE(text.find("--overwrite"), std::string::npos) << text;
+  text = Zostat("hotspot --overwrite --fdr --input " + satest::DataPath("baltim.gpkg") + " --field PRICE --output " +
+                    out,
+                &status);
+  EXPECT_EQ(status, 0) << text;
+
+  text = Zostat("cluster-outlier --json --input " + satest::DataPath("columbus.gpkg") + " --field CRIME --output " +
+                    out + " --conceptualization contiguity-edges-corners --row-standardize",
+                &status);
+  ASSERT_EQ(status, 0) << text;
+  EXPECT_EQ(text.rfind("{\"features\": 49, \"types\": {\"HH\": ", 0), 0u) << text;
+  text = Zostat("info --json --input " + out + " --layer columbus_clusters", &status);
+  EXPECT_NE(text.find("{\"name\": \"ALMI_Type\", \"type\": 10, \"system\": false}"), std::string::npos) << text;
+
+  // A failing analysis leaves no new file behind.
+  const std::string failed = dir.File("failed.gpkg");
+  text = Zostat("cluster-outlier --input " + satest::DataPath("columbus.gpkg") + " --field NOPE --output " + failed,
+                &status, true);
+  EXPECT_EQ(status, 1);
+  EXPECT_NE(text.find("[ECd001]"), std::string::npos) << text;
+  EXPECT_FALSE(std::filesystem::exists(failed));
 }
