@@ -155,13 +155,8 @@ bool ZoAnalyzingPatterns::StreamStatistic(ZoRecordset* records, const ZoPatterns
   // A caller's file orders its features by its own unique-ID field: read the
   // values in that order so that row i and value i belong to one feature.
   if (!file.UniqueIdField().EqualsNoCase(kSystemIdField)) {
-    ZoQueryDef query;
-    query.m_order = LumaUnicodeString(" Order BY ") + file.UniqueIdField();
-    ZoRecordsetPtr ordered(dataset->Query(query));
-    if (!ordered) {
-      AddErrorMessage("EKa013");
-      return false;
-    }
+    ZoRecordsetPtr ordered = QueryOrderedBy(dataset, file.UniqueIdField());
+    if (!ordered) return false;
     if (!ReadValues(ordered.get(), info.FieldName, nonNegative, values)) return false;
   }
 

@@ -99,25 +99,32 @@ bool ZoAnalysisFrame::CheckParameterValid(ZoRecordset* records, const ZoPatterns
   return true;
 }
 
-ZoRecordsetPtr ZoAnalysisFrame::OpenAnalysisRecords(ZoDatasetVector* dataset, const ZoPatternsInformation& info) {
+bool ZoAnalysisFrame::CheckAnalysisDataset(ZoDatasetVector* dataset) {
   if (!dataset) {
     AddErrorMessage("EEg002");
-    return nullptr;
+    return false;
   }
   if (!dataset->IsOpen()) dataset->Open();
   const int type = dataset->GetType();
   if (type != DatasetPoint && type != DatasetLine && type != DatasetRegion) {
     AddErrorMessage("EEe018");
-    return nullptr;
+    return false;
   }
+  return true;
+}
+
+ZoRecordsetPtr ZoAnalysisFrame::QueryOrderedBy(ZoDatasetVector* dataset, const LumaUnicodeString& field) {
   ZoQueryDef query;
-  query.m_order = LumaUnicodeString(" Order BY ") + kSystemIdField;
+  query.m_order = LumaUnicodeString(" Order BY ") + field;
   ZoRecordsetPtr records(dataset->Query(query));
-  if (!records) {
-    AddErrorMessage("EKa013");
-    return nullptr;
-  }
-  if (!CheckParameterValid(records.get(), info)) return nullptr;
+  if (!records) AddErrorMessage("EKa013");
+  return records;
+}
+
+ZoRecordsetPtr ZoAnalysisFrame::OpenAnalysisRecords(ZoDatasetVector* dataset, const ZoPatternsInformation& info) {
+  if (!CheckAnalysisDataset(dataset)) return nullptr;
+  ZoRecordsetPtr records = QueryOrderedBy(dataset, kSystemIdField);
+  if (!records || !CheckParameterValid(records.get(), info)) return nullptr;
   return records;
 }
 

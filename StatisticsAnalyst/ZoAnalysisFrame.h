@@ -57,6 +57,13 @@ class ZoAnalysisFrame {
   void AppendErrorText(const LumaUnicodeString& text);
   void ClearErrorMessage() { m_errorMessage.Empty(); }
 
+  // The dataset must be given ("EEg002"; it is opened when needed) and be a
+  // point, line or region dataset ("EEe018").
+  bool CheckAnalysisDataset(ZoDatasetVector* dataset);
+  // The dataset's records ordered by a field, ascending (ties by "QlID");
+  // null after "EKa013".
+  ZoRecordsetPtr QueryOrderedBy(ZoDatasetVector* dataset, const LumaUnicodeString& field);
+
   // The opening steps of an analysis call: the dataset must be given
   // ("EEg002") and be a point, line or region dataset ("EEe018"); its records
   // are queried in ascending "QlID" order ("EKa013"); then the parameters are

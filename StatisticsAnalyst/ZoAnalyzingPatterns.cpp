@@ -74,16 +74,7 @@ unsigned char ZoAnalyzingPatterns::AverageNearestNeighbor(ZoDatasetVector* datas
                                                           unsigned char useDefaultWidth, double width,
                                                           unsigned char showProgress) {
   ClearErrorMessage();
-  if (!dataset) {
-    AddErrorMessage("EEg002");
-    return 0;
-  }
-  if (!dataset->IsOpen()) dataset->Open();
-  const int type = dataset->GetType();
-  if (type != DatasetPoint && type != DatasetLine && type != DatasetRegion) {
-    AddErrorMessage("EEe018");
-    return 0;
-  }
+  if (!CheckAnalysisDataset(dataset)) return 0;
   if (!(area >= 0.0)) {
     AddErrorMessage("ESa051");
     return 0;
@@ -91,13 +82,8 @@ unsigned char ZoAnalyzingPatterns::AverageNearestNeighbor(ZoDatasetVector* datas
 
   LumaArray<LumaPoint2D> centroids;
   {
-    ZoQueryDef query;
-    query.m_order = LumaUnicodeString(" Order BY ") + kSystemIdField;
-    ZoRecordsetPtr records(dataset->Query(query));
-    if (!records) {
-      AddErrorMessage("EKa013");
-      return 0;
-    }
+    ZoRecordsetPtr records = QueryOrderedBy(dataset, kSystemIdField);
+    if (!records) return 0;
     if (records->GetRecordCount() < 2) {
       AddErrorMessage("ESa013");
       return 0;

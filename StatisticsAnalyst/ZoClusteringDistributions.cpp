@@ -62,24 +62,15 @@ unsigned char ZoClusteringDistributions::RunLocal(ZoDatasetVector* source, ZoDat
       AddErrorMessage("EEg032");
       return 0;
     }
-    if (!source->IsOpen()) source->Open();
     if (!result->IsOpen()) result->Open();
+    if (!CheckAnalysisDataset(source)) return 0;
     const int type = source->GetType();
-    if (type != DatasetPoint && type != DatasetLine && type != DatasetRegion) {
-      AddErrorMessage("EEe018");
-      return 0;
-    }
     if (result->GetType() != type) {
       AddErrorMessage("EEe017");
       return 0;
     }
-    ZoQueryDef query;
-    query.m_order = LumaUnicodeString(" Order BY ") + kSystemIdField;
-    ZoRecordsetPtr records(source->Query(query));
-    if (!records) {
-      AddErrorMessage("EKa013");
-      return 0;
-    }
+    ZoRecordsetPtr records = QueryOrderedBy(source, kSystemIdField);
+    if (!records) return 0;
     if (!CheckParameterValid(records.get(), info)) return 0;
     const LumaUnicodeString selfField = hotSpot ? info.SecondFieldName : LumaUnicodeString();
     if (hotSpot) {
@@ -106,12 +97,8 @@ unsigned char ZoClusteringDistributions::RunLocal(ZoDatasetVector* source, ZoDat
         return 0;
       }
       std::fclose(file);
-      query.m_order = LumaUnicodeString(" Order BY ") + uniqueField;
-      records.reset(source->Query(query));
-      if (!records) {
-        AddErrorMessage("EKa013");
-        return 0;
-      }
+      records = QueryOrderedBy(source, uniqueField);
+      if (!records) return 0;
     }
 
     // ---- Result fields.

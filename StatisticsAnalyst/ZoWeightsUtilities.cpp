@@ -135,13 +135,8 @@ ZoRecordsetPtr ZoWeightsUtilities::PrepareBuild(ZoDatasetVector* dataset, const 
       return nullptr;
     }
   }
-  ZoQueryDef query;
-  query.m_order = LumaUnicodeString(" Order BY ") + uniqueIdField;
-  ZoRecordsetPtr records(dataset->Query(query));
-  if (!records) {
-    AddErrorMessage("EKa013");
-    return nullptr;
-  }
+  ZoRecordsetPtr records = QueryOrderedBy(dataset, uniqueIdField);
+  if (!records) return nullptr;
   if (!CheckParameter(records.get(), info)) return nullptr;
   // The order puts equal IDs next to each other.
   uniqueIndex.clear();
