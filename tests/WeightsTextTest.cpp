@@ -5,6 +5,7 @@
 #include <algorithm>
 #include <cstdint>
 #include <fstream>
+#include <functional>
 #include <map>
 #include <tuple>
 #include <vector>
@@ -23,21 +24,20 @@ namespace {
 // Points on the x axis with an int32 field "UID", inserted out of ID order so
 // the files must sort them.
 struct IdLayer {
-  std::unique_ptr<ZoDataSource> source;
-  ZoDatasetVector* dataset = nullptr;
+  std::unique_ptr<ZoDataSource> source = ZoDataSource::CreateMemory();
+  ZoDatasetVector* dataset = source->CreateDatasetVector("points", DatasetPoint, ZoPrjCoordSys());
 };
 IdLayer MakeIdLayer(const std::vector<std::pair<int, double>>& idAndX) {
   IdLayer layer;
-  layer.source = ZoDataSource::CreateMemory();
-  layer.dataset = layer.source->CreateDatasetVector("points", DatasetPoint, ZoPrjCoordSys());
   layer.dataset->CreateField(LUMA::LumaFieldInfo("UID", LUMA::FieldInt32));
-  ZoRecordset* writer = layer.dataset->Query(ZoQueryDef());
-  for (const auto& [id, x] : idAndX) {
-    writer->AddNew(ZoGeometry::MakePoint({x, 0.0}));
-    writer->SetFieldValue("UID", LUMA::LumaVariant(id));
-    writer->Update();
+  {
+    ZoRecordsetPtr writer(layer.dataset->Query(ZoQueryDef()));
+    for (const auto& [id, x] : idAndX) {
+      writer->AddNew(ZoGeometry::MakePoint({x, 0.0}));
+      writer->SetFieldValue("UID", LUMA::LumaVariant(id));
+      writer->Update();
+    }
   }
-  layer.dataset->ReleaseRecordset(writer);
   layer.dataset->Commit();
   return layer;
 }
@@ -68,6 +68,15 @@ bool HasId(const ZoWeightsUtilities& u, const char* id) {
   return u.GetStrErrorMes().Str().find(std::string("[") + id + "]") != std::string::npos;
 }
 
+// Runs a dump, which prints to stdout, and keeps what it printed.
+bool Dump(ZoWeightsUtilities& u, const std::string& path, bool binary, std::string* out = nullptr) {
+  testing::internal::CaptureStdout();
+  const bool ok = binary ? u.ReadWeightMatrixTextEx(path) : u.ReadWeightMatrixText(path);
+  const std::string printed = testing::internal::GetCapturedStdout();
+  if (out) *out = printed;
+  return ok;
+}
+
 struct Table {
   std::unique_ptr<ZoDataSource> source = ZoDataSource::CreateMemory();
   ZoDatasetVector* dataset = source->CreateDatasetVector("table", DatasetTabular, ZoPrjCoordSys());
@@ -91,7 +100,6 @@ struct RawSwmb {
   int count = 2;
   int standardized = 0;
   std::vector<std::pair<std::int32_t, std::int32_t>> index = {{7, 1}, {8, 1}};
-  std::vector<double> sums;
   std::vector<std::tuple<std::int32_t, std::int32_t, double>> records = {{0, 1, 1.0}, {1, 0, 1.0}};
 
   std::string Bytes() const {
@@ -99,42 +107,37 @@ struct RawSwmb {
                                ";UNIQUEID@UID;CONCEPTUALIZATION@3;STANDARDIZATION@" + std::to_string(standardized) +
                                ";DISTANCEMETHOD@1;";
     std::string out;
-    auto put = [&out](const void* p, std::size_t n) { out.append(static_cast<const char*>(p), n); };
-    const std::int32_t length = static_cast<std::int32_t>(header.size() * 2);
-    put(&length, 4);
-    for (char c : header) {
-      const char unit[2] = {c, 0};
-      put(unit, 2);
-    }
-    for (const auto& [id, n] : index) {
-      put(&id, 4);
-      put(&n, 4);
-    }
-    for (double s : sums) put(&s, 8);
-    for (const auto& [i, j, w] : records) {
-      put(&i, 4);
-      put(&j, 4);
-      put(&w, 8);
-    }
+    auto put = [&out](const auto& v) { out.append(reinterpret_cast<const char*>(&v), sizeof v); };
+    put(static_cast<std::int32_t>(header.size() * 2));
+    for (char c : header) put(static_cast<char16_t>(c));
+    for (const auto& [id, n] : index) put(id), put(n);
+    for (const auto& [i, j, w] : records) put(i), put(j), put(w);
     return out;
   }
 };
 
-constexpr const char* kHeader1 =
-    "QUILLARD@QUILLARD;DATASETNAME@points;DATASETTYPE@1;COUNTS@5;UNIQUEID@UID;CONCEPTUALIZATION@3;STANDARDIZATION@1;";
-
 }  // namespace
 
-TEST(WeightsText, FixedBandFileLineByLine) {
+TEST(WeightsText, HandWorkedFilesTablesAndDumps) {
   satest::TempDir dir;
   IdLayer layer = LineLayer();
   ZoWeightsUtilities u;
-  const std::string path = dir.File("band.swmb");
-  ASSERT_TRUE(u.BuildWeightMatrixText(layer.dataset, "UID", path, Band(1.5, true), 0)) << u.GetStrErrorMes().Str();
-  // Worked by hand: sorted by UID the points are x = 0, 1, 2, 3, 10; a band
-  // of 1.5 joins each point to the next, all weights 1; the fifth is alone.
+  const std::string bin = dir.File("b.swmb"), text = dir.File("t.swmb");
+  // Builds both forms of one weights file and converts each to a table.
+  auto convertBoth = [&](ZoDatasetVector* ds, const char* field, const ZoPatternsInformation& info) {
+    std::pair<Table, Table> tables;
+    EXPECT_TRUE(u.BuildWeightMatrixBinary(ds, field, bin, info, 0)) << u.GetStrErrorMes().Str();
+    EXPECT_TRUE(u.BuildWeightMatrixText(ds, field, text, info, 0)) << u.GetStrErrorMes().Str();
+    EXPECT_TRUE(u.BinaryConverToTable(tables.first.dataset, bin, 0)) << u.GetStrErrorMes().Str();
+    EXPECT_TRUE(u.TextConverToTable(tables.second.dataset, text, 0)) << u.GetStrErrorMes().Str();
+    return std::pair{tables.first.Rows(), tables.second.Rows()};
+  };
+  const auto [fromBinary, fromText] = convertBoth(layer.dataset, "UID", Band(1.5, true));
+  // Sorted by UID the points are x = 0, 1, 2, 3, 10; a band of 1.5 joins each
+  // point to the next, all weights 1; the fifth is alone, a bare ";" row.
   const std::vector<std::string> expected = {
-      kHeader1,
+      "QUILLARD@QUILLARD;DATASETNAME@points;DATASETTYPE@1;COUNTS@5;UNIQUEID@UID;CONCEPTUALIZATION@3;"
+      "STANDARDIZATION@1;",
       "10 20 30 40 50 ",
       "1.0000000000 2.0000000000 2.0000000000 1.0000000000 0.0000000000 ",
       "0 1 1.0000000000;",
@@ -142,18 +145,23 @@ TEST(WeightsText, FixedBandFileLineByLine) {
       "2 1 1.0000000000;2 3 1.0000000000;",
       "3 2 1.0000000000;",
       ";"};
-  EXPECT_EQ(Lines(path), expected);  // N + 3 lines
+  EXPECT_EQ(Lines(text), expected);
+  // As tables, standardized: each weight over its row's sum; 50 has no row.
+  const std::map<std::pair<int, int>, double> rows = {{{10, 20}, 1.0}, {{20, 10}, 0.5}, {{20, 30}, 0.5},
+                                                      {{30, 20}, 0.5}, {{30, 40}, 0.5}, {{40, 30}, 1.0}};
+  EXPECT_EQ(fromBinary, rows);
+  EXPECT_EQ(fromText, rows);
 
-  // Without standardization there is no row-sum line: N + 2 lines.
-  ASSERT_TRUE(u.BuildWeightMatrixText(layer.dataset, "UID", path, Band(1.5, false), 0));
-  const auto lines = Lines(path);
-  ASSERT_EQ(lines.size(), 7u);
-  EXPECT_EQ(lines[0].substr(lines[0].size() - 18), "STANDARDIZATION@0;");
-  EXPECT_EQ(lines[2], "0 1 1.0000000000;");
+  // Without standardization there is no row-sum line.
+  ASSERT_TRUE(u.BuildWeightMatrixText(layer.dataset, "UID", text, Band(1.5, false), 0));
+  std::vector<std::string> unstandardized = expected;
+  unstandardized[0].replace(unstandardized[0].size() - 2, 1, "0");
+  unstandardized.erase(unstandardized.begin() + 2);
+  EXPECT_EQ(Lines(text), unstandardized);
 
   // Inverse distance within 10: 1/2, 1/3, 1/5, 1/7 and 1/10 on the boundary.
   IdLayer spread = MakeIdLayer({{1, 0.0}, {2, 2.0}, {3, 5.0}, {4, 15.0}});
-  ASSERT_TRUE(u.BuildWeightMatrixText(spread.dataset, "UID", path, Band(10, true, InverseDistance), 0));
+  ASSERT_TRUE(u.BuildWeightMatrixText(spread.dataset, "UID", text, Band(10, true, InverseDistance), 0));
   const std::vector<std::string> inverse = {
       "1 2 3 4 ",
       "0.7000000000 0.8333333333 0.6333333333 0.1000000000 ",
@@ -161,111 +169,61 @@ TEST(WeightsText, FixedBandFileLineByLine) {
       "1 0 0.5000000000;1 2 0.3333333333;",
       "2 0 0.2000000000;2 1 0.3333333333;2 3 0.1000000000;",
       "3 2 0.1000000000;"};
-  const auto inverseLines = Lines(path);
+  const auto inverseLines = Lines(text);
   ASSERT_FALSE(inverseLines.empty());
   EXPECT_EQ(std::vector<std::string>(inverseLines.begin() + 1, inverseLines.end()), inverse);
-
   // Row-sum entries are 13 characters whatever the size of the integer part.
   EXPECT_EQ(weightsfile::RowSumEntry(10.0), "10.000000000 ");
   EXPECT_EQ(weightsfile::RowSumEntry(123.456), "123.45600000 ");
   EXPECT_EQ(weightsfile::RowSumEntry(9.99), "9.9900000000 ");
-}
 
-TEST(WeightsText, BuildFailuresLeaveNoFile) {
-  satest::TempDir dir;
-  IdLayer layer = LineLayer();
-  ZoWeightsUtilities u;
-  // A cancelled build removes its partial file.
-  const std::string path = dir.File("cancel.swmb");
-  ZoCallbackProgress cancel([](const ZoProgressState&) { return false; });
-  u.SetProgress(&cancel);
-  EXPECT_FALSE(u.BuildWeightMatrixText(layer.dataset, "UID", path, Band(1.5, true), 1));
-  EXPECT_TRUE(HasId(u, "IMb030")) << u.GetStrErrorMes().Str();
-  EXPECT_FALSE(ZoFile::IsExist(path));
-  u.SetProgress(nullptr);
-  // An upper-case extension is written, but the text readers refuse it.
-  const std::string upper = dir.File("upper.SWMB");
-  ASSERT_TRUE(u.BuildWeightMatrixText(layer.dataset, "UID", upper, Band(1.5, false), 0));
-  EXPECT_FALSE(u.ReadWeightMatrixText(upper));
-  EXPECT_TRUE(HasId(u, "EAf017"));
-  Table table;
-  EXPECT_FALSE(u.TextConverToTable(table.dataset, upper, 0));
-  EXPECT_TRUE(HasId(u, "EAf017"));
-  EXPECT_FALSE(u.BuildWeightMatrixText(layer.dataset, "UID", dir.File("x.txt"), Band(1.5, false), 0));
-  EXPECT_TRUE(HasId(u, "EAf017"));
-}
-
-TEST(WeightsText, BinaryAndTextConvertToTheSameTable) {
-  satest::TempDir dir;
-  IdLayer layer = LineLayer();
-  ZoWeightsUtilities u;
-  const std::string bin = dir.File("b.swmb"), text = dir.File("t.swmb");
-  ASSERT_TRUE(u.BuildWeightMatrixBinary(layer.dataset, "UID", bin, Band(1.5, true), 0)) << u.GetStrErrorMes().Str();
-  ASSERT_TRUE(u.BuildWeightMatrixText(layer.dataset, "UID", text, Band(1.5, true), 0));
-  Table fromBinary, fromText;
-  ASSERT_TRUE(u.BinaryConverToTable(fromBinary.dataset, bin, 0)) << u.GetStrErrorMes().Str();
-  ASSERT_TRUE(u.TextConverToTable(fromText.dataset, text, 0)) << u.GetStrErrorMes().Str();
-  // Standardized: each weight over its row's sum; 50 has no neighbour, no row.
-  const std::map<std::pair<int, int>, double> expected = {{{10, 20}, 1.0}, {{20, 10}, 0.5}, {{20, 30}, 0.5},
-                                                          {{30, 20}, 0.5}, {{30, 40}, 0.5}, {{40, 30}, 1.0}};
-  EXPECT_EQ(fromBinary.Rows(), expected);
-  EXPECT_EQ(fromText.Rows(), expected);
-
-  // A larger case: queen contiguity of columbus; both forms agree and each
-  // feature's standardized weights add up to 1.
-  LumaUnicodeString error;
-  auto columbus = ZoDataSource::Open(satest::DataPath("columbus.gpkg"), false, &error);
+  // Queen contiguity of columbus, up to ten neighbours a row: both forms give
+  // the same table, and both dumps print the same lines.
+  auto columbus = ZoDataSource::Open(satest::DataPath("columbus.gpkg"), false);
   ASSERT_TRUE(columbus);
-  ZoPatternsInformation queen = Band(-1, true, ContiguityEdgesCorners);
-  ASSERT_TRUE(u.BuildWeightMatrixBinary(columbus->GetDataset(0), "POLYID", bin, queen, 0)) << u.GetStrErrorMes().Str();
-  ASSERT_TRUE(u.BuildWeightMatrixText(columbus->GetDataset(0), "POLYID", text, queen, 0));
-  Table b2, t2;
-  ASSERT_TRUE(u.BinaryConverToTable(b2.dataset, bin, 0));
-  ASSERT_TRUE(u.TextConverToTable(t2.dataset, text, 0));
-  const auto rows = b2.Rows(), textRows = t2.Rows();
-  ASSERT_EQ(rows.size(), 236u);
-  ASSERT_EQ(textRows.size(), rows.size());
-  std::map<int, double> sums;
-  for (const auto& [key, w] : rows) {
-    sums[key.first] += w;
-    EXPECT_NEAR(textRows.at(key), w, 1e-10);
-    EXPECT_TRUE(rows.count({key.second, key.first}));  // contiguity is symmetric
-  }
-  EXPECT_EQ(sums.size(), 49u);
-  for (const auto& [id, sum] : sums) EXPECT_NEAR(sum, 1.0, 1e-12) << id;
-
-  // Both dumps print the same lines for the same weights.
-  testing::internal::CaptureStdout();
-  ASSERT_TRUE(u.ReadWeightMatrixTextEx(bin));
-  const std::string binaryDump = testing::internal::GetCapturedStdout();
-  testing::internal::CaptureStdout();
-  ASSERT_TRUE(u.ReadWeightMatrixText(text));
-  EXPECT_EQ(testing::internal::GetCapturedStdout(), binaryDump);
+  const auto [binaryRows, textRows] =
+      convertBoth(columbus->GetDataset(0), "POLYID", Band(-1, true, ContiguityEdgesCorners));
+  ASSERT_EQ(binaryRows.size(), 236u);
+  ASSERT_EQ(textRows.size(), binaryRows.size());
+  for (const auto& [key, w] : binaryRows) EXPECT_NEAR(textRows.at(key), w, 1e-10);
+  std::string binaryDump, textDump;
+  ASSERT_TRUE(Dump(u, bin, true, &binaryDump));
+  ASSERT_TRUE(Dump(u, text, false, &textDump));
+  EXPECT_EQ(textDump, binaryDump);
   EXPECT_EQ(std::count(binaryDump.begin(), binaryDump.end(), '\n'), 2 + 236);
 }
 
-TEST(WeightsText, ConverterRefusals) {
+TEST(WeightsText, RefusedBuildsAndConversions) {
   satest::TempDir dir;
   IdLayer layer = LineLayer();
   ZoWeightsUtilities u;
   Table table;
-  const std::string text = dir.File("t.swmb");
+  const std::string text = dir.File("t.swmb"), upper = dir.File("upper.SWMB"), missing = dir.File("missing.swmb");
   ASSERT_TRUE(u.BuildWeightMatrixText(layer.dataset, "UID", text, Band(1.5, false), 0));
-  EXPECT_FALSE(u.TextConverToTable(nullptr, text, 0));
-  EXPECT_TRUE(HasId(u, "EEg002"));
-  EXPECT_FALSE(u.TextConverToTable(layer.dataset, text, 0));  // a point dataset is no table
-  EXPECT_TRUE(HasId(u, "ELb001"));
-  EXPECT_FALSE(u.BinaryConverToTable(layer.dataset, text, 0));
-  EXPECT_TRUE(HasId(u, "ELb001"));
-  EXPECT_FALSE(u.TextConverToTable(table.dataset, dir.File("missing.swmb"), 0));
-  EXPECT_TRUE(HasId(u, "EAg033"));
-  EXPECT_FALSE(u.BinaryConverToTable(table.dataset, dir.File("missing.swmb"), 0));
-  EXPECT_TRUE(HasId(u, "ESa049"));
-  EXPECT_FALSE(u.BinaryConverToTable(table.dataset, text, 0));  // a text file is no binary file
-  EXPECT_TRUE(HasId(u, "ESa045"));
-  // Cancelling the conversion.
+  // An upper-case extension is written, but the text readers refuse it.
+  ASSERT_TRUE(u.BuildWeightMatrixText(layer.dataset, "UID", upper, Band(1.5, false), 0));
+  const std::vector<std::pair<std::function<bool()>, const char*>> refusals = {
+      {[&] { return u.ReadWeightMatrixText(upper); }, "EAf017"},
+      {[&] { return u.TextConverToTable(table.dataset, upper, 0); }, "EAf017"},
+      {[&] { return u.BuildWeightMatrixText(layer.dataset, "UID", dir.File("x.txt"), Band(1.5, false), 0); }, "EAf017"},
+      {[&] { return u.TextConverToTable(nullptr, text, 0); }, "EEg002"},
+      {[&] { return u.TextConverToTable(layer.dataset, text, 0); }, "ELb001"},  // a point dataset is no table
+      {[&] { return u.BinaryConverToTable(layer.dataset, text, 0); }, "ELb001"},
+      {[&] { return u.TextConverToTable(table.dataset, missing, 0); }, "EAg033"},
+      {[&] { return u.BinaryConverToTable(table.dataset, missing, 0); }, "ESa049"},
+      {[&] { return u.BinaryConverToTable(table.dataset, text, 0); }, "ESa045"},  // a text file is no binary file
+  };
+  for (std::size_t i = 0; i < refusals.size(); ++i) {
+    EXPECT_FALSE(refusals[i].first()) << i;
+    EXPECT_TRUE(HasId(u, refusals[i].second)) << i << ": " << u.GetStrErrorMes().Str();
+  }
+  // Cancelling a build removes its partial file; cancelling a conversion fails it.
   ZoCallbackProgress cancel([](const ZoProgressState&) { return false; });
   u.SetProgress(&cancel);
+  const std::string cancelled = dir.File("cancel.swmb");
+  EXPECT_FALSE(u.BuildWeightMatrixText(layer.dataset, "UID", cancelled, Band(1.5, true), 1));
+  EXPECT_TRUE(HasId(u, "IMb030")) << u.GetStrErrorMes().Str();
+  EXPECT_FALSE(ZoFile::IsExist(cancelled));
   EXPECT_FALSE(u.TextConverToTable(table.dataset, text, 1));
   EXPECT_TRUE(HasId(u, "IMb030"));
 }
@@ -273,26 +231,23 @@ TEST(WeightsText, ConverterRefusals) {
 TEST(WeightsText, DamagedTextFilesFailCleanly) {
   satest::TempDir dir;
   const std::string path = dir.File("bad.swmb");
-  const std::string head0 =
-      "QUILLARD@QUILLARD;DATASETNAME@d;DATASETTYPE@1;COUNTS@2;UNIQUEID@UID;CONCEPTUALIZATION@3;STANDARDIZATION@0;\n";
-  const std::string head1 =
-      "QUILLARD@QUILLARD;DATASETNAME@d;DATASETTYPE@1;COUNTS@2;UNIQUEID@UID;CONCEPTUALIZATION@3;STANDARDIZATION@1;\n";
+  auto head = [](const char* counts, int standardized) {
+    return std::string("QUILLARD@QUILLARD;DATASETNAME@d;DATASETTYPE@1;COUNTS@") + counts +
+           ";UNIQUEID@UID;CONCEPTUALIZATION@3;STANDARDIZATION@" + std::to_string(standardized) + ";\n";
+  };
+  const std::string head0 = head("2", 0), head1 = head("2", 1);
   const std::vector<std::pair<std::string, const char*>> cases = {
       {"", "ESa045"},                                                   // empty file
       {"QUILLARD@QUILLARD;DATASETNAME@d;Counts@2;\n7 8 \n", "ESa045"},  // a key out of place
       {"QUILLARD@QUILLARD;DATASETNAME@d;DATASETTYPE@1;COUNTS@2;\n7 8 \n", "ESa045"},  // no STANDARDIZATION
-      {"QUILLARD@QUILLARD;DATASETNAME@d;DATASETTYPE@1;COUNTS@two;UNIQUEID@U;CONCEPTUALIZATION@3;"
-       "STANDARDIZATION@0;\n7 8 \n",
-       "ESa045"},
-      {"QUILLARD@QUILLARD;DATASETNAME@d;DATASETTYPE@1;COUNTS@-2;UNIQUEID@U;CONCEPTUALIZATION@3;"
-       "STANDARDIZATION@0;\n",
-       "ESa045"},
-      {head0, "ESa046"},                                       // no ID line
-      {head0 + "7 \n;\n", "ESa046"},                           // fewer IDs than COUNTS
-      {head0 + "7 8 9 \n;\n;\n", "ESa046"},                    // more IDs
-      {head0 + "7 x \n;\n;\n", "ESa046"},                      // an ID that is no number
-      {head1 + "7 8 \n", "ESa046"},                            // no row-sum line
-      {head1 + "7 8 \n1.0000000000 \n", "ESa046"},             // too few row sums
+      {head("two", 0) + "7 8 \n", "ESa045"},                     // COUNTS no number
+      {head("-2", 0), "ESa045"},                                  // or negative
+      {head0, "ESa046"},                                           // no ID line
+      {head0 + "7 \n;\n", "ESa046"},                               // fewer IDs than COUNTS
+      {head0 + "7 8 9 \n;\n;\n", "ESa046"},                        // more IDs
+      {head0 + "7 x \n;\n;\n", "ESa046"},                          // an ID that is no number
+      {head1 + "7 8 \n", "ESa046"},                                // no row-sum line
+      {head1 + "7 8 \n1.0000000000 \n", "ESa046"},                 // too few row sums
       {head0 + "7 8 \n0 1 1.0000000000;\n1 0 abc;\n", "ESa046"},   // garbage weight
       {head0 + "7 8 \n0 2 1.0000000000;\n;\n", "ESa046"},          // column out of range
       {head0 + "7 8 \n-1 1 1.0000000000;\n;\n", "ESa046"},         // row out of range
@@ -307,11 +262,8 @@ TEST(WeightsText, DamagedTextFilesFailCleanly) {
     Table table;
     EXPECT_FALSE(u.TextConverToTable(table.dataset, path, 0)) << content;
     EXPECT_TRUE(HasId(u, id)) << content << " -> " << u.GetStrErrorMes().Str();
-    // Refused before the table is touched: no fields, no rows.
-    EXPECT_EQ(table.dataset->GetFieldInfos().size(), 1u) << content;
-    testing::internal::CaptureStdout();
-    EXPECT_FALSE(u.ReadWeightMatrixText(path)) << content;
-    testing::internal::GetCapturedStdout();
+    EXPECT_EQ(table.dataset->GetFieldInfos().size(), 1u) << content;  // refused before the table is touched
+    EXPECT_FALSE(Dump(u, path, false)) << content;
     EXPECT_TRUE(HasId(u, id)) << content;
   }
   // A file that ends before its last row is converted up to there. Each
@@ -320,66 +272,46 @@ TEST(WeightsText, DamagedTextFilesFailCleanly) {
   WriteFile(path, head1 + "7 8 \n2.0000000000 1.0000000000 \n0 1 1.0;1 1 3.0;\n");
   Table table;
   ASSERT_TRUE(u.TextConverToTable(table.dataset, path, 0)) << u.GetStrErrorMes().Str();
-  const std::map<std::pair<int, int>, double> expected = {{{7, 8}, 0.5}, {{8, 8}, 1.5}};
-  EXPECT_EQ(table.Rows(), expected);
+  EXPECT_EQ(table.Rows(), (std::map<std::pair<int, int>, double>{{{7, 8}, 0.5}, {{8, 8}, 1.5}}));
 }
 
 TEST(WeightsText, DamagedBinaryFilesFailCleanly) {
   satest::TempDir dir;
   const std::string path = dir.File("bad.swmb");
   ZoWeightsUtilities u;
-  auto convert = [&](const RawSwmb& raw, std::size_t* rows = nullptr) {
-    WriteFile(path, raw.Bytes());
+  // Converts; the number of rows written, or -1 on failure.
+  auto convert = [&](const std::string& bytes) {
+    WriteFile(path, bytes);
     Table table;
-    const bool ok = u.BinaryConverToTable(table.dataset, path, 0);
-    if (rows) *rows = table.Rows().size();
-    return ok;
+    return u.BinaryConverToTable(table.dataset, path, 0) ? static_cast<int>(table.Rows().size()) : -1;
   };
-  RawSwmb good;
-  std::size_t rows = 0;
-  ASSERT_TRUE(convert(good, &rows)) << u.GetStrErrorMes().Str();
-  EXPECT_EQ(rows, 2u);
-
-  RawSwmb outOfRange = good;
-  std::get<1>(outOfRange.records[1]) = 5;
-  EXPECT_FALSE(convert(outOfRange));
-  EXPECT_TRUE(HasId(u, "ESa046"));
-  RawSwmb negativeCount = good;
-  negativeCount.index[0].second = -1;
-  EXPECT_FALSE(convert(negativeCount));
-  EXPECT_TRUE(HasId(u, "ESa046"));
-  RawSwmb hugeCount = good;  // COUNTS far beyond the file: refused before any allocation
-  hugeCount.count = 2000000000;
-  EXPECT_FALSE(convert(hugeCount));
-  EXPECT_TRUE(HasId(u, "ESa046"));
-  RawSwmb missingSums = good;
-  missingSums.standardized = 1;
-  missingSums.records.clear();
-  EXPECT_FALSE(convert(missingSums));
-  EXPECT_TRUE(HasId(u, "ESa046"));
-  // A row count beyond the file ends the conversion early, which still succeeds;
-  // the dump calls that row unreadable.
+  const RawSwmb good;
+  ASSERT_EQ(convert(good.Bytes()), 2) << u.GetStrErrorMes().Str();
+  const std::vector<std::function<void(RawSwmb&)>> damage = {
+      [](RawSwmb& r) { std::get<1>(r.records[1]) = 5; },  // column out of range
+      [](RawSwmb& r) { r.index[0].second = -1; },          // negative neighbour count
+      [](RawSwmb& r) { r.count = 2000000000; },            // far beyond the file: refused before allocating
+      [](RawSwmb& r) { r.standardized = 1, r.records.clear(); },  // no row sums
+  };
+  for (std::size_t i = 0; i < damage.size(); ++i) {
+    RawSwmb raw = good;
+    damage[i](raw);
+    EXPECT_EQ(convert(raw.Bytes()), -1) << i;
+    EXPECT_TRUE(HasId(u, "ESa046")) << i << ": " << u.GetStrErrorMes().Str();
+  }
+  // A row count beyond the file ends the conversion early, which still
+  // succeeds; the dump calls that row unreadable.
   RawSwmb longRow = good;
   longRow.index[1].second = 1000000;
-  ASSERT_TRUE(convert(longRow, &rows));
-  EXPECT_EQ(rows, 1u);
-  testing::internal::CaptureStdout();
-  EXPECT_FALSE(u.ReadWeightMatrixTextEx(path));
-  testing::internal::GetCapturedStdout();
+  EXPECT_EQ(convert(longRow.Bytes()), 1);
+  EXPECT_FALSE(Dump(u, path, true));
   EXPECT_TRUE(HasId(u, "ESa046"));
 
   // Every truncation of a valid file either fails with a message or converts a prefix.
   const std::string bytes = good.Bytes();
   for (std::size_t size = 0; size < bytes.size(); ++size) {
-    WriteFile(path, bytes.substr(0, size));
-    Table table;
-    if (!u.BinaryConverToTable(table.dataset, path, 0)) {
-      EXPECT_FALSE(u.GetStrErrorMes().IsEmpty()) << size;
-    } else {
-      EXPECT_LT(table.Rows().size(), 2u) << size;
-    }
-    testing::internal::CaptureStdout();
-    EXPECT_FALSE(u.ReadWeightMatrixTextEx(path)) << size;
-    testing::internal::GetCapturedStdout();
+    const int rows = convert(bytes.substr(0, size));
+    EXPECT_TRUE(rows < 0 ? !u.GetStrErrorMes().IsEmpty() : rows < 2) << size;
+    EXPECT_FALSE(Dump(u, path, true)) << size;
   }
 }
