@@ -147,6 +147,18 @@ unsigned char ZoStatisticsUtilities::ReadWeightMatrixBinary(std::FILE* file, int
 
 ZoAnalyzingPatterns::~ZoAnalyzingPatterns() { CloseWeightsDictionary(); }
 
+ZoAnalyzingPatterns::ZoAnalyzingPatterns(const ZoAnalyzingPatterns& other)
+    : ZoAnalysisFrame(other), m_utilities(other.m_utilities) {}
+
+ZoAnalyzingPatterns& ZoAnalyzingPatterns::operator=(const ZoAnalyzingPatterns& other) {
+  if (this != &other) {
+    CloseWeightsDictionary();
+    ZoAnalysisFrame::operator=(other);
+    m_utilities = other.m_utilities;
+  }
+  return *this;
+}
+
 bool ZoAnalyzingPatterns::OpenWeightsDictionary(const LumaUnicodeString& path) {
   CloseWeightsDictionary();
   m_flagMatrix = std::fopen(path.c_str(), "rb");

@@ -24,8 +24,10 @@ class ZoAnalyzingPatterns : public ZoAnalysisFrame {
 
   ZoAnalyzingPatterns() = default;
   ~ZoAnalyzingPatterns();
-  ZoAnalyzingPatterns(const ZoAnalyzingPatterns&) = delete;
-  ZoAnalyzingPatterns& operator=(const ZoAnalyzingPatterns&) = delete;
+  // Copies take the message and settings; an open flag matrix stays with
+  // the original (a copy starts with none open).
+  ZoAnalyzingPatterns(const ZoAnalyzingPatterns& other);
+  ZoAnalyzingPatterns& operator=(const ZoAnalyzingPatterns& other);
 
   // The K-nearest flag matrix this object reads block by block: opened here
   // ("ESa049"), closed by CloseWeightsDictionary or the destructor.

@@ -221,3 +221,19 @@ TEST(ZoPatternsInformation, DefaultsAndMemberwiseCopy) {
     EXPECT_EQ(x->DistanceMethod, Manhattan);
   }
 }
+
+TEST(ZoAnalyzingPatterns, CopiesCarryTheMessageButNoOpenFlagMatrix) {
+  satest::TempDir dir;
+  const std::string flags = dir.File("k.flags");
+  std::fclose(std::fopen(flags.c_str(), "wb"));
+  ZoAnalyzingPatterns original;
+  EXPECT_FALSE(original.CheckParameterValid(nullptr, ZoPatternsInformation()));
+  ASSERT_TRUE(original.OpenWeightsDictionary(flags));
+  ZoAnalyzingPatterns copy(original), assigned;
+  assigned = original;
+  for (ZoAnalyzingPatterns* p : {&copy, &assigned}) {
+    EXPECT_EQ(p->GetStrErrorMes(), original.GetStrErrorMes());
+    LumaArray<double> row;
+    EXPECT_FALSE(p->ReadWeightMatrixBinaryK(1, row));  // nothing open in the copy
+  }
+}
