@@ -4,6 +4,7 @@
 #include <chrono>
 #include <cstdio>
 #include <mutex>
+#include <string_view>
 #include <unistd.h>
 
 namespace ZOC {
@@ -91,9 +92,14 @@ void ZoTerminalProgress::OnChange(const ZoProgressState& state) {
   m_lastDrawNs = now;
   constexpr int kWidth = 30;
   const int filled = std::clamp(static_cast<int>(state.percent * kWidth / 100.0), 0, kWidth);
-  const std::string& text = state.message.empty() ? state.title : state.message;
-  std::fprintf(stderr, "\r\033[K[%.*s%*s] %5.1f%% %.60s", filled, "==============================",
-               kWidth - filled, "", state.percent, text.c_str());
+  std::string_view text = state.message.empty() ? state.title : state.message;
+  // Catalogue texts begin with their identifier ("[IMb331] ..."); a progress
+  // line reads better without it.
+  if (const auto close = text.find("] "); !text.empty() && text[0] == '[' && close != std::string_view::npos && close < 10)
+    text.remove_prefix(close + 2);
+  std::fprintf(stderr, "\r\033[K[%.*s%*s] %5.1f%% %.*s", filled, "==============================",
+               kWidth - filled, "", state.percent, static_cast<int>(std::min<std::size_t>(text.size(), 60)),
+               text.data());
   std::fflush(stderr);
   m_drawn = true;
 }
