@@ -8,6 +8,8 @@
 #include <cstdint>
 #include <cstdio>
 #include <memory>
+#include <new>
+#include <stdexcept>
 #include <string>
 #include <string_view>
 #include <vector>
@@ -78,3 +80,23 @@ std::unique_ptr<WeightsFileReader> OpenTextWeights(ZoWeightsUtilities& owner, co
                                                    const char*& failedId);
 
 }  // namespace ZOC::weightsfile
+
+namespace ZOC {
+
+template <class Body>
+unsigned char ZoWeightsUtilities::RunReader(Body&& body) {
+  ClearErrorMessage();
+  const char* failedId = nullptr;
+  try {
+    failedId = body();
+  } catch (const std::bad_alloc&) {
+    failedId = "EBa003";
+  } catch (const std::exception&) {
+    failedId = "ESa046";
+  }
+  if (!failedId) return 1;
+  if (*failedId) AddErrorMessage(failedId);
+  return 0;
+}
+
+}  // namespace ZOC

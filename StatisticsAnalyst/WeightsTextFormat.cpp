@@ -400,49 +400,27 @@ unsigned char ZoWeightsUtilities::BuildWeightMatrixText(ZoDatasetVector* dataset
 }
 
 unsigned char ZoWeightsUtilities::ReadWeightMatrixText(const LumaUnicodeString& path) {
-  ClearErrorMessage();
-  const char* failedId = nullptr;
-  try {
+  return RunReader([&]() -> const char* {
     // The text reader wants ".swmb" exactly, in lower case.
-    if (path.IsEmpty() || !wf::HasSwmbExtension(path, false)) {
-      failedId = "EAf017";
-    } else if (auto reader = wf::OpenTextWeights(*this, path, failedId)) {
-      PrintTables(*reader);
-      // The text form is dumped up to the end of the file, however many rows it holds.
-      failedId = PrintRows(*reader, true);
-    }
-  } catch (const std::bad_alloc&) {
-    failedId = "EBa003";
-  } catch (const std::exception&) {
-    failedId = "ESa046";
-  }
-  if (!failedId) return 1;
-  AddErrorMessage(failedId);
-  return 0;
+    if (path.IsEmpty() || !wf::HasSwmbExtension(path, false)) return "EAf017";
+    const char* failedId = nullptr;
+    auto reader = wf::OpenTextWeights(*this, path, failedId);
+    if (!reader) return failedId;
+    PrintTables(*reader);
+    // The text form is dumped up to the end of the file, however many rows it holds.
+    return PrintRows(*reader, true);
+  });
 }
 
 unsigned char ZoWeightsUtilities::ReadWeightMatrixTextEx(const LumaUnicodeString& path) {
-  ClearErrorMessage();
-  const char* failedId = nullptr;
-  try {
-    if (path.IsEmpty() || !wf::HasSwmbExtension(path, true)) {
-      failedId = "EAf017";
-    } else {
-      auto reader = wf::OpenBinaryWeights(*this, path, failedId);
-      if (!reader && !failedId) return 0;  // the header reader has reported it
-      if (reader) {
-        PrintTables(*reader);
-        failedId = PrintRows(*reader, false);
-      }
-    }
-  } catch (const std::bad_alloc&) {
-    failedId = "EBa003";
-  } catch (const std::exception&) {
-    failedId = "ESa046";
-  }
-  if (!failedId) return 1;
-  AddErrorMessage(failedId);
-  return 0;
+  return RunReader([&]() -> const char* {
+    if (path.IsEmpty() || !wf::HasSwmbExtension(path, true)) return "EAf017";
+    const char* failedId = nullptr;
+    auto reader = wf::OpenBinaryWeights(*this, path, failedId);
+    if (!reader) return failedId ? failedId : "";  // "" : the header reader has reported it
+    PrintTables(*reader);
+    return PrintRows(*reader, false);
+  });
 }
 
 }  // namespace ZOC

@@ -76,52 +76,28 @@ const char* AppendRows(wf::WeightsFileReader& reader, ZoDatasetVector* target, Z
 
 unsigned char ZoWeightsUtilities::BinaryConverToTable(ZoDatasetVector* target, const LumaUnicodeString& path,
                                                       unsigned char showProgress) {
-  ClearErrorMessage();
-  const char* failedId = nullptr;
-  try {
-    if (!target) {
-      failedId = "EEg002";
-    } else if (path.IsEmpty() || !wf::HasSwmbExtension(path, true)) {
-      failedId = "EAf017";
-    } else if (target->GetType() != DatasetTabular) {
-      failedId = "ELb001";
-    } else {
-      auto reader = wf::OpenBinaryWeights(*this, path, failedId);
-      if (!reader && !failedId) return 0;  // the header reader has reported it
-      if (reader) failedId = AppendRows(*reader, target, m_progress, showProgress != 0);
-    }
-  } catch (const std::bad_alloc&) {
-    failedId = "EBa003";
-  } catch (const std::exception&) {
-    failedId = "ESa046";
-  }
-  if (!failedId) return 1;
-  AddErrorMessage(failedId);
-  return 0;
+  return RunReader([&]() -> const char* {
+    if (!target) return "EEg002";
+    if (path.IsEmpty() || !wf::HasSwmbExtension(path, true)) return "EAf017";
+    if (target->GetType() != DatasetTabular) return "ELb001";
+    const char* failedId = nullptr;
+    auto reader = wf::OpenBinaryWeights(*this, path, failedId);
+    if (!reader) return failedId ? failedId : "";  // "" : the header reader has reported it
+    return AppendRows(*reader, target, m_progress, showProgress != 0);
+  });
 }
 
 unsigned char ZoWeightsUtilities::TextConverToTable(ZoDatasetVector* target, const LumaUnicodeString& path,
                                                     unsigned char showProgress) {
-  ClearErrorMessage();
-  const char* failedId = nullptr;
-  try {
-    if (!target) {
-      failedId = "EEg002";
-    } else if (path.IsEmpty() || !wf::HasSwmbExtension(path, false)) {  // text files: ".swmb" exactly
-      failedId = "EAf017";
-    } else if (target->GetType() != DatasetTabular) {
-      failedId = "ELb001";
-    } else if (auto reader = wf::OpenTextWeights(*this, path, failedId)) {
-      failedId = AppendRows(*reader, target, m_progress, showProgress != 0);
-    }
-  } catch (const std::bad_alloc&) {
-    failedId = "EBa003";
-  } catch (const std::exception&) {
-    failedId = "ESa046";
-  }
-  if (!failedId) return 1;
-  AddErrorMessage(failedId);
-  return 0;
+  return RunReader([&]() -> const char* {
+    if (!target) return "EEg002";
+    if (path.IsEmpty() || !wf::HasSwmbExtension(path, false)) return "EAf017";  // text files: ".swmb" exactly
+    if (target->GetType() != DatasetTabular) return "ELb001";
+    const char* failedId = nullptr;
+    auto reader = wf::OpenTextWeights(*this, path, failedId);
+    if (!reader) return failedId;
+    return AppendRows(*reader, target, m_progress, showProgress != 0);
+  });
 }
 
 }  // namespace ZOC

@@ -145,6 +145,12 @@ class ZoWeightsUtilities : public ZoAnalysisFrame {
   // marking the flag matrix when one is open.
   int WriteBinaryRows(std::FILE* file, std::FILE* flags, ZoRecordset* records, const ZoPatternsInformation& info,
                       LumaArray<ZoSWMFileUniqueIndex>& uniqueIndex, LumaArray<double>& rowSums);
+  // The frame of the readers' public calls: clears the message, runs
+  // `body`, which returns null on success, a message identifier, or ""
+  // when it has already reported; memory exhaustion reports "EBa003" and
+  // any other escaping error "ESa046".
+  template <class Body>
+  unsigned char RunReader(Body&& body);
   // Writes every row of `rows` through `emit`, with progress and cancellation.
   template <class Emit>
   bool WriteRows(const ZoWeightsRowBuilder& rows, LumaArray<ZoSWMFileUniqueIndex>& uniqueIndex,
