@@ -47,28 +47,35 @@ void PrintResult(const Options& options, const Exponent& r, const char* name, co
   Print(std::string(text) + Interpretation(r.ZScore, high, low));
 }
 
-int RunMoran(const Options& options) {
+// Runs one global statistic on --input with the weights options and prints it.
+template <class Analysis>
+int RunGlobal(const Options& options, Analysis analysis, const char* name, const char* statistic, const char* high,
+              const char* low) {
   InputLayer input = OpenInput(options);
   const ZOC::ZoPatternsInformation info = ParseWeightsOptions(options);
   ZOC::ZoAnalyzingPatterns patterns;
   Exponent r;
-  if (!patterns.SpatialAutocorrelation(input.dataset, info, r, !options.Has("json")))
+  if (!analysis(patterns, input.dataset, info, r, !options.Has("json")))
     throw Failure(patterns.GetStrErrorMes().Str());
-  PrintResult(options, r, "Global Moran's I", "Moran's I:", "clustered (similar values lie together)",
-              "dispersed (dissimilar values lie together)");
+  PrintResult(options, r, name, statistic, high, low);
   return 0;
 }
 
+int RunMoran(const Options& options) {
+  return RunGlobal(
+      options,
+      [](ZOC::ZoAnalyzingPatterns& p, ZOC::ZoDatasetVector* ds, const ZOC::ZoPatternsInformation& info, Exponent& r,
+         bool progress) { return p.SpatialAutocorrelation(ds, info, r, progress); },
+      "Global Moran's I", "Moran's I:", "clustered (similar values lie together)",
+      "dispersed (dissimilar values lie together)");
+}
+
 int RunGeneralG(const Options& options) {
-  InputLayer input = OpenInput(options);
-  const ZOC::ZoPatternsInformation info = ParseWeightsOptions(options);
-  ZOC::ZoAnalyzingPatterns patterns;
-  Exponent r;
-  if (!patterns.HighOrLowCluster(input.dataset, info, r, !options.Has("json")))
-    throw Failure(patterns.GetStrErrorMes().Str());
-  PrintResult(options, r, "General G", "General G:", "clustered with high values (hot spots)",
-              "clustered with low values (cold spots)");
-  return 0;
+  return RunGlobal(
+      options,
+      [](ZOC::ZoAnalyzingPatterns& p, ZOC::ZoDatasetVector* ds, const ZOC::ZoPatternsInformation& info, Exponent& r,
+         bool progress) { return p.HighOrLowCluster(ds, info, r, progress) != 0; },
+      "General G", "General G:", "clustered with high values (hot spots)", "clustered with low values (cold spots)");
 }
 
 std::vector<OptionSpec> StatisticOptions() {
