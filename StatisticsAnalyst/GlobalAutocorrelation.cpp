@@ -40,6 +40,15 @@ class StageScope {
 
 }  // namespace
 
+bool ZoAnalyzingPatterns::InMemoryWeights(ZoRecordset* records, const ZoPatternsInformation& info,
+                                          ZoCallProgress& progress, LumaArray<WeightMatrixUnit>& units) {
+  ZoStatisticsUtilities utilities;
+  utilities.SetProgress(progress.get());
+  if (utilities.GetSpatialWeight(records, info, units, static_cast<bool>(progress))) return true;
+  AppendErrorText(utilities.GetStrErrorMes());
+  return false;
+}
+
 bool ZoAnalyzingPatterns::ReadValues(ZoRecordset* records, const LumaUnicodeString& field, bool nonNegative,
                                      LumaArray<double>& values) {
   values.clear();
@@ -209,13 +218,8 @@ bool ZoAnalyzingPatterns::SpatialAutocorrelation(ZoDatasetVector* dataset, const
       ZoCallProgress progress(nullptr, showProgress);
       StageScope stage(m_stage, progress);
       if (progress) progress->SetBothPosRange(0, 60);
-      ZoStatisticsUtilities utilities;
-      utilities.SetProgress(progress.get());
       LumaArray<WeightMatrixUnit> units;
-      if (!utilities.GetSpatialWeight(records.get(), info, units, showProgress)) {
-        AppendErrorText(utilities.GetStrErrorMes());
-        return false;  // the weights' own message stands alone
-      }
+      if (!InMemoryWeights(records.get(), info, progress, units)) return false;  // its own message stands alone
       LumaArray<double> values;
       ReadValues(records.get(), info.FieldName, false, values);
       EnterStatisticStage(progress, "IMb328", "IMb329", m_stageFormat);
@@ -246,13 +250,8 @@ unsigned char ZoAnalyzingPatterns::HighOrLowCluster(ZoDatasetVector* dataset, co
       if (progress) progress->SetBothPosRange(0, 60);
       LumaArray<double> values;
       if (!ReadValues(records.get(), info.FieldName, true, values)) return 0;
-      ZoStatisticsUtilities utilities;
-      utilities.SetProgress(progress.get());
       LumaArray<WeightMatrixUnit> units;
-      if (!utilities.GetSpatialWeight(records.get(), info, units, showProgress != 0)) {
-        AppendErrorText(utilities.GetStrErrorMes());
-        return 0;
-      }
+      if (!InMemoryWeights(records.get(), info, progress, units)) return 0;
       EnterStatisticStage(progress, "IMb334", "IMb335", m_stageFormat);
       ok = GetGeneralG(values, units, result);
     }

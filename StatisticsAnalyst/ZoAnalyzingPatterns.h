@@ -101,6 +101,10 @@ class ZoAnalyzingPatterns : public ZoAnalysisFrame {
   // Feeds sorted in-memory units row by row, with progress.
   template <class Sums>
   bool FeedUnits(const LumaArray<WeightMatrixUnit>& units, std::int64_t n, Sums& sums);
+  // The weights of the in-memory path, built under the call's progress
+  // (positions 0-60); false with the weights' own messages.
+  bool InMemoryWeights(ZoRecordset* records, const ZoPatternsInformation& info, ZoCallProgress& progress,
+                       LumaArray<WeightMatrixUnit>& units);
   // The analysis field of every record in the recordset's order; "ESa022"
   // for a negative value when nonNegative.
   bool ReadValues(ZoRecordset* records, const LumaUnicodeString& field, bool nonNegative, LumaArray<double>& values);
