@@ -6,6 +6,7 @@
 #include "StatisticsAnalyst/WeightsFileRows.h"
 #include "StatisticsAnalyst/ZoAnalyzingPatterns.h"
 #include "host/ZoStringEx.h"
+#include "host/ZoMessageIds.h"
 
 namespace ZOC {
 
@@ -58,7 +59,7 @@ bool ZoAnalyzingPatterns::ReadValues(ZoRecordset* records, const LumaUnicodeStri
     records->GetFieldValue(field, value);
     const double x = value.ToDouble();
     if (nonNegative && x < 0.0) {
-      AddErrorMessage("ESa022");
+      AddErrorMessage(msg::ESa022);
       return false;
     }
     values.push_back(x);
@@ -72,7 +73,7 @@ bool ZoAnalyzingPatterns::FeedUnits(const LumaArray<WeightMatrixUnit>& units, st
   std::size_t u = 0;
   for (std::int64_t i = 0; i < n; ++i) {
     if (m_stage && !m_stage->Step(m_stageFormat, i, n)) {
-      AddErrorMessage("IMb030");
+      AddErrorMessage(msg::IMb030);
       return false;
     }
     row.columns.clear();
@@ -96,7 +97,7 @@ bool ZoAnalyzingPatterns::GetAutoCorrelation(const LumaArray<double>& values,
                                              const LumaArray<WeightMatrixUnit>& weights,
                                              ZoAnalyzingExponent& result) {
   if (values.empty() || weights.empty()) {
-    AddErrorMessage("ESa031");
+    AddErrorMessage(msg::ESa031);
     return false;
   }
   ZoMoranSums sums(values);
@@ -114,7 +115,7 @@ unsigned char ZoAnalyzingPatterns::GetGeneralG(const LumaArray<double>& values,
                                                const LumaArray<WeightMatrixUnit>& weights,
                                                ZoAnalyzingExponent& result) {
   if (values.empty() || weights.empty()) {
-    AddErrorMessage("ESa031");
+    AddErrorMessage(msg::ESa031);
     return 0;
   }
   ZoGeneralGSums sums(values);
@@ -154,7 +155,7 @@ bool ZoAnalyzingPatterns::StreamStatistic(ZoRecordset* records, const ZoPatterns
       return false;
     }
   } else if (info.Conceptualization != SpatialWeightsFile) {
-    AddErrorMessage("ESa026");
+    AddErrorMessage(msg::ESa026);
     return false;
   }
   if (!file.Open(dataset, info.Conceptualization == SpatialWeightsFile ? path : file.TemporaryPath())) {
@@ -175,7 +176,7 @@ bool ZoAnalyzingPatterns::StreamStatistic(ZoRecordset* records, const ZoPatterns
   const std::int64_t n = file.Count();
   for (std::int64_t i = 0; i < n; ++i) {
     if (progress && !progress.Step(m_stageFormat, i, n)) {
-      AddErrorMessage("IMb030");
+      AddErrorMessage(msg::IMb030);
       return false;
     }
     if (!file.Next(i, row)) {
@@ -196,12 +197,12 @@ bool ZoAnalyzingPatterns::StreamStatistic(ZoRecordset* records, const ZoPatterns
 
 bool ZoAnalyzingPatterns::SpatialAutocorrelationBinary(ZoRecordset* records, const ZoPatternsInformation& info,
                                                        ZoAnalyzingExponent& result, bool showProgress) {
-  return StreamStatistic<ZoMoranSums>(records, info, result, showProgress, "IMb328", "IMb329", false);
+  return StreamStatistic<ZoMoranSums>(records, info, result, showProgress, msg::IMb328, msg::IMb329, false);
 }
 
 unsigned char ZoAnalyzingPatterns::HighOrLowClusterBinary(ZoRecordset* records, const ZoPatternsInformation& info,
                                                           ZoAnalyzingExponent& result, unsigned char showProgress) {
-  return StreamStatistic<ZoGeneralGSums>(records, info, result, showProgress != 0, "IMb334", "IMb335", true) ? 1 : 0;
+  return StreamStatistic<ZoGeneralGSums>(records, info, result, showProgress != 0, msg::IMb334, msg::IMb335, true) ? 1 : 0;
 }
 
 bool ZoAnalyzingPatterns::SpatialAutocorrelation(ZoDatasetVector* dataset, const ZoPatternsInformation& info,
@@ -222,14 +223,14 @@ bool ZoAnalyzingPatterns::SpatialAutocorrelation(ZoDatasetVector* dataset, const
       if (!InMemoryWeights(records.get(), info, progress, units)) return false;  // its own message stands alone
       LumaArray<double> values;
       ReadValues(records.get(), info.FieldName, false, values);
-      EnterStatisticStage(progress, "IMb328", "IMb329", m_stageFormat);
+      EnterStatisticStage(progress, msg::IMb328, msg::IMb329, m_stageFormat);
       ok = GetAutoCorrelation(values, units, result);
     }
-    if (!ok) AddErrorMessage("ESa041");
+    if (!ok) AddErrorMessage(msg::ESa041);
     return ok;
   } catch (const std::bad_alloc&) {
-    AddErrorMessage("EBa003");
-    AddErrorMessage("ESa041");
+    AddErrorMessage(msg::EBa003);
+    AddErrorMessage(msg::ESa041);
     return false;
   }
 }
@@ -252,14 +253,14 @@ unsigned char ZoAnalyzingPatterns::HighOrLowCluster(ZoDatasetVector* dataset, co
       if (!ReadValues(records.get(), info.FieldName, true, values)) return 0;
       LumaArray<WeightMatrixUnit> units;
       if (!InMemoryWeights(records.get(), info, progress, units)) return 0;
-      EnterStatisticStage(progress, "IMb334", "IMb335", m_stageFormat);
+      EnterStatisticStage(progress, msg::IMb334, msg::IMb335, m_stageFormat);
       ok = GetGeneralG(values, units, result);
     }
-    if (!ok) AddErrorMessage("ESa035");
+    if (!ok) AddErrorMessage(msg::ESa035);
     return ok;
   } catch (const std::bad_alloc&) {
-    AddErrorMessage("EBa003");
-    AddErrorMessage("ESa035");
+    AddErrorMessage(msg::EBa003);
+    AddErrorMessage(msg::ESa035);
     return 0;
   }
 }

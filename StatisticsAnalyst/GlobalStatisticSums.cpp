@@ -3,6 +3,7 @@
 #include <cmath>
 
 #include "StatisticsAnalyst/ZoStatisticsUtilities.h"
+#include "host/ZoMessageIds.h"
 
 namespace ZOC {
 
@@ -44,8 +45,8 @@ const char* ZoMoranSums::Finish(ZoAnalyzingPatterns::ZoAnalyzingExponent& result
     d2 += m_d[i] * m_d[i];
     d4 += m_d[i] * m_d[i] * m_d[i] * m_d[i];
   }
-  if (IsZero(m_s0) || IsZero(s2) || IsZero(m_s1)) return "ESa030";
-  if (IsZero(d2)) return "ESa021";
+  if (IsZero(m_s0) || IsZero(s2) || IsZero(m_s1)) return msg::ESa030;
+  if (IsZero(d2)) return msg::ESa021;
   const double n = static_cast<double>(m_d.size());
   const double s1 = m_s1, s0 = m_s0;
   const double b2 = (d4 / n) / ((d2 / n) * (d2 / n));
@@ -55,7 +56,7 @@ const char* ZoMoranSums::Finish(ZoAnalyzingPatterns::ZoAnalyzingExponent& result
       (n * ((n * n - 3 * n + 3) * s1 - n * s2 + 3 * s0 * s0) - b2 * ((n * n - n) * s1 - 2 * n * s2 + 6 * s0 * s0)) /
       ((n - 1) * (n - 2) * (n - 3) * s0 * s0);
   const double variance = expectedSquare - expected * expected;
-  if (variance < 0 || IsZero(variance)) return "ESa027";
+  if (variance < 0 || IsZero(variance)) return msg::ESa027;
   const double z = (index - expected) / std::sqrt(variance);
   result = {index, expected, variance, z, ZoStatisticsUtilities::GetPvalue(z)};
   return nullptr;
@@ -94,7 +95,7 @@ void ZoGeneralGSums::AddRow(std::int64_t i, const ZoSparseRow& row) {
 }
 
 const char* ZoGeneralGSums::Finish(ZoAnalyzingPatterns::ZoAnalyzingExponent& result) const {
-  if (IsZero(m_d)) return "ESa021";
+  if (IsZero(m_d)) return msg::ESa021;
   double s2 = 0;
   for (std::size_t i = 0; i < m_row.size(); ++i) s2 += (m_row[i] + m_col[i]) * (m_row[i] + m_col[i]);
   const double n = static_cast<double>(m_row.size());
@@ -108,10 +109,10 @@ const char* ZoGeneralGSums::Finish(ZoAnalyzingPatterns::ZoAnalyzingExponent& res
   const double b4 = s1 - s2 + s0 * s0;
   const double m1 = m_m1, m2 = m_m2, m3 = m_m3, m4 = m_m4;
   const double q = (m1 * m1 - m2) * (m1 * m1 - m2) * n * (n - 1) * (n - 2) * (n - 3);
-  if (IsZero(q)) return "ESa021";
+  if (IsZero(q)) return msg::ESa021;
   const double expectedSquare = (b0 * m2 * m2 + b1 * m4 + b2 * m1 * m1 * m2 + b3 * m1 * m3 + b4 * m1 * m1 * m1 * m1) / q;
   const double variance = expectedSquare - expected * expected;
-  if (variance < 0 || IsZero(variance)) return "ESa027";
+  if (variance < 0 || IsZero(variance)) return msg::ESa027;
   const double z = (g - expected) / std::sqrt(variance);
   result = {g, expected, variance, z, ZoStatisticsUtilities::GetPvalue(z)};
   return nullptr;

@@ -5,6 +5,7 @@
 #include <numeric>
 
 #include "StatisticsAnalyst/ZoStatisticsUtilities.h"
+#include "host/ZoMessageIds.h"
 
 namespace ZOC::local {
 
@@ -92,14 +93,14 @@ const char* LocalMoran(const LumaArray<double>& x, const MoranMoments& moments, 
     return nullptr;
   }
   const double lag = wx / w - moments.mean;
-  if (IsZero(moments.m2) || IsZero(moments.m4)) return "ESa021";
+  if (IsZero(moments.m2) || IsZero(moments.m4)) return msg::ESa021;
   const double m2 = moments.m2 / (n - 1);
   const double b2 = (moments.m4 / (n - 1)) / (m2 * m2);
   const double I = moments.d[static_cast<std::size_t>(i)] / m2 * swd;
   const double expected = -w / (n - 1);
   const double variance =
       (w * w - w2) * (2 * b2 - n) / ((n - 2) * (n - 1)) + (n - b2) * w2 / (n - 1) - expected * expected;
-  if (variance < 0 || IsZero(variance)) return "ESa027";
+  if (variance < 0 || IsZero(variance)) return msg::ESa027;
   const double z = (I - expected) / std::sqrt(variance);
   out[0] = I, out[1] = z, out[2] = ZoStatisticsUtilities::GetPvalue(z), out[3] = lag;
   return nullptr;
@@ -109,10 +110,10 @@ const char* ClusterOutlierTypes(const LumaArray<double>& I, const LumaArray<doub
                                 const LumaArray<double>& lag, const LumaArray<int>& bins,
                                 LumaArray<LumaUnicodeString>& types) {
   const std::size_t n = I.size();
-  if (p.size() != n || d.size() != n || lag.size() != n) return "ESa039";
-  if (!bins.empty() && bins.size() != n) return "ESa040";
+  if (p.size() != n || d.size() != n || lag.size() != n) return msg::ESa039;
+  if (!bins.empty() && bins.size() != n) return msg::ESa040;
   if (types.empty()) types.resize(n);
-  if (types.size() != n) return "ESa039";
+  if (types.size() != n) return msg::ESa039;
   for (std::size_t i = 0; i < n; ++i) {
     // The FDR bins narrow the 0.05 test; they never widen it.
     const bool candidate = p[i] < 0.05 && (bins.empty() || std::abs(bins[i]) >= 2);

@@ -3,6 +3,7 @@
 #include <limits>
 
 #include "StatisticsAnalyst/ZoAnalyzingPatterns.h"
+#include "host/ZoMessageIds.h"
 
 namespace ZOC {
 
@@ -15,13 +16,13 @@ unsigned char ZoAnalyzingPatterns::GetMinAreaRect1(const LumaArray<LumaPoint2D>&
                                                    LumaPoint2D& u, LumaPoint2D& v, double& length, double& width,
                                                    double& area) {
   if (hull.size() < 2) {
-    AddErrorMessage("ESa013");
+    AddErrorMessage(msg::ESa013);
     return 0;
   }
   // The ring is closed: vertices 0..m-1 are distinct, vertex m repeats vertex 0.
   const std::size_t m = hull.size() - 1;
   if (m < 1) {
-    AddErrorMessage("ESa013");
+    AddErrorMessage(msg::ESa013);
     return 0;
   }
   auto next = [m](std::size_t i) { return i + 1 == m ? 0 : i + 1; };
@@ -70,7 +71,7 @@ unsigned char ZoAnalyzingPatterns::GetMinAreaRect1(const LumaArray<LumaPoint2D>&
     }
   }
   if (!found) {
-    AddErrorMessage("ESa053");
+    AddErrorMessage(msg::ESa053);
     return 0;
   }
   area = best;

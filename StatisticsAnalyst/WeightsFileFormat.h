@@ -13,6 +13,7 @@
 #include "StatisticsAnalyst/WeightsRowBuilder.h"
 #include "StatisticsAnalyst/ZoWeightsUtilities.h"
 #include "host/ZoStringEx.h"
+#include "host/ZoMessageIds.h"
 
 namespace ZOC::weightsfile {
 
@@ -97,7 +98,7 @@ bool ZoWeightsUtilities::WriteRows(const ZoWeightsRowBuilder& rows, LumaArray<Zo
     for (std::int64_t k = 0; k < block.Count(); ++k) {
       const std::int64_t i = first + k;
       if (m_call && !m_call->Step(m_progressFormat, i, n)) {
-        AddErrorMessage("IMb030");
+        AddErrorMessage(msg::IMb030);
         return false;
       }
       kept.clear();
@@ -114,7 +115,7 @@ bool ZoWeightsUtilities::WriteRows(const ZoWeightsRowBuilder& rows, LumaArray<Zo
       uniqueIndex[static_cast<std::size_t>(i)].Count = static_cast<std::int32_t>(kept.size());
       if (standardize) rowSums[static_cast<std::size_t>(i)] = sum;
       if (!emit(i, kept, keptWeights)) {
-        AddErrorMessage("ESa049");
+        AddErrorMessage(msg::ESa049);
         return false;
       }
     }

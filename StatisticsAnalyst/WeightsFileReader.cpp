@@ -9,6 +9,7 @@
 #include "StatisticsAnalyst/ZoStatisticsUtilities.h"
 #include "StatisticsAnalyst/ZoWeightsUtilities.h"
 #include "host/ZoFile.h"
+#include "host/ZoMessageIds.h"
 
 namespace ZOC {
 
@@ -20,24 +21,24 @@ std::FILE* ZoStatisticsUtilities::CheckSWMFileValid(ZoDatasetVector* dataset, co
                                                     ZoConceptualizationModel& model, unsigned char& standardization,
                                                     LumaArray<double>& rowSums, std::int64_t& position) {
   if (!dataset) {
-    AddErrorMessage("EEg002");
+    AddErrorMessage(msg::EEg002);
     return nullptr;
   }
   if (path.IsEmpty()) {
-    AddErrorMessage("ESa076");
+    AddErrorMessage(msg::ESa076);
     return nullptr;
   }
   if (!wf::HasSwmbExtension(path, true)) {
-    AddErrorMessage("EAf017");
+    AddErrorMessage(msg::EAf017);
     return nullptr;
   }
   if (!ZoFile::IsExist(path)) {
-    AddErrorMessage("ESa077");
+    AddErrorMessage(msg::ESa077);
     return nullptr;
   }
   std::FILE* file = std::fopen(path.c_str(), "rb");
   if (!file) {
-    AddErrorMessage("ESa049");
+    AddErrorMessage(msg::ESa049);
     return nullptr;
   }
   // Every failure below closes the file; success hands it to the caller.
@@ -55,48 +56,48 @@ std::FILE* ZoStatisticsUtilities::CheckSWMFileValid(ZoDatasetVector* dataset, co
     }
     uniqueIdField = values[wf::kUniqueId];
     LUMA::LumaFieldInfo field;
-    if (!dataset->GetFieldInfo(uniqueIdField, field)) return fail("ESa078");
+    if (!dataset->GetFieldInfo(uniqueIdField, field)) return fail(msg::ESa078);
     ZoQueryDef query;
     query.m_order = LumaUnicodeString(" Order BY ") + uniqueIdField;
     ZoRecordsetPtr records(dataset->Query(query));
-    if (!records) return fail("EKa013");
+    if (!records) return fail(msg::EKa013);
     std::int32_t counts = 0, flag = 0, conceptualization = 0;
     if (!wf::ParseInt32(values[wf::kCounts].Str(), counts) ||
         !wf::ParseInt32(values[wf::kStandardization].Str(), flag) ||
         !wf::ParseInt32(values[wf::kConceptualization].Str(), conceptualization))
-      return fail("ESa045");
+      return fail(msg::ESa045);
     const std::int64_t r = records->GetRecordCount();
-    if (counts != r) return fail("ESa079");
+    if (counts != r) return fail(msg::ESa079);
     if (!wf::Fits(file, r, 8) || !wf::ReadUniqueIndex(file, uniqueIndex, static_cast<std::size_t>(r)))
-      return fail("ESa046");
+      return fail(msg::ESa046);
     position += 8 * r;
     LUMA::LumaVariant value;
     std::size_t k = 0;
     for (bool more = records->MoveFirst(); more && !records->IsEOF(); more = records->MoveNext(), ++k) {
       records->GetFieldValue(uniqueIdField, value);
-      if (k >= uniqueIndex.size() || value.ToInt() != uniqueIndex[k].UniqueID) return fail("ESa080");
+      if (k >= uniqueIndex.size() || value.ToInt() != uniqueIndex[k].UniqueID) return fail(msg::ESa080);
     }
     standardization = flag != 0 ? 1 : 0;
     if (flag == 0) {
       rowSums.assign(static_cast<std::size_t>(r), 1.0);
     } else {
       if (!wf::Fits(file, r, 8) || !wf::ReadDoubles(file, rowSums, static_cast<std::size_t>(r)))
-        return fail("ESa046");
+        return fail(msg::ESa046);
       position += 8 * r;
     }
     // The rows must hold exactly the records the index announces, so every
     // later row read stays inside the file.
     std::int64_t records16 = 0;
     for (const auto& entry : uniqueIndex) {
-      if (entry.Count < 0) return fail("ESa046");
+      if (entry.Count < 0) return fail(msg::ESa046);
       records16 += entry.Count;
     }
     if (wf::FileSize(file) - position != records16 * static_cast<std::int64_t>(wf::kRecordBytes))
-      return fail("ESa046");
+      return fail(msg::ESa046);
     model = static_cast<ZoConceptualizationModel>(conceptualization);
     return file;
   } catch (const std::bad_alloc&) {
-    return fail("EBa003");
+    return fail(msg::EBa003);
   }
 }
 
@@ -106,21 +107,21 @@ unsigned char ZoStatisticsUtilities::ReadWeightMatrixBinarySparse(std::FILE* fil
   columns.clear();
   weights.clear();
   if (!file) {
-    AddErrorMessage("EEg020");
+    AddErrorMessage(msg::EEg020);
     return 0;
   }
   if (count == 0) return 1;
   thread_local std::vector<wf::RowRecord> records;
   if (count < 0 || !wf::Fits(file, count, wf::kRecordBytes) ||
       !wf::ReadRecords(file, static_cast<std::size_t>(count), records)) {
-    AddErrorMessage("ESa046");
+    AddErrorMessage(msg::ESa046);
     return 0;
   }
   columns.reserve(records.size());
   weights.reserve(records.size());
   for (const auto& r : records) {
     if (r.column < 0 || r.column >= n) {
-      AddErrorMessage("ESa046");
+      AddErrorMessage(msg::ESa046);
       return 0;
     }
     columns.push_back(r.column);
@@ -132,7 +133,7 @@ unsigned char ZoStatisticsUtilities::ReadWeightMatrixBinarySparse(std::FILE* fil
 unsigned char ZoStatisticsUtilities::ReadWeightMatrixBinary(std::FILE* file, int count, int n,
                                                             LumaArray<double>& row) {
   if (!file) {
-    AddErrorMessage("EEg020");
+    AddErrorMessage(msg::EEg020);
     return 0;
   }
   row.assign(n > 0 ? static_cast<std::size_t>(n) : 0u, 0.0);
@@ -162,7 +163,7 @@ ZoAnalyzingPatterns& ZoAnalyzingPatterns::operator=(const ZoAnalyzingPatterns& o
 bool ZoAnalyzingPatterns::OpenWeightsDictionary(const LumaUnicodeString& path) {
   CloseWeightsDictionary();
   m_flagMatrix = std::fopen(path.c_str(), "rb");
-  if (!m_flagMatrix) AddErrorMessage("ESa049");
+  if (!m_flagMatrix) AddErrorMessage(msg::ESa049);
   return m_flagMatrix != nullptr;
 }
 
@@ -173,16 +174,16 @@ void ZoAnalyzingPatterns::CloseWeightsDictionary() {
 
 unsigned char ZoAnalyzingPatterns::ReadWeightMatrixBinaryK(int n, LumaArray<double>& row) {
   if (!m_flagMatrix) {
-    AddErrorMessage("EEg020");
+    AddErrorMessage(msg::EEg020);
     return 0;
   }
   if (n < 0 || !wf::Fits(m_flagMatrix, n, 1)) {
-    AddErrorMessage("ESa046");
+    AddErrorMessage(msg::ESa046);
     return 0;
   }
   std::vector<unsigned char> block(static_cast<std::size_t>(n));
   if (n > 0 && std::fread(block.data(), 1, block.size(), m_flagMatrix) != block.size()) {
-    AddErrorMessage("ESa046");
+    AddErrorMessage(msg::ESa046);
     return 0;
   }
   row.resize(block.size());

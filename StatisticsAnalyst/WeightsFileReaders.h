@@ -17,6 +17,7 @@
 #include "StatisticsAnalyst/WeightsFileFormat.h"
 #include "StatisticsAnalyst/ZoWeightsUtilities.h"
 #include "host/ZoTextFile.h"
+#include "host/ZoMessageIds.h"
 
 namespace ZOC::weightsfile {
 
@@ -90,9 +91,9 @@ unsigned char ZoWeightsUtilities::RunReader(Body&& body) {
   try {
     failedId = body();
   } catch (const std::bad_alloc&) {
-    failedId = "EBa003";
+    failedId = msg::EBa003;
   } catch (const std::exception&) {
-    failedId = "ESa046";
+    failedId = msg::ESa046;
   }
   if (!failedId) return 1;
   if (*failedId) AddErrorMessage(failedId);

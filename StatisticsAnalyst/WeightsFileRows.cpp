@@ -5,6 +5,7 @@
 #include <numeric>
 
 #include "host/ZoStringEx.h"
+#include "host/ZoMessageIds.h"
 
 namespace ZOC {
 
@@ -22,7 +23,7 @@ bool ZoWeightsFileRows::BuildTemporary(ZoDatasetVector* dataset, const ZoPattern
                                        ZoProgress* progress) {
   const LumaUnicodeString path = ZoFile::GetTemporaryFileName("Quillard", ".swmb");
   if (path.IsEmpty()) {
-    Fail("ESa049");
+    Fail(msg::ESa049);
     return false;
   }
   m_temporary.Reset(path);
@@ -60,7 +61,7 @@ bool ZoWeightsFileRows::Open(ZoDatasetVector* dataset, const LumaUnicodeString& 
       if (!m_utilities.ReadWeightMatrixBinarySparse(m_file, m_index[static_cast<std::size_t>(r)].Count,
                                                     static_cast<int>(n), m_readColumns, m_readWeights)) {
         m_error += m_utilities.GetStrErrorMes();
-        Fail("ESa026");
+        Fail(msg::ESa026);
         return false;
       }
       std::vector<std::size_t> order(m_readColumns.size());
@@ -74,12 +75,12 @@ bool ZoWeightsFileRows::Open(ZoDatasetVector* dataset, const LumaUnicodeString& 
       m_offsets[static_cast<std::size_t>(r) + 1] = static_cast<std::int64_t>(m_columns.size());
     }
   } catch (const std::bad_alloc&) {
-    Fail("EBa003");
+    Fail(msg::EBa003);
     return false;
   }
   // Back to the first row for the pass that computes the statistic.
   if (fseeko(m_file, static_cast<off_t>(position), SEEK_SET) != 0) {
-    Fail("ESa026");
+    Fail(msg::ESa026);
     return false;
   }
   return true;
@@ -105,7 +106,7 @@ bool ZoWeightsFileRows::Next(std::int64_t i, ZoSparseRow& row) {
       !m_utilities.ReadWeightMatrixBinarySparse(m_file, m_index[static_cast<std::size_t>(i)].Count,
                                                 static_cast<int>(n), m_readColumns, m_readWeights)) {
     m_error += m_utilities.GetStrErrorMes();
-    Fail("ESa026");
+    Fail(msg::ESa026);
     return false;
   }
   row.columns.assign(m_readColumns.begin(), m_readColumns.end());

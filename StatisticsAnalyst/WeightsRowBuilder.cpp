@@ -6,6 +6,7 @@
 #include <cmath>
 #include <new>
 #include <numeric>
+#include "host/ZoMessageIds.h"
 
 namespace ZOC {
 
@@ -41,12 +42,12 @@ bool ZoWeightsRowBuilder::Prepare(ZoRecordset* records, const ZoPatternsInformat
       return m_utilities.BuildContiguityGird(records, m_grid);  // adds its own message
     LumaArray<LumaPoint2D> points;
     if (!m_utilities.PickUpBaryCenters(records, points)) {
-      m_failedId = "ESa008";
+      m_failedId = msg::ESa008;
       return false;
     }
     return PrepareFromPoints(std::move(points), records->GetDataset()->GetPrjCoordSys(), info);
   } catch (const std::bad_alloc&) {
-    m_failedId = "EBa003";
+    m_failedId = msg::EBa003;
     return false;
   }
 }
@@ -57,7 +58,7 @@ bool ZoWeightsRowBuilder::PrepareFromPoints(LumaArray<LumaPoint2D> points, const
   m_count = static_cast<std::int64_t>(points.size());
   m_points = std::move(points);
   if (!ZoStatisticsUtilities::Forward(m_points, cs)) {
-    m_failedId = "ESa060";
+    m_failedId = msg::ESa060;
     return false;
   }
   m_method = ZoStatisticsUtilities::ValidateDistanceMethod(info.DistanceMethod, cs);

@@ -13,6 +13,7 @@
 #include "host/ZoFile.h"
 #include "host/ZoStringEx.h"
 #include "host/ZoTextFile.h"
+#include "host/ZoMessageIds.h"
 
 namespace ZOC {
 
@@ -53,7 +54,7 @@ class BinaryReader : public WeightsFileReader {
   const char* Open(ZoWeightsUtilities& owner, const LumaUnicodeString& path, bool& reported) {
     reported = false;
     m_file.reset(std::fopen(path.c_str(), "rb"));
-    if (!m_file) return "ESa049";
+    if (!m_file) return msg::ESa049;
     std::FILE* f = m_file.get();
     LumaArray<LumaUnicodeString> values;
     std::int64_t position = 0;
@@ -63,19 +64,19 @@ class BinaryReader : public WeightsFileReader {
     }
     if (values.size() != kHeaderKeys.size() || !ParseInt32(values[kCounts].Str(), m_count) || m_count < 0 ||
         !ParseInt32(values[kStandardization].Str(), m_standardized))
-      return "ESa045";
+      return msg::ESa045;
     // Both tables must lie inside the file before they are allocated.
     const auto n = static_cast<std::size_t>(m_count);
     if (!Seek(f, position) || !Fits(f, m_count, 8) || !ReadUniqueIndex(f, m_index, n) ||
         (m_standardized != 0 && (!Fits(f, m_count, 8) || !ReadDoubles(f, m_rowSums, n))))
-      return "ESa046";
+      return msg::ESa046;
     m_ids.reserve(n);
     for (const auto& entry : m_index) {
-      if (entry.Count < 0) return "ESa046";
+      if (entry.Count < 0) return msg::ESa046;
       m_ids.push_back(entry.UniqueID);
     }
     m_rowsStart = Tell(f);
-    return m_rowsStart < 0 ? "ESa046" : nullptr;
+    return m_rowsStart < 0 ? msg::ESa046 : nullptr;
   }
 
   RowRead Next(std::vector<RowRecord>& records) override {
@@ -106,37 +107,37 @@ class TextReader : public WeightsFileReader {
  public:
   // Reads everything before the rows; null on success, else the message ID.
   const char* Open(ZoWeightsUtilities& owner, const LumaUnicodeString& path) {
-    if (!m_file.Open(path, ZoTextFile::ModeRead)) return "EAg033";
+    if (!m_file.Open(path, ZoTextFile::ModeRead)) return msg::EAg033;
     std::string line;
     LumaArray<LumaUnicodeString> values;
     if (!m_file.ReadLine(line) || !owner.ReadHeader(line, values) || values.size() != kTextHeaderKeys ||
         !ParseInt32(values[kCounts].Str(), m_count) || m_count < 0 ||
         !ParseInt32(values[kStandardization].Str(), m_standardized))
-      return "ESa045";
+      return msg::ESa045;
 
     // The IDs are counted as they are parsed, so a wrong COUNTS value never
     // drives an allocation.
-    if (!m_file.ReadLine(line)) return "ESa046";
+    if (!m_file.ReadLine(line)) return msg::ESa046;
     const bool idsOk = ForEachPiece(line, ' ', [&](std::string_view piece) {
       std::int32_t id = 0;
       if (static_cast<std::int64_t>(m_ids.size()) >= m_count || !ParseInt32(piece, id)) return false;
       m_ids.push_back(id);
       return true;
     });
-    if (!idsOk || static_cast<std::int64_t>(m_ids.size()) != m_count) return "ESa046";
+    if (!idsOk || static_cast<std::int64_t>(m_ids.size()) != m_count) return msg::ESa046;
 
     if (m_standardized != 0) {
-      if (!m_file.ReadLine(line)) return "ESa046";
+      if (!m_file.ReadLine(line)) return msg::ESa046;
       const bool sumsOk = ForEachPiece(line, ' ', [&](std::string_view piece) {
         double sum = 0.0;
         if (static_cast<std::int64_t>(m_rowSums.size()) >= m_count || !ParseFiniteDouble(piece, sum)) return false;
         m_rowSums.push_back(sum);
         return true;
       });
-      if (!sumsOk || static_cast<std::int64_t>(m_rowSums.size()) != m_count) return "ESa046";
+      if (!sumsOk || static_cast<std::int64_t>(m_rowSums.size()) != m_count) return msg::ESa046;
     }
     m_rowsStart = m_file.Tell();
-    return m_rowsStart < 0 ? "ESa046" : nullptr;
+    return m_rowsStart < 0 ? msg::ESa046 : nullptr;
   }
 
   RowRead Next(std::vector<RowRecord>& records) override {
@@ -242,8 +243,8 @@ class TextBuildProgress {
       : m_progress(caller, show), m_slot(slot) {
     if (m_progress) {
       m_progress->SetBothPosRange(0, 100);
-      m_progress->SetTitleMessage(ZoStringEx::LoadResString("IMb330"));
-      format = ZoStringEx::LoadResString("IMb331");
+      m_progress->SetTitleMessage(ZoStringEx::LoadResString(msg::IMb330));
+      format = ZoStringEx::LoadResString(msg::IMb331);
     }
     m_slot = &m_progress;
   }
@@ -287,7 +288,7 @@ const char* PrintRows(wf::WeightsFileReader& reader, bool truncatedIsEnd) {
   std::vector<wf::RowRecord> records;
   for (;;) {
     const wf::RowRead read = reader.Next(records);
-    if (read == wf::RowRead::Bad || (read == wf::RowRead::Truncated && !truncatedIsEnd)) return "ESa046";
+    if (read == wf::RowRead::Bad || (read == wf::RowRead::Truncated && !truncatedIsEnd)) return msg::ESa046;
     if (read != wf::RowRead::Read) break;
     for (const auto& r : records) {
       std::fputs(wf::RecordText(r.row, r.column, r.weight).c_str(), stdout);
@@ -295,7 +296,7 @@ const char* PrintRows(wf::WeightsFileReader& reader, bool truncatedIsEnd) {
     }
   }
   std::fflush(stdout);
-  return reader.RestIsEmpty() ? nullptr : "ESa046";
+  return reader.RestIsEmpty() ? nullptr : msg::ESa046;
 }
 
 }  // namespace
@@ -329,7 +330,7 @@ unsigned char ZoWeightsUtilities::BuildWeightMatrixText(ZoDatasetVector* dataset
     ZoTempFileGuard guard;
     ZoTextFile file;
     if (!file.Open(path, ZoTextFile::ModeWrite)) {
-      AddErrorMessage("ESa049");
+      AddErrorMessage(msg::ESa049);
       return 0;
     }
     guard.Reset(path);
@@ -348,7 +349,7 @@ unsigned char ZoWeightsUtilities::BuildWeightMatrixText(ZoDatasetVector* dataset
     const std::int64_t sumsAt = file.Tell();
     if (standardize) ok = ok && file.WriteLine(std::string(n * wf::kRowSumWidth, '1'));
     if (!ok || sumsAt < 0) {
-      AddErrorMessage("ESa049");
+      AddErrorMessage(msg::ESa049);
       return 0;
     }
 
@@ -381,20 +382,20 @@ unsigned char ZoWeightsUtilities::BuildWeightMatrixText(ZoDatasetVector* dataset
       // The row builder's weights are positive and at most 1, so every sum
       // takes 13 characters; anything longer would overwrite the first row.
       if (line.size() != n * wf::kRowSumWidth || !file.Seek(sumsAt) || !file.Write(line)) {
-        AddErrorMessage("ESa049");
+        AddErrorMessage(msg::ESa049);
         return 0;
       }
     }
     if (!file.Close()) {
-      AddErrorMessage("ESa049");
+      AddErrorMessage(msg::ESa049);
       return 0;
     }
     guard.Release();
     return 1;
   } catch (const std::bad_alloc&) {
-    AddErrorMessage("EBa003");
+    AddErrorMessage(msg::EBa003);
   } catch (const std::exception&) {
-    AddErrorMessage("ESa049");
+    AddErrorMessage(msg::ESa049);
   }
   return 0;
 }
@@ -402,7 +403,7 @@ unsigned char ZoWeightsUtilities::BuildWeightMatrixText(ZoDatasetVector* dataset
 unsigned char ZoWeightsUtilities::ReadWeightMatrixText(const LumaUnicodeString& path) {
   return RunReader([&]() -> const char* {
     // The text reader wants ".swmb" exactly, in lower case.
-    if (path.IsEmpty() || !wf::HasSwmbExtension(path, false)) return "EAf017";
+    if (path.IsEmpty() || !wf::HasSwmbExtension(path, false)) return msg::EAf017;
     const char* failedId = nullptr;
     auto reader = wf::OpenTextWeights(*this, path, failedId);
     if (!reader) return failedId;
@@ -414,7 +415,7 @@ unsigned char ZoWeightsUtilities::ReadWeightMatrixText(const LumaUnicodeString& 
 
 unsigned char ZoWeightsUtilities::ReadWeightMatrixTextEx(const LumaUnicodeString& path) {
   return RunReader([&]() -> const char* {
-    if (path.IsEmpty() || !wf::HasSwmbExtension(path, true)) return "EAf017";
+    if (path.IsEmpty() || !wf::HasSwmbExtension(path, true)) return msg::EAf017;
     const char* failedId = nullptr;
     auto reader = wf::OpenBinaryWeights(*this, path, failedId);
     if (!reader) return failedId ? failedId : "";  // "" : the header reader has reported it

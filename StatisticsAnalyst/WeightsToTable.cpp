@@ -8,6 +8,7 @@
 #include "StatisticsAnalyst/ZoWeightsUtilities.h"
 #include "host/ZoEngineToolkit.h"
 #include "host/ZoStringEx.h"
+#include "host/ZoMessageIds.h"
 
 namespace ZOC {
 
@@ -25,8 +26,8 @@ const char* AppendRows(wf::WeightsFileReader& reader, ZoDatasetVector* target, Z
   wf::RowRead read;
   while ((read = reader.Next(records)) == wf::RowRead::Read) {
   }
-  if (read == wf::RowRead::Bad || (read == wf::RowRead::End && !reader.RestIsEmpty())) return "ESa046";
-  if (!reader.Rewind()) return "ESa046";
+  if (read == wf::RowRead::Bad || (read == wf::RowRead::End && !reader.RestIsEmpty())) return msg::ESa046;
+  if (!reader.Rewind()) return msg::ESa046;
 
   // The host may rename the fields (clashes, format limits); the final names
   // come back in the list.
@@ -34,26 +35,26 @@ const char* AppendRows(wf::WeightsFileReader& reader, ZoDatasetVector* target, Z
   fields.push_back(LUMA::LumaFieldInfo("UniqueID", LUMA::FieldInt32));
   fields.push_back(LUMA::LumaFieldInfo("NeighborsID", LUMA::FieldInt32));
   fields.push_back(LUMA::LumaFieldInfo("Weight", LUMA::FieldDouble));
-  if (!ZoEngineToolkit::CreateValidFields(target, fields) || fields.size() != 3) return "EKa013";
+  if (!ZoEngineToolkit::CreateValidFields(target, fields) || fields.size() != 3) return msg::EKa013;
   const LumaUnicodeString& idField = fields[0].GetName();
   const LumaUnicodeString& neighbourField = fields[1].GetName();
   const LumaUnicodeString& weightField = fields[2].GetName();
   ZoRecordsetPtr table(target->Query(ZoQueryDef()));
-  if (!table) return "EKa013";
+  if (!table) return msg::EKa013;
 
   ZoCallProgress progress(caller, show);
   LumaUnicodeString format;
   if (progress) {
     progress->SetBothPosRange(0, 100);
-    progress->SetTitleMessage(ZoStringEx::LoadResString("IMb340"));
-    format = ZoStringEx::LoadResString("IMb341");
+    progress->SetTitleMessage(ZoStringEx::LoadResString(msg::IMb340));
+    format = ZoStringEx::LoadResString(msg::IMb341);
   }
   const std::int64_t n = reader.Count();
   const std::vector<std::int32_t>& ids = reader.Ids();
   for (std::int64_t i = 0; i < n; ++i) {
-    if (!progress.Step(format, i, n)) return "IMb030";
+    if (!progress.Step(format, i, n)) return msg::IMb030;
     read = reader.Next(records);
-    if (read == wf::RowRead::Bad) return "ESa046";
+    if (read == wf::RowRead::Bad) return msg::ESa046;
     if (read != wf::RowRead::Read) break;
     const double divisor = reader.Standardized() ? reader.RowSums()[static_cast<std::size_t>(i)] : 1.0;
     // The record's own row index names the feature, whatever row it sits in;
@@ -64,12 +65,12 @@ const char* AppendRows(wf::WeightsFileReader& reader, ZoDatasetVector* target, Z
           !table->SetFieldValue(neighbourField, LumaVariant(ids[static_cast<std::size_t>(r.column)])) ||
           !table->SetFieldValue(weightField, LumaVariant(r.weight / divisor)) || !table->Update()) {
         table->CancelUpdate();
-        return "EKa013";
+        return msg::EKa013;
       }
     }
   }
   table.reset();
-  return target->Commit() ? nullptr : "EKa013";
+  return target->Commit() ? nullptr : msg::EKa013;
 }
 
 }  // namespace
@@ -77,9 +78,9 @@ const char* AppendRows(wf::WeightsFileReader& reader, ZoDatasetVector* target, Z
 unsigned char ZoWeightsUtilities::BinaryConverToTable(ZoDatasetVector* target, const LumaUnicodeString& path,
                                                       unsigned char showProgress) {
   return RunReader([&]() -> const char* {
-    if (!target) return "EEg002";
-    if (path.IsEmpty() || !wf::HasSwmbExtension(path, true)) return "EAf017";
-    if (target->GetType() != DatasetTabular) return "ELb001";
+    if (!target) return msg::EEg002;
+    if (path.IsEmpty() || !wf::HasSwmbExtension(path, true)) return msg::EAf017;
+    if (target->GetType() != DatasetTabular) return msg::ELb001;
     const char* failedId = nullptr;
     auto reader = wf::OpenBinaryWeights(*this, path, failedId);
     if (!reader) return failedId ? failedId : "";  // "" : the header reader has reported it
@@ -90,9 +91,9 @@ unsigned char ZoWeightsUtilities::BinaryConverToTable(ZoDatasetVector* target, c
 unsigned char ZoWeightsUtilities::TextConverToTable(ZoDatasetVector* target, const LumaUnicodeString& path,
                                                     unsigned char showProgress) {
   return RunReader([&]() -> const char* {
-    if (!target) return "EEg002";
-    if (path.IsEmpty() || !wf::HasSwmbExtension(path, false)) return "EAf017";  // text files: ".swmb" exactly
-    if (target->GetType() != DatasetTabular) return "ELb001";
+    if (!target) return msg::EEg002;
+    if (path.IsEmpty() || !wf::HasSwmbExtension(path, false)) return msg::EAf017;  // text files: ".swmb" exactly
+    if (target->GetType() != DatasetTabular) return msg::ELb001;
     const char* failedId = nullptr;
     auto reader = wf::OpenTextWeights(*this, path, failedId);
     if (!reader) return failedId;

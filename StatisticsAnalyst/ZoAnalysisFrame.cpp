@@ -5,6 +5,7 @@
 
 #include "host/ZoFile.h"
 #include "host/ZoStringEx.h"
+#include "host/ZoMessageIds.h"
 
 namespace ZOC {
 
@@ -30,16 +31,16 @@ void ZoAnalysisFrame::AppendErrorText(const LumaUnicodeString& text) {
 bool ZoAnalysisFrame::CheckFieldValid(ZoDatasetVector* dataset, const LumaUnicodeString& fieldName) {
   if (fieldName.IsEmpty()) return true;
   if (!dataset) {
-    AddErrorMessage("EEg002");
+    AddErrorMessage(msg::EEg002);
     return false;
   }
   LUMA::LumaFieldInfo field;
   if (!dataset->GetFieldInfo(fieldName, field)) {
-    AddErrorMessage("ECd001");
+    AddErrorMessage(msg::ECd001);
     return false;
   }
   if (!LUMA::IsNumericFieldType(field.GetType())) {
-    AddErrorMessage("ESa006");
+    AddErrorMessage(msg::ESa006);
     return false;
   }
   return true;
@@ -47,41 +48,41 @@ bool ZoAnalysisFrame::CheckFieldValid(ZoDatasetVector* dataset, const LumaUnicod
 
 bool ZoAnalysisFrame::CheckParameterValid(ZoRecordset* records, const ZoPatternsInformation& info) {
   if (!records) {
-    AddErrorMessage("EEg024");
+    AddErrorMessage(msg::EEg024);
     return false;
   }
   const std::int64_t count = records->GetRecordCount();
   if (count < 4) {
-    AddErrorMessage("ESa014");
+    AddErrorMessage(msg::ESa014);
     return false;
   }
   if (info.FieldName.IsEmpty()) {
-    AddErrorMessage("ESa005");
+    AddErrorMessage(msg::ESa005);
     return false;
   }
   ZoDatasetVector* dataset = records->GetDataset();
   if (!CheckFieldValid(dataset, info.FieldName)) return false;
   if (info.Conceptualization == SpatialWeightsFile) {
     if (info.WeightsFilePath.IsEmpty()) {
-      AddErrorMessage("ESa076");
+      AddErrorMessage(msg::ESa076);
       return false;
     }
     if (!ZoFile::IsExist(info.WeightsFilePath)) {
-      AddErrorMessage("ESa077");
+      AddErrorMessage(msg::ESa077);
       return false;
     }
   }
   if ((info.Conceptualization == ContiguityEdgesOnly || info.Conceptualization == ContiguityEdgesCorners) &&
       (!dataset || dataset->GetType() != DatasetRegion)) {
-    AddErrorMessage("ESa025");
+    AddErrorMessage(msg::ESa025);
     return false;
   }
   if (info.KNeighbors < 1) {
-    AddErrorMessage("ESa050");
+    AddErrorMessage(msg::ESa050);
     return false;
   }
   if (info.KNeighbors >= count) {
-    AddErrorMessage("ESa042");
+    AddErrorMessage(msg::ESa042);
     return false;
   }
   // -1 asks for the default band; other negative values, values beyond the
@@ -89,11 +90,11 @@ bool ZoAnalysisFrame::CheckParameterValid(ZoRecordset* records, const ZoPatterns
   const double band = info.DistanceTolerance;
   const bool defaultBand = std::fabs(band + 1.0) < 1e-10;
   if (std::isnan(band) || band > std::numeric_limits<double>::max() || (band < 0.0 && !defaultBand)) {
-    AddErrorMessage("ESa061");
+    AddErrorMessage(msg::ESa061);
     return false;
   }
   if (!(info.Exponent >= 0.0)) {
-    AddErrorMessage("ESa062");
+    AddErrorMessage(msg::ESa062);
     return false;
   }
   return true;
@@ -101,13 +102,13 @@ bool ZoAnalysisFrame::CheckParameterValid(ZoRecordset* records, const ZoPatterns
 
 bool ZoAnalysisFrame::CheckAnalysisDataset(ZoDatasetVector* dataset) {
   if (!dataset) {
-    AddErrorMessage("EEg002");
+    AddErrorMessage(msg::EEg002);
     return false;
   }
   if (!dataset->IsOpen()) dataset->Open();
   const int type = dataset->GetType();
   if (type != DatasetPoint && type != DatasetLine && type != DatasetRegion) {
-    AddErrorMessage("EEe018");
+    AddErrorMessage(msg::EEe018);
     return false;
   }
   return true;
@@ -117,7 +118,7 @@ ZoRecordsetPtr ZoAnalysisFrame::QueryOrderedBy(ZoDatasetVector* dataset, const L
   ZoQueryDef query;
   query.m_order = LumaUnicodeString(" Order BY ") + field;
   ZoRecordsetPtr records(dataset->Query(query));
-  if (!records) AddErrorMessage("EKa013");
+  if (!records) AddErrorMessage(msg::EKa013);
   return records;
 }
 

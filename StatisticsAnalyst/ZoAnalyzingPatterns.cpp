@@ -7,6 +7,7 @@
 #include "StatisticsAnalyst/SpatialOrder.h"
 #include "host/ZoOpPoints.h"
 #include "host/ZoStringEx.h"
+#include "host/ZoMessageIds.h"
 
 namespace ZOC {
 
@@ -29,7 +30,7 @@ bool ZoAnalyzingPatterns::ComputeStudyArea(const LumaArray<LumaPoint2D>& c, cons
   } else {
     LumaArray<LumaPoint2D> hull;
     if (!ZoOpPoints::Flange(c, hull)) {
-      AddErrorMessage("ESa053");
+      AddErrorMessage(msg::ESa053);
       return false;
     }
     if (hull.size() == 1) {
@@ -49,7 +50,7 @@ bool ZoAnalyzingPatterns::ComputeStudyArea(const LumaArray<LumaPoint2D>& c, cons
     } else {
       double rectArea = 0.0;
       if (!GetMinAreaRect1(hull, centre, u, v, length, rectWidth, rectArea)) {
-        AddErrorMessage("ESa053");
+        AddErrorMessage(msg::ESa053);
         return false;
       }
     }
@@ -76,7 +77,7 @@ unsigned char ZoAnalyzingPatterns::AverageNearestNeighbor(ZoDatasetVector* datas
   ClearErrorMessage();
   if (!CheckAnalysisDataset(dataset)) return 0;
   if (!(area >= 0.0)) {
-    AddErrorMessage("ESa051");
+    AddErrorMessage(msg::ESa051);
     return 0;
   }
 
@@ -85,11 +86,11 @@ unsigned char ZoAnalyzingPatterns::AverageNearestNeighbor(ZoDatasetVector* datas
     ZoRecordsetPtr records = QueryOrderedBy(dataset, kSystemIdField);
     if (!records) return 0;
     if (records->GetRecordCount() < 2) {
-      AddErrorMessage("ESa013");
+      AddErrorMessage(msg::ESa013);
       return 0;
     }
     if (!m_utilities.PickUpBaryCenters(records.get(), centroids)) {
-      AddErrorMessage("ESa008");
+      AddErrorMessage(msg::ESa008);
       return 0;
     }
   }
@@ -106,7 +107,7 @@ unsigned char ZoAnalyzingPatterns::AverageNearestNeighbor(ZoDatasetVector* datas
   // data measures the chord on the ellipsoid between the original positions.
   LumaArray<LumaPoint2D> projected = centroids;
   if (!ZoStatisticsUtilities::Forward(projected, cs)) {
-    AddErrorMessage("ESa060");
+    AddErrorMessage(msg::ESa060);
     return 0;
   }
   const ZoDistanceMethod validMethod = ZoStatisticsUtilities::ValidateDistanceMethod(method, cs);
@@ -123,8 +124,8 @@ unsigned char ZoAnalyzingPatterns::AverageNearestNeighbor(ZoDatasetVector* datas
   LumaUnicodeString format;
   if (progress) {
     progress->SetBothPosRange(0, 100);
-    progress->SetTitleMessage(ZoStringEx::LoadResString("IMb359"));
-    format = ZoStringEx::LoadResString("IMb360");
+    progress->SetTitleMessage(ZoStringEx::LoadResString(msg::IMb359));
+    format = ZoStringEx::LoadResString(msg::IMb360);
   }
   const std::size_t count = centroids.size();
   // Queries run in spatial order for speed; each distance is stored under its
@@ -135,13 +136,13 @@ unsigned char ZoAnalyzingPatterns::AverageNearestNeighbor(ZoDatasetVector* datas
   std::vector<double> distances;
   for (std::size_t step = 0; step < count; ++step) {
     if (!progress.Step(format, static_cast<long long>(step), static_cast<long long>(count))) {
-      AddErrorMessage("IMb030");
+      AddErrorMessage(msg::IMb030);
       return 0;
     }
     const std::size_t i = order[step];
     const std::size_t found = tree->SearchKdTree(buffer[i], 2, hits, distances, validMethod);
     if (found < 2) {
-      AddErrorMessage("ESa032");
+      AddErrorMessage(msg::ESa032);
       return 0;
     }
     const std::size_t h = hits[0] == i ? 1 : 0;
@@ -155,7 +156,7 @@ unsigned char ZoAnalyzingPatterns::AverageNearestNeighbor(ZoDatasetVector* datas
   const double expected = 0.5 / std::sqrt(n / area);
   const double standardError = 0.26136 / std::sqrt(n * n / area);
   if (!(standardError > 0.0) || !(expected > 0.0)) {
-    AddErrorMessage("ESa052");
+    AddErrorMessage(msg::ESa052);
     return 0;
   }
   const double z = (observed - expected) / standardError;

@@ -8,6 +8,7 @@
 #include "StatisticsAnalyst/ZoStatisticsUtilities.h"
 #include "host/ZoEngineToolkit.h"
 #include "host/ZoStringEx.h"
+#include "host/ZoMessageIds.h"
 
 namespace ZOC {
 
@@ -51,22 +52,22 @@ unsigned char ZoClusteringDistributions::RunLocal(ZoDatasetVector* source, ZoDat
                                                   const ZoPatternsInformation& info, bool showProgress, Kind kind) {
   ClearErrorMessage();
   const bool hotSpot = kind == Kind::HotSpot;
-  const Texts texts = hotSpot ? Texts{"IMb336", "IMb337"} : Texts{"IMb338", "IMb339"};
+  const Texts texts = hotSpot ? Texts{msg::IMb336, msg::IMb337} : Texts{msg::IMb338, msg::IMb339};
   try {
     // ---- Checks, in their fixed order.
     if (!source) {
-      AddErrorMessage("EEg002");
+      AddErrorMessage(msg::EEg002);
       return 0;
     }
     if (!result) {
-      AddErrorMessage("EEg032");
+      AddErrorMessage(msg::EEg032);
       return 0;
     }
     if (!result->IsOpen()) result->Open();
     if (!CheckAnalysisDataset(source)) return 0;
     const int type = source->GetType();
     if (result->GetType() != type) {
-      AddErrorMessage("EEe017");
+      AddErrorMessage(msg::EEe017);
       return 0;
     }
     ZoRecordsetPtr records = QueryOrderedBy(source, kSystemIdField);
@@ -76,7 +77,7 @@ unsigned char ZoClusteringDistributions::RunLocal(ZoDatasetVector* source, ZoDat
     if (hotSpot) {
       ZoStatisticsUtilities fieldCheck;
       if (!fieldCheck.CheckFieldValid(source, selfField)) {
-        AddErrorMessage("ESa004");
+        AddErrorMessage(msg::ESa004);
         return 0;
       }
     }
@@ -93,7 +94,7 @@ unsigned char ZoClusteringDistributions::RunLocal(ZoDatasetVector* source, ZoDat
       std::FILE* file = utilities.CheckSWMFileValid(source, info.WeightsFilePath, uniqueField, index, model,
                                                     standardized, sums, position);
       if (!file) {
-        AddErrorMessage("ESa046");
+        AddErrorMessage(msg::ESa046);
         return 0;
       }
       std::fclose(file);
@@ -121,7 +122,7 @@ unsigned char ZoClusteringDistributions::RunLocal(ZoDatasetVector* source, ZoDat
       fields.push_back(typeField);
     }
     if (!ZoEngineToolkit::CreateValidFields(result, fields)) {
-      AddErrorMessage("ELc071");
+      AddErrorMessage(msg::ELc071);
       return 0;
     }
     if (!result->GetPrjCoordSys().IsSame(source->GetPrjCoordSys())) result->SetPrjCoordSys(source->GetPrjCoordSys());
@@ -131,7 +132,7 @@ unsigned char ZoClusteringDistributions::RunLocal(ZoDatasetVector* source, ZoDat
     if (progress) {
       progress->SetBothPosRange(0, 30);
       progress->SetTitleMessage(ZoStringEx::LoadResString(texts.title));
-      progress->SetMessage(ZoStringEx::LoadResString("IMb330"));
+      progress->SetMessage(ZoStringEx::LoadResString(msg::IMb330));
     }
     const std::int64_t n = records->GetRecordCount();
     LumaArray<double> x, self;
@@ -174,7 +175,7 @@ unsigned char ZoClusteringDistributions::RunLocal(ZoDatasetVector* source, ZoDat
       // Gi* reads raw rows; local Moran's I divides them by their row sums when asked.
       if (!file.Open(source, path, !hotSpot && info.Standardization, false)) {
         AppendErrorText(file.Error());
-        AddErrorMessage("ESa046");
+        AddErrorMessage(msg::ESa046);
         return 0;
       }
     }
@@ -196,7 +197,7 @@ unsigned char ZoClusteringDistributions::RunLocal(ZoDatasetVector* source, ZoDat
     std::size_t u = 0;
     for (std::int64_t i = 0; i < n; ++i) {
       if (!progress.Step(format, i, n)) {
-        AddErrorMessage("IMb030");
+        AddErrorMessage(msg::IMb030);
         return 0;
       }
       if (inMemory) {
@@ -219,7 +220,7 @@ unsigned char ZoClusteringDistributions::RunLocal(ZoDatasetVector* source, ZoDat
         double out[4];
         if (const char* id = local::LocalMoran(x, moments, row, i, out)) {
           AddErrorMessage(id);
-          AddErrorMessage("ESa034");
+          AddErrorMessage(msg::ESa034);
           return 0;
         }
         moranI[k] = out[0], z[k] = out[1], p[k] = out[2], lag[k] = out[3];
@@ -233,17 +234,17 @@ unsigned char ZoClusteringDistributions::RunLocal(ZoDatasetVector* source, ZoDat
     if (hotSpot) {
       const bool ok = info.FDRCorrection ? local::FdrAdjusted(z, p, bins) : local::Confidence(z, p, bins);
       if (!ok) {
-        AddErrorMessage("ESa043");
+        AddErrorMessage(msg::ESa043);
         return 0;
       }
     } else {
       if (info.FDRCorrection && !local::FdrAdjusted(moranI, p, bins)) {
-        AddErrorMessage("ESa036");
+        AddErrorMessage(msg::ESa036);
         return 0;
       }
       if (const char* id = local::ClusterOutlierTypes(moranI, p, moments.d, lag, bins, types)) {
         AddErrorMessage(id);
-        AddErrorMessage("ESa037");
+        AddErrorMessage(msg::ESa037);
         return 0;
       }
     }
@@ -251,7 +252,7 @@ unsigned char ZoClusteringDistributions::RunLocal(ZoDatasetVector* source, ZoDat
     // ---- One pass writes every result record with all its fields.
     if (progress) {
       progress->SetBothPosRange(61, 100);
-      progress->SetMessage(ZoStringEx::LoadResString("IMb037"));
+      progress->SetMessage(ZoStringEx::LoadResString(msg::IMb037));
     }
     std::vector<std::pair<LumaUnicodeString, LumaUnicodeString>> fieldMap;
     for (std::size_t f = 0; f < copied.size(); ++f) fieldMap.push_back({copied[f], fields[f].GetName()});
@@ -269,13 +270,13 @@ unsigned char ZoClusteringDistributions::RunLocal(ZoDatasetVector* source, ZoDat
           return true;
         });
     if (!appended || !result->Commit()) {
-      if (progress && progress->IsCanceled()) AddErrorMessage("IMb030");
-      AddErrorMessage("ELc071");
+      if (progress && progress->IsCanceled()) AddErrorMessage(msg::IMb030);
+      AddErrorMessage(msg::ELc071);
       return 0;
     }
     return 1;
   } catch (const std::bad_alloc&) {
-    AddErrorMessage("EBa003");
+    AddErrorMessage(msg::EBa003);
     return 0;
   }
 }

@@ -7,13 +7,14 @@
 #include <limits>
 #include <new>
 #include <utility>
+#include "host/ZoMessageIds.h"
 
 namespace ZOC {
 
 namespace {
 
-constexpr const char* kRecordCountMismatch = "EFd059";
-constexpr const char* kAllocationFailed = "EBa003";
+constexpr const char* kRecordCountMismatch = msg::EFd059;
+constexpr const char* kAllocationFailed = msg::EBa003;
 
 struct Box {
   double minX = 0.0, minY = 0.0, maxX = 0.0, maxY = 0.0;

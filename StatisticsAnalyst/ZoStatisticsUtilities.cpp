@@ -12,6 +12,7 @@
 #include "StatisticsAnalyst/SpatialOrder.h"
 #include "StatisticsAnalyst/WeightsRowBuilder.h"
 #include "host/ZoStringEx.h"
+#include "host/ZoMessageIds.h"
 
 namespace ZOC {
 
@@ -87,7 +88,7 @@ bool ZoStatisticsUtilities::Forward(LumaArray<LumaPoint2D>& points, const ZoPrjC
 
 bool ZoStatisticsUtilities::BuildContiguityGird(ZoRecordset* records, ZoContiguityGrid& grid) {
   if (!records) {
-    AddErrorMessage("EEg024");
+    AddErrorMessage(msg::EEg024);
     return false;
   }
   try {
@@ -97,17 +98,17 @@ bool ZoStatisticsUtilities::BuildContiguityGird(ZoRecordset* records, ZoContigui
     for (bool more = records->MoveFirst(); more && !records->IsEOF(); more = records->MoveNext()) {
       regions.emplace_back();
       if (!records->GetGeometry(regions.back())) {
-        AddErrorMessage("ESa008");
+        AddErrorMessage(msg::ESa008);
         return false;
       }
     }
     const char* errorId = nullptr;
     if (!grid.Build(regions, static_cast<std::size_t>(n), &errorId)) {
-      AddErrorMessage(errorId ? errorId : "EFd059");
+      AddErrorMessage(errorId ? errorId : msg::EFd059);
       return false;
     }
   } catch (const std::bad_alloc&) {
-    AddErrorMessage("EBa003");
+    AddErrorMessage(msg::EBa003);
     return false;
   }
   return true;
@@ -142,11 +143,11 @@ std::unique_ptr<Tree> BuildTree(LumaArray<LumaPoint3D>& buffer, const LumaArray<
 template <class Tree>
 Tree* ZoStatisticsUtilities::CreateTree(LumaArray<LumaPoint3D>* buffer, const LumaArray<LumaPoint2D>& points) {
   if (!buffer) {
-    AddErrorMessage("EEh015");
+    AddErrorMessage(msg::EEh015);
     return nullptr;
   }
   std::unique_ptr<Tree> tree = BuildTree<Tree>(*buffer, points);
-  if (!tree) AddErrorMessage("ESa032");
+  if (!tree) AddErrorMessage(msg::ESa032);
   return tree.release();
 }
 
@@ -162,7 +163,7 @@ ZoKdTreec* ZoStatisticsUtilities::CreateKDTreec(LumaArray<LumaPoint3D>* buffer,
 bool ZoStatisticsUtilities::GetDistTolerance(ZoKdTree* tree, const LumaPoint2D& point, const int& k,
                                              double& distance, const ZoDistanceMethod& method) {
   if (!tree) {
-    AddErrorMessage("ESa038");
+    AddErrorMessage(msg::ESa038);
     return false;
   }
   if (k < 0) return false;
@@ -179,7 +180,7 @@ bool ZoStatisticsUtilities::GetDistTolerance(ZoKdTree* tree, const LumaPoint2D& 
 bool ZoStatisticsUtilities::GetDistTolerance(ZoKdTreec* tree, const LumaArray<LumaPoint2D>& points, const int& k,
                                              LumaArray<double>& distances, const ZoDistanceMethod& method) {
   if (!tree) {
-    AddErrorMessage("ESa038");
+    AddErrorMessage(msg::ESa038);
     return false;
   }
   if (k < 1) return false;
@@ -224,7 +225,7 @@ bool ZoStatisticsUtilities::GetDistTolerance(ZoKdTreec* tree, const LumaArray<Lu
 double ZoStatisticsUtilities::GetDistTolerance(const LumaArray<LumaPoint2D>& points, const double& tolerance,
                                                const ZoDistanceMethod& method) {
   if (points.empty()) {
-    AddErrorMessage("ESa007");
+    AddErrorMessage(msg::ESa007);
     return 0.0;
   }
   if (tolerance >= 0.0) return CalculateTolerance(nullptr, points, tolerance, method);
@@ -237,7 +238,7 @@ double ZoStatisticsUtilities::GetDistTolerance(const LumaArray<LumaPoint2D>& poi
 double ZoStatisticsUtilities::CalculateTolerance(ZoKdTree* tree, const LumaArray<LumaPoint2D>& points,
                                                  const double& tolerance, const ZoDistanceMethod& method) {
   if (points.empty()) {
-    AddErrorMessage("ESa007");
+    AddErrorMessage(msg::ESa007);
     return 0.0;
   }
   if (tolerance >= 0.0)
@@ -283,7 +284,7 @@ void ZoStatisticsUtilities::GetWeightMatrixRow(const LumaArray<WeightMatrixUnit>
 bool ZoStatisticsUtilities::GetSpatialWeight(ZoRecordset* records, const ZoPatternsInformation& info,
                                              LumaArray<WeightMatrixUnit>& units, bool showProgress) {
   if (!records) {
-    AddErrorMessage("EEg024");
+    AddErrorMessage(msg::EEg024);
     return false;
   }
   if (!CheckParameterValid(records, info)) return false;
@@ -298,7 +299,7 @@ bool ZoStatisticsUtilities::GetSpatialWeight(ZoRecordset* records, const ZoPatte
     case ContiguityEdgesOnly:
     case ContiguityEdgesCorners:
       if (records->GetDataset()->GetType() != DatasetRegion) {
-        AddErrorMessage("ESa025");
+        AddErrorMessage(msg::ESa025);
         return false;
       }
       break;
@@ -306,14 +307,14 @@ bool ZoStatisticsUtilities::GetSpatialWeight(ZoRecordset* records, const ZoPatte
       return false;  // weights files are read by the analyses themselves
   }
   if (n > kMaxInMemoryFeatures) {
-    AddErrorMessage("EBa003");
+    AddErrorMessage(msg::EBa003);
     return false;
   }
   ZoCallProgress progress(m_progress, showProgress);
   LumaUnicodeString format;
   if (progress) {
-    progress->SetTitleMessage(ZoStringEx::LoadResString("IMb330"));
-    format = ZoStringEx::LoadResString("IMb331");
+    progress->SetTitleMessage(ZoStringEx::LoadResString(msg::IMb330));
+    format = ZoStringEx::LoadResString(msg::IMb331);
   }
 
   units.clear();
@@ -329,7 +330,7 @@ bool ZoStatisticsUtilities::GetSpatialWeight(ZoRecordset* records, const ZoPatte
     std::vector<double> weights;
     for (std::int64_t i = 0; i < n; ++i) {
       if (!progress.Step(format, i, n)) {
-        AddErrorMessage("IMb030");
+        AddErrorMessage(msg::IMb030);
         return false;
       }
       rows.Row(i, columns, weights);
@@ -341,11 +342,11 @@ bool ZoStatisticsUtilities::GetSpatialWeight(ZoRecordset* records, const ZoPatte
       if (info.Standardization) rowSums.push_back(sum);
     }
   } catch (const std::bad_alloc&) {
-    AddErrorMessage("EBa003");
+    AddErrorMessage(msg::EBa003);
     return false;
   }
   if (units.empty()) {
-    AddErrorMessage("ESa023");
+    AddErrorMessage(msg::ESa023);
     return false;
   }
   units.shrink_to_fit();

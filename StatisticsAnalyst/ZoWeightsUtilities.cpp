@@ -8,6 +8,7 @@
 #include "StatisticsAnalyst/WeightsRowBuilder.h"
 #include "host/ZoFile.h"
 #include "host/ZoStringEx.h"
+#include "host/ZoMessageIds.h"
 
 namespace ZOC {
 
@@ -31,8 +32,8 @@ class BuildProgress {
     // The range is left to the caller: an analysis that builds a temporary
     // file gives the build its own slice of the run.
     if (m_progress) {
-      m_progress->SetTitleMessage(ZoStringEx::LoadResString("IMb330"));
-      format = ZoStringEx::LoadResString("IMb331");
+      m_progress->SetTitleMessage(ZoStringEx::LoadResString(msg::IMb330));
+      format = ZoStringEx::LoadResString(msg::IMb331);
     }
     m_slot = &m_progress;
   }
@@ -50,7 +51,7 @@ class BuildProgress {
 
 bool ZoWeightsUtilities::CheckFilePath(const LumaUnicodeString& path) {
   if (path.IsEmpty() || !wf::HasSwmbExtension(path, true)) {
-    AddErrorMessage("EAf017");
+    AddErrorMessage(msg::EAf017);
     return false;
   }
   // An old file at the path goes first, so a failed build never leaves it behind.
@@ -60,23 +61,23 @@ bool ZoWeightsUtilities::CheckFilePath(const LumaUnicodeString& path) {
 
 bool ZoWeightsUtilities::CheckUniqueIDField(ZoDatasetVector* dataset, const LumaUnicodeString& field) {
   if (field.IsEmpty()) {
-    AddErrorMessage("ECb005");
+    AddErrorMessage(msg::ECb005);
     return false;
   }
   bool found = false;
   for (const auto& f : dataset->GetFieldInfos()) found = found || f.GetName().EqualsNoCase(field.Str());
   if (!found) {
-    AddErrorMessage("ECb004");
+    AddErrorMessage(msg::ECb004);
     return false;
   }
   LUMA::LumaFieldInfo info;
   if (!dataset->GetFieldInfo(field, info)) {
-    AddErrorMessage("ECd001");
+    AddErrorMessage(msg::ECd001);
     return false;
   }
   const int type = info.GetType();
   if (type != LUMA::FieldInt16 && type != LUMA::FieldInt32 && type != LUMA::FieldInt64) {
-    AddErrorMessage("ECa009");
+    AddErrorMessage(msg::ECa009);
     return false;
   }
   return true;
@@ -88,17 +89,17 @@ bool ZoWeightsUtilities::CheckParameter(ZoRecordset* records, const ZoPatternsIn
     case ContiguityEdgesOnly:
     case ContiguityEdgesCorners:
       if (records->GetDataset()->GetType() != DatasetRegion) {
-        AddErrorMessage("ESa025");
+        AddErrorMessage(msg::ESa025);
         return false;
       }
       return true;
     case KNearestNeighbors:
       if (info.KNeighbors <= 0) {
-        AddErrorMessage("ESa050");
+        AddErrorMessage(msg::ESa050);
         return false;
       }
       if (info.KNeighbors >= n) {
-        AddErrorMessage("ESa042");
+        AddErrorMessage(msg::ESa042);
         return false;
       }
       return true;
@@ -109,7 +110,7 @@ bool ZoWeightsUtilities::CheckParameter(ZoRecordset* records, const ZoPatternsIn
       return true;
     default:
       // No weights file stores another relationship.
-      AddErrorMessage("ESa023");
+      AddErrorMessage(msg::ESa023);
       return false;
   }
 }
@@ -119,19 +120,19 @@ ZoRecordsetPtr ZoWeightsUtilities::PrepareBuild(ZoDatasetVector* dataset, const 
                                                 LumaArray<ZoSWMFileUniqueIndex>& uniqueIndex,
                                                 const LumaUnicodeString* flagPath) {
   if (!dataset) {
-    AddErrorMessage("EEg002");
+    AddErrorMessage(msg::EEg002);
     return nullptr;
   }
   if (!dataset->IsOpen()) dataset->Open();
   if (!CheckFilePath(path) || !CheckUniqueIDField(dataset, uniqueIdField)) return nullptr;
   if (flagPath) {
     if (flagPath->IsEmpty()) {
-      AddErrorMessage("ESa076");
+      AddErrorMessage(msg::ESa076);
       return nullptr;
     }
     ZoFile::Delete(*flagPath);
     if (info.Conceptualization != KNearestNeighbors) {
-      AddErrorMessage("ESa048");
+      AddErrorMessage(msg::ESa048);
       return nullptr;
     }
   }
@@ -146,7 +147,7 @@ ZoRecordsetPtr ZoWeightsUtilities::PrepareBuild(ZoDatasetVector* dataset, const 
     records->GetFieldValue(uniqueIdField, value);
     const std::int32_t id = value.ToInt();
     if (!uniqueIndex.empty() && uniqueIndex.back().UniqueID == id) {
-      AddErrorMessage("ESa044");
+      AddErrorMessage(msg::ESa044);
       return nullptr;
     }
     uniqueIndex.push_back({id, 0});
@@ -186,28 +187,28 @@ bool ZoWeightsUtilities::WriteUniqueIDFieldSWMB(std::FILE* file, std::int64_t of
 unsigned char ZoWeightsUtilities::ReadHeader(std::FILE*& file, LumaArray<LumaUnicodeString>& values,
                                              std::int64_t& position) {
   if (!file) {
-    AddErrorMessage("EEg020");
+    AddErrorMessage(msg::EEg020);
     return 0;
   }
   values.clear();
   position = 0;
   std::int32_t length = 0;
   if (!wf::Seek(file, 0) || !wf::ReadInt32(file, length)) {
-    AddErrorMessage("ESa045");
+    AddErrorMessage(msg::ESa045);
     return 0;
   }
   position = static_cast<std::int64_t>(length) + 4;
   const std::int64_t units = length >> 1;
   // Headers are short; a length beyond the limit means a foreign or damaged file.
   if (length < 0 || units >= static_cast<std::int64_t>(wf::kMaxHeaderUnits)) {
-    AddErrorMessage("ESa045");
+    AddErrorMessage(msg::ESa045);
     return 0;
   }
   std::u16string text(static_cast<std::size_t>(units), u'\0');
   for (auto& u : text) {
     unsigned char bytes[2];
     if (std::fread(bytes, 1, 2, file) != 2) {
-      AddErrorMessage("ESa045");
+      AddErrorMessage(msg::ESa045);
       return 0;
     }
     u = static_cast<char16_t>(bytes[0] | (bytes[1] << 8));
@@ -217,7 +218,7 @@ unsigned char ZoWeightsUtilities::ReadHeader(std::FILE*& file, LumaArray<LumaUni
                                                      values) ||
       values.size() != wf::kHeaderKeys.size()) {
     values.clear();
-    AddErrorMessage("ESa045");
+    AddErrorMessage(msg::ESa045);
     return 0;
   }
   return 1;
@@ -325,14 +326,14 @@ unsigned char ZoWeightsUtilities::BuildBinary(ZoDatasetVector* dataset, const Lu
     if (flagPath) {
       flags.reset(std::fopen(flagPath->c_str(), "w+b"));
       if (!flags) {
-        AddErrorMessage("ESa049");
+        AddErrorMessage(msg::ESa049);
         return 0;
       }
       flagGuard.Reset(*flagPath);
     }
     FilePtr file(std::fopen(path.c_str(), "w+b"));
     if (!file) {
-      AddErrorMessage("ESa049");
+      AddErrorMessage(msg::ESa049);
       return 0;
     }
     fileGuard.Reset(path);
@@ -342,7 +343,7 @@ unsigned char ZoWeightsUtilities::BuildBinary(ZoDatasetVector* dataset, const Lu
                                               info.Conceptualization, standardize, method, uniqueIndex);
     // The flag matrix starts as N blocks of N zero bytes (a sparse file).
     if (offset < 0 || (flags && (std::fflush(flags.get()) != 0 || ftruncate(fileno(flags.get()), n * n) != 0))) {
-      AddErrorMessage("ESa049");
+      AddErrorMessage(msg::ESa049);
       return 0;
     }
     LumaArray<double> rowSums(static_cast<std::size_t>(n), 0.0);
@@ -353,14 +354,14 @@ unsigned char ZoWeightsUtilities::BuildBinary(ZoDatasetVector* dataset, const Lu
     if (!WriteBinaryRows(file.get(), flags.get(), records.get(), rowsInfo, uniqueIndex, rowSums)) return 0;
     if (!WriteUniqueIDFieldSWMB(file.get(), offset, uniqueIndex, standardize, rowSums) ||
         std::fclose(file.release()) != 0 || (flags && std::fclose(flags.release()) != 0)) {
-      AddErrorMessage("ESa049");
+      AddErrorMessage(msg::ESa049);
       return 0;
     }
     fileGuard.Release();
     flagGuard.Release();
     return 1;
   } catch (const std::bad_alloc&) {
-    AddErrorMessage("EBa003");
+    AddErrorMessage(msg::EBa003);
     return 0;
   }
 }
@@ -369,18 +370,18 @@ unsigned char ZoWeightsUtilities::BuildWeightsDictionary(std::FILE* file, const 
                                                          unsigned char showProgress) {
   ClearErrorMessage();
   if (!file) {
-    AddErrorMessage("EEg020");
+    AddErrorMessage(msg::EEg020);
     return 0;
   }
   if (outputPath.IsEmpty()) {
-    AddErrorMessage("EAf017");
+    AddErrorMessage(msg::EAf017);
     return 0;
   }
   ZoFile::Delete(outputPath);
   try {
     FilePtr out(std::fopen(outputPath.c_str(), "w+b"));
     if (!out) {
-      AddErrorMessage("ESa049");
+      AddErrorMessage(msg::ESa049);
       return 0;
     }
     ZoTempFileGuard outGuard(outputPath);
@@ -390,19 +391,19 @@ unsigned char ZoWeightsUtilities::BuildWeightsDictionary(std::FILE* file, const 
     std::int32_t n = 0, standardized = 0;
     if (!wf::ParseInt32(values[wf::kCounts].Str(), n) || n < 0 ||
         !wf::ParseInt32(values[wf::kStandardization].Str(), standardized)) {
-      AddErrorMessage("ESa045");
+      AddErrorMessage(msg::ESa045);
       return 0;
     }
     LumaArray<ZoSWMFileUniqueIndex> uniqueIndex;
     LumaArray<double> rowSums;
     if (!wf::Fits(file, n, 8) || !wf::ReadUniqueIndex(file, uniqueIndex, static_cast<std::size_t>(n)) ||
         (standardized != 0 && (!wf::Fits(file, n, 8) || !wf::ReadDoubles(file, rowSums, static_cast<std::size_t>(n))))) {
-      AddErrorMessage("ESa046");
+      AddErrorMessage(msg::ESa046);
       return 0;
     }
     const std::int64_t size = static_cast<std::int64_t>(n) * n;
     if (std::fflush(out.get()) != 0 || ftruncate(fileno(out.get()), size) != 0) {
-      AddErrorMessage("ESa049");
+      AddErrorMessage(msg::ESa049);
       return 0;
     }
     BuildProgress progress(m_call, m_progressFormat, m_progress, showProgress != 0);
@@ -410,7 +411,7 @@ unsigned char ZoWeightsUtilities::BuildWeightsDictionary(std::FILE* file, const 
     static constexpr unsigned char kOne = 1;
     for (std::int64_t i = 0; i < n; ++i) {
       if (!progress.get().Step(m_progressFormat, i, n)) {
-        AddErrorMessage("IMb030");
+        AddErrorMessage(msg::IMb030);
         return 0;
       }
       // A row that cannot be read ends the matrix: the rest stays 0.
@@ -421,19 +422,19 @@ unsigned char ZoWeightsUtilities::BuildWeightsDictionary(std::FILE* file, const 
       for (const auto& r : records) {
         if (r.column < 0 || r.column >= n) continue;  // a column outside the matrix marks nothing
         if (!wf::Seek(out.get(), static_cast<std::int64_t>(r.column) * n + i) || std::fwrite(&kOne, 1, 1, out.get()) != 1) {
-          AddErrorMessage("ESa049");
+          AddErrorMessage(msg::ESa049);
           return 0;
         }
       }
     }
     if (std::fclose(out.release()) != 0) {
-      AddErrorMessage("ESa049");
+      AddErrorMessage(msg::ESa049);
       return 0;
     }
     outGuard.Release();
     return 1;
   } catch (const std::bad_alloc&) {
-    AddErrorMessage("EBa003");
+    AddErrorMessage(msg::EBa003);
     return 0;
   }
 }
