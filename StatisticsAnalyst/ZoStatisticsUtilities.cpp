@@ -80,6 +80,28 @@ bool ZoStatisticsUtilities::PickUpBaryCenters(ZoRecordset* records, LumaArray<Lu
   return static_cast<std::int64_t>(points.size()) == n;
 }
 
+bool ZoStatisticsUtilities::GetMeanCenter(const LumaArray<LumaPoint2D>& points, const LumaArray<double>& weights,
+                                          LumaPoint2D& centre) {
+  ClearErrorMessage();
+  if (points.empty() || weights.empty()) return true;
+  if (points.size() != weights.size()) {
+    AddErrorMessage(msg::ESa019);
+    return false;
+  }
+  double sumW = 0.0, sumX = 0.0, sumY = 0.0;
+  for (std::size_t i = 0; i < points.size(); ++i) {
+    sumW += weights[i];
+    sumX += weights[i] * points[i].x;
+    sumY += weights[i] * points[i].y;
+  }
+  if (sumW > -1e-20 && sumW < 1e-20) {
+    AddErrorMessage(msg::ESa018);
+    return false;
+  }
+  centre = LumaPoint2D{sumX / sumW, sumY / sumW};
+  return true;
+}
+
 bool ZoStatisticsUtilities::Forward(LumaArray<LumaPoint2D>& points, const ZoPrjCoordSys& cs) {
   return cs.Forward(points);
 }

@@ -54,6 +54,10 @@ class ZoStatisticsUtilities : public ZoAnalysisFrame {
   // One representative point per record, in the recordset's order (it is
   // moved to its first record). False when a geometry is missing or empty.
   bool PickUpBaryCenters(ZoRecordset* records, LumaArray<LumaPoint2D>& points);
+  // The weighted mean of the points: (Σ w·x / Σ w, Σ w·y / Σ w). Empty
+  // lists leave `centre` as it was and succeed. "ESa019" when the lists
+  // differ in length, "ESa018" when the weights sum to 0 (within ±1e-20).
+  bool GetMeanCenter(const LumaArray<LumaPoint2D>& points, const LumaArray<double>& weights, LumaPoint2D& centre);
   // Projects points in place for distance measurement (identity for planar
   // data; metres for geographic data). False when projection fails.
   static bool Forward(LumaArray<LumaPoint2D>& points, const ZoPrjCoordSys& cs);

@@ -1,0 +1,64 @@
+#include "StatisticsAnalyst/ZoSpatialMeasure.h"
+
+#include "StatisticsAnalyst/detail/centrography/Measures.h"
+
+namespace ZOC {
+
+namespace {
+
+using Measure = bool (*)(centrography::MeasureCall&);
+
+}  // namespace
+
+unsigned char ZoSpatialMeasure::Run(Measure measure, ZoDatasetVector* input, ZoDatasetVector* output,
+                                    const ZoMeasuringInformation& info, unsigned char showProgress) {
+  centrography::MessageLog log;
+  centrography::MeasureCall call;
+  call.input = input;
+  call.output = output;
+  call.info = &info;
+  call.showProgress = showProgress != 0;
+  call.callerProgress = m_progress;
+  call.utilities = &m_utilities;
+  call.log = &log;
+  const bool ok = measure(call);
+  SetStrErrorMes(log.Text());
+  return ok ? 1 : 0;
+}
+
+unsigned char ZoSpatialMeasure::MeasureMeanCenter(ZoDatasetVector* input, ZoDatasetVector* output,
+                                                  const ZoMeasuringInformation& info, unsigned char showProgress) {
+  return Run(centrography::MeanCenter, input, output, info, showProgress);
+}
+
+unsigned char ZoSpatialMeasure::MeasureMedianCenter(ZoDatasetVector* input, ZoDatasetVector* output,
+                                                    const ZoMeasuringInformation& info, unsigned char showProgress) {
+  return Run(centrography::MedianCenter, input, output, info, showProgress);
+}
+
+unsigned char ZoSpatialMeasure::MeasureCentralElement(ZoDatasetVector* input, ZoDatasetVector* output,
+                                                      const ZoMeasuringInformation& info, unsigned char showProgress) {
+  return Run(centrography::CentralElement, input, output, info, showProgress);
+}
+
+unsigned char ZoSpatialMeasure::MeasureStandardDistance(ZoDatasetVector* input, ZoDatasetVector* output,
+                                                        const ZoMeasuringInformation& info,
+                                                        unsigned char showProgress) {
+  return Run(centrography::StandardDistance, input, output, info, showProgress);
+}
+
+unsigned char ZoSpatialMeasure::MeasureDirectionalDistribution(ZoDatasetVector* input, ZoDatasetVector* output,
+                                                               const ZoMeasuringInformation& info,
+                                                               unsigned char showProgress) {
+  return Run(centrography::DirectionalDistribution, input, output, info, showProgress);
+}
+
+unsigned char ZoSpatialMeasure::MeasureLinearDirectionalMean(ZoDatasetVector* input, ZoDatasetVector* output,
+                                                             const ZoMeasuringInformation& info,
+                                                             unsigned char showProgress) {
+  return Run(centrography::LinearDirectionalMean, input, output, info, showProgress);
+}
+
+double ZoSpatialMeasure::GetEllipseSize(const ZoEllipseSize& size) { return centrography::EllipseFactor(size); }
+
+}  // namespace ZOC

@@ -1,0 +1,87 @@
+#pragma once
+// The six geographic-distribution measures: what each computes from a
+// group's points, weights or lines, and how each runs in the measuring frame.
+//
+// Every measure but the central feature costs O(n) per group after the
+// pass, and the pass itself is one ordered query: O(n log n) in all. The
+// central feature compares every pair within a group (see CentralElement.cpp).
+#include <cstdint>
+
+#include "StatisticsAnalyst/ZoMeasuringInformation.h"
+#include "StatisticsAnalyst/ZoStatisticsUtilities.h"
+#include "StatisticsAnalyst/detail/centrography/MessageLog.h"
+#include "host/LumaArray.h"
+#include "host/LumaPoint.h"
+#include "host/ZoGeometry.h"
+
+namespace ZOC {
+class ZoCallProgress;
+}
+
+namespace ZOC::centrography {
+
+// Everything a measure call works with.
+struct MeasureCall {
+  ZoDatasetVector* input = nullptr;
+  ZoDatasetVector* output = nullptr;
+  const ZoMeasuringInformation* info = nullptr;
+  bool showProgress = false;
+  ZoProgress* callerProgress = nullptr;
+  ZoStatisticsUtilities* utilities = nullptr;
+  MessageLog* log = nullptr;
+};
+
+// The factor of an ellipse size code: 1, 2 or 3, and 0 for any other code.
+double EllipseFactor(int code);
+
+// ---- Computations on one group (messages go to `log`) ----
+
+// Weiszfeld's iteration from the unweighted mean centre. Empty lists leave
+// `centre` as it was; "ESa019" for lists of different lengths.
+bool GetMedianCenter(const LumaArray<LumaPoint2D>& points, const LumaArray<double>& weights,
+                     double relativeTolerance, LumaPoint2D& centre, int limit, double absoluteTolerance,
+                     ZoStatisticsUtilities& utilities, MessageLog& log);
+// The relative tolerance the median centre uses for a Tolerance setting.
+double MedianTolerance(double tolerance);
+
+// sqrt((Σw dx² + Σw dy²) / Σw) × factor around the weighted mean centre.
+// "ESa013" below 3 points, "ESa019", "ESa018", or the mean centre's message.
+bool GetStandardDist(const LumaArray<LumaPoint2D>& points, const LumaArray<double>& weights, double factor,
+                     LumaPoint2D& centre, double& distance, ZoStatisticsUtilities& utilities, MessageLog& log);
+
+// The standard deviational ellipse: axes along the rotated x and y
+// directions (not sorted by length) and the rotation angle in degrees.
+bool GetDirection(const LumaArray<LumaPoint2D>& points, const LumaArray<double>& weights, double factor,
+                  LumaPoint2D& centre, double& axisX, double& axisY, double& angle,
+                  ZoStatisticsUtilities& utilities, MessageLog& log);
+
+// A bearing in radians, clockwise from north, of the direction (p, q) =
+// (dx, dy), in [0, 2π); exact zeros and q = -1 follow fixed rules.
+double GetAngle(double p, double q);
+
+struct DirectionalMeanResult {
+  LumaPoint2D backEnd, frontEnd, centre;
+  double meanLength = 0.0, compassAngle = 0.0, directionalMean = 0.0, circularVariance = 0.0;
+};
+// The mean direction of lines (first vertex to last vertex), optionally as
+// orientations. "ESa067" for no lines, "ESa008", "ESa074" when no line has vertices.
+bool GetDirectionalMean(const LumaArray<ZoGeometry>& lines, bool orientationOnly, DirectionalMeanResult& result,
+                        ZoStatisticsUtilities& utilities, MessageLog& log);
+
+// The IDs of the elements with the smallest Σ_j≠i d(i, j)·w(j) + s(i)·w(i)
+// (all of them when tied). "ESa019", "ESa018" (weights within ±1e-10 of 0),
+// "IMb030" when the progress object is cancelled.
+bool GetCentralElement(const LumaArray<LumaPoint2D>& points, const LumaArray<std::int64_t>& ids,
+                       const LumaArray<double>& weights, const LumaArray<double>& selfWeights,
+                       ZoDistanceMethod method, ZoCallProgress* progress, bool reportSteps,
+                       LumaArray<std::int64_t>& centralIds, MessageLog& log);
+
+// ---- The measures ----
+bool MeanCenter(MeasureCall& call);
+bool MedianCenter(MeasureCall& call);
+bool CentralElement(MeasureCall& call);
+bool StandardDistance(MeasureCall& call);
+bool DirectionalDistribution(MeasureCall& call);
+bool LinearDirectionalMean(MeasureCall& call);
+
+}  // namespace ZOC::centrography

@@ -1,0 +1,297 @@
+#include "StatisticsAnalyst/detail/centrography/MeasuringFrame.h"
+
+#include "host/ZoDatasetVector.h"
+#include "host/ZoEngineToolkit.h"
+#include "host/ZoMessageIds.h"
+#include "host/ZoRecordset.h"
+
+namespace ZOC::centrography {
+
+namespace {
+// Weight of a feature whose weight value is not above 0 (or null), and of
+// every feature when no weight field is named. A zero weight keeps its
+// feature in the group: its point still counts where weights do not.
+constexpr double kZeroWeight = 0.0;
+constexpr double kUnitWeight = 1.0;
+}  // namespace
+
+void FeatureGroup::Clear() {
+  caseValue = LumaVariant();
+  points.clear();
+  weights.clear();
+  selfWeights.clear();
+  ids.clear();
+  lines.clear();
+  count = 0;
+}
+
+MeasuringFrame::MeasuringFrame(ZoDatasetVector* input, ZoDatasetVector* output, const ZoMeasuringInformation& info,
+                               MessageLog& log)
+    : m_input(input), m_output(output), m_info(info), m_log(log),
+      m_summaries(info.StatisticsFields, info.StatisticsTypes) {}
+
+bool MeasuringFrame::CheckDatasets() {
+  if (!m_input) {
+    m_log.Add(msg::EEg002);
+    return false;
+  }
+  if (!m_output) {
+    m_log.Add(msg::EEg032);
+    return false;
+  }
+  if (!m_input->IsOpen()) m_input->Open();
+  if (!m_output->IsOpen()) m_output->Open();
+  return true;
+}
+
+bool MeasuringFrame::CheckInputType() {
+  const int type = m_input->GetType();
+  if (type != DatasetPoint && type != DatasetLine && type != DatasetRegion) {
+    m_log.Add(msg::EEe018);
+    return false;
+  }
+  return true;
+}
+
+bool MeasuringFrame::CheckStatisticsCount() {
+  if (m_info.StatisticsFields.size() != m_info.StatisticsTypes.size()) {
+    m_log.Add(msg::ESa001);
+    return false;
+  }
+  return true;
+}
+
+bool MeasuringFrame::CheckWeightField(const LumaUnicodeString& field) {
+  if (field.IsEmpty()) return true;
+  LumaFieldInfo fieldInfo;
+  if (!m_input->GetFieldInfo(field, fieldInfo)) {
+    m_log.Add(msg::ECd001);
+    return false;
+  }
+  if (!LUMA::IsNumericFieldType(fieldInfo.GetType())) {
+    m_log.Add(msg::ESa003);
+    return false;
+  }
+  return true;
+}
+
+bool MeasuringFrame::CheckCaseField() {
+  LumaFieldInfo fieldInfo;
+  if (!m_info.CaseField.IsEmpty() && !m_input->GetFieldInfo(m_info.CaseField, fieldInfo)) {
+    m_log.Add(msg::ECd001);
+    return false;
+  }
+  return true;
+}
+
+bool MeasuringFrame::CheckStatisticsFields() {
+  LumaFieldInfo fieldInfo;
+  for (std::size_t i = 0; i < m_info.StatisticsFields.size(); ++i) {
+    if (!m_input->GetFieldInfo(m_info.StatisticsFields[i], fieldInfo)) {
+      m_log.Add(msg::ECd001);
+      return false;
+    }
+    const int type = m_info.StatisticsTypes[i];
+    if (!LUMA::IsNumericFieldType(fieldInfo.GetType()) && type != StatisticsFirst && type != StatisticsLast) {
+      m_log.Add(msg::ESa002);
+      return false;
+    }
+  }
+  return true;
+}
+
+bool MeasuringFrame::Validate() {
+  return CheckDatasets() && CheckInputType() && CheckStatisticsCount() && CheckWeightField(m_info.WeightField) &&
+         CheckCaseField() && CheckStatisticsFields();
+}
+
+bool MeasuringFrame::CreateFields(LumaFieldInfos& ownBefore, LumaFieldInfos& ownAfter) {
+  if (!ownBefore.empty() && !ZoEngineToolkit::CreateValidFields(m_output, ownBefore)) {
+    m_log.Add(msg::EUd001);
+    return false;
+  }
+  // "_Group" first, then one field per statistics entry. An entry of an
+  // unknown type ends the list: the fields before it are still created.
+  LumaFieldInfos generated;
+  LumaFieldInfo fieldInfo;
+  if (!m_info.CaseField.IsEmpty()) {
+    if (!m_input->GetFieldInfo(m_info.CaseField, fieldInfo)) {
+      m_log.Add(msg::ECd001);
+      return false;
+    }
+    fieldInfo.SetName(fieldInfo.GetName() + "_Group");
+    fieldInfo.SetCaption(fieldInfo.GetCaption() + "_Group");
+    fieldInfo.SetSystemField(false);
+    generated.push_back(fieldInfo);
+  }
+  std::size_t statistics = 0;
+  for (; statistics < m_info.StatisticsFields.size(); ++statistics) {
+    if (!m_input->GetFieldInfo(m_info.StatisticsFields[statistics], fieldInfo)) {
+      m_log.Add(msg::ECd001);
+      return false;
+    }
+    const int type = m_info.StatisticsTypes[statistics];
+    const char* suffix = StatisticsSuffix(type);
+    if (!suffix) break;
+    fieldInfo.SetName(fieldInfo.GetName() + "_" + suffix);
+    fieldInfo.SetCaption(fieldInfo.GetCaption() + "_" + suffix);
+    fieldInfo.SetSystemField(false);
+    if (type != StatisticsFirst && type != StatisticsLast) {
+      fieldInfo.SetType(LUMA::FieldDouble);
+      fieldInfo.SetSize(0);
+    }
+    generated.push_back(fieldInfo);
+  }
+  if (!generated.empty() && !ZoEngineToolkit::CreateValidFields(m_output, generated)) {
+    m_log.Add(msg::EUd001);
+    return false;
+  }
+  std::size_t next = 0;
+  if (!m_info.CaseField.IsEmpty()) m_groupField = generated[next++].GetName();
+  m_statisticsNames.assign(m_info.StatisticsFields.size(), LumaUnicodeString());
+  for (std::size_t i = 0; i < statistics; ++i) m_statisticsNames[i] = generated[next++].GetName();
+  if (!ownAfter.empty() && !ZoEngineToolkit::CreateValidFields(m_output, ownAfter)) {
+    m_log.Add(msg::EUd001);
+    return false;
+  }
+  return true;
+}
+
+bool MeasuringFrame::Open() {
+  m_results.reset(m_output->Query(ZoQueryDef()));
+  if (!m_results) {
+    m_log.Add(msg::EKa013);
+    return false;
+  }
+  ZoQueryDef query;
+  if (!m_info.CaseField.IsEmpty())
+    query.m_order = LumaUnicodeString(" Order BY ") + m_info.CaseField + ", " + kSystemIdField;
+  m_records.reset(m_input->Query(query));
+  if (!m_records) {
+    m_log.Add(msg::EKa013);
+    return false;
+  }
+  return true;
+}
+
+std::int64_t MeasuringFrame::RecordCount() const { return m_records ? m_records->GetRecordCount() : 0; }
+
+bool MeasuringFrame::GroupFieldEqual(const LumaVariant& current, const LumaVariant& group) const {
+  if (group.IsNull()) return current.IsNull();
+  if (current.GetType() == LumaVariant::Text) return current.ToString().EqualsNoCase(group.ToString().Str());
+  return current == group;
+}
+
+double MeasuringFrame::ReadWeight(const LumaUnicodeString& field, double fallback) {
+  if (field.IsEmpty()) return fallback;
+  LumaVariant value;
+  if (!m_records->GetFieldValue(field, value) || value.IsNull()) return kZeroWeight;
+  const double w = value.ToDouble();
+  return w > 0.0 ? w : kZeroWeight;
+}
+
+bool MeasuringFrame::AddFeature(FeatureGroup& group, const CollectOptions& collect, bool singleRecord) {
+  ZoGeometry geometry;
+  if (!m_records->GetGeometry(geometry) || geometry.IsEmpty()) {
+    m_log.Replace(singleRecord ? msg::EFd037 : msg::ESa008);
+    return false;
+  }
+  LumaPoint2D point;
+  if (!ZoStatisticsUtilities::GetBaryCenter(&geometry, point)) {
+    m_log.Replace(msg::ESa008);
+    return false;
+  }
+  group.points.push_back(point);
+  group.weights.push_back(ReadWeight(m_info.WeightField, kUnitWeight));
+  if (collect.selfWeightsAndIds) {
+    // Without a self-weight field a feature's own position adds nothing.
+    group.selfWeights.push_back(ReadWeight(m_info.SelfWeightField, kZeroWeight));
+    group.ids.push_back(m_records->GetID());
+  }
+  if (collect.lines) group.lines.push_back(std::move(geometry));
+  ++group.count;
+  return true;
+}
+
+bool MeasuringFrame::ReadRawValues() {
+  m_rawValues.assign(m_info.StatisticsFields.size(), LumaVariant());
+  for (std::size_t i = 0; i < m_rawValues.size(); ++i) m_records->GetFieldValue(m_info.StatisticsFields[i], m_rawValues[i]);
+  return true;
+}
+
+bool MeasuringFrame::Pass(ZoCallProgress& progress, const char* stepId, const CollectOptions& collect,
+                          const GroupHandler& handle) {
+  const bool grouped = !m_info.CaseField.IsEmpty();
+  const std::int64_t n = RecordCount();
+  FeatureGroup group;
+  if (grouped && n == 1) {
+    // The one record of a grouped run is written with its raw values.
+    m_records->MoveFirst();
+    m_records->GetFieldValue(m_info.CaseField, group.caseValue);
+    ReadRawValues();
+    return AddFeature(group, collect, true) && handle(group, GroupKind::SingleRecord);
+  }
+  const LumaUnicodeString step = progress ? ZoStringEx::LoadResString(stepId) : LumaUnicodeString();
+  LumaVariant caseValue;
+  std::int64_t i = 0;
+  for (bool more = m_records->MoveFirst(); more && !m_records->IsEOF(); more = m_records->MoveNext(), ++i) {
+    if (!progress.Step(step, i, n)) {
+      m_log.Add(msg::IMb030);
+      return false;
+    }
+    if (grouped) m_records->GetFieldValue(m_info.CaseField, caseValue);
+    if (i == 0 || (grouped && !GroupFieldEqual(caseValue, group.caseValue))) {
+      if (i > 0) {
+        if (!handle(group, group.count == 1 ? GroupKind::Single : GroupKind::Many)) return false;
+        group.Clear();
+      }
+      group.caseValue = caseValue;
+      if (!m_summaries.Start(m_records.get(), m_log)) {
+        m_log.Replace(msg::ESa011);
+        return false;
+      }
+    } else if (!m_summaries.Add(m_records.get(), m_log)) {
+      return false;
+    }
+    if (!AddFeature(group, collect, false)) return false;
+  }
+  if (!grouped) return handle(group, GroupKind::Whole);
+  if (group.count == 0) return true;
+  return handle(group, group.count == 1 ? GroupKind::Single : GroupKind::Many);
+}
+
+LumaArray<LumaVariant> MeasuringFrame::GroupValues(GroupKind kind, std::int64_t count) const {
+  switch (kind) {
+    case GroupKind::SingleRecord: return m_rawValues;
+    case GroupKind::Single: return m_summaries.Gathered();
+    default: return m_summaries.Finished(count);
+  }
+}
+
+bool MeasuringFrame::Write(const ZoGeometry& geometry,
+                           const std::vector<std::pair<LumaUnicodeString, LumaVariant>>& own,
+                           const LumaVariant& caseValue, const LumaArray<LumaVariant>& statistics) {
+  bool ok = m_results->AddNew(geometry);
+  for (const auto& [name, value] : own) ok = ok && m_results->SetFieldValue(name, value);
+  if (!m_groupField.IsEmpty()) ok = ok && m_results->SetFieldValue(m_groupField, caseValue);
+  for (std::size_t i = 0; i < m_statisticsNames.size() && i < statistics.size(); ++i)
+    if (!m_statisticsNames[i].IsEmpty()) ok = ok && m_results->SetFieldValue(m_statisticsNames[i], statistics[i]);
+  ok = ok && m_results->Update();
+  if (!ok) {
+    m_results->CancelUpdate();
+    m_log.Add(msg::EUd002);
+  }
+  return ok;
+}
+
+bool MeasuringFrame::Finish() {
+  m_records.reset();
+  m_results.reset();
+  if (!m_output->Commit()) {
+    m_log.Add(msg::EUd002);
+    return false;
+  }
+  return true;
+}
+
+}  // namespace ZOC::centrography

@@ -1,0 +1,135 @@
+#pragma once
+// The frame every geographic-distribution measure runs in: validation of the
+// parameter record, the result fields, the pass that splits the features
+// into case groups, per-group weights and statistics summaries, and the
+// writing of result features. The measures themselves (Measures.h) only say
+// what a group turns into.
+#include <cstdint>
+#include <functional>
+#include <vector>
+
+#include "StatisticsAnalyst/ZoAnalysisFrame.h"
+#include "StatisticsAnalyst/ZoMeasuringInformation.h"
+#include "StatisticsAnalyst/ZoStatisticsUtilities.h"
+#include "StatisticsAnalyst/detail/centrography/MessageLog.h"
+#include "StatisticsAnalyst/detail/centrography/StatisticsSummaries.h"
+#include "host/LumaFieldInfo.h"
+#include "host/LumaVariant.h"
+#include "host/ZoGeometry.h"
+
+namespace ZOC::centrography {
+
+using LUMA::LumaFieldInfos;
+using LUMA::LumaVariant;
+
+// The features of one group, in the pass's order.
+struct FeatureGroup {
+  LumaVariant caseValue;
+  LumaArray<LumaPoint2D> points;        // representative points
+  LumaArray<double> weights;            // weight field, or the unit weight
+  LumaArray<double> selfWeights;        // central feature only
+  LumaArray<std::int64_t> ids;          // "QlID", central feature only
+  LumaArray<ZoGeometry> lines;          // linear directional mean only
+  std::int64_t count = 0;
+  void Clear();
+};
+
+// How a group's statistics are written.
+enum class GroupKind {
+  Whole,         // no case field: one group of every record, summaries finished
+  SingleRecord,  // a case field and exactly one record: its raw field values
+  Single,        // a group of one feature: the values as gathered, unfinished
+  Many,          // a group of two or more: summaries finished
+};
+
+// What a measure collects per feature beyond point and weight.
+struct CollectOptions {
+  bool selfWeightsAndIds = false;
+  bool lines = false;
+};
+
+class MeasuringFrame {
+ public:
+  MeasuringFrame(ZoDatasetVector* input, ZoDatasetVector* output, const ZoMeasuringInformation& info,
+                 MessageLog& log);
+
+  // Null datasets "EEg002" / "EEg032"; opens them when needed.
+  bool CheckDatasets();
+  // The input is a point, line or region dataset ("EEe018").
+  bool CheckInputType();
+  // Field and type counts ("ESa001").
+  bool CheckStatisticsCount();
+  // A weight field must exist ("ECd001") and be numeric ("ESa003").
+  bool CheckWeightField(const LumaUnicodeString& field);
+  bool CheckCaseField();
+  // Each statistics field exists ("ECd001"); non-numeric ones only First/Last ("ESa002").
+  bool CheckStatisticsFields();
+  // The validation every measure but the central feature and the linear
+  // directional mean runs: the checks above in order, weight field included.
+  bool Validate();
+
+  // Creates the result fields: `ownBefore` first (one call), then "_Group"
+  // and the statistics fields, then `ownAfter`. Own fields keep the names
+  // the result dataset accepted in ownBefore / ownAfter.
+  bool CreateFields(LumaFieldInfos& ownBefore, LumaFieldInfos& ownAfter);
+
+  // Queries the input: natural order, or by case field then "QlID"
+  // ("EKa013"). Opens the result recordset ("EKa013").
+  bool Open();
+  std::int64_t RecordCount() const;
+
+  // The pass over the records. `handle` gets each finished group in order;
+  // it writes it through Write. Progress: one step per record with the
+  // per-record message; cancellation "IMb030".
+  using GroupHandler = std::function<bool(FeatureGroup&, GroupKind)>;
+  bool Pass(ZoCallProgress& progress, const char* stepId, const CollectOptions& collect, const GroupHandler& handle);
+
+  // The statistics values to write for the current group.
+  LumaArray<LumaVariant> GroupValues(GroupKind kind, std::int64_t count) const;
+  // Appends one result feature: the geometry, own field values (names from
+  // CreateFields), the case value and the statistics values.
+  bool Write(const ZoGeometry& geometry, const std::vector<std::pair<LumaUnicodeString, LumaVariant>>& own,
+             const LumaVariant& caseValue, const LumaArray<LumaVariant>& statistics);
+  // Makes the result durable and releases the recordsets.
+  bool Finish();
+
+  ZoDatasetVector* Input() const { return m_input; }
+  ZoDatasetVector* Output() const { return m_output; }
+  const ZoMeasuringInformation& Info() const { return m_info; }
+  MessageLog& Log() { return m_log; }
+
+ private:
+  bool GroupFieldEqual(const LumaVariant& current, const LumaVariant& group) const;
+  bool AddFeature(FeatureGroup& group, const CollectOptions& collect, bool singleRecord);
+  double ReadWeight(const LumaUnicodeString& field, double fallback);
+  bool ReadRawValues();
+
+  ZoDatasetVector* m_input;
+  ZoDatasetVector* m_output;
+  const ZoMeasuringInformation& m_info;
+  MessageLog& m_log;
+  StatisticsSummaries m_summaries;
+  LumaUnicodeString m_groupField;                  // result name of "_Group", empty without a case field
+  LumaArray<LumaUnicodeString> m_statisticsNames;  // result names, empty where not created
+  LumaArray<LumaVariant> m_rawValues;              // the single record of a grouped run
+  ZoRecordsetPtr m_records;
+  ZoRecordsetPtr m_results;
+};
+
+// Sets the whole range and the title of a measure's progress, when shown.
+void StartProgress(ZoCallProgress& progress, const char* titleId);
+
+struct MeasureCall;
+// The flow of the mean and median centres: one point per group, computed
+// by `centre` for a group of two or more features (or the whole dataset).
+using CentreFunction = std::function<bool(const FeatureGroup&, LumaPoint2D&)>;
+bool RunCentrePoints(MeasureCall& call, const char* titleId, const char* stepId, const CentreFunction& centre);
+
+// The flow of the standard distance and the ellipse: at least 3 records
+// ("ESa013") and 3 features per group ("ESa012"); `region` makes a group's
+// region and the values of the own fields, which come first in the result.
+using RegionFunction = std::function<bool(const FeatureGroup&, ZoGeometry&, std::vector<LumaVariant>&)>;
+bool RunRegions(MeasureCall& call, const char* titleId, const char* stepId, const std::vector<const char*>& ownFields,
+                const RegionFunction& region);
+
+}  // namespace ZOC::centrography
