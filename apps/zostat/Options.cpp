@@ -22,7 +22,7 @@ Options Options::Parse(const std::vector<std::string>& args, const std::vector<O
     for (const auto& s : specs)
       if (s.name == name) spec = &s;
     if (!spec) throw UsageError("unknown option '--" + name + "'");
-    if (options.Has(name)) throw UsageError("option '--" + name + "' given twice");
+    if (options.Has(name) && !spec->repeatable) throw UsageError("option '--" + name + "' given twice");
     if (spec->takesValue) {
       if (!inlineValue) {
         if (i + 1 >= args.size()) throw UsageError("option '--" + name + "' needs a value");
@@ -32,6 +32,7 @@ Options Options::Parse(const std::vector<std::string>& args, const std::vector<O
       throw UsageError("option '--" + name + "' takes no value");
     }
     options.m_values[name] = value;
+    options.m_all[name].push_back(value);
   }
   return options;
 }
@@ -65,6 +66,11 @@ long long Options::GetInt(const std::string& name, long long fallback) const {
   if (text.empty() || ec != std::errc() || ptr != text.data() + text.size())
     throw UsageError("option '--" + name + "' needs a whole number, not '" + text + "'");
   return value;
+}
+
+std::vector<std::string> Options::GetAll(const std::string& name) const {
+  const auto it = m_all.find(name);
+  return it == m_all.end() ? std::vector<std::string>() : it->second;
 }
 
 std::string DescribeOptions(const std::vector<OptionSpec>& specs) {

@@ -17,6 +17,7 @@ struct OptionSpec {
   std::string name;  // without the leading "--"
   bool takesValue;
   std::string help;
+  bool repeatable = false;  // may be given more than once (GetAll)
 };
 
 class Options {
@@ -31,9 +32,12 @@ class Options {
   // Throw UsageError when the value is not a number / an integer.
   double GetDouble(const std::string& name, double fallback) const;
   long long GetInt(const std::string& name, long long fallback) const;
+  // Every value of a repeatable option, in the order given.
+  std::vector<std::string> GetAll(const std::string& name) const;
 
  private:
   std::map<std::string, std::string> m_values;
+  std::map<std::string, std::vector<std::string>> m_all;
 };
 
 // Formats the option list of a command for its usage text.

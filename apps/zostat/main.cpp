@@ -20,10 +20,18 @@ Command HotSpotCommand();
 Command ClusterOutlierCommand();
 Command WeightsToTableCommand();
 Command WeightsDumpCommand();
+Command MeanCenterCommand();
+Command MedianCenterCommand();
+Command CentralFeatureCommand();
+Command StandardDistanceCommand();
+Command EllipseCommand();
+Command DirectionalMeanCommand();
 
 const std::vector<Command>& Commands() {
   static const std::vector<Command> commands = {InfoCommand(), AnnCommand(), MoranCommand(), GeneralGCommand(), HotSpotCommand(), ClusterOutlierCommand(), WeightsShowCommand(), WeightsBuildCommand(),
-                                                 WeightsToTableCommand(), WeightsDumpCommand()};
+                                                 WeightsToTableCommand(), WeightsDumpCommand(), MeanCenterCommand(),
+                                                 MedianCenterCommand(), CentralFeatureCommand(), StandardDistanceCommand(),
+                                                 EllipseCommand(), DirectionalMeanCommand()};
   return commands;
 }
 }  // namespace zostat
