@@ -1,0 +1,490 @@
+// Geographic distributions: mean and median centre, central feature,
+// standard distance, ellipse and linear directional mean, checked against
+// hand-worked examples and brute force, with their grouping, weights and
+// statistics summaries.
+#include <gtest/gtest.h>
+
+#include <cmath>
+#include <map>
+#include <random>
+
+#include "StatisticsAnalyst/ZoSpatialMeasure.h"
+#include "StatisticsAnalyst/detail/centrography/Measures.h"
+#include "StatisticsAnalyst/detail/centrography/StatisticsSummaries.h"
+#include "TestSupport.h"
+#include "host/ZoMessageIds.h"
+#include "host/ZoRecordset.h"
+#include "host/ZoStringEx.h"
+
+using namespace ZOC;
+using LUMA::LumaFieldInfo;
+using LUMA::LumaVariant;
+
+namespace {
+
+struct Feature {
+  ZoGeometry geometry;
+  std::vector<LumaVariant> values;  // one per field, in field order
+};
+
+struct Layer {
+  std::unique_ptr<ZoDataSource> source = ZoDataSource::CreateMemory();
+  ZoDatasetVector* dataset = nullptr;
+  ZoDatasetVector* result = nullptr;
+};
+
+// An input layer with the fields and features, and an empty result layer.
+Layer MakeLayer(int type, const std::vector<LumaFieldInfo>& fields, const std::vector<Feature>& features,
+                int resultType) {
+  Layer layer;
+  layer.dataset = layer.source->CreateDatasetVector("input", type, ZoPrjCoordSys());
+  for (const auto& f : fields) layer.dataset->CreateField(f);
+  ZoRecordsetPtr writer(layer.dataset->Query(ZoQueryDef()));
+  for (const auto& feature : features) {
+    writer->AddNew(feature.geometry);
+    for (std::size_t i = 0; i < fields.size(); ++i) writer->SetFieldValue(fields[i].GetName(), feature.values[i]);
+    writer->Update();
+  }
+  writer.reset();
+  layer.dataset->Commit();
+  layer.result = layer.source->CreateDatasetVector("result", resultType, ZoPrjCoordSys());
+  return layer;
+}
+
+Feature Point(double x, double y, std::vector<LumaVariant> values = {}) {
+  return {ZoGeometry::MakePoint({x, y}), std::move(values)};
+}
+
+Feature Line(double x0, double y0, double x1, double y1, std::vector<LumaVariant> values = {}) {
+  return {ZoGeometry::MakeLine({{x0, y0}, {x1, y1}}, {2}), std::move(values)};
+}
+
+// Points with a weight field "W".
+Layer WeightedPoints(const std::vector<LUMA::LumaPoint2D>& points, const std::vector<double>& weights,
+                     int resultType) {
+  std::vector<Feature> features;
+  for (std::size_t i = 0; i < points.size(); ++i)
+    features.push_back(Point(points[i].x, points[i].y, {weights.empty() ? 1.0 : weights[i]}));
+  return MakeLayer(DatasetPoint, {LumaFieldInfo("W", LUMA::FieldDouble)}, features, resultType);
+}
+
+struct Row {
+  ZoGeometry geometry;
+  std::map<std::string, LumaVariant> fields;
+  const LumaVariant& operator[](const std::string& name) const { return fields.at(name); }
+};
+
+std::vector<Row> Rows(ZoDatasetVector* dataset) {
+  std::vector<Row> rows;
+  ZoRecordsetPtr r(dataset->Query(ZoQueryDef()));
+  for (r->MoveFirst(); !r->IsEOF(); r->MoveNext()) {
+    Row row;
+    r->GetGeometry(row.geometry);
+    for (const auto& f : dataset->GetFieldInfos())
+      if (!f.IsSystemField()) r->GetFieldValue(f.GetName(), row.fields[f.GetName().Str()]);
+    rows.push_back(row);
+  }
+  return rows;
+}
+
+std::vector<std::string> FieldNames(ZoDatasetVector* dataset) {
+  std::vector<std::string> names;
+  for (const auto& f : dataset->GetFieldInfos())
+    if (!f.IsSystemField()) names.push_back(f.GetName().Str());
+  return names;
+}
+
+bool HasId(const ZoAnalysisFrame& o, const char* id) {
+  return o.GetStrErrorMes().Str().find(std::string("[") + id + "]") != std::string::npos;
+}
+
+LUMA::LumaPoint2D Centroid(const ZoGeometry& g) {
+  LUMA::LumaPoint2D p;
+  g.GetBaryCenter(p);
+  return p;
+}
+
+}  // namespace
+
+// Three points (0,0), (2,0), (0,2): centre (2/3, 2/3), standard distance
+// sqrt((8/3 + 8/3) / 3) = 4/3; twice that for two standard deviations; a
+// factor of 0 for other sizes leaves no circle to make.
+TEST(SpatialMeasureTest, StandardDistanceOfThreePoints) {
+  for (const int size : {1, 2, 4}) {
+    Layer layer = WeightedPoints({{0, 0}, {2, 0}, {0, 2}}, {}, DatasetRegion);
+    ZoMeasuringInformation info;
+    info.EllipseSize = static_cast<ZoEllipseSize>(size);
+    ZoSpatialMeasure measure;
+    const bool ok = measure.MeasureStandardDistance(layer.dataset, layer.result, info, false);
+    if (size == 4) {
+      EXPECT_FALSE(ok);
+      EXPECT_TRUE(HasId(measure, "ESa015")) << measure.GetStrErrorMes().Str();
+      EXPECT_EQ(ZoSpatialMeasure::GetEllipseSize(info.EllipseSize), 0.0);
+      continue;
+    }
+    ASSERT_TRUE(ok) << measure.GetStrErrorMes().Str();
+    const auto rows = Rows(layer.result);
+    ASSERT_EQ(rows.size(), 1u);
+    EXPECT_EQ(FieldNames(layer.result), (std::vector<std::string>{"CircleCenterX", "CircleCenterY", "StandardDistance"}));
+    EXPECT_NEAR(rows[0]["CircleCenterX"].ToDouble(), 2.0 / 3.0, 1e-12);
+    EXPECT_NEAR(rows[0]["CircleCenterY"].ToDouble(), 2.0 / 3.0, 1e-12);
+    EXPECT_NEAR(rows[0]["StandardDistance"].ToDouble(), size * 4.0 / 3.0, 1e-12);
+    EXPECT_EQ(rows[0].geometry.GetType(), GeoRegion);
+    double x0, y0, x1, y1;
+    rows[0].geometry.GetBounds(x0, y0, x1, y1);
+    EXPECT_NEAR(x1 - x0, 2 * size * 4.0 / 3.0, 1e-9);
+  }
+}
+
+// Features of weight 0 stay in the count (three features pass the minimum)
+// but add nothing to the sums; all weights 0 leave no mean centre.
+TEST(SpatialMeasureTest, ZeroWeightsKeepTheirPlace) {
+  Layer layer = WeightedPoints({{0, 0}, {2, 0}, {100, 100}}, {1, 1, 0}, DatasetRegion);
+  ZoMeasuringInformation info;
+  info.WeightField = "W";
+  info.StatisticsFields = {"W"};
+  info.StatisticsTypes = {StatisticsMean};
+  ZoSpatialMeasure measure;
+  ASSERT_TRUE(measure.MeasureStandardDistance(layer.dataset, layer.result, info, false))
+      << measure.GetStrErrorMes().Str();
+  const auto rows = Rows(layer.result);
+  EXPECT_NEAR(rows[0]["CircleCenterX"].ToDouble(), 1.0, 1e-12);
+  EXPECT_NEAR(rows[0]["StandardDistance"].ToDouble(), 1.0, 1e-12);
+  EXPECT_NEAR(rows[0]["W_Mean"].ToDouble(), 2.0 / 3.0, 1e-12);  // the zero counts in the mean
+
+  Layer zeros = WeightedPoints({{0, 0}, {2, 0}, {1, 1}}, {0, -1, 0}, DatasetPoint);
+  ZoSpatialMeasure mean;
+  EXPECT_FALSE(mean.MeasureMeanCenter(zeros.dataset, zeros.result, info, false));
+  EXPECT_EQ(mean.GetStrErrorMes(), ZoStringEx::LoadResString(msg::ESa0010));
+}
+
+// The ellipse of the three points by hand: A = B = 8/3, C = -4/3, so θ = π/4;
+// U = 4, V = 4/3, σx = sqrt(8/3), σy = sqrt(8/9); the angle is written as -45.
+TEST(SpatialMeasureTest, EllipseOfThreePoints) {
+  Layer layer = WeightedPoints({{0, 0}, {2, 0}, {0, 2}}, {}, DatasetRegion);
+  ZoMeasuringInformation info;
+  info.EllipseSize = TwoStandardDeviations;
+  ZoSpatialMeasure measure;
+  ASSERT_TRUE(measure.MeasureDirectionalDistribution(layer.dataset, layer.result, info, false))
+      << measure.GetStrErrorMes().Str();
+  const auto rows = Rows(layer.result);
+  ASSERT_EQ(rows.size(), 1u);
+  EXPECT_EQ(FieldNames(layer.result), (std::vector<std::string>{"CircleCenterX", "CircleCenterY", "SemiMajorAxis",
+                                                                "SemiMinorAxis", "RotationAngle"}));
+  EXPECT_NEAR(rows[0]["SemiMajorAxis"].ToDouble(), 2 * std::sqrt(8.0 / 3.0), 1e-12);
+  EXPECT_NEAR(rows[0]["SemiMinorAxis"].ToDouble(), 2 * std::sqrt(8.0 / 9.0), 1e-12);
+  EXPECT_NEAR(rows[0]["RotationAngle"].ToDouble(), -45.0, 1e-12);
+  // The long axis runs from upper left to lower right.
+  const auto& ring = rows[0].geometry.GetPoints();
+  double far = 0.0;
+  LUMA::LumaPoint2D tip;
+  for (const auto& p : ring) {
+    const double d = std::hypot(p.x - 2.0 / 3.0, p.y - 2.0 / 3.0);
+    if (d > far) far = d, tip = p;
+  }
+  EXPECT_NEAR(far, 2 * std::sqrt(8.0 / 3.0), 1e-9);
+  EXPECT_NEAR(std::fabs(tip.x - 2.0 / 3.0), std::fabs(tip.y - 2.0 / 3.0), 1e-9);
+  EXPECT_LT((tip.x - 2.0 / 3.0) * (tip.y - 2.0 / 3.0), 0.0);
+}
+
+// The angle rules: spread along x gives about 0; along y = x, θ = -π/4 and
+// the angle 45 with no spread across; C = 0 with the larger y spread gives
+// -90, and the region still has its long side along y.
+TEST(SpatialMeasureTest, EllipseAngles) {
+  using centrography::GetDirection;
+  ZoStatisticsUtilities u;
+  centrography::MessageLog log;
+  LUMA::LumaPoint2D c;
+  double ax, ay, angle;
+  const LumaArray<double> ones(4, 1.0);
+  ASSERT_TRUE(GetDirection({{-2, 0}, {-1, 0.1}, {1, -0.1}, {2, 0}}, ones, 1.0, c, ax, ay, angle, u, log));
+  EXPECT_GT(ax, ay);
+  EXPECT_NEAR(angle, 0.0, 5.0);
+  ASSERT_TRUE(GetDirection({{0, 0}, {1, 1}, {2, 2}, {3, 3}}, ones, 3.0, c, ax, ay, angle, u, log));
+  EXPECT_NEAR(angle, 45.0, 1e-9);
+  EXPECT_NEAR(ay, 0.0, 1e-7);
+  EXPECT_NEAR(ax, 3 * std::sqrt(2.0 * 10.0 / 4.0), 1e-9);  // U = Σ(√2·k)² over k = ±0.5, ±1.5
+
+  Layer layer = WeightedPoints({{-1, 0}, {1, 0}, {0, -3}, {0, 3}}, {}, DatasetRegion);
+  ZoSpatialMeasure measure;
+  ASSERT_TRUE(measure.MeasureDirectionalDistribution(layer.dataset, layer.result, ZoMeasuringInformation(), false));
+  const auto rows = Rows(layer.result);
+  EXPECT_DOUBLE_EQ(rows[0]["RotationAngle"].ToDouble(), -90.0);
+  EXPECT_NEAR(rows[0]["SemiMajorAxis"].ToDouble(), 1.0, 1e-12);  // the rotated x spread, the shorter one
+  EXPECT_NEAR(rows[0]["SemiMinorAxis"].ToDouble(), 3.0, 1e-12);
+  double x0, y0, x1, y1;
+  rows[0].geometry.GetBounds(x0, y0, x1, y1);
+  EXPECT_NEAR(x1 - x0, 2.0, 1e-9);
+  EXPECT_NEAR(y1 - y0, 6.0, 1e-9);
+}
+
+// Every statistics type with its suffix and result type, over two groups:
+// Mean divides by all features (nulls too), Median of an even count, Last
+// keeps a null, First/Last keep the input's type, a group of one is raw.
+TEST(SpatialMeasureTest, StatisticsSummariesPerGroup) {
+  const std::vector<LumaFieldInfo> fields = {LumaFieldInfo("G", LUMA::FieldText), LumaFieldInfo("I", LUMA::FieldInt32),
+                                             LumaFieldInfo("T", LUMA::FieldText)};
+  const LumaVariant null;
+  Layer layer = MakeLayer(DatasetPoint, fields,
+                          {Point(0, 0, {"b", 4, "x"}), Point(1, 0, {"c", 7, "p"}), Point(2, 0, {"b", null, "y"}),
+                           Point(3, 0, {"B", 1, "z"}), Point(4, 0, {"b", 10, null})},
+                          DatasetPoint);
+  ZoMeasuringInformation info;
+  info.CaseField = "G";
+  for (const int type : {1, 2, 3, 4, 5, 6, 7}) {
+    info.StatisticsFields.push_back("I");
+    info.StatisticsTypes.push_back(static_cast<ZoStatisticsType>(type));
+  }
+  info.StatisticsFields.insert(info.StatisticsFields.end(), {"T", "T"});
+  info.StatisticsTypes.insert(info.StatisticsTypes.end(), {StatisticsFirst, StatisticsLast});
+  ZoSpatialMeasure measure;
+  ASSERT_TRUE(measure.MeasureMeanCenter(layer.dataset, layer.result, info, false)) << measure.GetStrErrorMes().Str();
+  EXPECT_EQ(FieldNames(layer.result),
+            (std::vector<std::string>{"G_Group", "I_MAX", "I_MIN", "I_Sum", "I_Mean", "I_First", "I_Last", "I_Median",
+                                      "T_First", "T_Last"}));
+  std::map<std::string, int> types;
+  for (const auto& f : layer.result->GetFieldInfos()) types[f.GetName().Str()] = f.GetType();
+  EXPECT_EQ(types["I_Mean"], LUMA::FieldDouble);
+  EXPECT_EQ(types["I_First"], LUMA::FieldInt32);
+  EXPECT_EQ(types["T_Last"], LUMA::FieldText);
+
+  const auto rows = Rows(layer.result);
+  // Ordered "B", "b", "b", "b", "c": neighbours compared without regard to case.
+  ASSERT_EQ(rows.size(), 2u);
+  const Row& c = rows[1];
+  EXPECT_EQ(c["G_Group"].ToString().Str(), "c");
+  EXPECT_DOUBLE_EQ(c["I_Mean"].ToDouble(), 7.0);  // unfinished: the raw value
+  EXPECT_TRUE(c["I_Median"].IsNull());
+  const Row& b = rows[0];
+  EXPECT_EQ(b["G_Group"].ToString().Str(), "B");
+  EXPECT_DOUBLE_EQ(b["I_MAX"].ToDouble(), 10.0);
+  EXPECT_DOUBLE_EQ(b["I_MIN"].ToDouble(), 1.0);
+  EXPECT_DOUBLE_EQ(b["I_Sum"].ToDouble(), 15.0);
+  EXPECT_DOUBLE_EQ(b["I_Mean"].ToDouble(), 15.0 / 4.0);
+  EXPECT_DOUBLE_EQ(b["I_Median"].ToDouble(), 4.0);  // of 4, 1, 10
+  EXPECT_EQ(b["I_First"].ToInt(), 1);
+  EXPECT_EQ(b["I_Last"].ToInt(), 10);
+  EXPECT_EQ(b["T_First"].ToString().Str(), "z");
+  EXPECT_TRUE(b["T_Last"].IsNull());
+  EXPECT_NEAR(Centroid(b.geometry).x, 9.0 / 4.0, 1e-12);
+
+  // The median of an even count is the mean of the middle two.
+  LumaVariant median;
+  centrography::StatisticsSummaries::GetMedian({LumaVariant(4), LumaVariant(9.0), LumaVariant(1), LumaVariant(5)},
+                                                median);
+  EXPECT_DOUBLE_EQ(median.ToDouble(), 4.5);
+}
+
+// Validation in order, each with its message.
+TEST(SpatialMeasureTest, ValidationFailures) {
+  const std::vector<LumaFieldInfo> fields = {LumaFieldInfo("N", LUMA::FieldDouble), LumaFieldInfo("T", LUMA::FieldText)};
+  Layer layer = MakeLayer(DatasetPoint, fields, {Point(0, 0, {1.0, "a"}), Point(1, 1, {2.0, "b"}),
+                                                  Point(2, 0, {3.0, "c"})},
+                          DatasetPoint);
+  const auto fails = [&](const ZoMeasuringInformation& info, const char* id, ZoDatasetVector* in,
+                         ZoDatasetVector* out) {
+    ZoSpatialMeasure measure;
+    EXPECT_FALSE(measure.MeasureMeanCenter(in, out, info, false));
+    EXPECT_TRUE(HasId(measure, id)) << id << ": " << measure.GetStrErrorMes().Str();
+  };
+  ZoMeasuringInformation info;
+  fails(info, "EEg002", nullptr, layer.result);
+  fails(info, "EEg032", layer.dataset, nullptr);
+  info.StatisticsFields = {"N"};
+  fails(info, "ESa001", layer.dataset, layer.result);
+  info.StatisticsTypes = {StatisticsSum};
+  info.WeightField = "T";
+  fails(info, "ESa003", layer.dataset, layer.result);
+  info.WeightField = "missing";
+  fails(info, "ECd001", layer.dataset, layer.result);
+  info.WeightField = "N";
+  info.StatisticsFields = {"T"};
+  fails(info, "ESa002", layer.dataset, layer.result);
+  EXPECT_EQ(Rows(layer.result).size(), 0u);
+  EXPECT_TRUE(FieldNames(layer.result).empty());
+}
+
+// A case group of two features ends the standard distance with "ESa012",
+// however large the other groups.
+TEST(SpatialMeasureTest, SmallGroupEndsTheRun) {
+  Layer layer = MakeLayer(DatasetPoint, {LumaFieldInfo("G", LUMA::FieldInt32)},
+                          {Point(0, 0, {1}), Point(1, 0, {1}), Point(0, 1, {1}), Point(5, 5, {2}), Point(6, 5, {2})},
+                          DatasetRegion);
+  ZoMeasuringInformation info;
+  info.CaseField = "G";
+  ZoSpatialMeasure measure;
+  EXPECT_FALSE(measure.MeasureStandardDistance(layer.dataset, layer.result, info, false));
+  EXPECT_EQ(measure.GetStrErrorMes(), ZoStringEx::LoadResString(msg::ESa012));
+}
+
+// The median centre of (0,0), (1,0), (10,0) starts at the mean (11/3, 0),
+// steps through about 2.43, 1.62, 1.20, 1.03 and settles on (1, 0).
+TEST(SpatialMeasureTest, MedianCentreIterations) {
+  using centrography::GetMedianCenter;
+  ZoStatisticsUtilities u;
+  centrography::MessageLog log;
+  const LumaArray<LUMA::LumaPoint2D> points{{0, 0}, {1, 0}, {10, 0}};
+  const LumaArray<double> ones(3, 1.0);
+  const double steps[] = {11.0 / 3.0, 2.43, 1.62, 1.20, 1.03};
+  for (int limit = 1; limit <= 5; ++limit) {
+    LUMA::LumaPoint2D c;
+    ASSERT_TRUE(GetMedianCenter(points, ones, 1e-6, c, limit, 1e-8, u, log));
+    EXPECT_NEAR(c.x, steps[limit - 1], 0.01) << limit;
+  }
+  EXPECT_EQ(centrography::MedianTolerance(0.0), 1e-6);
+  EXPECT_EQ(centrography::MedianTolerance(0.5), 0.5);
+
+  Layer layer = WeightedPoints({{0, 0}, {1, 0}, {10, 0}}, {}, DatasetPoint);
+  ZoSpatialMeasure measure;
+  ASSERT_TRUE(measure.MeasureMedianCenter(layer.dataset, layer.result, ZoMeasuringInformation(), false));
+  EXPECT_NEAR(Centroid(Rows(layer.result)[0].geometry).x, 1.0, 1e-5);
+}
+
+// On scattered weighted points the median centre has a smaller weighted sum
+// of distances than any point around it; two points keep their midpoint.
+TEST(SpatialMeasureTest, MedianCentreMinimisesDistances) {
+  const auto points = satest::RandomPoints(40, 100.0, 7);
+  std::vector<double> weights;
+  for (std::size_t i = 0; i < points.size(); ++i) weights.push_back(1.0 + static_cast<double>(i % 5));
+  Layer layer = WeightedPoints(points, weights, DatasetPoint);
+  ZoMeasuringInformation info;
+  info.WeightField = "W";
+  info.Tolerance = 1e-12;
+  ZoSpatialMeasure measure;
+  ASSERT_TRUE(measure.MeasureMedianCenter(layer.dataset, layer.result, info, false));
+  const LUMA::LumaPoint2D m = Centroid(Rows(layer.result)[0].geometry);
+  const auto cost = [&](double x, double y) {
+    double s = 0.0;
+    for (std::size_t i = 0; i < points.size(); ++i) s += weights[i] * std::hypot(points[i].x - x, points[i].y - y);
+    return s;
+  };
+  for (const double step : {1.0, 0.1, 0.01})
+    for (int k = 0; k < 8; ++k) {
+      const double a = k * 3.14159265358979 / 4;
+      EXPECT_LE(cost(m.x, m.y), cost(m.x + step * std::cos(a), m.y + step * std::sin(a)));
+    }
+
+  Layer two = WeightedPoints({{0, 0}, {4, 2}}, {}, DatasetPoint);
+  ASSERT_TRUE(measure.MeasureMedianCenter(two.dataset, two.result, ZoMeasuringInformation(), false));
+  const LUMA::LumaPoint2D mid = Centroid(Rows(two.result)[0].geometry);
+  EXPECT_DOUBLE_EQ(mid.x, 2.0);
+  EXPECT_DOUBLE_EQ(mid.y, 1.0);
+}
+
+// The central feature against a brute force over all pairs, with weights and
+// self weights, under both distance methods; ties are all written.
+TEST(SpatialMeasureTest, CentralFeatureAgainstBruteForce) {
+  std::mt19937 rng(11);
+  std::uniform_real_distribution<double> u(0.0, 50.0), w(0.0, 3.0);
+  std::vector<Feature> features;
+  std::vector<double> x, y, wt, sw;
+  for (int i = 0; i < 80; ++i) {
+    x.push_back(u(rng)), y.push_back(u(rng)), wt.push_back(i % 7 == 0 ? 0.0 : w(rng)), sw.push_back(w(rng) * 20);
+    features.push_back(Point(x.back(), y.back(), {wt.back(), sw.back()}));
+  }
+  for (const ZoDistanceMethod method : {Euclidean, Manhattan}) {
+    Layer layer = MakeLayer(DatasetPoint, {LumaFieldInfo("W", LUMA::FieldDouble), LumaFieldInfo("S", LUMA::FieldDouble)},
+                            features, DatasetPoint);
+    ZoMeasuringInformation info;
+    info.WeightField = "W";
+    info.SelfWeightField = "S";
+    info.DistanceMethod = method;
+    ZoSpatialMeasure measure;
+    ASSERT_TRUE(measure.MeasureCentralElement(layer.dataset, layer.result, info, false))
+        << measure.GetStrErrorMes().Str();
+    std::size_t best = 0;
+    double bestCost = 1e300;
+    for (std::size_t i = 0; i < x.size(); ++i) {
+      double c = sw[i] * wt[i];
+      for (std::size_t j = 0; j < x.size(); ++j)
+        if (j != i)
+          c += wt[j] * (method == Euclidean ? std::hypot(x[i] - x[j], y[i] - y[j])
+                                            : std::fabs(x[i] - x[j]) + std::fabs(y[i] - y[j]));
+      if (c < bestCost) bestCost = c, best = i;
+    }
+    const auto rows = Rows(layer.result);
+    ASSERT_EQ(rows.size(), 1u);
+    EXPECT_EQ(Centroid(rows[0].geometry), (LUMA::LumaPoint2D{x[best], y[best]})) << method;
+  }
+
+  Layer pair = WeightedPoints({{0, 0}, {3, 1}}, {}, DatasetPoint);
+  ZoSpatialMeasure measure;
+  ASSERT_TRUE(measure.MeasureCentralElement(pair.dataset, pair.result, ZoMeasuringInformation(), false));
+  EXPECT_EQ(Rows(pair.result).size(), 2u);
+  Layer line = WeightedPoints({{0, 0}, {1, 0}, {3, 0}}, {}, DatasetRegion);
+  EXPECT_FALSE(measure.MeasureCentralElement(line.dataset, line.result, ZoMeasuringInformation(), false));
+  EXPECT_TRUE(HasId(measure, "EEe017"));
+}
+
+// Lines by hand: two lines at 45° give bearing 45, variance 0, centre
+// (3, 0.5) and a mean line from (2.5, 0) to (3.5, 1); opposite lines cancel
+// unless taken as orientations (then bearing 90, directional mean 0).
+TEST(SpatialMeasureTest, LinearDirectionalMean) {
+  struct Case {
+    std::vector<Feature> lines;
+    bool orientation;
+    double compass, directional, variance;
+  };
+  const Case cases[] = {
+      {{Line(0, 0, 1, 1), Line(5, 0, 6, 1)}, false, 45.0, 45.0, 0.0},
+      {{Line(0, 0, 1, 0), Line(0, 1, -1, 1)}, false, NAN, NAN, 1.0},
+      {{Line(0, 0, 1, 0), Line(0, 1, -1, 1)}, true, 90.0, 0.0, 0.0},
+      {{Line(0, 0, 0, 2), Line(3, 0, 3, 1)}, false, 180.0, 270.0, 0.0},  // due north: the zero-component rule
+  };
+  for (const Case& c : cases) {
+    Layer layer = MakeLayer(DatasetLine, {}, c.lines, DatasetLine);
+    ZoMeasuringInformation info;
+    info.OrientationOnly = c.orientation;
+    ZoSpatialMeasure measure;
+    ASSERT_TRUE(measure.MeasureLinearDirectionalMean(layer.dataset, layer.result, info, false))
+        << measure.GetStrErrorMes().Str();
+    const auto rows = Rows(layer.result);
+    ASSERT_EQ(rows.size(), 1u);
+    if (!std::isnan(c.compass)) {
+      EXPECT_NEAR(rows[0]["CompassAngle"].ToDouble(), c.compass, 1e-9);
+      EXPECT_NEAR(std::fmod(rows[0]["DirectionalMean"].ToDouble() + 1e-9, 360.0), c.directional, 1e-8);
+    }
+    EXPECT_NEAR(rows[0]["CircleVariance"].ToDouble(), c.variance, 1e-12);
+  }
+  Layer layer = MakeLayer(DatasetLine, {}, cases[0].lines, DatasetLine);
+  ZoSpatialMeasure measure;
+  ASSERT_TRUE(measure.MeasureLinearDirectionalMean(layer.dataset, layer.result, ZoMeasuringInformation(), false));
+  const Row row = Rows(layer.result)[0];
+  EXPECT_EQ(FieldNames(layer.result), (std::vector<std::string>{"AverageX", "AverageY", "AverageLength", "CompassAngle",
+                                                                "DirectionalMean", "CircleVariance"}));
+  EXPECT_NEAR(row["AverageX"].ToDouble(), 3.0, 1e-12);
+  EXPECT_NEAR(row["AverageY"].ToDouble(), 0.5, 1e-12);
+  EXPECT_NEAR(row["AverageLength"].ToDouble(), std::sqrt(2.0), 1e-12);
+  const auto& ends = row.geometry.GetPoints();
+  ASSERT_EQ(ends.size(), 2u);
+  EXPECT_NEAR(ends[0].x, 2.5, 1e-12);
+  EXPECT_NEAR(ends[0].y, 0.0, 1e-12);
+  EXPECT_NEAR(ends[1].x, 3.5, 1e-12);
+  EXPECT_NEAR(ends[1].y, 1.0, 1e-12);
+  // Points are not lines.
+  Layer points = WeightedPoints({{0, 0}, {1, 0}, {3, 0}}, {}, DatasetLine);
+  EXPECT_FALSE(measure.MeasureLinearDirectionalMean(points.dataset, points.result, ZoMeasuringInformation(), false));
+  EXPECT_TRUE(HasId(measure, "EEe018"));
+}
+
+// zostat prints one JSON object per group; a failing run leaves no file.
+TEST(SpatialMeasureTest, ZostatGroupsAndFailure) {
+  satest::TempDir dir;
+  std::string out;
+  const std::string zostat = SA_ZOSTAT;
+  ASSERT_EQ(satest::RunCommand(zostat + " mean-center --input " + satest::DataPath("columbus.gpkg") +
+                                   " --case-field CP --stat CRIME:mean --stat POLYID:first --json",
+                               &out),
+            0);
+  EXPECT_EQ(out.rfind("[{\"CP_Group\": 0", 0), 0u) << out;
+  EXPECT_NE(out.find("}, {\"CP_Group\": 1"), std::string::npos) << out;
+  EXPECT_NE(out.find("\"POLYID_First\": 1,"), std::string::npos) << out;
+
+  const std::string file = dir.File("sd.gpkg");
+  EXPECT_EQ(satest::RunCommand(zostat + " standard-distance --quiet --input " + satest::DataPath("ny8.gpkg") +
+                                   " --case-field AREANAME --output " + file,
+                               &out, true),
+            1);
+  EXPECT_NE(out.find("ESa012"), std::string::npos) << out;
+  EXPECT_FALSE(std::filesystem::exists(file));
+}
