@@ -1,4 +1,5 @@
-# Cross-check of zostat's global statistics against R's spdep.
+# Cross-check of zostat against R: the global and local statistics against
+# spdep, the geographic distributions against their definitions in base R.
 #   Rscript crosscheck.R ZOSTAT DATA_DIR
 # For each case the weights are exported from zostat ("weights show"), so
 # both sides use exactly the same neighbours and weights; spdep then computes
@@ -187,6 +188,65 @@ for (case in local_cases) {
   compare_vectors(paste("local I (spdep's n divisor)", label), lm$ALMI_MoranI * n / (n - 1), ml[, "Ii"])
   unlink(out)
 }
+
+# ---- Geographic distributions, recomputed from their definitions in R.
+# zostat prints one JSON object per case group, groups in ascending case
+# value. The ellipse is checked against the eigen decomposition of the
+# weighted covariance matrix rather than the rotation formula zostat uses:
+# its axes are sqrt(2 * eigenvalue) (the definition's factor 2), the first
+# ("SemiMajorAxis") along the principal direction, whose angle
+# counter-clockwise from east is "RotationAngle" (modulo 180).
+json_numbers <- function(json, key) {
+  m <- regmatches(json, gregexpr(paste0('"', key, '": [-+0-9.eE]+'), json))[[1]]
+  as.numeric(sub(".*: ", "", m))
+}
+
+check_distributions <- function(file, case_field, weight_field, points) {
+  input <- file.path(data, file)
+  layer <- sf::st_read(input, quiet = TRUE)
+  xy <- if (points) sf::st_coordinates(layer) else sf::st_coordinates(suppressWarnings(sf::st_centroid(layer)))
+  w <- if (is.null(weight_field)) rep(1, nrow(layer)) else pmax(as.numeric(layer[[weight_field]]), 0)
+  groups <- if (is.null(case_field)) rep(1, nrow(layer)) else layer[[case_field]]
+  opts <- c("--input", input, if (!is.null(case_field)) c("--case-field", case_field),
+            if (!is.null(weight_field)) c("--weight-field", weight_field))
+  label <- paste(c(file, if (!is.null(case_field)) paste("by", case_field),
+                   if (!is.null(weight_field)) paste("weighted by", weight_field)), collapse = " ")
+  mean_json <- run("mean-center", "--json", opts)
+  sd_json <- run("standard-distance", "--json", opts)
+  ell_json <- run("ellipse", "--json", opts)
+  # The mean centre is the result point, printed as "centroid": [x, y].
+  centres <- gsub("\"centroid\": \\[([^,]+), ([^]]+)\\]", "\"cx\": \\1, \"cy\": \\2", mean_json)
+  mx <- my <- sd <- major <- minor <- angle <- c()
+  for (g in sort(unique(groups))) {
+    k <- groups == g
+    wk <- w[k]
+    x <- xy[k, 1]
+    y <- xy[k, 2]
+    mx <- c(mx, sum(wk * x) / sum(wk))
+    my <- c(my, sum(wk * y) / sum(wk))
+    dx <- x - tail(mx, 1)
+    dy <- y - tail(my, 1)
+    sd <- c(sd, sqrt(sum(wk * (dx^2 + dy^2)) / sum(wk)))
+    e <- eigen(matrix(c(sum(wk * dx^2), sum(wk * dx * dy), sum(wk * dx * dy), sum(wk * dy^2)), 2) / sum(wk),
+               symmetric = TRUE)
+    major <- c(major, sqrt(2 * e$values[1]))
+    minor <- c(minor, sqrt(2 * e$values[2]))
+    angle <- c(angle, atan2(e$vectors[2, 1], e$vectors[1, 1]) * 180 / pi)
+  }
+  compare_vectors(paste("mean centre x", label), json_numbers(centres, "cx"), mx)
+  compare_vectors(paste("mean centre y", label), json_numbers(centres, "cy"), my)
+  compare_vectors(paste("standard distance", label), json_numbers(sd_json, "StandardDistance"), sd)
+  compare_vectors(paste("standard distance centre", label), json_numbers(sd_json, "CircleCenterX"), mx)
+  compare_vectors(paste("ellipse first axis", label), json_numbers(ell_json, "SemiMajorAxis"), major)
+  compare_vectors(paste("ellipse second axis", label), json_numbers(ell_json, "SemiMinorAxis"), minor)
+  turn <- (json_numbers(ell_json, "RotationAngle") - angle) %% 180
+  compare_vectors(paste("ellipse angle (mod 180)", label), 180 + pmin(turn, 180 - turn), rep(180, length(angle)))
+}
+
+check_distributions("baltim.gpkg", NULL, NULL, TRUE)
+check_distributions("baltim.gpkg", "NSTOR", "PRICE", TRUE)
+check_distributions("cycle_hire.gpkg", NULL, "nbikes", TRUE)
+check_distributions("columbus.gpkg", "CP", "HOVAL", FALSE)
 
 cat(sprintf("%d passed, %d failed\n", checks - failures, failures))
 quit(status = if (failures == 0) 0 else 1)
