@@ -488,3 +488,18 @@ TEST(SpatialMeasureTest, ZostatGroupsAndFailure) {
   EXPECT_NE(out.find("ESa012"), std::string::npos) << out;
   EXPECT_FALSE(std::filesystem::exists(file));
 }
+
+// Cancelling while the features are gathered fails with "IMb030"; while the
+// central feature is searched, the measure's "ESa016" replaces it.
+TEST(SpatialMeasureTest, Cancellation) {
+  const auto points = satest::RandomPoints(300, 10.0, 5);
+  for (const double stopAt : {20.0, 70.0}) {
+    Layer layer = WeightedPoints(points, {}, DatasetPoint);
+    ZoCallbackProgress progress([&](const ZoProgressState& s) { return s.percent < stopAt; });
+    ZoSpatialMeasure measure;
+    measure.SetProgress(&progress);
+    EXPECT_FALSE(measure.MeasureCentralElement(layer.dataset, layer.result, ZoMeasuringInformation(), true));
+    EXPECT_EQ(measure.GetStrErrorMes(), ZoStringEx::LoadResString(stopAt < 40 ? msg::IMb030 : msg::ESa016));
+    EXPECT_EQ(Rows(layer.result).size(), 0u);
+  }
+}
