@@ -503,3 +503,38 @@ TEST(SpatialMeasureTest, Cancellation) {
     EXPECT_EQ(Rows(layer.result).size(), 0u);
   }
 }
+
+// Inputs with no or one record: the ungrouped mean centre still writes its
+// point at (0, 0), the central feature writes nothing, the standard distance
+// and the directional mean refuse; a grouped run over one record writes its
+// raw values, a Median included.
+TEST(SpatialMeasureTest, EmptyAndSingleRecordInputs) {
+  Layer empty = WeightedPoints({}, {}, DatasetPoint);
+  ZoSpatialMeasure measure;
+  ASSERT_TRUE(measure.MeasureMeanCenter(empty.dataset, empty.result, ZoMeasuringInformation(), false));
+  const auto rows = Rows(empty.result);
+  ASSERT_EQ(rows.size(), 1u);
+  EXPECT_EQ(Centroid(rows[0].geometry), (LUMA::LumaPoint2D{0, 0}));
+  ZoSpatialMeasure copy = measure;
+  Layer none = WeightedPoints({}, {}, DatasetPoint);
+  EXPECT_TRUE(copy.MeasureCentralElement(none.dataset, none.result, ZoMeasuringInformation(), false));
+  EXPECT_TRUE(Rows(none.result).empty());
+  Layer region = WeightedPoints({}, {}, DatasetRegion);
+  EXPECT_FALSE(copy.MeasureStandardDistance(region.dataset, region.result, ZoMeasuringInformation(), false));
+  EXPECT_TRUE(HasId(copy, "ESa013"));
+  Layer lines = MakeLayer(DatasetLine, {}, {}, DatasetLine);
+  EXPECT_FALSE(copy.MeasureLinearDirectionalMean(lines.dataset, lines.result, ZoMeasuringInformation(), false));
+  EXPECT_TRUE(HasId(copy, "ESa067"));
+
+  Layer one = WeightedPoints({{3, 4}}, {2.5}, DatasetPoint);
+  ZoMeasuringInformation info;
+  info.CaseField = "W";
+  info.StatisticsFields = {"W", "W"};
+  info.StatisticsTypes = {StatisticsMedian, StatisticsMean};
+  ASSERT_TRUE(measure.MeasureMedianCenter(one.dataset, one.result, info, false));
+  const Row row = Rows(one.result)[0];
+  EXPECT_EQ(Centroid(row.geometry), (LUMA::LumaPoint2D{3, 4}));
+  EXPECT_DOUBLE_EQ(row["W_Group"].ToDouble(), 2.5);
+  EXPECT_DOUBLE_EQ(row["W_Median"].ToDouble(), 2.5);
+  EXPECT_DOUBLE_EQ(row["W_Mean"].ToDouble(), 2.5);
+}
