@@ -20,10 +20,11 @@ Command HotSpotCommand();
 Command ClusterOutlierCommand();
 Command WeightsToTableCommand();
 Command WeightsDumpCommand();
+Command MapCommand();
 
 const std::vector<Command>& Commands() {
   static const std::vector<Command> commands = {InfoCommand(), AnnCommand(), MoranCommand(), GeneralGCommand(), HotSpotCommand(), ClusterOutlierCommand(), WeightsShowCommand(), WeightsBuildCommand(),
-                                                 WeightsToTableCommand(), WeightsDumpCommand()};
+                                                 WeightsToTableCommand(), WeightsDumpCommand(), MapCommand()};
   return commands;
 }
 }  // namespace zostat

@@ -1,0 +1,44 @@
+"""Progress reporting: a tqdm bar when tqdm is installed, silence otherwise,
+or the caller's own callable(percent, title, message)."""
+import contextlib
+
+try:
+    from tqdm.auto import tqdm as _tqdm
+except ImportError:  # tqdm is optional
+    _tqdm = None
+
+
+class _TqdmBar:
+    def __init__(self):
+        self._bar = None
+        self._title = None
+
+    def __call__(self, percent, title, message):
+        if self._bar is None or title != self._title:
+            self.close()
+            self._title = title
+            self._bar = _tqdm(total=100, desc=title or None, unit="%", leave=False,
+                              bar_format="{desc}: {percentage:3.0f}%|{bar}| {elapsed}")
+        self._bar.n = min(max(percent, 0.0), 100.0)
+        self._bar.refresh()
+
+    def close(self):
+        if self._bar is not None:
+            self._bar.close()
+            self._bar = None
+
+
+@contextlib.contextmanager
+def reporter(progress):
+    """What the compiled layer calls while an analysis runs: None (the run is
+    still polled for Ctrl-C), a tqdm bar, or the caller's callable."""
+    if callable(progress):
+        yield progress
+    elif progress and _tqdm is not None:
+        bar = _TqdmBar()
+        try:
+            yield bar
+        finally:
+            bar.close()
+    else:
+        yield None
