@@ -7,6 +7,7 @@
 #include <pybind11/stl.h>
 
 #include <chrono>
+#include <cmath>
 #include <cstdio>
 #include <filesystem>
 #include <memory>
@@ -41,9 +42,16 @@ std::string Text(const char* id, const std::string& detail = "") {
   return detail.empty() ? text : text + " (" + detail + ")";
 }
 
-// Reports to a Python callable(percent, title, message) at most every 50 ms
-// (and on every new title), and polls Python's signals there, so Ctrl-C
-// cancels the run. The analysis runs without the GIL; the callback takes it.
+// A progress text without its leading "[IMb336] ".
+std::string WithoutId(const std::string& text) {
+  const auto close = text.find("] ");
+  return !text.empty() && text[0] == '[' && close != std::string::npos && close <= 8 ? text.substr(close + 2) : text;
+}
+
+// Reports to a Python callable(percent, title, message) on every new title
+// and every whole percent, and polls Python's signals at most every 20 ms, so
+// Ctrl-C cancels the run. The analysis runs without the GIL; the callback
+// takes it.
 class PythonProgress : public ZOC::ZoProgressBase {
  public:
   explicit PythonProgress(py::object callback) : m_callback(std::move(callback)) {}
@@ -59,24 +67,33 @@ class PythonProgress : public ZOC::ZoProgressBase {
   }
   // The last report at 100%, so a progress bar ends full.
   void Finish() {
-    if (!m_callback.is_none()) m_callback(100.0, m_title, "");
+    if (!m_callback.is_none()) m_callback(100.0, WithoutId(m_title), "");
   }
 
  protected:
-  void OnChange(const ZOC::ZoProgressState& state) override { Report(state, state.title != m_title); }
-  bool PollCancel() override { return !Report(State(), false); }
+  void OnChange(const ZOC::ZoProgressState& state) override { Report(state); }
+  bool PollCancel() override { return !Report(State()); }
 
  private:
-  bool Report(const ZOC::ZoProgressState& state, bool force) {
+  bool Report(const ZOC::ZoProgressState& state) {
     if (m_pending) return false;
     const auto now = std::chrono::steady_clock::now();
-    if (!force && now - m_last < std::chrono::milliseconds(50)) return true;
-    m_last = now;
+    const bool poll = now - m_lastPoll >= std::chrono::milliseconds(20);
+    const bool report = !m_reported || state.title != m_title || std::abs(state.percent - m_percent) >= 1.0;
+    if (!poll && !report) return true;
     py::gil_scoped_acquire gil;
     try {
-      if (PyErr_CheckSignals() != 0) throw py::error_already_set();
-      m_title = state.title;
-      if (!m_callback.is_none()) m_callback(state.percent, state.title, state.message);
+      if (poll) {
+        m_lastPoll = now;
+        if (PyErr_CheckSignals() != 0) throw py::error_already_set();
+      }
+      if (report) {
+        m_reported = true;
+        m_title = state.title;
+        m_percent = state.percent;
+        if (!m_callback.is_none() && !state.title.empty())
+          m_callback(state.percent, WithoutId(state.title), WithoutId(state.message));
+      }
       return true;
     } catch (py::error_already_set& error) {
       m_pending = std::make_unique<py::error_already_set>(std::move(error));
@@ -87,9 +104,36 @@ class PythonProgress : public ZOC::ZoProgressBase {
 
   py::object m_callback;
   std::string m_title;
-  std::chrono::steady_clock::time_point m_last{};
+  double m_percent = 0.0;
+  bool m_reported = false;
+  std::chrono::steady_clock::time_point m_lastPoll{};
   std::unique_ptr<py::error_already_set> m_pending;
 };
+
+// The analysis classes make their own progress objects through the host's
+// factory; while a call runs on this thread they forward to its Python
+// progress. The factory is installed once, when the module loads.
+thread_local PythonProgress* t_current = nullptr;
+
+class Forwarder : public ZOC::ZoProgress {
+ public:
+  explicit Forwarder(ZOC::ZoProgress* target) : m_target(target) {}
+  void SetBothPosRange(int low, int high) override { m_target->SetBothPosRange(low, high); }
+  void SetTitleMessage(const LUMA::LumaUnicodeString& title) override { m_target->SetTitleMessage(title); }
+  void SetMessage(const LUMA::LumaUnicodeString& message) override { m_target->SetMessage(message); }
+  void SetProgressPos(int pos) override { m_target->SetProgressPos(pos); }
+  bool IsCanceled() override { return m_target->IsCanceled(); }
+
+ private:
+  ZOC::ZoProgress* m_target;
+};
+
+void InstallProgressFactory() {
+  ZOC::ZoProgress::SetFactory([]() -> std::unique_ptr<ZOC::ZoProgress> {
+    if (t_current) return std::make_unique<Forwarder>(t_current);
+    return std::make_unique<ZOC::ZoTerminalProgress>();
+  });
+}
 
 // Runs one library call without the GIL under a Python progress object.
 template <class Call>
@@ -99,7 +143,9 @@ bool RunWithProgress(ZOC::ZoAnalysisFrame& analysis, const py::object& callback,
   bool ok;
   {
     py::gil_scoped_release release;
+    t_current = &progress;
     ok = call();
+    t_current = nullptr;
   }
   analysis.SetProgress(nullptr);
   progress.RaisePending();
@@ -324,6 +370,7 @@ void BindPatternsInformation(py::module_& m) {
 PYBIND11_MODULE(_core, m) {
   m.doc() = "Compiled layer of statisticsanalyst; use the package's functions instead.";
   py::register_exception<LibraryError>(m, "LibraryError", PyExc_RuntimeError);
+  InstallProgressFactory();
   BindPatternsInformation(m);
   m.def(
       "moran",

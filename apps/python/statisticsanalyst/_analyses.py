@@ -35,7 +35,7 @@ def _statistic(function, result_class, data, layer, info, progress):
         return result_class(*_call(function, path, name, info, progress=progress))
 
 
-def _layer(function, data, layer, output, output_layer, overwrite, suffix, map_field, progress, *arguments):
+def _layer(function, data, layer, output, output_layer, overwrite, suffix, map_view, progress, *arguments):
     """Runs `function(path, layer, out_path, out_layer, overwrite, *arguments,
     progress)` and reads the result layer back."""
     with _io.scratch() as folder, _io.input_layer(data, layer, folder) as (path, name):
@@ -43,9 +43,15 @@ def _layer(function, data, layer, output, output_layer, overwrite, suffix, map_f
         out_layer = output_layer or _io.default_layer_name(data, layer, suffix)
         _call(function, path, name, out_path, out_layer, bool(overwrite), *arguments, progress=progress)
         frame = _io.read_layer(out_path, out_layer)
-    if _io.is_frame(data) and len(frame) == len(data) and getattr(arguments[0], "conceptualization", 0) != 8:
-        frame.index = data.index  # rows keep the input's order unless a weights file reorders them
-    return ResultFrame.wrap(frame, map_field)
+    if _io.is_frame(data) and _io.is_frame(frame):
+        # The same geometries, in the caller's coordinate system.
+        if data.crs is not None:
+            frame = frame.set_crs(data.crs, allow_override=True)
+        else:
+            frame.crs = None
+        if len(frame) == len(data) and getattr(arguments[0], "conceptualization", 0) != 8:
+            frame.index = data.index  # rows keep the input's order unless a weights file reorders them
+    return ResultFrame.wrap(frame, *map_view)
 
 
 def moran(data, field, *, layer=None, progress=True, **weights):
@@ -81,8 +87,8 @@ def hotspot(data, field, *, layer=None, self_weight_field=None, fdr=False, outpu
     "Gi_Pvalue" and the confidence bin "Gi_ConfInvl" (-3..3) per feature.
     With `output` the result layer is also kept in that datasource."""
     info = _weights(field, weights, self_weight_field=self_weight_field, fdr=fdr)
-    return _layer(_core.hotspot, data, layer, output, output_layer, overwrite, "_hotspots", "Gi_ConfInvl",
-                  progress, info)
+    return _layer(_core.hotspot, data, layer, output, output_layer, overwrite, "_hotspots",
+                  ("Gi_ConfInvl", f"Hot spots of {field}"), progress, info)
 
 
 def cluster_outlier(data, field, *, layer=None, fdr=False, output=None, output_layer=None, overwrite=False,
@@ -90,8 +96,8 @@ def cluster_outlier(data, field, *, layer=None, fdr=False, output=None, output_l
     """Cluster and outlier analysis (Anselin local Moran's I): "ALMI_MoranI",
     "ALMI_Zscore", "ALMI_Pvalue" and "ALMI_Type" (HH, LL, HL, LH or empty)."""
     info = _weights(field, weights, fdr=fdr)
-    return _layer(_core.cluster_outlier, data, layer, output, output_layer, overwrite, "_clusters", "ALMI_Type",
-                  progress, info)
+    return _layer(_core.cluster_outlier, data, layer, output, output_layer, overwrite, "_clusters",
+                  ("ALMI_Type", f"Clusters and outliers of {field}"), progress, info)
 
 
 def weights_build(data, id_field, output, *, layer=None, text=False, flag_matrix=None, progress=True, **weights):
@@ -139,27 +145,30 @@ def _frame_class():
     class ResultFrame(base):
         """A GeoDataFrame of per-feature results whose plot() draws the
         analysis's map (see statisticsanalyst.plot_map)."""
-        _metadata = list(base._metadata) + ["map_field"]
+        _metadata = list(base._metadata) + ["map_field", "map_title"]
 
         @classmethod
-        def wrap(cls, frame, map_field):
+        def wrap(cls, frame, map_field, map_title):
             if not isinstance(frame, base):
-                return frame
+                return _PlainFrame.wrap(frame, map_field, map_title)
             result = cls(frame)
-            result.map_field = map_field
+            result.map_field, result.map_title = map_field, map_title
             return result
 
-        def plot(self, field=None, **kwargs):
+        def plot(self, field=None, *, title=None, **kwargs):
+            """The analysis's map (or `field`'s); keywords as for plot_map."""
             from ._plot import plot_map
-            return plot_map(self, field or getattr(self, "map_field", None), **kwargs)
+            if field is None:
+                field, title = getattr(self, "map_field", None), title or getattr(self, "map_title", None)
+            return plot_map(self, field, title=title, **kwargs)
 
     return ResultFrame
 
 
 class _PlainFrame:
     @staticmethod
-    def wrap(frame, map_field):
-        frame.attrs["map_field"] = map_field
+    def wrap(frame, map_field, map_title):
+        frame.attrs.update(map_field=map_field, map_title=map_title)
         return frame
 
 

@@ -66,7 +66,7 @@ def _scale_bar(ax, frame):
     label = (f"{length / 1000:g} km" if metres and length >= 1000 else f"{length:g} {'m' if metres else unit}")
     x0, y0 = xmin, ymin - 0.06 * (ymax - ymin)
     ax.plot([x0, x0 + length], [y0, y0], color="black", linewidth=3, solid_capstyle="butt")
-    ax.text(x0 + length / 2, y0, label, ha="center", va="bottom", fontsize=8)
+    ax.text(x0 + length / 2, y0 + 0.015 * (ymax - ymin), label, ha="center", va="bottom", fontsize=8)
     ax.annotate("N", xy=(0.96, 0.97), xytext=(0.96, 0.87), xycoords="axes fraction", ha="center", va="center",
                 fontsize=10, fontweight="bold", arrowprops=dict(facecolor="black", width=3, headwidth=9))
 
@@ -80,8 +80,11 @@ def plot_map(frame, field, *, ax=None, title=None, file=None):
     from matplotlib.lines import Line2D
     from matplotlib.patches import Patch
 
+    import geopandas as gpd
+
     if field is None or field not in frame:
         raise ValueError(f"the frame has no field {field!r} to map")
+    frame = gpd.GeoDataFrame(frame)  # GeoPandas' own plot, not a result frame's map
     if ax is None:
         _, ax = plt.subplots(figsize=(8, 6.5))
     points = frame.geom_type.isin(["Point", "MultiPoint"]).all()
