@@ -9,16 +9,17 @@ except ImportError:  # tqdm is optional
 
 
 class _TqdmBar:
+    """One bar over the whole run (the library reports overall percentages);
+    its description follows the stage under way."""
+
     def __init__(self):
         self._bar = None
-        self._title = None
 
     def __call__(self, percent, title, message):
-        if self._bar is None or title != self._title:
-            self.close()
-            self._title = title
-            self._bar = _tqdm(total=100, desc=title or None, unit="%", leave=False,
-                              bar_format="{desc}: {percentage:3.0f}%|{bar}| {elapsed}")
+        if self._bar is None:
+            self._bar = _tqdm(total=100, leave=False, bar_format="{desc}: {percentage:3.0f}%|{bar}| {elapsed}")
+        if title != self._bar.desc:
+            self._bar.set_description_str(title, refresh=False)
         self._bar.n = min(max(percent, 0.0), 100.0)
         self._bar.refresh()
 
