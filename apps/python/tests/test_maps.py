@@ -80,3 +80,18 @@ def test_result_plot_draws_the_legend(tmp_path):
     assert {colour for _, _, colour in CLUSTER_TYPES} <= png_colours(tmp_path / "c.png")
     ax = result.plot("ALMI_Zscore", file=tmp_path / "z.svg")
     assert ax.get_legend() is None and (tmp_path / "z.svg").stat().st_size > 0
+
+
+def test_cluster_ids_get_categories_and_grey_noise(tmp_path):
+    import geopandas as gpd
+    from statisticsanalyst._plot import CATEGORICAL, NOISE
+    frame = gpd.read_file(data("baltim.gpkg"))[["geometry"]]
+    frame["Cluster_ID"] = [-1 if i % 5 == 0 else i % 3 for i in range(len(frame))]
+    frame.to_file(tmp_path / "clusters.gpkg", driver="GPKG")
+    zostat("map", "--input", tmp_path / "clusters.gpkg", "--field", "Cluster_ID", "--output", tmp_path / "c.svg",
+           "--quiet")
+    root, fills = svg_fills(tmp_path / "c.svg")
+    assert set(CATEGORICAL[:3]) | {NOISE} <= fills
+    assert [t.text for t in root.iter(SVG + "text")][-4:] == ["0", "1", "2", "Noise"]
+    ax = sa.plot_map(frame, "Cluster_ID")
+    assert [t.get_text() for t in ax.get_legend().get_texts()] == ["0", "1", "2", "Noise"]
