@@ -139,15 +139,17 @@ void InstallProgressFactory() {
 template <class Call>
 bool RunWithProgress(ZOC::ZoAnalysisFrame& analysis, const py::object& callback, Call&& call) {
   PythonProgress progress(callback);
-  analysis.SetProgress(&progress);
+  struct Attach {  // detached on every exit
+    ZOC::ZoAnalysisFrame& analysis;
+    Attach(ZOC::ZoAnalysisFrame& a, PythonProgress* p) : analysis(a) { analysis.SetProgress(p), t_current = p; }
+    ~Attach() { analysis.SetProgress(nullptr), t_current = nullptr; }
+  };
   bool ok;
   {
+    Attach attach(analysis, &progress);
     py::gil_scoped_release release;
-    t_current = &progress;
     ok = call();
-    t_current = nullptr;
   }
-  analysis.SetProgress(nullptr);
   progress.RaisePending();
   if (ok) progress.Finish();
   return ok;
