@@ -6,6 +6,7 @@ binding in core.cpp plus a few lines here:
 * ``_layer``: an analysis that writes a result layer, read back as a frame
   that knows which field its map shows.
 """
+import contextlib
 import os
 
 from . import _core, _io
@@ -15,12 +16,17 @@ from ._results import AnnResult, GeneralGResult, MoranResult
 from ._weights import WEIGHTS_KEYWORDS, distance_method_code, patterns_information
 
 
+@contextlib.contextmanager
+def _library_errors():
+    try:
+        yield
+    except _core.LibraryError as error:
+        raise StatisticsAnalystError(str(error)) from None
+
+
 def _call(function, *args, progress):
-    with reporter(progress) as report:
-        try:
-            return function(*args, report)
-        except _core.LibraryError as error:
-            raise StatisticsAnalystError(str(error)) from None
+    with reporter(progress) as report, _library_errors():
+        return function(*args, report)
 
 
 def _weights(field, weights, **extra):
@@ -40,7 +46,8 @@ def _layer(function, data, layer, output, output_layer, overwrite, suffix, map_v
     progress)` and reads the result layer back."""
     with _io.scratch() as folder, _io.input_layer(data, layer, folder) as (path, name):
         out_path = os.fspath(output) if output is not None else os.path.join(folder, "result.gpkg")
-        out_layer = output_layer or _io.default_layer_name(data, layer, suffix)
+        with _library_errors():
+            out_layer = output_layer or _io.default_layer_name(data, layer, suffix)
         _call(function, path, name, out_path, out_layer, bool(overwrite), *arguments, progress=progress)
         frame = _io.read_layer(out_path, out_layer)
     if _io.is_frame(data) and _io.is_frame(frame):
@@ -131,10 +138,8 @@ def weights_to_table(weights, *, text=False, output=None, output_layer=None, ove
 
 def weights_dump(weights, *, text=False):
     """The library's diagnostic dump of a weights file, as a string."""
-    try:
+    with _library_errors():
         return _core.weights_dump(os.fspath(weights), bool(text))
-    except _core.LibraryError as error:
-        raise StatisticsAnalystError(str(error)) from None
 
 
 def _frame_class():

@@ -117,6 +117,7 @@ def test_weights_files_equal_the_cli(tmp_path):
     (lambda: sa.moran(data("columbus.gpkg"), "CRIME", conceptualization="k-nearest", k=49), ["ESa042"]),
     (lambda: sa.general_g(data("columbus.gpkg"), "CRIME", conceptualization="weights-file"), ["ESa076"]),
     (lambda: sa.ann(data("missing.gpkg")), ["EUp001"]),
+    (lambda: sa.cluster_outlier(data("missing.gpkg"), "CRIME"), ["EUp001"]),
     (lambda: sa.hotspot(data("columbus.gpkg"), "CRIME", layer="nope"), ["EUp002"]),
     (lambda: sa.weights_dump(data("missing.swmb")), ["ESa049"]),
 ])
