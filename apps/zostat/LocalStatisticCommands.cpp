@@ -10,6 +10,10 @@
 
 namespace zostat {
 
+// Draws the result's map when --map FILE is given (MapCommand.cpp).
+void WriteRequestedMap(const Options& options, ZOC::ZoDatasetVector* result, const std::string& field,
+                       const std::string& title);
+
 namespace {
 
 // How many result features hold each value of a field.
@@ -57,6 +61,7 @@ int RunHotSpot(const Options& options) {
   ZOC::ZoClusteringDistributions clustering;
   if (!clustering.HotSpotAnalyst(input.dataset, out.dataset(), info, !options.Has("json")))
     throw Failure(clustering.GetStrErrorMes().Str());
+  WriteRequestedMap(options, out.dataset(), "Gi_ConfInvl", "Hot spots of " + info.FieldName.Str());
   out.Keep();
   PrintSummary(options, out, "bins", {"-3", "-2", "-1", "0", "1", "2", "3"}, Tally(out.dataset(), "Gi_ConfInvl"),
                {{"-3", "cold spot, 99% confidence"}, {"-2", "cold spot, 95% confidence"},
@@ -75,6 +80,7 @@ int RunClusterOutlier(const Options& options) {
   ZOC::ZoClusteringDistributions clustering;
   if (!clustering.ClusterOutlier(input.dataset, out.dataset(), info, !options.Has("json")))
     throw Failure(clustering.GetStrErrorMes().Str());
+  WriteRequestedMap(options, out.dataset(), "ALMI_Type", "Clusters and outliers of " + info.FieldName.Str());
   out.Keep();
   PrintSummary(options, out, "types", {"HH", "LL", "HL", "LH", ""}, Tally(out.dataset(), "ALMI_Type"),
                {{"HH", "high values among high neighbours (cluster)"},
@@ -91,6 +97,7 @@ std::vector<OptionSpec> LocalOptions(bool selfWeight, const std::string& layerHe
   for (auto& o : OutputOptions(layerHelp)) options.push_back(o);
   if (selfWeight) options.push_back({"self-weight-field", true, "numeric field with each feature's self weight"});
   options.push_back({"fdr", false, "correct the confidence for the false discovery rate"});
+  options.push_back({"map", true, "also draw the result as a map (.svg or .png)"});
   for (auto& o : WeightsOptions()) options.push_back(o);
   for (auto& o : CommonOptions()) options.push_back(o);
   return options;
@@ -101,13 +108,13 @@ std::vector<OptionSpec> LocalOptions(bool selfWeight, const std::string& layerHe
 Command HotSpotCommand() {
   return {"hotspot", "hot spot analysis (Getis-Ord Gi*): z-score, p-value and confidence bin per feature",
           "--input PATH --field F --output OUT [--output-layer L] [--self-weight-field S] [--fdr] "
-          "[weights options] [--json]",
+          "[weights options] [--map FILE] [--json]",
           LocalOptions(true, "name of the result layer (default: the input layer's name + _hotspots)"), RunHotSpot};
 }
 
 Command ClusterOutlierCommand() {
   return {"cluster-outlier", "cluster and outlier analysis (Anselin local Moran's I) per feature",
-          "--input PATH --field F --output OUT [--output-layer L] [--fdr] [weights options] [--json]",
+          "--input PATH --field F --output OUT [--output-layer L] [--fdr] [weights options] [--map FILE] [--json]",
           LocalOptions(false, "name of the result layer (default: the input layer's name + _clusters)"),
           RunClusterOutlier};
 }

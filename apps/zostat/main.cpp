@@ -26,12 +26,14 @@ Command CentralFeatureCommand();
 Command StandardDistanceCommand();
 Command EllipseCommand();
 Command DirectionalMeanCommand();
+Command MapCommand();
 
 const std::vector<Command>& Commands() {
-  static const std::vector<Command> commands = {InfoCommand(), AnnCommand(), MoranCommand(), GeneralGCommand(), HotSpotCommand(), ClusterOutlierCommand(), WeightsShowCommand(), WeightsBuildCommand(),
-                                                 WeightsToTableCommand(), WeightsDumpCommand(), MeanCenterCommand(),
-                                                 MedianCenterCommand(), CentralFeatureCommand(), StandardDistanceCommand(),
-                                                 EllipseCommand(), DirectionalMeanCommand()};
+  static const std::vector<Command> commands = {
+      InfoCommand(), AnnCommand(), MoranCommand(), GeneralGCommand(), HotSpotCommand(), ClusterOutlierCommand(),
+      WeightsShowCommand(), WeightsBuildCommand(), WeightsToTableCommand(), WeightsDumpCommand(), MeanCenterCommand(),
+      MedianCenterCommand(), CentralFeatureCommand(), StandardDistanceCommand(), EllipseCommand(),
+      DirectionalMeanCommand(), MapCommand()};
   return commands;
 }
 }  // namespace zostat

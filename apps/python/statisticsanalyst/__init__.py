@@ -1,0 +1,27 @@
+"""statisticsanalyst: spatial statistics over vector datasets.
+
+Every analysis takes a path (with ``layer=``) or a GeoDataFrame. Weights are
+keyword arguments named like zostat's options::
+
+    import statisticsanalyst as sa
+    sa.moran("data/columbus.gpkg", "CRIME", conceptualization="contiguity-edges-corners",
+             row_standardize=True).to_dict()
+    hot = sa.hotspot(frame, "PRICE", conceptualization="k-nearest", k=6)
+    hot.plot(file="hotspots.png")
+
+Global statistics return small result objects (attributes and ``to_dict()``);
+per-feature analyses return a GeoDataFrame (a pandas DataFrame without
+GeoPandas). Failures raise StatisticsAnalystError with the message
+identifiers in ``.ids``. Progress shows through tqdm when it is installed
+(``progress=False`` silences it, a callable(percent, title, message) takes
+it); Ctrl-C cancels a run and raises KeyboardInterrupt.
+"""
+from ._analyses import (ResultFrame, ann, cluster_outlier, general_g, hotspot, moran, weights_build,
+                        weights_dump, weights_to_table)
+from ._errors import StatisticsAnalystError
+from ._plot import plot_map
+from ._results import AnnResult, GeneralGResult, MoranResult
+
+__all__ = ["AnnResult", "GeneralGResult", "MoranResult", "ResultFrame", "StatisticsAnalystError", "ann",
+           "cluster_outlier", "general_g", "hotspot", "moran", "plot_map", "weights_build", "weights_dump",
+           "weights_to_table"]

@@ -1,0 +1,18 @@
+"""The exception every failed analysis raises."""
+import re
+
+# "[ESa014] At least 4 records ..." : identifiers open each message line.
+_ID = re.compile(r"\[([A-Z]{2}[a-z][0-9]{3,4})\]")
+
+
+class StatisticsAnalystError(RuntimeError):
+    """An analysis failed. ``ids`` lists the message identifiers in the order
+    the library raised them (``"ESa014"``, ...); ``str(error)`` is the text."""
+
+    def __init__(self, text):
+        super().__init__(text)
+        self.text = text
+        self.ids = _ID.findall(text)
+
+    def __repr__(self):
+        return f"StatisticsAnalystError(ids={self.ids!r})"

@@ -1,0 +1,126 @@
+"""Maps of result layers through matplotlib: the same colour schemes, legend,
+title, scale bar and north arrow as ``zostat map``."""
+import math
+
+import pandas as pd
+
+# Confidence bins of the hot spot analysis: blues for cold, reds for hot.
+HOTSPOT_BINS = [
+    (-3, "Cold spot - 99% confidence", "#2166ac"),
+    (-2, "Cold spot - 95% confidence", "#67a9cf"),
+    (-1, "Cold spot - 90% confidence", "#d1e5f0"),
+    (0, "Not significant", "#e0e0e0"),
+    (1, "Hot spot - 90% confidence", "#fddbc7"),
+    (2, "Hot spot - 95% confidence", "#ef8a62"),
+    (3, "Hot spot - 99% confidence", "#b2182b"),
+]
+CLUSTER_TYPES = [
+    ("HH", "High-high cluster", "#d7191c"),
+    ("LL", "Low-low cluster", "#2c7bb6"),
+    ("HL", "High-low outlier", "#fdae61"),
+    ("LH", "Low-high outlier", "#abd9e9"),
+    ("", "Not significant", "#d9d9d9"),
+]
+CATEGORICAL = ["#1f77b4", "#ff7f0e", "#2ca02c", "#d62728", "#9467bd", "#8c564b", "#e377c2", "#bcbd22",
+               "#17becf", "#aec7e8", "#ffbb78", "#98df8a"]
+NOISE = "#bdbdbd"
+RAMP = ["#440154", "#3b528b", "#21918c", "#5ec962", "#fde725"]
+MAX_LEGEND_CLASSES = 12
+
+
+def classes(field, values):
+    """[(value, label, colour)] for a classified field, or None for a
+    continuous one (numbers that are not bins, types or cluster ids)."""
+    name = field.lower()
+    if name.endswith("_confinvl"):
+        return HOTSPOT_BINS
+    if name == "almi_type":
+        return CLUSTER_TYPES
+    present = sorted(v for v in pd.unique(values) if not _missing(v))
+    numeric = pd.api.types.is_numeric_dtype(values)
+    if name.endswith("cluster_id") or not numeric:
+        ordered = [v for v in present if v != -1]
+        entries = [(v, str(v), CATEGORICAL[i % len(CATEGORICAL)]) for i, v in enumerate(ordered)]
+        if -1 in present:
+            entries.append((-1, "Noise", NOISE))
+        return entries
+    return None
+
+
+def _missing(value):
+    return value is None or (isinstance(value, float) and math.isnan(value))
+
+
+def _nice_length(span):
+    """A round bar length near a fifth of the map's width."""
+    target = span / 5.0
+    power = 10 ** math.floor(math.log10(target))
+    return max(m * power for m in (1, 2, 5) if m * power <= target)
+
+
+def _scale_bar(ax, frame):
+    xmin, ymin, xmax, ymax = frame.total_bounds
+    length = _nice_length(xmax - xmin)
+    unit = frame.crs.axis_info[0].unit_name if frame.crs.axis_info else "metre"
+    metres = unit in ("metre", "meter")
+    label = (f"{length / 1000:g} km" if metres and length >= 1000 else f"{length:g} {'m' if metres else unit}")
+    x0, y0 = xmin, ymin - 0.06 * (ymax - ymin)
+    ax.plot([x0, x0 + length], [y0, y0], color="black", linewidth=3, solid_capstyle="butt")
+    ax.text(x0 + length / 2, y0 + 0.015 * (ymax - ymin), label, ha="center", va="bottom", fontsize=8)
+    ax.annotate("N", xy=(0.96, 0.97), xytext=(0.96, 0.87), xycoords="axes fraction", ha="center", va="center",
+                fontsize=10, fontweight="bold", arrowprops=dict(facecolor="black", width=3, headwidth=9))
+
+
+def plot_map(frame, field, *, ax=None, title=None, file=None):
+    """Draws `field` of a result frame: classes with a legend, or a colour
+    ramp with a colour bar; a scale bar and north arrow for projected data.
+    Returns the Axes; `file` also saves the figure (PNG, SVG, PDF...)."""
+    import matplotlib.pyplot as plt
+    from matplotlib.colors import LinearSegmentedColormap
+    from matplotlib.lines import Line2D
+    from matplotlib.patches import Patch
+
+    import geopandas as gpd
+
+    if field is None or field not in frame:
+        raise ValueError(f"the frame has no field {field!r} to map")
+    frame = gpd.GeoDataFrame(frame)  # GeoPandas' own plot, not a result frame's map
+    if ax is None:
+        _, ax = plt.subplots(figsize=(8, 6.5))
+    points = frame.geom_type.isin(["Point", "MultiPoint"]).all()
+    lines = frame.geom_type.isin(["LineString", "MultiLineString"]).all()
+    style = dict(edgecolor="#555555", linewidth=0.4)
+    if points:
+        style.update(markersize=30)
+    entries = classes(field, frame[field])
+    if entries is None:
+        cmap = LinearSegmentedColormap.from_list("statisticsanalyst", RAMP)
+        frame.plot(column=field, ax=ax, cmap=cmap, legend=True, legend_kwds={"shrink": 0.6, "label": field},
+                   **({} if lines else style))
+    else:
+        values = frame[field].where(frame[field].notna(), "")
+        handles = []
+        for value, label, colour in entries:
+            subset = frame[values == value]
+            if len(subset):
+                if lines:
+                    subset.plot(ax=ax, color=colour, linewidth=1.5)
+                else:
+                    subset.plot(ax=ax, facecolor=colour, **style)
+            if len(handles) < MAX_LEGEND_CLASSES:
+                handles.append(Line2D([], [], marker="o", linestyle="", markerfacecolor=colour,
+                                      markeredgecolor="#555555", markersize=8, label=label) if points
+                               else Patch(facecolor=colour, edgecolor="#555555", label=label))
+        ax.legend(handles=handles, loc="upper left", bbox_to_anchor=(1.01, 1.0), fontsize=8, frameon=False,
+                  title=field, title_fontsize=9)
+    if frame.crs is not None and frame.crs.is_projected:
+        _scale_bar(ax, frame)
+    ax.set_title(title or f"{field}", fontsize=12)
+    ax.set_aspect("equal")
+    ax.set_xticks([])
+    ax.set_yticks([])
+    for spine in ax.spines.values():
+        spine.set_visible(False)
+    if file is not None:
+        ax.figure.savefig(file, dpi=150, bbox_inches="tight")
+    return ax

@@ -1,0 +1,172 @@
+"""The Python functions against the zostat binary on the bundled data."""
+import os
+import signal
+
+import geopandas as gpd
+import pandas as pd
+import pytest
+
+import statisticsanalyst as sa
+from statisticsanalyst import _io
+from conftest import data, zostat
+
+QUEEN = dict(conceptualization="contiguity-edges-corners", row_standardize=True)
+QUEEN_CLI = ["--conceptualization", "contiguity-edges-corners", "--row-standardize"]
+
+
+@pytest.mark.parametrize("function, dataset, field, weights, cli", [
+    (sa.moran, "columbus.gpkg", "CRIME", QUEEN, ["moran", *QUEEN_CLI]),
+    (sa.moran, "ny8.gpkg", "Cases", dict(conceptualization="inverse-distance", distance_band=20000, exponent=2),
+     ["moran", "--distance-band", "20000", "--exponent", "2"]),
+    (sa.general_g, "baltim.gpkg", "PRICE", dict(conceptualization="k-nearest", k=6),
+     ["general-g", "--conceptualization", "k-nearest", "--k", "6"]),
+    (sa.general_g, "baltim.gpkg", "PRICE", dict(distance_method="manhattan"),
+     ["general-g", "--distance-method", "manhattan"]),
+])
+def test_global_statistics_equal_the_cli(function, dataset, field, weights, cli):
+    result = function(data(dataset), field, progress=False, **weights)
+    expected = zostat(*cli, "--input", data(dataset), "--field", field, "--json")
+    assert result.to_dict() == expected
+    assert result.z_score == expected["z_score"]
+
+
+@pytest.mark.parametrize("dataset, options, cli", [
+    ("baltim.gpkg", {}, []),
+    ("cycle_hire.gpkg", {}, []),
+    ("baltim.gpkg", dict(area=250000, distance_method="manhattan"), ["--area", "250000", "--distance-method",
+                                                                     "manhattan"]),
+])
+def test_ann_equals_the_cli(dataset, options, cli):
+    result = sa.ann(data(dataset), progress=False, **options)
+    assert result.to_dict() == zostat("ann", "--input", data(dataset), *cli, "--json")
+
+
+def cli_layer(tmp_path, command, dataset, field, *options):
+    out = tmp_path / f"cli_{command}.gpkg"
+    zostat(command, "--input", data(dataset), "--field", field, "--output", out, "--output-layer", "r", "--quiet",
+           *options)
+    return gpd.read_file(out, layer="r")
+
+
+@pytest.mark.parametrize("function, command, dataset, field, weights, cli", [
+    (sa.hotspot, "hotspot", "baltim.gpkg", "PRICE", dict(conceptualization="k-nearest", k=6),
+     ["--conceptualization", "k-nearest", "--k", "6"]),
+    (sa.hotspot, "hotspot", "ny8.gpkg", "Cases", dict(fdr=True), ["--fdr"]),
+    (sa.cluster_outlier, "cluster-outlier", "columbus.gpkg", "CRIME", QUEEN, QUEEN_CLI),
+])
+def test_local_analyses_equal_the_cli(tmp_path, function, command, dataset, field, weights, cli):
+    kept = tmp_path / "kept.gpkg"
+    result = function(data(dataset), field, output=kept, output_layer="mine", progress=False, **weights)
+    expected = cli_layer(tmp_path, command, dataset, field, *cli)
+    assert isinstance(result, gpd.GeoDataFrame)
+    pd.testing.assert_frame_equal(pd.DataFrame(result.drop(columns="geometry")),
+                                  pd.DataFrame(expected.drop(columns="geometry")))
+    assert result.geometry.to_wkb().equals(expected.geometry.to_wkb())
+    assert len(gpd.read_file(kept, layer="mine")) == len(expected)  # output= keeps the layer
+
+
+def test_geodataframe_input_keeps_rows_and_index():
+    # Shuffled rows under a custom index: each feature's statistics are the
+    # same as from the file, and the result keeps the caller's index.
+    frame = gpd.read_file(data("columbus.gpkg"))
+    frame.index = [f"n{i}" for i in range(len(frame))]
+    shuffled = frame.sample(frac=1.0, random_state=7)
+    from_file = sa.cluster_outlier(data("columbus.gpkg"), "CRIME", progress=False, **QUEEN)
+    from_frame = sa.cluster_outlier(shuffled, "CRIME", progress=False, **QUEEN)
+    assert list(from_frame.index) == list(shuffled.index)
+    assert from_frame.crs == shuffled.crs
+    from_file.index = frame.index
+    columns = ["CRIME", "ALMI_MoranI", "ALMI_Zscore", "ALMI_Pvalue", "ALMI_Type"]
+    pd.testing.assert_frame_equal(pd.DataFrame(from_frame.loc[frame.index, columns]),
+                                  pd.DataFrame(from_file[columns]), rtol=1e-12)
+    assert sa.moran(shuffled, "CRIME", progress=False, **QUEEN).to_dict() == pytest.approx(
+        sa.moran(data("columbus.gpkg"), "CRIME", progress=False, **QUEEN).to_dict(), rel=1e-12)
+
+
+def test_without_geopandas_results_are_dataframes(monkeypatch):
+    monkeypatch.setattr(_io, "gpd", None)
+    result = sa.hotspot(data("baltim.gpkg"), "PRICE", conceptualization="k-nearest", k=6, progress=False)
+    assert type(result) is pd.DataFrame
+    assert list(result.columns) == ["PRICE", "Gi_Zscore", "Gi_Pvalue", "Gi_ConfInvl"]
+    assert result.attrs["map_field"] == "Gi_ConfInvl"
+
+
+def test_weights_files_equal_the_cli(tmp_path):
+    binary, text = tmp_path / "q.swmb", tmp_path / "qt.swmb"
+    sa.weights_build(data("columbus.gpkg"), "POLYID", binary, progress=False, **QUEEN)
+    sa.weights_build(data("columbus.gpkg"), "POLYID", text, text=True, progress=False, **QUEEN)
+    cli_binary = tmp_path / "cli.swmb"
+    zostat("weights", "build", "--input", data("columbus.gpkg"), "--id-field", "POLYID", "--output", cli_binary,
+           "--quiet", *QUEEN_CLI)
+    assert binary.read_bytes() == cli_binary.read_bytes()
+    assert sa.weights_dump(binary) == zostat("weights", "dump", "--weights", binary).stdout
+    assert sa.weights_dump(text, text=True) == zostat("weights", "dump", "--weights", text, "--text").stdout
+
+    table = sa.weights_to_table(binary, progress=False)
+    zostat("weights", "to-table", "--weights", binary, "--output", tmp_path / "t.gpkg", "--quiet")
+    cli_table = pd.DataFrame(gpd.read_file(tmp_path / "t.gpkg", layer="q")).drop(columns="geometry")
+    pd.testing.assert_frame_equal(table, cli_table)
+    assert table.groupby("UniqueID")["Weight"].sum().round(12).eq(1.0).all()  # row-standardized
+    # The file drives the statistic exactly like the weights it was built from.
+    assert sa.moran(data("columbus.gpkg"), "CRIME", weights_file=binary, progress=False).to_dict() == \
+        pytest.approx(sa.moran(data("columbus.gpkg"), "CRIME", progress=False, **QUEEN).to_dict(), rel=1e-12)
+
+
+@pytest.mark.parametrize("call, ids", [
+    (lambda: sa.moran(data("columbus.gpkg"), "NO_SUCH_FIELD"), ["ECd001"]),
+    (lambda: sa.moran(data("columbus.gpkg"), "CRIME", conceptualization="k-nearest", k=49), ["ESa042"]),
+    (lambda: sa.general_g(data("columbus.gpkg"), "CRIME", conceptualization="weights-file"), ["ESa076"]),
+    (lambda: sa.ann(data("missing.gpkg")), ["EUp001"]),
+    (lambda: sa.cluster_outlier(data("missing.gpkg"), "CRIME"), ["EUp001"]),
+    (lambda: sa.hotspot(data("columbus.gpkg"), "CRIME", layer="nope"), ["EUp002"]),
+    (lambda: sa.weights_dump(data("missing.swmb")), ["ESa049"]),
+])
+def test_failures_raise_with_identifiers(call, ids):
+    with pytest.raises(sa.StatisticsAnalystError) as caught:
+        call()
+    assert caught.value.ids[:len(ids)] == ids
+    assert str(caught.value).startswith(f"[{ids[0]}] ")
+
+
+def test_mistakes_in_the_call_are_python_errors():
+    with pytest.raises(TypeError, match="distance_bnd"):
+        sa.moran(data("columbus.gpkg"), "CRIME", distance_bnd=3)
+    with pytest.raises(ValueError, match="conceptualization"):
+        sa.moran(data("columbus.gpkg"), "CRIME", conceptualization="queen")
+    with pytest.raises(TypeError):
+        sa.moran(42, "CRIME")
+
+
+def test_failed_runs_leave_nothing_behind(tmp_path, private_tmpdir):
+    out = tmp_path / "new.gpkg"
+    with pytest.raises(sa.StatisticsAnalystError):
+        sa.hotspot(data("columbus.gpkg"), "NO_SUCH_FIELD", output=out)
+    assert not out.exists()
+    # An existing layer is refused without overwrite, and the file stays as it was.
+    sa.hotspot(data("columbus.gpkg"), "CRIME", output=out, output_layer="r", progress=False)
+    before = out.read_bytes()
+    with pytest.raises(sa.StatisticsAnalystError) as caught:
+        sa.hotspot(data("columbus.gpkg"), "CRIME", output=out, output_layer="r", progress=False)
+    assert caught.value.ids == ["EUp004"] and out.read_bytes() == before
+    sa.hotspot(data("columbus.gpkg"), "HOVAL", output=out, output_layer="r", overwrite=True, progress=False)
+    assert "HOVAL" in gpd.read_file(out, layer="r")
+    assert os.listdir(private_tmpdir) == []
+
+
+def test_progress_reports_and_ctrl_c_cancels(tmp_path, private_tmpdir):
+    seen = []
+    sa.hotspot(data("ny8.gpkg"), "Cases", progress=lambda p, t, m: seen.append((p, t)))
+    assert seen[-1][0] == 100.0 and len(seen) > 3
+    assert all(title and not title.startswith("[") for _, title in seen)
+
+    def interrupt(percent, title, message):
+        os.kill(os.getpid(), signal.SIGINT)
+
+    out = tmp_path / "cancelled.gpkg"
+    with pytest.raises(KeyboardInterrupt):
+        sa.hotspot(data("cycle_hire.gpkg"), "nbikes", conceptualization="k-nearest", k=5, output=out,
+                   progress=interrupt)
+    with pytest.raises(KeyboardInterrupt):
+        sa.moran(gpd.read_file(data("baltim.gpkg")), "PRICE", progress=interrupt)
+    assert not out.exists()
+    assert os.listdir(private_tmpdir) == []

@@ -1,0 +1,23 @@
+#pragma once
+// Draws one field of a vector layer as a map: features coloured by the
+// field's style, a legend, a title, and for projected data a scale bar and a
+// north arrow. Points are circles, lines polylines, regions filled.
+#include <string>
+
+namespace ZOC {
+class ZoDatasetVector;
+}
+
+namespace zostat::map {
+
+struct MapRequest {
+  std::string field;
+  std::string output;  // .svg or .png
+  std::string title;   // empty: the layer's name and the field
+  int width = 1000, height = 720;
+};
+
+// False with a reason in `error`; nothing is left at `output` then.
+bool RenderMap(ZOC::ZoDatasetVector* dataset, const MapRequest& request, std::string& error);
+
+}  // namespace zostat::map
