@@ -190,7 +190,7 @@ def run_case(row, zostat, data, root):
 # ---------------------------------------------------------------------------
 # Interruption by signals
 
-SIGNAL_POINTS = 200000
+SIGNAL_POINTS = 50000
 
 
 def make_points(folder):
@@ -205,6 +205,7 @@ def make_points(folder):
             fh.write("%.3f,%.3f,%.4f\n" % (rng.uniform(0, 1e5), rng.uniform(0, 1e5), rng.gauss(0, 1)))
     gpkg = os.path.join(folder, "points.gpkg")
     subprocess.run(["ogr2ogr", "-q", "-f", "GPKG", gpkg, csv, "-nln", "points", "-a_srs", "EPSG:32630",
+                    "-gt", "unlimited", "-lco", "SPATIAL_INDEX=NO",
                     "-oo", "X_POSSIBLE_NAMES=x", "-oo", "Y_POSSIBLE_NAMES=y", "-oo", "AUTODETECT_TYPE=YES"],
                    check=True)
     os.remove(csv)
@@ -234,7 +235,7 @@ def run_signal_case(name, sig, json, zostat, data, root, points):
     shutil.copy(os.path.join(data, "columbus.gpkg"), os.path.join(work, "out.gpkg"))
     before = digest(os.path.join(work, "out.gpkg"))
     args = [zostat, "hotspot", "--input", points, "--field", "v", "--output", "out.gpkg", "--output-layer",
-            "columbus", "--overwrite", "--conceptualization", "k-nearest", "--k", "30"]
+            "columbus", "--overwrite", "--conceptualization", "k-nearest", "--k", "200"]
     if json:
         args.append("--json")
     p = subprocess.Popen(args, cwd=work, env=environment(data, zostat, tmpdir), stdout=subprocess.PIPE,
@@ -286,7 +287,7 @@ def main():
         only = argv[i + 1]
         del argv[i:i + 2]
     keep = "--keep" in argv
-    signals = "--no-signals" not in argv and not only
+    signals = "--no-signals" not in argv and (not only or only in "signals")
     argv = [a for a in argv if a not in ("--keep", "--no-signals")]
     if len(argv) != 2:
         raise SystemExit(__doc__)
