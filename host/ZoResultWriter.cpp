@@ -2,6 +2,7 @@
 
 #include <unistd.h>
 
+#include <algorithm>
 #include <atomic>
 #include <cctype>
 #include <filesystem>
@@ -60,10 +61,13 @@ int LayerIndex(GDALDataset& ds, const OGRLayer* layer) {
 }
 
 // Creation options that make a format keep what a result holds: text
-// encodings, and geometries as WKT in CSV files, with the field types beside.
+// encodings, geometries as WKT in CSV files with the field types beside, and
+// the features' order (FlatGeobuf's spatial index would sort them along a
+// curve, and a result's rows follow its input's).
 CPLStringList LayerOptions(const std::string& driver, bool geometry) {
   CPLStringList options;
   if (driver == "ESRI Shapefile") options.SetNameValue("ENCODING", "UTF-8");
+  if (driver == "FlatGeobuf") options.SetNameValue("SPATIAL_INDEX", "NO");
   if (driver == "CSV") {
     if (geometry) options.SetNameValue("GEOMETRY", "AS_WKT");
     options.SetNameValue("CREATE_CSVT", "YES");
@@ -236,8 +240,14 @@ bool ZoResultWriter::Impl::CopyFeatures(OGRLayer& from, OGRLayer& to, GDALDatase
   std::vector<int> map(static_cast<std::size_t>(from.GetLayerDefn()->GetFieldCount()));
   for (std::size_t i = 0; i < map.size(); ++i) map[i] = static_cast<int>(i);
   const bool transaction = target.TestCapability(ODsCTransactions) && target.StartTransaction(FALSE) == OGRERR_NONE;
+  const long long total = from.GetFeatureCount(TRUE);
   long long done = 0;
   bool ok = true;
+  if (progress) {
+    progress->SetBothPosRange(0, 100);
+    progress->SetMessage(path.string());
+    progress->SetProgressPos(0);
+  }
   from.ResetReading();
   while (OGRFeatureUniquePtr in{from.GetNextFeature()}) {
     OGRFeatureUniquePtr out(OGRFeature::CreateFeature(to.GetLayerDefn()));
@@ -245,9 +255,12 @@ bool ZoResultWriter::Impl::CopyFeatures(OGRLayer& from, OGRLayer& to, GDALDatase
       ok = Fail(msg::EUa016, quiet.Message());
       break;
     }
-    if ((++done & 1023) == 0 && progress && progress->IsCanceled()) {
-      ok = Fail(msg::IMb030, "");
-      break;
+    if ((++done & 1023) == 0 && progress) {
+      progress->SetProgressPos(static_cast<int>(done * 100 / std::max(total, done)));
+      if (progress->IsCanceled()) {
+        ok = Fail(msg::IMb030, "");
+        break;
+      }
     }
   }
   if (transaction) {

@@ -235,7 +235,7 @@ def run_signal_case(name, sig, json, zostat, data, root, points):
     shutil.copy(os.path.join(data, "columbus.gpkg"), os.path.join(work, "out.gpkg"))
     before = digest(os.path.join(work, "out.gpkg"))
     args = [zostat, "hotspot", "--input", points, "--field", "v", "--output", "out.gpkg", "--output-layer",
-            "columbus", "--overwrite", "--conceptualization", "k-nearest", "--k", "200"]
+            "columbus", "--overwrite", "--conceptualization", "k-nearest", "--k", "30"]
     if json:
         args.append("--json")
     p = subprocess.Popen(args, cwd=work, env=environment(data, zostat, tmpdir), stdout=subprocess.PIPE,
