@@ -30,7 +30,8 @@ struct GdalClose {
 };
 using GdalPtr = std::unique_ptr<GDALDataset, GdalClose>;
 
-std::string Message(const char* id, const std::string& detail) {
+std::string Message(const char* id, std::string detail) {
+  while (!detail.empty() && std::isspace(static_cast<unsigned char>(detail.back()))) detail.pop_back();
   std::string text = ZoStringEx::LoadResString(id).Str();
   if (!detail.empty()) text += " (" + detail + ")";
   return text;
@@ -92,19 +93,24 @@ struct ZoResultWriter::Impl {
   ZoDatasetVector* result = nullptr;
   long long written = 0;
 
-  bool Fail(const char* id, const std::string& detail) {
-    error = Message(id, detail);
+  std::string detail;  // the last failure's detail, without its identifier
+
+  bool Fail(const char* id, const std::string& why) {
+    error = Message(id, why);
+    detail = why;
     return false;
   }
   bool CheckTarget(const std::vector<LumaUnicodeString>& protectedFiles);
   bool InspectExisting();
-  OGRLayer* Copy(GDALDataset& target, const std::string& name, ZoProgress* progress);
+  OGRLayer* Copy(OGRLayer& from, GDALDataset& target, const std::string& name, ZoProgress* progress);
   bool CopyFeatures(OGRLayer& from, OGRLayer& to, GDALDataset& target, ZoProgress* progress);
-  bool Holds(OGRLayer& written);
+  bool Holds(OGRLayer& from, OGRLayer& written);
+  bool TrialWrite(OGRLayer& shape);
   bool CommitInPlace(ZoProgress* progress);
   bool SwapLayers(GDALDataset& ds, OGRLayer* temporary);
-  bool CommitNewFile(ZoProgress* progress);
-  bool WriteFile(const fs::path& file, ZoProgress* progress);
+  bool MakeScratch(fs::path& scratch);
+  bool CommitNewFile(OGRLayer& from, ZoProgress* progress);
+  bool WriteFile(OGRLayer& from, const fs::path& file, ZoProgress* progress);
   bool MoveIntoPlace(const fs::path& folder);
 };
 
@@ -186,8 +192,63 @@ ZoDatasetVector* ZoResultWriter::CreateResult(const ZoDatasetVector* like, int d
   LumaUnicodeString error;
   m.result = like ? m.memory->CreateDatasetVector(m.layer, *like, false, &error)
                   : m.memory->CreateDatasetVector(m.layer, datasetType, cs, false, &error);
-  if (!m.result) m.Fail(msg::EUa016, error.Str());
-  return m.result;
+  if (!m.result) {
+    m.Fail(msg::EUa016, error.Str());
+    return nullptr;
+  }
+  return m.TrialWrite(*detail::HostAccess::Layer(*m.result)) ? m.result : nullptr;
+}
+
+namespace {
+
+// A small geometry of `type` (its kind, multi or not, with Z and M as asked).
+OGRGeometry* SampleGeometry(OGRwkbGeometryType type) {
+  const OGRwkbGeometryType flat = OGR_GT_GetLinear(wkbFlatten(type));
+  const char* wkt = flat == wkbLineString || flat == wkbMultiLineString ? "LINESTRING (0 0,1 1)"
+                    : flat == wkbPolygon || flat == wkbMultiPolygon     ? "POLYGON ((0 0,1 0,1 1,0 0))"
+                                                                         : "POINT (0 0)";
+  OGRGeometry* g = nullptr;
+  OGRGeometryFactory::createFromWkt(wkt, nullptr, &g);
+  if (!g || wkbFlatten(type) == wkbUnknown) return g;
+  return OGRGeometryFactory::forceTo(g, type);
+}
+
+}  // namespace
+
+// Writes and reads back, in a scratch folder, one feature shaped like the
+// result (its geometry type, a real, an integer and a text field): a format
+// that cannot hold a result is refused before the analysis runs, not after.
+// Files that hold several layers in place (GeoPackage, SQLite) hold any.
+bool ZoResultWriter::Impl::TrialWrite(OGRLayer& shape) {
+  if (inPlace) return true;
+  detail::QuietErrors quiet;
+  GDALDriver* memory = GetGDALDriverManager()->GetDriverByName("Memory");
+  GdalPtr ds(memory ? memory->Create("trial", 0, 0, 0, GDT_Unknown, nullptr) : nullptr);
+  const OGRwkbGeometryType type = shape.GetGeomType();
+  OGRLayer* trial = ds ? ds->CreateLayer("trial", shape.GetSpatialRef(), type, nullptr) : nullptr;
+  if (!trial) return Fail(msg::EUa016, quiet.Message());
+  const std::pair<const char*, OGRFieldType> fields[] = {
+      {"Trial_Real", OFTReal}, {"Trial_Int", OFTInteger}, {"Trial_Text", OFTString}};
+  for (const auto& [name, fieldType] : fields) {
+    OGRFieldDefn defn(name, fieldType);
+    trial->CreateField(&defn);
+  }
+  OGRFeature feature(trial->GetLayerDefn());
+  feature.SetField(0, 1.5);
+  feature.SetField(1, 2);
+  feature.SetField(2, "x");
+  if (type != wkbNone) feature.SetGeometryDirectly(SampleGeometry(type));
+  if (trial->CreateFeature(&feature) != OGRERR_NONE) return Fail(msg::EUa016, quiet.Message());
+
+  fs::path scratch;
+  if (!MakeScratch(scratch)) return false;
+  const bool ok = WriteFile(*trial, scratch / path.filename(), nullptr);
+  std::error_code ec;
+  fs::remove_all(scratch, ec);
+  writtenLayer.clear();
+  written = 0;
+  // Whatever went wrong, the format cannot hold such a result.
+  return ok || Fail(msg::EUa017, driver + ": " + detail);
 }
 
 bool ZoResultWriter::Commit(ZoProgress* progress) {
@@ -195,7 +256,7 @@ bool ZoResultWriter::Commit(ZoProgress* progress) {
   if (!m.result) return m.Fail(msg::EUa016, "no result");
   try {
     m.result->Commit();
-    return m.inPlace ? m.CommitInPlace(progress) : m.CommitNewFile(progress);
+    return m.inPlace ? m.CommitInPlace(progress) : m.CommitNewFile(*detail::HostAccess::Layer(*m.result), progress);
   } catch (const std::exception& e) {
     return m.Fail(msg::EUa016, e.what());
   }
@@ -203,11 +264,11 @@ bool ZoResultWriter::Commit(ZoProgress* progress) {
 
 // Creates `name` in `target` with the result's schema and copies every
 // feature into it; null after a failure (the caller removes what was made).
-OGRLayer* ZoResultWriter::Impl::Copy(GDALDataset& target, const std::string& name, ZoProgress* progress) {
+OGRLayer* ZoResultWriter::Impl::Copy(OGRLayer& from, GDALDataset& target, const std::string& name,
+                                     ZoProgress* progress) {
   detail::QuietErrors quiet;
-  OGRLayer* from = detail::HostAccess::Layer(*result);
-  const OGRwkbGeometryType type = from->GetGeomType();
-  const OGRSpatialReference* fromSrs = type == wkbNone ? nullptr : from->GetSpatialRef();
+  const OGRwkbGeometryType type = from.GetGeomType();
+  const OGRSpatialReference* fromSrs = type == wkbNone ? nullptr : from.GetSpatialRef();
   detail::SrsPtr srs(fromSrs ? fromSrs->Clone() : nullptr);
   // Without a definition GeoPackage would record "undefined geographic"; the
   // host reads a layer without one as planar, so say so.
@@ -221,7 +282,7 @@ OGRLayer* ZoResultWriter::Impl::Copy(GDALDataset& target, const std::string& nam
     Fail(msg::EUa016, quiet.Message());
     return nullptr;
   }
-  OGRFeatureDefn* defn = from->GetLayerDefn();
+  OGRFeatureDefn* defn = from.GetLayerDefn();
   for (int i = 0; i < defn->GetFieldCount(); ++i) {
     if (to->CreateField(defn->GetFieldDefn(i), TRUE) != OGRERR_NONE) {
       Fail(msg::EUa017, "field " + std::string(defn->GetFieldDefn(i)->GetNameRef()) + ": " + quiet.Message());
@@ -232,7 +293,7 @@ OGRLayer* ZoResultWriter::Impl::Copy(GDALDataset& target, const std::string& nam
     Fail(msg::EUa017, "the format did not keep every field");
     return nullptr;
   }
-  return CopyFeatures(*from, *to, target, progress) ? to : nullptr;
+  return CopyFeatures(from, *to, target, progress) ? to : nullptr;
 }
 
 bool ZoResultWriter::Impl::CopyFeatures(OGRLayer& from, OGRLayer& to, GDALDataset& target, ZoProgress* progress) {
@@ -274,15 +335,14 @@ bool ZoResultWriter::Impl::CopyFeatures(OGRLayer& from, OGRLayer& to, GDALDatase
 
 // Whether a layer read back holds the result: every feature, as many fields,
 // and a geometry column when the result has geometries.
-bool ZoResultWriter::Impl::Holds(OGRLayer& layer) {
-  OGRLayer* from = detail::HostAccess::Layer(*result);
-  const long long expected = from->GetFeatureCount(TRUE);
+bool ZoResultWriter::Impl::Holds(OGRLayer& from, OGRLayer& layer) {
+  const long long expected = from.GetFeatureCount(TRUE);
   const long long got = layer.GetFeatureCount(TRUE);
   if (got != expected)
     return Fail(msg::EUa017, std::to_string(got) + " of " + std::to_string(expected) + " features read back");
-  if (layer.GetLayerDefn()->GetFieldCount() < from->GetLayerDefn()->GetFieldCount())
+  if (layer.GetLayerDefn()->GetFieldCount() < from.GetLayerDefn()->GetFieldCount())
     return Fail(msg::EUa017, "fields missing when read back");
-  if (from->GetGeomType() != wkbNone && layer.GetLayerDefn()->GetGeomFieldCount() < 1)
+  if (from.GetGeomType() != wkbNone && layer.GetLayerDefn()->GetGeomFieldCount() < 1)
     return Fail(msg::EUa017, "no geometries when read back");
   return true;
 }
@@ -294,8 +354,9 @@ bool ZoResultWriter::Impl::CommitInPlace(ZoProgress* progress) {
   if (!ds) return Fail(msg::EUa014, quiet.Message());
   std::string temporary = layer + "_zostat_tmp_" + TemporarySuffix();
   while (FindLayer(*ds, temporary)) temporary += "_";
-  OGRLayer* written = Copy(*ds, temporary, progress);
-  bool ok = written && Holds(*written);
+  OGRLayer& from = *detail::HostAccess::Layer(*result);
+  OGRLayer* written = Copy(from, *ds, temporary, progress);
+  bool ok = written && Holds(from, *written);
   if (ok && !written->TestCapability(OLCRename)) ok = Fail(msg::EUa018, "the format cannot rename layers");
   if (ok) ok = SwapLayers(*ds, written);
   if (!ok) {
@@ -324,22 +385,31 @@ bool ZoResultWriter::Impl::SwapLayers(GDALDataset& ds, OGRLayer* temporary) {
   return ok || Fail(msg::EUa018, quiet.Message());
 }
 
-bool ZoResultWriter::Impl::CommitNewFile(ZoProgress* progress) {
+// A new hidden folder beside the target: files written there are on the
+// target's file system, so moving them into place is a rename.
+bool ZoResultWriter::Impl::MakeScratch(fs::path& scratch) {
   const fs::path folder = path.has_parent_path() ? path.parent_path() : fs::path(".");
+  scratch = folder / ("." + path.filename().string() + ".zostat_tmp_" + TemporarySuffix());
   std::error_code ec;
-  const fs::path scratch = folder / ("." + path.filename().string() + ".zostat_tmp_" + TemporarySuffix());
   if (!fs::create_directory(scratch, ec) || ec) return Fail(msg::EUa014, "cannot create " + scratch.string());
-  bool ok = WriteFile(scratch / path.filename(), progress) && MoveIntoPlace(scratch);
+  return true;
+}
+
+bool ZoResultWriter::Impl::CommitNewFile(OGRLayer& from, ZoProgress* progress) {
+  fs::path scratch;
+  if (!MakeScratch(scratch)) return false;
+  std::error_code ec;
+  bool ok = WriteFile(from, scratch / path.filename(), progress) && MoveIntoPlace(scratch);
   fs::remove_all(scratch, ec);
   return ok;
 }
 
-bool ZoResultWriter::Impl::WriteFile(const fs::path& file, ZoProgress* progress) {
+bool ZoResultWriter::Impl::WriteFile(OGRLayer& from, const fs::path& file, ZoProgress* progress) {
   detail::QuietErrors quiet;
   GDALDriver* gdalDriver = GetGDALDriverManager()->GetDriverByName(driver.c_str());
   GdalPtr ds(gdalDriver ? gdalDriver->Create(file.c_str(), 0, 0, 0, GDT_Unknown, nullptr) : nullptr);
   if (!ds) return Fail(msg::EUa014, quiet.Message());
-  if (!Copy(*ds, layer, progress)) return false;
+  if (!Copy(from, *ds, layer, progress)) return false;
   ds.reset();  // formats such as FlatGeobuf write their index and header on close
   if (quiet.Failed()) return Fail(msg::EUa016, quiet.Message());
   const char* drivers[] = {driver.c_str(), nullptr};
@@ -348,7 +418,7 @@ bool ZoResultWriter::Impl::WriteFile(const fs::path& file, ZoProgress* progress)
   OGRLayer* read = FindLayer(*back, layer);
   if (!read) read = back->GetLayerCount() == 1 ? back->GetLayer(0) : nullptr;
   if (!read) return Fail(msg::EUa017, "the written layer cannot be found");
-  if (!Holds(*read)) return false;
+  if (!Holds(from, *read)) return false;
   writtenLayer = read->GetName();
   return !(progress && progress->IsCanceled()) || Fail(msg::IMb030, "");
 }

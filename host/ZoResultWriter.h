@@ -45,7 +45,10 @@ class ZoResultWriter {
 
   // The result dataset: shaped like `like` (its geometry kind with multi
   // parts, Z and M, and its coordinate system as read) when given, else of
-  // `datasetType` in `cs`. Owned by the writer.
+  // `datasetType` in `cs`. Owned by the writer. Before it returns, one
+  // feature of that shape is written to a scratch file of the output's format
+  // and read back, so a format that cannot hold the result is refused
+  // ("EUa017") before the analysis runs; null then.
   ZoDatasetVector* CreateResult(const ZoDatasetVector* like, int datasetType, const ZoPrjCoordSys& cs);
 
   // Writes the result into the output; polls `progress` (may be null) for
