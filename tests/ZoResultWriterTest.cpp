@@ -183,5 +183,12 @@ TEST(ZoResultWriter, RefusesBeforeWriting) {
   ZoResultWriter existing;
   EXPECT_FALSE(existing.Prepare(dir.File("in.gpkg"), "SRC", false, {}));
   EXPECT_NE(existing.GetError().Str().find("[EUa010]"), std::string::npos);
+
+  // DXF keeps no attribute fields: found on the trial feature, before any work.
+  auto source = ZoDataSource::Open(dir.File("in.gpkg"), false);
+  ZoResultWriter dxf;
+  ASSERT_TRUE(dxf.Prepare(dir.File("out.dxf"), "x", false, {}));
+  EXPECT_FALSE(dxf.CreateResult(source->GetDataset(0), 0, ZoPrjCoordSys()));
+  EXPECT_NE(dxf.GetError().Str().find("[EUa017]"), std::string::npos) << dxf.GetError().Str();
   EXPECT_EQ(FilesIn(dir.path()), (std::vector<std::string>{"in.gpkg", "link.gpkg"}));
 }
