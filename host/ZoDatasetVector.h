@@ -22,9 +22,11 @@
 #include "host/ZoPrjCoordSys.h"
 #include "host/ZoQueryDef.h"
 
-class OGRLayer;
-
 namespace ZOC {
+
+namespace detail {
+struct HostAccess;
+}
 
 using LUMA::LumaFieldInfo;
 using LUMA::LumaFieldInfos;
@@ -71,7 +73,8 @@ class ZoDatasetVector {
   ZoRecordset* Query(const ZoQueryDef& query);
   void ReleaseRecordset(ZoRecordset* recordset);
 
-  // Appends a copy of every record of `source` in its order: its geometry,
+  // Appends a copy of every record of `source` in its order: its geometry (as
+  // stored, converted only where this dataset's geometry kind differs),
   // and for each (source field, target field) pair of the mapping the value.
   // The source field may be "QlID". Reports per-record progress when a
   // progress object is given and stops with false when it is cancelled.
@@ -92,11 +95,9 @@ class ZoDatasetVector {
   // Makes pending writes durable (writes are batched in transactions).
   bool Commit();
 
-  // Host-internal.
-  OGRLayer* GetOGRLayer() const;
-
  private:
   friend class ZoDataSource;
+  friend struct detail::HostAccess;
   friend class ZoRecordset;
   struct Impl;
   explicit ZoDatasetVector(std::unique_ptr<Impl> impl);
