@@ -1,6 +1,6 @@
 #include "StatisticsAnalyst/WeightsRowBuilder.h"
 
-#include "StatisticsAnalyst/SpatialOrder.h"
+#include "StatisticsAnalyst/detail/common/SpatialOrder.h"
 
 #include <algorithm>
 #include <cmath>

@@ -5,11 +5,14 @@
 #include <limits>
 #include <memory>
 #include <new>
+#include <string>
 #include <vector>
 
 #include <omp.h>
 
-#include "StatisticsAnalyst/SpatialOrder.h"
+#include "StatisticsAnalyst/detail/common/FeatureData.h"
+#include "StatisticsAnalyst/detail/common/Limits.h"
+#include "StatisticsAnalyst/detail/common/SpatialOrder.h"
 #include "StatisticsAnalyst/WeightsRowBuilder.h"
 #include "host/ZoStringEx.h"
 #include "host/ZoMessageIds.h"
@@ -18,14 +21,13 @@ namespace ZOC {
 
 namespace {
 
-constexpr double kZero = 1e-20;         // sums within ±1e-20 count as zero
 constexpr double kBandMargin = 1.0001;  // keeps the farthest isolated feature inside the default band
 constexpr std::size_t kBucketSize = 30;
 
 // Keys are i·n + j in 32 bits, so the in-memory matrix holds n·n < 2^31.
 constexpr std::int64_t kMaxInMemoryFeatures = 46340;
 
-bool IsZeroSum(double s) { return s > -kZero && s < kZero; }
+bool IsZeroSum(double s) { return limits::IsZero(s); }
 
 LumaPoint3D To3D(const LumaPoint2D& p) { return {p.x, p.y, 0.0}; }
 
@@ -67,17 +69,10 @@ bool ZoStatisticsUtilities::GetBaryCenter(const ZoGeometry* geometry, LumaPoint2
 
 bool ZoStatisticsUtilities::PickUpBaryCenters(ZoRecordset* records, LumaArray<LumaPoint2D>& points) {
   points.clear();
-  if (!records) return false;
-  const std::int64_t n = records->GetRecordCount();
-  if (n < 0) return false;
-  points.reserve(static_cast<std::size_t>(n));
-  ZoGeometry geometry;
-  LumaPoint2D p;
-  for (bool more = records->MoveFirst(); more && !records->IsEOF(); more = records->MoveNext()) {
-    if (!records->GetGeometry(geometry) || !GetBaryCenter(&geometry, p)) return false;
-    points.push_back(p);
-  }
-  return static_cast<std::int64_t>(points.size()) == n;
+  if (!records || records->GetRecordCount() < 0) return false;
+  // A feature without a usable geometry is named in this object's message.
+  if (!Report(detail::ReadFeaturePoints(records, points))) return false;
+  return static_cast<std::int64_t>(points.size()) == records->GetRecordCount();
 }
 
 bool ZoStatisticsUtilities::Forward(LumaArray<LumaPoint2D>& points, const ZoPrjCoordSys& cs) {
@@ -97,7 +92,9 @@ bool ZoStatisticsUtilities::BuildContiguityGird(ZoRecordset* records, ZoContigui
     regions.reserve(static_cast<std::size_t>(std::max<std::int64_t>(n, 0)));
     for (bool more = records->MoveFirst(); more && !records->IsEOF(); more = records->MoveNext()) {
       regions.emplace_back();
-      if (!records->GetGeometry(regions.back())) {
+      if (!records->GetGeometry(regions.back()) || regions.back().IsEmpty()) {
+        AppendErrorText(ZoStringEx::Format(ZoStringEx::LoadResString(msg::EUc002),
+                                           {LumaUnicodeString(std::to_string(records->GetID()).c_str())}));
         AddErrorMessage(msg::ESa008);
         return false;
       }
@@ -242,7 +239,7 @@ double ZoStatisticsUtilities::CalculateTolerance(ZoKdTree* tree, const LumaArray
     return 0.0;
   }
   if (tolerance >= 0.0)
-    return tolerance < kZero ? std::numeric_limits<double>::max() : tolerance;
+    return tolerance < limits::kZero ? std::numeric_limits<double>::max() : tolerance;
   // The largest of the nearest-neighbour distances does not depend on the
   // visiting order, so the queries run in spatial order for speed.
   double band = 0.0;
