@@ -7,12 +7,13 @@
 #include <new>
 #include <numeric>
 #include "host/ZoMessageIds.h"
+#include "StatisticsAnalyst/detail/common/Limits.h"
 
 namespace ZOC {
 
 namespace {
 
-constexpr double kCoincident = 1e-10;  // points within 1e-10 are one location
+using limits::kCoincident;
 
 LumaPoint3D To3D(const LumaPoint2D& p) { return {p.x, p.y, 0.0}; }
 

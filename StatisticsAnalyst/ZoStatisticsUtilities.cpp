@@ -70,9 +70,11 @@ bool ZoStatisticsUtilities::GetBaryCenter(const ZoGeometry* geometry, LumaPoint2
 bool ZoStatisticsUtilities::PickUpBaryCenters(ZoRecordset* records, LumaArray<LumaPoint2D>& points) {
   points.clear();
   if (!records || records->GetRecordCount() < 0) return false;
-  // A feature without a usable geometry is named in this object's message.
-  if (!Report(detail::ReadFeaturePoints(records, points))) return false;
-  return static_cast<std::int64_t>(points.size()) == records->GetRecordCount();
+  return Guard([&] {
+    // A feature without a usable geometry is named in this object's message.
+    if (!Report(detail::ReadFeaturePoints(records, points))) return false;
+    return static_cast<std::int64_t>(points.size()) == records->GetRecordCount();
+  });
 }
 
 bool ZoStatisticsUtilities::Forward(LumaArray<LumaPoint2D>& points, const ZoPrjCoordSys& cs) {
@@ -149,12 +151,12 @@ Tree* ZoStatisticsUtilities::CreateTree(LumaArray<LumaPoint3D>* buffer, const Lu
 }
 
 ZoKdTree* ZoStatisticsUtilities::CreateKDTree(LumaArray<LumaPoint3D>* buffer, const LumaArray<LumaPoint2D>& points) {
-  return CreateTree<ZoKdTree>(buffer, points);
+  return Guard([&] { return CreateTree<ZoKdTree>(buffer, points); });
 }
 
 ZoKdTreec* ZoStatisticsUtilities::CreateKDTreec(LumaArray<LumaPoint3D>* buffer,
                                                 const LumaArray<LumaPoint2D>& points) {
-  return CreateTree<ZoKdTreec>(buffer, points);
+  return Guard([&] { return CreateTree<ZoKdTreec>(buffer, points); });
 }
 
 bool ZoStatisticsUtilities::GetDistTolerance(ZoKdTree* tree, const LumaPoint2D& point, const int& k,
@@ -278,14 +280,29 @@ void ZoStatisticsUtilities::GetWeightMatrixRow(const LumaArray<WeightMatrixUnit>
   for (; it != units.end() && it->Index < end; ++it) out[static_cast<std::size_t>(it->Index - first)] = it->Weight;
 }
 
-bool ZoStatisticsUtilities::GetSpatialWeight(ZoRecordset* records, const ZoPatternsInformation& info,
-                                             LumaArray<WeightMatrixUnit>& units, bool showProgress) {
+namespace {
+
+// Rows arrive in order with ascending columns, so the units are already
+// sorted by key. A row whose sum is zero is left as it is.
+void StandardizeRows(LumaArray<WeightMatrixUnit>& units, const LumaArray<double>& rowSums, std::int64_t n) {
+  std::size_t cursor = 0;
+  for (std::int64_t i = 0; i < n; ++i) {
+    const double s = rowSums[static_cast<std::size_t>(i)];
+    const std::int64_t end = (i + 1) * n;
+    const bool zero = IsZeroSum(s);
+    for (; cursor < units.size() && units[cursor].Index < end; ++cursor)
+      if (!zero) units[cursor].Weight /= s;
+  }
+}
+
+}  // namespace
+
+bool ZoStatisticsUtilities::CheckWeightsRequest(ZoRecordset* records, const ZoPatternsInformation& info) {
   if (!records) {
     AddErrorMessage(msg::EEg024);
     return false;
   }
   if (!CheckParameterValid(records, info)) return false;
-  const std::int64_t n = records->GetRecordCount();
   switch (info.Conceptualization) {
     case InverseDistance:
     case InverseDistanceSquared:
@@ -303,20 +320,26 @@ bool ZoStatisticsUtilities::GetSpatialWeight(ZoRecordset* records, const ZoPatte
     default:
       return false;  // weights files are read by the analyses themselves
   }
-  if (n > kMaxInMemoryFeatures) {
-    AddErrorMessage(msg::EBa003);
+  if (records->GetRecordCount() > kMaxInMemoryFeatures) {
+    AddErrorMessage(msg::EUc010);
     return false;
   }
-  ZoCallProgress progress(m_progress, showProgress);
-  LumaUnicodeString format;
-  if (progress) {
-    progress->SetTitleMessage(ZoStringEx::LoadResString(msg::IMb330));
-    format = ZoStringEx::LoadResString(msg::IMb331);
-  }
+  return true;
+}
 
-  units.clear();
-  LumaArray<double> rowSums;
-  try {
+bool ZoStatisticsUtilities::GetSpatialWeight(ZoRecordset* records, const ZoPatternsInformation& info,
+                                             LumaArray<WeightMatrixUnit>& units, bool showProgress) {
+  return Guard([&] {
+    if (!CheckWeightsRequest(records, info)) return false;
+    const std::int64_t n = records->GetRecordCount();
+    ZoCallProgress progress(m_progress, showProgress);
+    LumaUnicodeString format;
+    if (progress) {
+      progress->SetTitleMessage(ZoStringEx::LoadResString(msg::IMb330));
+      format = ZoStringEx::LoadResString(msg::IMb331);
+    }
+    units.clear();
+    LumaArray<double> rowSums;
     ZoWeightsRowBuilder rows(*this);
     if (!rows.Prepare(records, info)) {
       if (rows.FailedId()) AddErrorMessage(rows.FailedId());
@@ -338,29 +361,14 @@ bool ZoStatisticsUtilities::GetSpatialWeight(ZoRecordset* records, const ZoPatte
       }
       if (info.Standardization) rowSums.push_back(sum);
     }
-  } catch (const std::bad_alloc&) {
-    AddErrorMessage(msg::EBa003);
-    return false;
-  }
-  if (units.empty()) {
-    AddErrorMessage(msg::ESa023);
-    return false;
-  }
-  units.shrink_to_fit();
-
-  // Rows arrive in order with ascending columns, so the units are already
-  // sorted by key. A row whose sum is zero is left as it is.
-  if (info.Standardization) {
-    std::size_t cursor = 0;
-    for (std::int64_t i = 0; i < n; ++i) {
-      const double s = rowSums[static_cast<std::size_t>(i)];
-      const std::int64_t end = (i + 1) * n;
-      const bool zero = IsZeroSum(s);
-      for (; cursor < units.size() && units[cursor].Index < end; ++cursor)
-        if (!zero) units[cursor].Weight /= s;
+    if (units.empty()) {
+      AddErrorMessage(msg::ESa023);
+      return false;
     }
-  }
-  return true;
+    units.shrink_to_fit();
+    if (info.Standardization) StandardizeRows(units, rowSums, n);
+    return true;
+  });
 }
 
 }  // namespace ZOC
