@@ -66,6 +66,10 @@ bool ZoAnalysisFrame::CheckFieldValid(ZoDatasetVector* dataset, const LumaUnicod
 }
 
 bool ZoAnalysisFrame::CheckParameterValid(ZoRecordset* records, const ZoPatternsInformation& info) {
+  return Guard([&] { return CheckParameters(records, info); });
+}
+
+bool ZoAnalysisFrame::CheckParameters(ZoRecordset* records, const ZoPatternsInformation& info) {
   if (!records) {
     AddErrorMessage(msg::EEg024);
     return false;

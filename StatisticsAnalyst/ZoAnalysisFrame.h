@@ -101,6 +101,7 @@ class ZoAnalysisFrame {
   ZoProgress* m_progress = nullptr;
 
  private:
+  bool CheckParameters(ZoRecordset* records, const ZoPatternsInformation& info);
   void ReportException(const char* what, const char* summaryId);
 
   LumaUnicodeString m_errorMessage;

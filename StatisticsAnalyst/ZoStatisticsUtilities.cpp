@@ -223,37 +223,40 @@ bool ZoStatisticsUtilities::GetDistTolerance(ZoKdTreec* tree, const LumaArray<Lu
 
 double ZoStatisticsUtilities::GetDistTolerance(const LumaArray<LumaPoint2D>& points, const double& tolerance,
                                                const ZoDistanceMethod& method) {
-  if (points.empty()) {
-    AddErrorMessage(msg::ESa007);
-    return 0.0;
-  }
-  if (tolerance >= 0.0) return CalculateTolerance(nullptr, points, tolerance, method);
-  LumaArray<LumaPoint3D> buffer;
-  std::unique_ptr<ZoKdTree> tree(CreateKDTree(&buffer, points));
-  if (!tree) return 0.0;
-  return CalculateTolerance(tree.get(), points, tolerance, method);
+  return Guard([&] {
+    if (points.empty()) {
+      AddErrorMessage(msg::ESa007);
+      return 0.0;
+    }
+    if (tolerance >= 0.0) return CalculateTolerance(nullptr, points, tolerance, method);
+    LumaArray<LumaPoint3D> buffer;
+    std::unique_ptr<ZoKdTree> tree(CreateKDTree(&buffer, points));
+    if (!tree) return 0.0;
+    return CalculateTolerance(tree.get(), points, tolerance, method);
+  });
 }
 
 double ZoStatisticsUtilities::CalculateTolerance(ZoKdTree* tree, const LumaArray<LumaPoint2D>& points,
                                                  const double& tolerance, const ZoDistanceMethod& method) {
-  if (points.empty()) {
-    AddErrorMessage(msg::ESa007);
-    return 0.0;
-  }
-  if (tolerance >= 0.0)
-    return tolerance < limits::kZero ? std::numeric_limits<double>::max() : tolerance;
-  // The largest of the nearest-neighbour distances does not depend on the
-  // visiting order, so the queries run in spatial order for speed.
-  double band = 0.0;
-  bool first = true;
-  for (std::size_t i : SpatialQueryOrder(points)) {
-    double d = 0.0;
-    if (!GetDistTolerance(tree, points[i], 1, d, method)) break;
-    d *= kBandMargin;
-    if (first || d > band) band = d;
-    first = false;
-  }
-  return band;
+  return Guard([&] {
+    if (points.empty()) {
+      AddErrorMessage(msg::ESa007);
+      return 0.0;
+    }
+    if (tolerance >= 0.0) return tolerance < limits::kZero ? std::numeric_limits<double>::max() : tolerance;
+    // The largest of the nearest-neighbour distances does not depend on the
+    // visiting order, so the queries run in spatial order for speed.
+    double band = 0.0;
+    bool first = true;
+    for (std::size_t i : SpatialQueryOrder(points)) {
+      double d = 0.0;
+      if (!GetDistTolerance(tree, points[i], 1, d, method)) break;
+      d *= kBandMargin;
+      if (first || d > band) band = d;
+      first = false;
+    }
+    return band;
+  });
 }
 
 // ------------------------------------------------------------ weights
