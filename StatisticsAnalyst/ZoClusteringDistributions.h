@@ -9,6 +9,11 @@
 // from a binary weights file beyond that (a temporary one, deleted before
 // the call returns) or when the conceptualization names a weights file; then
 // the file's unique-ID field is copied too and orders the features.
+//
+// Analysis values that are NaN or infinite fail with "EUc001" naming the
+// first such feature (QlID); values of any finite magnitude are exact. A
+// z-score that is not finite (constant values) is never significant: its bin
+// is 0 and it gets no type. P-values lie in [0, 1].
 #include "StatisticsAnalyst/ZoAnalysisFrame.h"
 #include "StatisticsAnalyst/ZoPatternsInformation.h"
 
@@ -40,9 +45,10 @@ class ZoClusteringDistributions : public ZoAnalysisFrame {
                                unsigned char showProgress);
 
  private:
-  enum class Kind { HotSpot, ClusterOutlier };
-  unsigned char RunLocal(ZoDatasetVector* source, ZoDatasetVector* result, const ZoPatternsInformation& info,
-                         bool showProgress, Kind kind);
+  // The checks every local analysis starts with, in their fixed order, and
+  // the source's records in QlID order; null after the messages.
+  ZoRecordsetPtr OpenLocalRecords(ZoDatasetVector* source, ZoDatasetVector* result,
+                                  const ZoPatternsInformation& info, const LumaUnicodeString& selfWeightField);
 };
 
 }  // namespace ZOC

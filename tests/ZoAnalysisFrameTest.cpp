@@ -6,6 +6,7 @@
 #include <limits>
 
 #include "StatisticsAnalyst/ZoAnalyzingPatterns.h"
+#include "StatisticsAnalyst/ZoClusteringDistributions.h"
 #include "TestSupport.h"
 #include "host/ZoDataSource.h"
 #include "host/ZoRecordset.h"
@@ -236,4 +237,33 @@ TEST(ZoAnalyzingPatterns, CopiesCarryTheMessageButNoOpenFlagMatrix) {
     LumaArray<double> row;
     EXPECT_FALSE(p->ReadWeightMatrixBinaryK(1, row));  // nothing open in the copy
   }
+}
+
+TEST(ZoAnalysisFrame, SetProgressDrivesEveryAnalysisWithoutTheFactory) {
+  // The factory would hand out a progress that never cancels; the object set
+  // with SetProgress cancels at once, and every analysis has to obey it.
+  ZoProgress::SetFactory([] { return std::make_unique<ZoCallbackProgress>([](const ZoProgressState&) { return true; }); });
+  int calls = 0;
+  ZoCallbackProgress cancel([&](const ZoProgressState&) { return ++calls < 3; });
+  auto layer = satest::MakePointLayer(satest::RandomPoints(50, 10.0, 4));
+  ZoPatternsInformation info;
+  info.FieldName = "VALUE";
+  info.Conceptualization = KNearestNeighbors;
+  info.KNeighbors = 3;
+  ZoAnalyzingPatterns patterns;
+  patterns.SetProgress(&cancel);
+  ZoAnalyzingPatterns::ZoAnalyzingExponent r;
+  EXPECT_FALSE(patterns.SpatialAutocorrelation(layer.dataset, info, r, true));
+  EXPECT_NE(patterns.GetStrErrorMes().Str().find("[IMb030]"), std::string::npos) << patterns.GetStrErrorMes().Str();
+  calls = 0;
+  EXPECT_FALSE(patterns.AverageNearestNeighbor(layer.dataset, 0.0, Euclidean, r, true, 0.0, true));
+  EXPECT_NE(patterns.GetStrErrorMes().Str().find("[IMb030]"), std::string::npos);
+  ZoClusteringDistributions local;
+  local.SetProgress(&cancel);
+  calls = 0;
+  auto result = ZoDataSource::CreateMemory("result");
+  EXPECT_FALSE(local.HotSpotAnalyst(layer.dataset, result->CreateDatasetVector("r", DatasetPoint, ZoPrjCoordSys()),
+                                    info, true));
+  EXPECT_NE(local.GetStrErrorMes().Str().find("[IMb030]"), std::string::npos) << local.GetStrErrorMes().Str();
+  ZoProgress::SetFactory(nullptr);
 }

@@ -94,9 +94,11 @@ TEST(ZoStringEx, ProgressTextsFitHowTheyAreUsed) {
     EXPECT_EQ(shown.find('%'), std::string::npos) << shown;
   }
   // Every other text (titles double as plain messages) must show no placeholder
-  // when used unformatted; the one exception is ESa074, formatted with a count.
+  // when used unformatted; the exceptions are error texts always formatted
+  // with what they name (a count, a feature's QlID, an exception's text).
+  const std::vector<std::string> formattedErrors = {"ESa074", "EUc001", "EUc002", "EUc011"};
   for (const std::string& id : ZoStringEx::ListIdentifiers()) {
-    const bool formatted = id == "ESa074" || std::find_if(std::begin(kPerItemFormats), std::end(kPerItemFormats),
+    const bool formatted = std::count(formattedErrors.begin(), formattedErrors.end(), id) > 0 || std::find_if(std::begin(kPerItemFormats), std::end(kPerItemFormats),
                                                           [&](const char* f) { return id == f; }) !=
                                                  std::end(kPerItemFormats);
     if (!formatted) {
