@@ -6,6 +6,7 @@
 #include "StatisticsAnalyst/LocalStatistics.h"
 #include "StatisticsAnalyst/WeightsFileRows.h"
 #include "StatisticsAnalyst/ZoStatisticsUtilities.h"
+#include "StatisticsAnalyst/detail/clustering/DensityClustering.h"
 #include "host/ZoEngineToolkit.h"
 #include "host/ZoStringEx.h"
 #include "host/ZoMessageIds.h"
@@ -279,6 +280,16 @@ unsigned char ZoClusteringDistributions::RunLocal(ZoDatasetVector* source, ZoDat
     AddErrorMessage(msg::EBa003);
     return 0;
   }
+}
+
+unsigned char ZoClusteringDistributions::DensityBasedClustering(ZoDatasetVector* source, ZoDatasetVector* result,
+                                                                const ZoClusterInformation& info,
+                                                                unsigned char showProgress, ZoClusterSummary* summary) {
+  clustering::DensityRun run;
+  run.SetProgress(m_progress);
+  const unsigned char ok = run.Run(source, result, info, showProgress != 0, summary);
+  SetStrErrorMes(run.GetStrErrorMes());
+  return ok;
 }
 
 }  // namespace ZOC

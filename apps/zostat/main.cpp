@@ -18,11 +18,14 @@ Command MoranCommand();
 Command GeneralGCommand();
 Command HotSpotCommand();
 Command ClusterOutlierCommand();
+Command DbscanCommand();
+Command HdbscanCommand();
+Command OpticsCommand();
 Command WeightsToTableCommand();
 Command WeightsDumpCommand();
 
 const std::vector<Command>& Commands() {
-  static const std::vector<Command> commands = {InfoCommand(), AnnCommand(), MoranCommand(), GeneralGCommand(), HotSpotCommand(), ClusterOutlierCommand(), WeightsShowCommand(), WeightsBuildCommand(),
+  static const std::vector<Command> commands = {InfoCommand(), AnnCommand(), MoranCommand(), GeneralGCommand(), HotSpotCommand(), ClusterOutlierCommand(), DbscanCommand(), HdbscanCommand(), OpticsCommand(), WeightsShowCommand(), WeightsBuildCommand(),
                                                  WeightsToTableCommand(), WeightsDumpCommand()};
   return commands;
 }
