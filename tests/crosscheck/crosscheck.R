@@ -188,5 +188,9 @@ for (case in local_cases) {
   unlink(out)
 }
 
+# Density-based clustering against R's dbscan package.
+script <- sub("^--file=", "", grep("^--file=", commandArgs(trailingOnly = FALSE), value = TRUE)[1])
+source(file.path(dirname(script), "density.R"))
+
 cat(sprintf("%d passed, %d failed\n", checks - failures, failures))
 quit(status = if (failures == 0) 0 else 1)
