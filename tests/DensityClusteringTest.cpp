@@ -167,6 +167,12 @@ TEST(DensityClustering, AutomaticDistanceIsTheMedianNeighbourDistance) {
     ASSERT_TRUE(analysis.DensityBasedClustering(layer.dataset, result.dataset, Info(1, 6), false, &summary));
     EXPECT_DOUBLE_EQ(summary.Distance, 0.0001);
     EXPECT_EQ(Column(result.dataset, "Cluster_ID"), std::vector<double>(6, 1.0));
+    for (int method : {2, 3}) {  // no distance to split on: one level, no cluster below the whole
+      Result other;
+      ASSERT_TRUE(analysis.DensityBasedClustering(layer.dataset, other.dataset, Info(method, 3), false, &summary));
+      for (const char* field : {"Cluster_ID", method == 2 ? "Outlier" : "Reachability"})
+        for (double v : Column(other.dataset, field)) EXPECT_TRUE(std::isfinite(v)) << field;
+    }
   }
 }
 
