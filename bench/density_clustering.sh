@@ -7,11 +7,13 @@
 # brackets). Each line gives time and peak memory.
 #   bench/density_clustering.sh BUILD_DIR [N ...]   (default N: 10000 100000 1000000)
 # R's hdbscan needs a full distance matrix (n² doubles), so it runs only up
-# to HDBSCAN_R_MAX points (default 10000); ours up to HDBSCAN_MAX (default
-# 1000000).
+# to HDBSCAN_R_MAX points (default 10000), and R's optics scans its whole
+# seed list for every point, so it runs only up to OPTICS_R_MAX (default
+# 100000); ours run up to HDBSCAN_MAX (default 1000000).
 source "$(dirname "$0")/common.sh" "$@"
 hdbscan_max=${HDBSCAN_MAX:-1000000}
 hdbscan_r_max=${HDBSCAN_R_MAX:-10000}
+optics_r_max=${OPTICS_R_MAX:-100000}
 have_r=0
 if command -v Rscript >/dev/null && Rscript -e 'quit(status = !requireNamespace("dbscan", quietly = TRUE))' 2>/dev/null; then
   have_r=1
@@ -37,7 +39,10 @@ for n in ${sizes[*]}; do
              --output "$tmp/out$n.gpkg" --overwrite)
     alone=$(timed "$build/bench/density_bench" "$n" "$method")
     printf '%8d  %-8s zostat %-26s algorithm %s\n' "$n" "$method" "$ours" "$alone"
-    if [[ $have_r == 1 && ! ( $method == hdbscan && $n -gt $hdbscan_r_max ) ]]; then
+    if [[ $method == hdbscan && $n -gt $hdbscan_r_max ]] || [[ $method == optics && $n -gt $optics_r_max ]]; then
+      continue
+    fi
+    if [[ $have_r == 1 ]]; then
       peer=$(timed Rscript "$tmp/peer.R" "$points" "$method" "$band" "$tmp/rtime")
       printf '%8d  %-8s R      %s (algorithm %s s)\n' "$n" "$method" "$peer" "$(cat "$tmp/rtime")"
     fi
