@@ -16,7 +16,9 @@ struct ZoClusterInformation {
   // automatic search distance (its (MinPoints − 1)-th nearest other point).
   int MinPoints = 0;
   // DBSCAN's radius and OPTICS' largest radius. A value ≤ 0 asks DBSCAN for
-  // the automatic distance and OPTICS for no limit.
+  // the automatic distance and OPTICS for the largest distance from a point
+  // to its MinPoints-th nearest point (itself included), so that every point
+  // is a core point.
   double SearchDistance = 0.0;
   // The unit of SearchDistance as the unit's length in tenths of a
   // millimetre: 10000 metre, 10000000 kilometre, 3048 foot, 16093440 mile.
@@ -35,7 +37,7 @@ struct ZoClusterSummary {
   int Clusters = 0;
   long long Noise = 0;
   // The search distance used: DBSCAN's given or automatic radius, OPTICS'
-  // largest radius (0 for none), 0 for HDBSCAN.
+  // largest radius, 0 for HDBSCAN.
   double Distance = 0.0;
 };
 

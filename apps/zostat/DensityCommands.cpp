@@ -67,7 +67,8 @@ std::vector<OptionSpec> DensityOptions(int method, const std::string& layerHelp)
                        "distance to the (min-points − 1)-th nearest neighbour"});
   if (method == 3) {
     options.push_back({"distance", true,
-                       "largest radius in the layer's units (metres for geographic data); 0 or absent: no limit"});
+                       "largest radius in the layer's units (metres for geographic data); 0 or absent: the "
+                       "largest distance to a point's min-points-th neighbour, so every point is a core point"});
     options.push_back({"xi", true, "steepness of the cluster extraction in percent (1..99, default 5)"});
   }
   for (auto& o : CommonOptions()) options.push_back(o);
