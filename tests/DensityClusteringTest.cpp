@@ -343,3 +343,28 @@ TEST(DensityClustering, OpticsMatchesBruteForceOrdering) {
   EXPECT_EQ(clumps.size(), 3u);
   EXPECT_EQ(clumps.count(-1), 0u);
 }
+
+// A distance in kilometres on metre data clusters as the same distance in
+// the layer's own unit.
+TEST(DensityClustering, DistanceUnitsConvertToTheLayersUnit) {
+  std::vector<LumaPoint2D> p;
+  for (const LumaPoint2D& q : Clumps(13)) p.push_back({500000 + q.x * 100, 200000 + q.y * 100});
+  satest::MemoryLayer layer = satest::MakePointLayer(p, {}, "EPSG:27700");
+  ZoClusteringDistributions analysis;
+  std::vector<std::vector<double>> labels;
+  for (const auto& [distance, unit] : {std::pair{400.0, 0}, std::pair{0.4, 10000000}, std::pair{400.0, 10000}}) {
+    for (int method : {1, 3}) {
+      ZoClusterInformation info = Info(method, 5, distance);
+      info.DistanceUnit = unit;
+      Result result;
+      ZoClusterSummary summary;
+      ASSERT_TRUE(analysis.DensityBasedClustering(layer.dataset, result.dataset, info, false, &summary));
+      EXPECT_DOUBLE_EQ(summary.Distance, 400.0);
+      labels.push_back(Column(result.dataset, "Cluster_ID"));
+    }
+  }
+  EXPECT_EQ(labels[0], labels[2]);
+  EXPECT_EQ(labels[0], labels[4]);
+  EXPECT_EQ(labels[1], labels[3]);
+  EXPECT_EQ(labels[1], labels[5]);
+}
