@@ -5,6 +5,7 @@
 #include "StatisticsAnalyst/ZoStatisticsUtilities.h"
 #include "StatisticsAnalyst/detail/local/ClusterOutlier.h"
 #include "StatisticsAnalyst/detail/local/HotSpot.h"
+#include "StatisticsAnalyst/detail/clustering/DensityClustering.h"
 #include "host/ZoMessageIds.h"
 
 namespace ZOC {
@@ -62,6 +63,16 @@ unsigned char ZoClusteringDistributions::ClusterOutlier(ZoDatasetVector* source,
     detail::local::ClusterOutlier statistic;
     return Report(detail::local::RunLocal(source, records.get(), result, info, progress, statistic));
   });
+}
+
+unsigned char ZoClusteringDistributions::DensityBasedClustering(ZoDatasetVector* source, ZoDatasetVector* result,
+                                                                const ZoClusterInformation& info,
+                                                                unsigned char showProgress, ZoClusterSummary* summary) {
+  clustering::DensityRun run;
+  run.SetProgress(m_progress);
+  const unsigned char ok = run.Run(source, result, info, showProgress != 0, summary);
+  SetStrErrorMes(run.GetStrErrorMes());
+  return ok;
 }
 
 }  // namespace ZOC

@@ -22,6 +22,9 @@ Command MoranCommand();
 Command GeneralGCommand();
 Command HotSpotCommand();
 Command ClusterOutlierCommand();
+Command DbscanCommand();
+Command HdbscanCommand();
+Command OpticsCommand();
 Command WeightsToTableCommand();
 Command WeightsDumpCommand();
 Command MeanCenterCommand();
@@ -35,6 +38,7 @@ Command MapCommand();
 const std::vector<Command>& Commands() {
   static const std::vector<Command> commands = {
       InfoCommand(), AnnCommand(), MoranCommand(), GeneralGCommand(), HotSpotCommand(), ClusterOutlierCommand(),
+      DbscanCommand(), HdbscanCommand(), OpticsCommand(),
       WeightsShowCommand(), WeightsBuildCommand(), WeightsToTableCommand(), WeightsDumpCommand(), MeanCenterCommand(),
       MedianCenterCommand(), CentralFeatureCommand(), StandardDistanceCommand(), EllipseCommand(),
       DirectionalMeanCommand(), MapCommand()};
