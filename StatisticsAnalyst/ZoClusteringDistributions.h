@@ -9,12 +9,13 @@
 // from a binary weights file beyond that (a temporary one, deleted before
 // the call returns) or when the conceptualization names a weights file; then
 // the file's unique-ID field is copied too and orders the features.
+#include "StatisticsAnalyst/Export.h"
 #include "StatisticsAnalyst/ZoAnalysisFrame.h"
 #include "StatisticsAnalyst/ZoPatternsInformation.h"
 
 namespace ZOC {
 
-class ZoClusteringDistributions : public ZoAnalysisFrame {
+class SA_API ZoClusteringDistributions : public ZoAnalysisFrame {
  public:
   ZoClusteringDistributions() = default;
 

@@ -5,6 +5,7 @@
 #include <memory>
 #include <vector>
 
+#include "StatisticsAnalyst/Export.h"
 #include "host/LumaUnicodeString.h"
 #include "host/ZoDatasetVector.h"
 
@@ -12,7 +13,7 @@ class GDALDataset;
 
 namespace ZOC {
 
-class ZoDataSource {
+class SA_API ZoDataSource {
  public:
   ~ZoDataSource();  // commits pending writes and closes
   ZoDataSource(const ZoDataSource&) = delete;
