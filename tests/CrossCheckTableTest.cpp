@@ -24,6 +24,8 @@ struct CrossCheckCase {
   std::map<std::string, std::vector<double>> expected;  // statistic -> spdep's value(s)
 };
 
+void PrintTo(const CrossCheckCase& c, std::ostream* out) { *out << c.dataset << " " << c.field << " " << c.weights; }
+
 std::vector<CrossCheckCase> LoadCases() {
   std::ifstream in(std::string(SA_CASES_DIR) + "/spdep_expected.csv");
   std::vector<CrossCheckCase> cases;
