@@ -166,9 +166,8 @@ TEST(GlobalStatistics, LargeDatasetsStreamThroughATemporaryFileThatIsRemoved) {
   EXPECT_NEAR(streamed.Index, n / s0 * cp / d2, 1e-10);
 
   // A cancelled run leaves no temporary file either.
-  satest::ScopedProgressFactory cancelEarly([] {
-    return std::make_unique<ZoCallbackProgress>([](const ZoProgressState& s) { return s.percent < 30; });
-  });
+  satest::ScopedProgressFactory cancelEarly(
+      [] { return std::make_unique<ZoCallbackProgress>([](const ZoProgressState& s) { return s.percent < 30; }); });
   Exponent untouched{1, 2, 3, 4, 5};
   EXPECT_FALSE(patterns.SpatialAutocorrelation(layer.dataset, info, untouched, true));
   EXPECT_EQ(Ids(patterns), (std::vector<std::string>{"IMb030", "ESa041"}));

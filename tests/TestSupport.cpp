@@ -33,8 +33,11 @@ ScopedEnv::ScopedEnv(const char* name, const std::string& value) : m_name(name) 
 }
 
 ScopedEnv::~ScopedEnv() {
-  if (m_wasSet) setenv(m_name.c_str(), m_saved.c_str(), 1);
-  else unsetenv(m_name.c_str());
+  if (m_wasSet) {
+    setenv(m_name.c_str(), m_saved.c_str(), 1);
+  } else {
+    unsetenv(m_name.c_str());
+  }
 }
 
 int RunCommand(const std::string& command, std::string* output, bool mergeStderr) {
