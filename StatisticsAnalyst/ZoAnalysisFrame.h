@@ -11,6 +11,7 @@
 #include <memory>
 #include <new>
 
+#include "StatisticsAnalyst/Export.h"
 #include "StatisticsAnalyst/ZoPatternsInformation.h"
 #include "host/LumaUnicodeString.h"
 #include "host/ZoDatasetVector.h"
@@ -26,12 +27,12 @@ class Status;
 }
 
 // Releases a recordset through its dataset when it goes out of scope.
-struct ZoRecordsetRelease {
+struct SA_API ZoRecordsetRelease {
   void operator()(ZoRecordset* records) const;
 };
 using ZoRecordsetPtr = std::unique_ptr<ZoRecordset, ZoRecordsetRelease>;
 
-class ZoAnalysisFrame {
+class SA_API ZoAnalysisFrame {
  public:
   // The messages accumulated by the last failing call.
   const LumaUnicodeString& GetStrErrorMes() const { return m_errorMessage; }
@@ -111,7 +112,7 @@ class ZoAnalysisFrame {
 // set with SetProgress when there is one, else a new one from the host's
 // factory, deleted when the call returns. A call that does not ask reports
 // nothing.
-class ZoCallProgress {
+class SA_API ZoCallProgress {
  public:
   ZoCallProgress(ZoProgress* callerProgress, bool show);
   ZoProgress* get() const { return m_progress; }

@@ -1,5 +1,6 @@
 #pragma once
 // ZoAnalyzingPatterns: global statistics of a whole dataset.
+#include "StatisticsAnalyst/Export.h"
 #include "StatisticsAnalyst/ZoAnalysisFrame.h"
 #include "StatisticsAnalyst/ZoPatternsInformation.h"
 #include "StatisticsAnalyst/ZoStatisticsUtilities.h"
@@ -11,7 +12,7 @@ namespace ZOC {
 using LUMA::LumaArray;
 using LUMA::LumaPoint2D;
 
-class ZoAnalyzingPatterns : public ZoAnalysisFrame {
+class SA_API ZoAnalyzingPatterns : public ZoAnalysisFrame {
  public:
   // The result of a global statistic, written only when the analysis succeeds.
   struct ZoAnalyzingExponent {

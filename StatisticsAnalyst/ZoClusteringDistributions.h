@@ -14,13 +14,14 @@
 // first such feature (QlID); values of any finite magnitude are exact. A
 // z-score that is not finite (constant values) is never significant: its bin
 // is 0 and it gets no type. P-values lie in [0, 1].
+#include "StatisticsAnalyst/Export.h"
 #include "StatisticsAnalyst/ZoAnalysisFrame.h"
 #include "StatisticsAnalyst/ZoClusterInformation.h"
 #include "StatisticsAnalyst/ZoPatternsInformation.h"
 
 namespace ZOC {
 
-class ZoClusteringDistributions : public ZoAnalysisFrame {
+class SA_API ZoClusteringDistributions : public ZoAnalysisFrame {
  public:
   ZoClusteringDistributions() = default;
 

@@ -10,6 +10,7 @@
 #include <cstdint>
 #include <cstdio>
 
+#include "StatisticsAnalyst/Export.h"
 #include "StatisticsAnalyst/ZoAnalysisFrame.h"
 #include "StatisticsAnalyst/ZoPatternsInformation.h"
 #include "host/LumaArray.h"
@@ -33,7 +34,7 @@ struct WeightMatrixUnit {
 class ZoContiguityGrid;
 struct ZoSWMFileUniqueIndex;
 
-class ZoStatisticsUtilities : public ZoAnalysisFrame {
+class SA_API ZoStatisticsUtilities : public ZoAnalysisFrame {
  public:
   ZoStatisticsUtilities() = default;
 

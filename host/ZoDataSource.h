@@ -5,6 +5,7 @@
 #include <memory>
 #include <vector>
 
+#include "StatisticsAnalyst/Export.h"
 #include "host/LumaUnicodeString.h"
 #include "host/ZoDatasetVector.h"
 
@@ -14,7 +15,7 @@ namespace detail {
 struct HostAccess;
 }
 
-class ZoDataSource {
+class SA_API ZoDataSource {
  public:
   ~ZoDataSource();  // commits pending writes and closes
   ZoDataSource(const ZoDataSource&) = delete;

@@ -16,6 +16,7 @@
 #include <utility>
 #include <vector>
 
+#include "StatisticsAnalyst/Export.h"
 #include "host/LumaFieldInfo.h"
 #include "host/LumaUnicodeString.h"
 #include "host/LumaVariant.h"
@@ -40,7 +41,7 @@ enum ZoDatasetType : int { DatasetTabular = 0, DatasetPoint = 1, DatasetLine = 3
 // The name of the system identifier field.
 inline constexpr const char* kSystemIdField = "QlID";
 
-class ZoDatasetVector {
+class SA_API ZoDatasetVector {
  public:
   ~ZoDatasetVector();
   ZoDatasetVector(const ZoDatasetVector&) = delete;

@@ -20,6 +20,7 @@
 #include <cstddef>
 #include <memory>
 
+#include "StatisticsAnalyst/Export.h"
 #include "host/LumaArray.h"
 #include "host/LumaPoint.h"
 #include "host/LumaUnicodeString.h"
@@ -32,7 +33,7 @@ using LUMA::LumaArray;
 using LUMA::LumaPoint2D;
 using LUMA::LumaUnicodeString;
 
-class ZoPrjCoordSys {
+class SA_API ZoPrjCoordSys {
  public:
   enum TypeID { Planar = 0, Geographic = 1, Projected = 2 };
 

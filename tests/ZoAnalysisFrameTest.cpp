@@ -71,11 +71,6 @@ using V = std::vector<std::string>;
 
 }  // namespace
 
-TEST(CheckParameterValid, DefaultRecordWithNumericFieldPasses) {
-  Fixture f(4);
-  EXPECT_EQ(Check(f, f.Valid()), V{});
-}
-
 TEST(CheckParameterValid, NullRecordsetAndTooFewRecordsComeFirst) {
   ZoAnalyzingPatterns analysis;
   EXPECT_FALSE(analysis.CheckParameterValid(nullptr, ZoPatternsInformation()));
@@ -182,45 +177,6 @@ TEST(CheckFieldValid, FailuresAccumulateInOrder) {
   EXPECT_FALSE(analysis.CheckParameterValid(nullptr, f.Valid()));
   EXPECT_EQ(Ids(analysis.GetStrErrorMes()), (V{"ECd001", "EEg024"}));
   EXPECT_NE(analysis.GetStrErrorMes().Str().find('\n'), std::string::npos);
-}
-
-TEST(ZoPatternsInformation, DefaultsAndMemberwiseCopy) {
-  const ZoPatternsInformation d;
-  EXPECT_EQ(d.FieldName, "");
-  EXPECT_EQ(d.Conceptualization, InverseDistance);
-  EXPECT_EQ(d.DistanceTolerance, -1.0);
-  EXPECT_EQ(d.Exponent, 1.0);
-  EXPECT_EQ(d.KNeighbors, 1);
-  EXPECT_FALSE(d.Standardization);
-  EXPECT_FALSE(d.FDRCorrection);
-  EXPECT_EQ(d.DistanceMethod, Euclidean);
-
-  ZoPatternsInformation a;
-  a.FieldName = "CRIME";
-  a.Conceptualization = KNearestNeighbors;
-  a.DistanceTolerance = 3.5;
-  a.Exponent = 2;
-  a.KNeighbors = 8;
-  a.Standardization = true;
-  a.SecondFieldName = "W";
-  a.FDRCorrection = true;
-  a.WeightsFilePath = "/tmp/w.swmb";
-  a.DistanceMethod = Manhattan;
-  ZoPatternsInformation b(a), c;
-  c = a;
-  a.FieldName = "changed";  // deep copies: the copies keep their own text
-  for (const ZoPatternsInformation* x : {&b, &c}) {
-    EXPECT_EQ(x->FieldName, "CRIME");
-    EXPECT_EQ(x->Conceptualization, KNearestNeighbors);
-    EXPECT_EQ(x->DistanceTolerance, 3.5);
-    EXPECT_EQ(x->Exponent, 2);
-    EXPECT_EQ(x->KNeighbors, 8);
-    EXPECT_TRUE(x->Standardization);
-    EXPECT_EQ(x->SecondFieldName, "W");
-    EXPECT_TRUE(x->FDRCorrection);
-    EXPECT_EQ(x->WeightsFilePath, "/tmp/w.swmb");
-    EXPECT_EQ(x->DistanceMethod, Manhattan);
-  }
 }
 
 TEST(ZoAnalyzingPatterns, CopiesCarryTheMessageButNoOpenFlagMatrix) {

@@ -46,16 +46,6 @@ TEST(ZoStringEx, CatalogueIsSortedUniqueAndWellFormed) {
   EXPECT_NE(Text("ESa001"), Text("ESa0010"));
 }
 
-TEST(ZoStringEx, IdentifiersRaisedByTheAnalysisFrameResolve) {
-  for (const char* id : {"EEg002", "EEg024", "EEe018", "EKa013", "ESa005", "ECd001", "ESa006", "ESa014", "ESa025",
-                         "ESa042", "ESa050", "ESa061", "ESa062", "ESa076", "ESa077", "IMb030", "ESa041", "ESa035",
-                         "ESa0010", "ESa074", "EEg032", "ESa046", "ESa049", "IMb330", "IMb331"}) {
-    EXPECT_TRUE(ZoStringEx::HasResString(id)) << id;
-    EXPECT_EQ(Text(id).rfind(std::string("[") + id + "] ", 0), 0u) << id;
-  }
-  EXPECT_EQ(Text("ESa014"), "[ESa014] At least 4 records are needed; the dataset has fewer.");
-}
-
 TEST(ZoStringEx, UnknownIdentifiersStillNameThemselves) {
   EXPECT_FALSE(ZoStringEx::HasResString("ZZz999"));
   EXPECT_EQ(Text("ZZz999"), "[ZZz999] Unknown message identifier.");
