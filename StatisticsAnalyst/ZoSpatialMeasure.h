@@ -18,6 +18,7 @@
 // (Mean divides by the group's feature count); a group of one feature gets
 // its raw values instead (Median null). A failed call leaves what it had
 // already written in the result; it returns false with the messages.
+#include "StatisticsAnalyst/Export.h"
 #include "StatisticsAnalyst/ZoAnalysisFrame.h"
 #include "StatisticsAnalyst/ZoMeasuringInformation.h"
 #include "StatisticsAnalyst/ZoStatisticsUtilities.h"
@@ -28,7 +29,7 @@ namespace centrography {
 struct MeasureCall;
 }
 
-class ZoSpatialMeasure : public ZoAnalysisFrame {
+class SA_API ZoSpatialMeasure : public ZoAnalysisFrame {
  public:
   using ZoMeasuringInformation = ZOC::ZoMeasuringInformation;
   using ZoStatisticsType = ZOC::ZoStatisticsType;

@@ -11,6 +11,7 @@
 // Every point's neighbourhood is asked of the KD tree exactly once, never all
 // pairs; memory is the labels plus one queue of points and the neighbours of
 // one point.
+#include "StatisticsAnalyst/Export.h"
 #include <cstdint>
 
 #include "host/LumaArray.h"
@@ -20,7 +21,7 @@ namespace ZOC {
 
 class ZoProgress;
 
-class ZoAggregation {
+class SA_API ZoAggregation {
  public:
   // Fills `clusterIds` with one cluster number per point (0 = none).
   // Returns 1 on success, 0 when the tree cannot be built (a non-finite

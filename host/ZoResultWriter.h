@@ -17,6 +17,7 @@
 // Nothing touches the output before Commit; a failed or cancelled Commit
 // leaves it as it was, with no temporary layer or file behind. Failures leave
 // a message beginning with its identifier in GetError().
+#include "StatisticsAnalyst/Export.h"
 #include <memory>
 #include <vector>
 
@@ -28,7 +29,7 @@ namespace ZOC {
 class ZoDatasetVector;
 class ZoProgress;
 
-class ZoResultWriter {
+class SA_API ZoResultWriter {
  public:
   ZoResultWriter();
   ~ZoResultWriter();
