@@ -20,9 +20,11 @@ Command HotSpotCommand();
 Command ClusterOutlierCommand();
 Command WeightsToTableCommand();
 Command WeightsDumpCommand();
+Command OlsCommand();
+Command GwrCommand();
 
 const std::vector<Command>& Commands() {
-  static const std::vector<Command> commands = {InfoCommand(), AnnCommand(), MoranCommand(), GeneralGCommand(), HotSpotCommand(), ClusterOutlierCommand(), WeightsShowCommand(), WeightsBuildCommand(),
+  static const std::vector<Command> commands = {InfoCommand(), AnnCommand(), MoranCommand(), GeneralGCommand(), HotSpotCommand(), ClusterOutlierCommand(), OlsCommand(), GwrCommand(), WeightsShowCommand(), WeightsBuildCommand(),
                                                  WeightsToTableCommand(), WeightsDumpCommand()};
   return commands;
 }
