@@ -80,19 +80,19 @@ void VarianceInflation(const Design& d, ZoOLSResult& out) {
     out.Coefficients[static_cast<std::size_t>(j + 1)].VIF = inverted ? r.GetElement(j, j) : kNaN;
 }
 
-// The condition index of the uncentred design (1, x), columns scaled to
-// unit length: from a p × p factor R with RᵀR = XᵀX, which has X's
-// singular values.
+// The condition index of the uncentred design X = (1, x), columns scaled
+// to unit length, from a p × p factor with X's singular values: with
+// ZᵀZ = UᵀU for the centred design Z and X = Z·M, the factor is U·M. The
+// centred cross products keep it accurate when a field has a large offset.
 double DesignConditionIndex(const Design& d, const std::vector<double>& zz) {
   const int p = d.p();
-  std::vector<double> xx(static_cast<std::size_t>(p * p));
-  Uncentre(zz.data(), p, d.means, xx.data());
-  Eigen::MatrixXd a(p, p);
+  Eigen::MatrixXd a(p, p), m = Eigen::MatrixXd::Identity(p, p);
   for (int i = 0; i < p; ++i)
-    for (int j = 0; j < p; ++j) a(i, j) = xx[i * p + j];
+    for (int j = 0; j < p; ++j) a(i, j) = zz[i * p + j];
+  for (int j = 1; j < p; ++j) m(0, j) = d.means[static_cast<std::size_t>(j - 1)];
   Eigen::LLT<Eigen::MatrixXd> llt(a);
   if (llt.info() != Eigen::Success) return std::numeric_limits<double>::infinity();
-  const Eigen::MatrixXd u = llt.matrixU();
+  const Eigen::MatrixXd u = llt.matrixU() * m;
   ZoMatrix factor(p, p);
   for (int i = 0; i < p; ++i)
     for (int j = 0; j < p; ++j) factor.PutElement(u(i, j), i, j);
