@@ -196,4 +196,201 @@ TEST(OrdinaryLeastSquares, RefusesModelsItCannotEstimate) {
                 "EUf005");
 }
 
+// ---- Geographically weighted regression.
+
+// A plain loop of weighted least squares per feature, the textbook way.
+struct Reference {
+  Eigen::MatrixXd beta, se;
+  Eigen::VectorXd predicted, leverage, localR2, condition;
+  double trace = 0, rss = 0, sigma = 0, aicc = 0;
+};
+
+Reference ReferenceGwr(const Sample& s, ZOC::ZoGWRKernel kernel, bool adaptive, double b) {
+  const long n = s.X.rows(), p = s.X.cols();
+  Reference r;
+  r.beta.resize(n, p), r.se.resize(n, p), r.predicted.resize(n), r.leverage.resize(n), r.localR2.resize(n);
+  r.condition.resize(n);
+  Eigen::MatrixXd cct(n, p);
+  for (long i = 0; i < n; ++i) {
+    Eigen::VectorXd d(n), w(n);
+    for (long j = 0; j < n; ++j)
+      d(j) = std::hypot(s.points[static_cast<std::size_t>(i)].x - s.points[static_cast<std::size_t>(j)].x,
+                        s.points[static_cast<std::size_t>(i)].y - s.points[static_cast<std::size_t>(j)].y);
+    std::vector<double> sorted(d.data(), d.data() + n);
+    std::sort(sorted.begin(), sorted.end());
+    const double bw = adaptive ? sorted[static_cast<std::size_t>(b) - 1] : b;
+    for (long j = 0; j < n; ++j)
+      w(j) = kernel == ZOC::GWRGaussian ? std::exp(-0.5 * (d(j) / bw) * (d(j) / bw))
+                                         : (d(j) < bw ? std::pow(1 - (d(j) / bw) * (d(j) / bw), 2) : 0.0);
+    const Eigen::MatrixXd xtw = s.X.transpose() * w.asDiagonal();
+    const Eigen::MatrixXd c = (xtw * s.X).ldlt().solve(xtw);  // p × n
+    r.beta.row(i) = (c * s.y).transpose();
+    r.predicted(i) = s.X.row(i).dot(r.beta.row(i));
+    r.leverage(i) = s.X.row(i).dot(c.col(i));
+    cct.row(i) = (c * c.transpose()).diagonal().transpose();
+    const double mean = w.dot(s.y) / w.sum();
+    const Eigen::VectorXd fit = s.X * r.beta.row(i).transpose();
+    r.localR2(i) = 1 - w.dot((s.y - fit).array().square().matrix()) / w.dot((s.y.array() - mean).square().matrix());
+    Eigen::MatrixXd z = w.cwiseSqrt().asDiagonal() * s.X;
+    for (long j = 0; j < p; ++j) z.col(j) /= z.col(j).norm();
+    const Eigen::VectorXd sv = Eigen::JacobiSVD<Eigen::MatrixXd>(z).singularValues();
+    r.condition(i) = sv(0) / sv(p - 1);
+  }
+  r.rss = (s.y - r.predicted).squaredNorm(), r.trace = r.leverage.sum();
+  const double nn = static_cast<double>(n), sigma2 = r.rss / (nn - r.trace);
+  r.sigma = std::sqrt(sigma2);
+  r.se = (cct * sigma2).cwiseSqrt();
+  r.aicc = nn * std::log(r.rss / nn) + nn * std::log(2 * M_PI) + nn * (nn + r.trace) / (nn - 2 - r.trace);
+  return r;
+}
+
+Sample GwrSample(std::size_t n, unsigned seed) {
+  Sample s = MakeSample(n, seed);
+  for (long i = 0; i < s.X.rows(); ++i) s.X(i, 2) -= 1e6 - 50;  // a modest offset: the reference has no centring
+  for (auto& v : s.columns["X2"]) v -= 1e6 - 50;
+  return s;
+}
+
+ZOC::ZoGWRInformation GwrInfo(ZOC::ZoGWRKernel kernel, ZOC::ZoGWRBandwidthType type, double b) {
+  ZOC::ZoGWRInformation info;
+  info.DependentField = "Y";
+  info.ExplanatoryFields = {"X1", "X2"};
+  info.Kernel = kernel, info.BandwidthType = type, info.Bandwidth = b;
+  return info;
+}
+
+TEST(GeographicallyWeightedRegression, EveryKernelAndBandwidthMatchesAPlainWeightedLeastSquaresLoop) {
+  const Sample s = GwrSample(300, 21);
+  auto layer = MakeLayer(s.points, s.columns);
+  struct Case {
+    ZOC::ZoGWRKernel kernel;
+    ZOC::ZoGWRBandwidthType type;
+    double b;
+  };
+  // The last adaptive case has more neighbours than the tree is asked for.
+  const Case cases[] = {{ZOC::GWRGaussian, ZOC::GWRFixed, 2.0},   {ZOC::GWRBisquare, ZOC::GWRFixed, 3.5},
+                        {ZOC::GWRGaussian, ZOC::GWRAdaptive, 12}, {ZOC::GWRBisquare, ZOC::GWRAdaptive, 15},
+                        {ZOC::GWRBisquare, ZOC::GWRAdaptive, 270}};
+  int k = 0;
+  for (const Case& c : cases) {
+    SCOPED_TRACE(k);
+    ZOC::ZoDatasetVector* out =
+        layer->source->CreateDatasetVector("gwr" + std::to_string(k++), ZOC::DatasetPoint, ZOC::ZoPrjCoordSys());
+    ZOC::ZoSpatialRelModeling modeling;
+    ZOC::ZoGWRResult r;
+    ASSERT_TRUE(modeling.GeographicWeightedRegression(layer->dataset, out, GwrInfo(c.kernel, c.type, c.b), r, false))
+        << modeling.GetStrErrorMes().Str();
+    const Reference ref = ReferenceGwr(s, c.kernel, c.type == ZOC::GWRAdaptive, c.b);
+    ExpectRelative(r.EffectiveParameters, ref.trace, 1e-9, "trace");
+    ExpectRelative(r.RSS, ref.rss, 1e-9, "RSS");
+    ExpectRelative(r.Sigma, ref.sigma, 1e-9, "sigma");
+    ExpectRelative(r.AICc, ref.aicc, 1e-9, "AICc");
+    EXPECT_EQ(r.Bandwidth, c.b);
+    const char* names[] = {"Intercept", "X1", "X2"};
+    for (int j = 0; j < 3; ++j) {
+      const auto coef = ReadField(out, (std::string("Coef_") + names[j]).c_str());
+      const auto se = ReadField(out, (std::string("SE_") + names[j]).c_str());
+      for (long i = 0; i < 300; ++i) {
+        EXPECT_NEAR(coef[static_cast<std::size_t>(i)], ref.beta(i, j), 1e-7 * (1 + std::fabs(ref.beta(i, j))));
+        EXPECT_NEAR(se[static_cast<std::size_t>(i)], ref.se(i, j), 1e-7 * (1 + ref.se(i, j)));
+      }
+    }
+    const auto r2 = ReadField(out, "LocalR2"), predicted = ReadField(out, "Predicted"),
+               standardized = ReadField(out, "StdResid"), condition = ReadField(out, "CondNumber");
+    for (long i = 0; i < 300; ++i) {
+      const auto u = static_cast<std::size_t>(i);
+      EXPECT_NEAR(r2[u], ref.localR2(i), 1e-8);
+      EXPECT_NEAR(predicted[u], ref.predicted(i), 1e-8 * (1 + std::fabs(ref.predicted(i))));
+      const double e = s.y(i) - ref.predicted(i);
+      EXPECT_NEAR(standardized[u], e / (ref.sigma * std::sqrt(1 - ref.leverage(i))), 1e-7);
+      EXPECT_NEAR(condition[u], ref.condition(i), 1e-6 * ref.condition(i));
+    }
+  }
+}
+
+TEST(GeographicallyWeightedRegression, AVeryWideGaussianKernelIsOrdinaryLeastSquares) {
+  const Sample s = GwrSample(80, 5);
+  auto layer = MakeLayer(s.points, s.columns);
+  ZOC::ZoSpatialRelModeling modeling;
+  ZOC::ZoGWRResult r;
+  ASSERT_TRUE(modeling.GeographicWeightedRegression(layer->dataset, layer->result,
+                                                    GwrInfo(ZOC::GWRGaussian, ZOC::GWRFixed, 1e9), r, false));
+  const Eigen::VectorXd beta = s.X.householderQr().solve(s.y);
+  EXPECT_NEAR(r.EffectiveParameters, 3.0, 1e-9);
+  ExpectRelative(r.RSS, (s.y - s.X * beta).squaredNorm(), 1e-9, "RSS");
+  const auto slope = ReadField(layer->result, "Coef_X1");
+  for (double v : slope) EXPECT_NEAR(v, beta(1), 1e-9 * std::fabs(beta(1)));
+}
+
+TEST(GeographicallyWeightedRegression, ResultsDoNotDependOnTheThreadCount) {
+  const Sample s = GwrSample(1500, 8);
+  auto layer = MakeLayer(s.points, s.columns);
+  std::vector<std::vector<double>> runs;
+  for (int threads : {1, 2, 1, 2}) {
+    const bool search = runs.size() >= 2;
+    omp_set_num_threads(threads);
+    ZOC::ZoDatasetVector* out =
+        layer->source->CreateDatasetVector("t" + std::to_string(runs.size()), ZOC::DatasetPoint, ZOC::ZoPrjCoordSys());
+    ZOC::ZoSpatialRelModeling modeling;
+    ZOC::ZoGWRResult r;
+    const auto info = search ? GwrInfo(ZOC::GWRGaussian, ZOC::GWRFixed, -1) : GwrInfo(ZOC::GWRBisquare, ZOC::GWRAdaptive, 40);
+    ASSERT_TRUE(modeling.GeographicWeightedRegression(layer->dataset, out, info, r, false));
+    runs.push_back(ReadField(out, "Coef_X2"));
+    runs.back().push_back(r.Bandwidth), runs.back().push_back(r.AICc);
+  }
+  omp_set_num_threads(omp_get_num_procs());
+  EXPECT_EQ(runs[0], runs[1]);
+  EXPECT_EQ(runs[2], runs[3]);
+}
+
+TEST(GeographicallyWeightedRegression, TheSearchFindsTheSmallestAicc) {
+  const Sample s = GwrSample(60, 13);
+  auto layer = MakeLayer(s.points, s.columns);
+  // Adaptive: every whole number of neighbours from p + 2 = 5 to n.
+  ZOC::ZoSpatialRelModeling modeling;
+  ZOC::ZoGWRResult r;
+  ASSERT_TRUE(modeling.GeographicWeightedRegression(layer->dataset, layer->result,
+                                                    GwrInfo(ZOC::GWRBisquare, ZOC::GWRAdaptive, -1), r, false))
+      << modeling.GetStrErrorMes().Str();
+  double best = INFINITY, bestK = 0;
+  for (int k = 5; k <= 60; ++k) {
+    const Reference ref = ReferenceGwr(s, ZOC::GWRBisquare, true, k);
+    const double aicc = ref.trace < 58 ? ref.aicc : INFINITY;
+    if (aicc < best) best = aicc, bestK = k;
+  }
+  EXPECT_TRUE(r.BandwidthSearched);
+  EXPECT_EQ(r.Bandwidth, bestK);
+  ExpectRelative(r.AICc, best, 1e-9, "AICc");
+  // Fixed: no bandwidth on a fine grid does better than the one found.
+  ZOC::ZoDatasetVector* out = layer->source->CreateDatasetVector("fixed", ZOC::DatasetPoint, ZOC::ZoPrjCoordSys());
+  ASSERT_TRUE(modeling.GeographicWeightedRegression(layer->dataset, out, GwrInfo(ZOC::GWRGaussian, ZOC::GWRFixed, -1),
+                                                    r, false));
+  ExpectRelative(r.AICc, ReferenceGwr(s, ZOC::GWRGaussian, false, r.Bandwidth).aicc, 1e-9, "AICc");
+  for (double b = 0.5; b < 14.0; b += 0.05) EXPECT_GE(ReferenceGwr(s, ZOC::GWRGaussian, false, b).aicc, r.AICc - 1e-7);
+}
+
+TEST(GeographicallyWeightedRegression, BandwidthsThatCannotFitFailCleanly) {
+  const Sample s = GwrSample(30, 4);
+  auto layer = MakeLayer(s.points, s.columns);
+  struct Case {
+    ZOC::ZoGWRBandwidthType type;
+    double b;
+    const char* id;
+  };
+  // Bisquare, p = 3: 3 neighbours leave 2 with weight, 4 leave 3 (an exact local fit).
+  const Case cases[] = {{ZOC::GWRAdaptive, 3, "EUf009"},  {ZOC::GWRAdaptive, 4, "EUf010"},
+                        {ZOC::GWRAdaptive, 4.5, "EUf008"}, {ZOC::GWRAdaptive, 31, "EUf008"},
+                        {ZOC::GWRFixed, -2, "EUf008"},     {ZOC::GWRFixed, 1e-3, "EUf009"}};
+  for (const Case& c : cases) {
+    ZOC::ZoSpatialRelModeling modeling;
+    ZOC::ZoGWRResult r;
+    EXPECT_FALSE(modeling.GeographicWeightedRegression(layer->dataset, layer->result,
+                                                       GwrInfo(ZOC::GWRBisquare, c.type, c.b), r, false));
+    EXPECT_NE(modeling.GetStrErrorMes().Str().find(c.id), std::string::npos) << c.b << modeling.GetStrErrorMes().Str();
+    EXPECT_NE(modeling.GetStrErrorMes().Str().find("EUf013"), std::string::npos);
+    EXPECT_EQ(layer->result->GetRecordCount(), 0);
+    EXPECT_EQ(layer->result->GetFieldInfos().size(), 1u);
+  }
+}
+
 }  // namespace

@@ -48,9 +48,10 @@ class GwrModel {
   // is told of every new evaluation and returns false to cancel. Returns
   // the failing identifier ("EUf011", "IMb030") or null.
   const char* Search(double& best, const std::function<bool(int)>& trial) const;
-  // The search interval: adaptive, p + 2 to n features; fixed, the largest
-  // distance from a feature to its (p + 2)-th nearest feature (itself
-  // included) to the diagonal of the points' extent.
+  // The search interval: adaptive, p + 2 to n features; fixed, up to the
+  // diagonal of the points' extent, from 1/5000 of it (Gaussian) or from the
+  // largest distance between a feature and its (p + 2)-th nearest feature,
+  // itself included (bisquare: below it some local design lacks support).
   void Bounds(double& lower, double& upper) const;
   // Most evaluations the search can make, for progress.
   int MaxTrials() const;

@@ -106,6 +106,11 @@ void GwrModel::Bounds(double& lower, double& upper) const {
     minX = std::min(minX, q.x), maxX = std::max(maxX, q.x), minY = std::min(minY, q.y), maxY = std::max(maxY, q.y);
   const double w = maxX - minX, h = maxY - minY;
   upper = m_method == 1 ? std::sqrt(w * w + h * h) : w + h;
+  if (m_kernel == GWRGaussian) {
+    // Every feature keeps some weight: only the extent bounds the search.
+    lower = upper / 5000.0;
+    return;
+  }
   const auto k = static_cast<std::size_t>(std::min<std::int64_t>(p + 2, n));
   std::vector<double> reach(static_cast<std::size_t>(n), 0.0);
   ForEachFeature(
