@@ -323,7 +323,7 @@ TEST(GeographicallyWeightedRegression, AVeryWideGaussianKernelIsOrdinaryLeastSqu
 }
 
 TEST(GeographicallyWeightedRegression, ResultsDoNotDependOnTheThreadCount) {
-  const Sample s = GwrSample(1500, 8);
+  const Sample s = GwrSample(600, 8);
   auto layer = MakeLayer(s.points, s.columns);
   std::vector<std::vector<double>> runs;
   for (int threads : {1, 2, 1, 2}) {
