@@ -26,15 +26,11 @@ GwrModel::GwrModel(const Design& design, std::vector<LUMA::LumaPoint3D> points, 
 GwrModel::~GwrModel() = default;
 
 bool GwrModel::Build() {
+  const int p = m_design.p();
+  m_z.resize(static_cast<Eigen::Index>(m_design.n), p);
+  for (std::int64_t i = 0; i < m_design.n; ++i) m_design.DesignRow(i, &m_z(static_cast<Eigen::Index>(i), 0));
   m_tree = std::make_unique<ZoKdTree>(m_points.data(), m_points.size());
   return m_tree->Build();
-}
-
-double GwrModel::Distance(std::int64_t i, std::int64_t j) const {
-  const auto& a = m_points[static_cast<std::size_t>(i)];
-  const auto& b = m_points[static_cast<std::size_t>(j)];
-  const double dx = a.x - b.x, dy = a.y - b.y;
-  return m_method == 1 ? std::sqrt(dx * dx + dy * dy) : std::fabs(dx) + std::fabs(dy);
 }
 
 bool GwrModel::Neighbours(std::int64_t i, double b, Scratch& s) const {
@@ -84,25 +80,21 @@ bool GwrModel::Neighbours(std::int64_t i, double b, Scratch& s) const {
 bool GwrModel::LocalFit(std::int64_t i, double b, bool full, Scratch& s, Local& out) const {
   if (!Neighbours(i, b, s)) return false;
   const int p = m_design.p();
-  std::fill(s.a.begin(), s.a.end(), 0.0), std::fill(s.b.begin(), s.b.end(), 0.0);
-  std::fill(s.c.begin(), s.c.end(), 0.0);
-  double* z = s.z.data();
-  for (std::size_t t = 0; t < s.nbIndex.size(); ++t) {
-    const std::int64_t j = s.nbIndex[t];
-    const double w = s.nbWeight[t], wy = w * m_design.y[static_cast<std::size_t>(j)];
-    m_design.DesignRow(j, z);
-    for (int r = 0; r < p; ++r) {
-      s.c[r] += wy * z[r];
-      const double wz = w * z[r];
-      for (int q = r; q < p; ++q) s.a[r * p + q] += wz * z[q];
-      if (full)
-        for (int q = r; q < p; ++q) s.b[r * p + q] += w * wz * z[q];
-    }
+  const auto m = static_cast<Eigen::Index>(s.nbIndex.size());
+  // The neighbours' rows scaled by √w: ZᵀWZ and ZᵀWy become plain (blocked,
+  // vectorised) products, and √w·(y − zᵀβ) is the weighted residual.
+  s.zw.resize(m, p), s.yw.resize(m);
+  for (Eigen::Index t = 0; t < m; ++t) {
+    const auto j = static_cast<Eigen::Index>(s.nbIndex[static_cast<std::size_t>(t)]);
+    const double root = std::sqrt(s.nbWeight[static_cast<std::size_t>(t)]);
+    s.zw.row(t) = m_z.row(j) * root;
+    s.yw(t) = m_design.y[static_cast<std::size_t>(j)] * root;
   }
-  for (int r = 0; r < p; ++r)
-    for (int q = 0; q < r; ++q) s.a[r * p + q] = s.a[q * p + r], s.b[r * p + q] = s.b[q * p + r];
+  Eigen::Map<Eigen::Matrix<double, Eigen::Dynamic, Eigen::Dynamic, Eigen::RowMajor>> a(s.a.data(), p, p);
+  a.noalias() = s.zw.transpose() * s.zw;
+  Eigen::Map<Eigen::VectorXd>(s.c.data(), p).noalias() = s.zw.transpose() * s.yw;
   if (!InvertSymmetric(s.a.data(), p, s.inv.data())) return false;
-  m_design.DesignRow(i, z);
+  const double* z = &m_z(static_cast<Eigen::Index>(i), 0);
   out.predicted = out.leverage = 0.0;
   for (int r = 0; r < p; ++r) {
     double br = 0.0, az = 0.0;
@@ -112,19 +104,13 @@ bool GwrModel::LocalFit(std::int64_t i, double b, bool full, Scratch& s, Local& 
     out.leverage += z[r] * az;  // the feature's own weight is the kernel's 1 at distance 0
   }
   if (!full) return true;
-  // Coefficient covariance (up to σ²): A⁻¹ B A⁻¹, reported for the uncentred model.
-  for (int r = 0; r < p; ++r)
-    for (int q = 0; q < p; ++q) {
-      double v = 0.0;
-      for (int u = 0; u < p; ++u) v += s.inv[r * p + u] * s.b[u * p + q];
-      s.tmp[r * p + q] = v;
-    }
-  for (int r = 0; r < p; ++r)
-    for (int q = 0; q < p; ++q) {
-      double v = 0.0;
-      for (int u = 0; u < p; ++u) v += s.tmp[r * p + u] * s.inv[u * p + q];
-      s.cov[r * p + q] = v;
-    }
+  // Coefficient covariance (up to σ²): A⁻¹ B A⁻¹ with B = ZᵀW²Z, reported
+  // for the uncentred model.
+  for (Eigen::Index t = 0; t < m; ++t) s.zw.row(t) *= std::sqrt(s.nbWeight[static_cast<std::size_t>(t)]);
+  Eigen::Map<Eigen::Matrix<double, Eigen::Dynamic, Eigen::Dynamic, Eigen::RowMajor>> bm(s.b.data(), p, p),
+      inv(s.inv.data(), p, p), cov(s.cov.data(), p, p);
+  bm.noalias() = s.zw.transpose() * s.zw;
+  cov.noalias() = inv * bm * inv;
   UncentreCovariance(s.cov.data(), p, m_design.means, s.tmp.data());
   for (int r = 0; r < p; ++r) out.covariance[r] = s.tmp[r * p + r], out.beta[r] = s.beta[r];
   for (int r = 1; r < p; ++r) out.beta[0] -= s.beta[r] * m_design.means[static_cast<std::size_t>(r - 1)];
@@ -135,11 +121,10 @@ bool GwrModel::LocalFit(std::int64_t i, double b, bool full, Scratch& s, Local& 
   const double mean = swy / sw;
   for (std::size_t t = 0; t < s.nbIndex.size(); ++t) {
     const std::int64_t j = s.nbIndex[t];
-    const double y = m_design.y[static_cast<std::size_t>(j)];
-    m_design.DesignRow(j, z);
+    const double y = m_design.y[static_cast<std::size_t>(j)], w = s.nbWeight[t];
     double fit = 0.0;
-    for (int r = 0; r < p; ++r) fit += z[r] * s.beta[r];
-    tss += s.nbWeight[t] * (y - mean) * (y - mean), rss += s.nbWeight[t] * (y - fit) * (y - fit);
+    for (int r = 0; r < p; ++r) fit += m_z(static_cast<Eigen::Index>(j), r) * s.beta[r];
+    tss += w * (y - mean) * (y - mean), rss += w * (y - fit) * (y - fit);
   }
   out.r2 = tss > 0.0 ? 1.0 - rss / tss : 1.0;
   Uncentre(s.a.data(), p, m_design.means, s.tmp.data());

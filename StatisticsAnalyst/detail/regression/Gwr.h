@@ -2,6 +2,8 @@
 // Geographically weighted regression on a Design: at every feature a
 // weighted least-squares fit whose weights fall with the distance from that
 // feature under a kernel and a bandwidth.
+#include <Eigen/Dense>
+#include <cmath>
 #include <functional>
 #include <cstdint>
 #include <memory>
@@ -45,9 +47,10 @@ class GwrModel {
   // degenerate. Sets cancelled (and returns +inf) when progress says so.
   double Aicc(double b, const GwrProgress& progress, bool& cancelled) const;
   // The golden-section search on AICc between the bounds below; trial(k)
-  // is told of every new evaluation and returns false to cancel. Returns
-  // the failing identifier ("EUf011", "IMb030") or null.
-  const char* Search(double& best, const std::function<bool(int)>& trial) const;
+  // is told of every new evaluation, poll between blocks of features, and
+  // either returns false to cancel. Returns the failing identifier
+  // ("EUf011", "IMb030") or null.
+  const char* Search(double& best, const std::function<bool(int)>& trial, const GwrProgress& poll) const;
   // The search interval: adaptive, p + 2 to n features; fixed, up to the
   // diagonal of the points' extent, from 1/5000 of it (Gaussian) or from the
   // largest distance between a feature and its (p + 2)-th nearest feature,
@@ -67,6 +70,8 @@ class GwrModel {
     std::vector<std::int64_t> nbIndex;
     std::vector<double> nbWeight;
     std::vector<double> a, b, inv, cov, tmp, c, z, beta;
+    Eigen::MatrixXd zw;  // the neighbours' design rows, scaled by the square root of their weights
+    Eigen::VectorXd yw;
   };
 
   // One local fit. beta and covariance point into the caller's rows (full
@@ -78,7 +83,12 @@ class GwrModel {
   };
   bool LocalFit(std::int64_t i, double b, bool full, Scratch& s, Local& out) const;
   bool Neighbours(std::int64_t i, double b, Scratch& s) const;
-  double Distance(std::int64_t i, std::int64_t j) const;
+  double Distance(std::int64_t i, std::int64_t j) const {
+    const auto& a = m_points[static_cast<std::size_t>(i)];
+    const auto& b = m_points[static_cast<std::size_t>(j)];
+    const double dx = a.x - b.x, dy = a.y - b.y;
+    return m_method == 1 ? std::sqrt(dx * dx + dy * dy) : std::fabs(dx) + std::fabs(dy);
+  }
   // Runs body(i, scratch) over every feature in parallel, in blocks.
   bool ForEachFeature(const std::function<void(std::int64_t, Scratch&)>& body, const GwrProgress& progress) const;
 
@@ -88,6 +98,8 @@ class GwrModel {
   ZoGWRBandwidthType m_type;
   int m_method;
   std::unique_ptr<ZoKdTree> m_tree;
+  // The centred design rows (1, x − mean), one per feature, contiguous.
+  Eigen::Matrix<double, Eigen::Dynamic, Eigen::Dynamic, Eigen::RowMajor> m_z;
 };
 
 }  // namespace ZOC::regression

@@ -129,7 +129,7 @@ int GwrModel::MaxTrials() const {
   return 2 * static_cast<int>(std::ceil(std::log(upper - lower + 2.0) / std::log(1.0 / kGolden))) + 8;
 }
 
-const char* GwrModel::Search(double& best, const std::function<bool(int)>& trial) const {
+const char* GwrModel::Search(double& best, const std::function<bool(int)>& trial, const GwrProgress& poll) const {
   double lower, upper;
   Bounds(lower, upper);
   std::map<double, double> tried;
@@ -140,7 +140,7 @@ const char* GwrModel::Search(double& best, const std::function<bool(int)>& trial
       cancelled = true;
       return kInfinity;
     }
-    const double value = Aicc(b, {}, cancelled);
+    const double value = Aicc(b, poll, cancelled);
     if (!cancelled) tried[b] = value;
     return value;
   };

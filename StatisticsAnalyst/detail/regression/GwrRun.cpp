@@ -51,7 +51,9 @@ bool ChooseBandwidth(const GwrModel& model, const ZoGWRInformation& info, ZoCall
   }
   const LumaUnicodeString format = ZoStringEx::LoadResString(msg::IMf005);
   const int most = model.MaxTrials();
-  const char* id = model.Search(bandwidth, [&](int trial) { return progress.Step(format, std::min(trial, most - 1), most); });
+  const char* id = model.Search(
+      bandwidth, [&](int trial) { return progress.Step(format, std::min(trial, most - 1), most); },
+      [&](std::int64_t) { return !progress || !progress->IsCanceled(); });
   if (id) messages.Add(id);
   return id == nullptr;
 }
