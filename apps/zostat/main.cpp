@@ -27,6 +27,8 @@ Command HdbscanCommand();
 Command OpticsCommand();
 Command WeightsToTableCommand();
 Command WeightsDumpCommand();
+Command OlsCommand();
+Command GwrCommand();
 Command MeanCenterCommand();
 Command MedianCenterCommand();
 Command CentralFeatureCommand();
@@ -38,7 +40,7 @@ Command MapCommand();
 const std::vector<Command>& Commands() {
   static const std::vector<Command> commands = {
       InfoCommand(), AnnCommand(), MoranCommand(), GeneralGCommand(), HotSpotCommand(), ClusterOutlierCommand(),
-      DbscanCommand(), HdbscanCommand(), OpticsCommand(),
+      DbscanCommand(), HdbscanCommand(), OpticsCommand(), OlsCommand(), GwrCommand(),
       WeightsShowCommand(), WeightsBuildCommand(), WeightsToTableCommand(), WeightsDumpCommand(), MeanCenterCommand(),
       MedianCenterCommand(), CentralFeatureCommand(), StandardDistanceCommand(), EllipseCommand(),
       DirectionalMeanCommand(), MapCommand()};

@@ -252,5 +252,161 @@ check_distributions("columbus.gpkg", "CP", "HOVAL", FALSE)
 script <- sub("^--file=", "", grep("^--file=", commandArgs(trailingOnly = FALSE), value = TRUE)[1])
 source(file.path(dirname(script), "density.R"))
 
+# ---- Regression.
+# Ordinary least squares against lm, with the diagnostics written out from
+# their textbook definitions; geographically weighted regression against a
+# plain loop of weighted least squares per feature (GWmodel's formulas:
+# AICc = n ln(RSS/n) + n ln(2 pi) + n (n + tr S) / (n - 2 - tr S),
+# sigma^2 = RSS / (n - tr S), local standard errors from C C^T with
+# C = (X^T W X)^-1 X^T W). Feature points are the centroids of the geometries.
+compare_model <- function(label, ours, theirs, tolerance = 1e-8) {
+  for (k in names(theirs)) {
+    checks <<- checks + 1
+    rel <- max(abs(ours[[k]] - theirs[[k]]) / pmax(abs(theirs[[k]]), 1e-12))
+    ok <- is.finite(rel) && rel <= tolerance
+    if (!ok) failures <<- failures + 1
+    cat(sprintf("%-4s %-55s %-12s max rel %.2e\n", if (ok) "ok" else "FAIL", label, k, rel))
+  }
+}
+
+json_array_numbers <- function(json, key) {
+  m <- gregexpr(paste0('"', key, '": (null|[-+0-9.eE]+)'), json)
+  v <- sub(".*: ", "", regmatches(json, m)[[1]])
+  suppressWarnings(as.numeric(v))
+}
+
+ols_cases <- list(
+  list(file = "columbus.gpkg", y = "CRIME", x = c("INC", "HOVAL"),
+       weights = c("--conceptualization", "contiguity-edges-corners", "--row-standardize")),
+  list(file = "baltim.gpkg", y = "PRICE", x = c("NROOM", "AGE", "SQFT"),
+       weights = c("--conceptualization", "k-nearest", "--k", "6"))
+)
+for (case in ols_cases) {
+  input <- file.path(data, case$file)
+  label <- paste("OLS", case$file, case$y)
+  layer <- sf::st_read(input, quiet = TRUE)
+  d <- as.data.frame(layer)
+  X <- cbind(1, as.matrix(d[, case$x]))
+  y <- d[[case$y]]
+  n <- length(y); p <- ncol(X)
+  fit <- lm(y ~ X[, -1])  # with lm's own intercept, so that R² and F are the centred ones
+  s <- summary(fit)
+  e <- residuals(fit)
+  out <- tempfile(fileext = ".gpkg")
+  json <- run("ols", "--json", "--input", input, "--dependent", case$y, "--explanatory",
+              paste(case$x, collapse = ","), "--output", out, case$weights)
+  xtxi <- solve(crossprod(X))
+  white <- xtxi %*% crossprod(X * e) %*% xtxi
+  bp <- n * (1 - sum(residuals(lm(e^2 ~ X - 1))^2) / sum((e^2 - mean(e^2))^2))
+  m2 <- mean(e^2); m3 <- mean(e^3); m4 <- mean(e^4)
+  vif <- sapply(seq_along(case$x), function(j) 1 / (1 - summary(lm(X[, j + 1] ~ X[, -c(1, j + 1)]))$r.squared))
+  z <- X / matrix(sqrt(colSums(X^2)), n, p, byrow = TRUE)
+  sv <- svd(z)$d
+  slopes <- coef(fit)[-1]
+  compare_model(label,
+    list(estimate = json_array_numbers(json, "estimate"), std_error = json_array_numbers(json, "std_error"),
+         t = json_array_numbers(json, "t"), robust_se = json_array_numbers(json, "robust_std_error"),
+         vif = json_array_numbers(json, "vif")[-1],
+         r2 = json_number(json, "r2"), adjusted_r2 = json_number(json, "adjusted_r2"), f = json_number(json, "f"),
+         aicc = json_number(json, "aicc"), wald = json_number(json, "wald"),
+         koenker_bp = json_number(json, "koenker_bp"), jarque_bera = json_number(json, "jarque_bera"),
+         condition = json_number(json, "condition_index")),
+    list(estimate = unname(coef(fit)), std_error = unname(s$coefficients[, 2]), t = unname(s$coefficients[, 3]),
+         robust_se = sqrt(diag(white)), vif = vif,
+         r2 = s$r.squared, adjusted_r2 = s$adj.r.squared, f = unname(s$fstatistic[1]),
+         aicc = AIC(fit) + 2 * (p + 1) * (p + 2) / (n - p - 2),
+         wald = drop(t(slopes) %*% solve(white[-1, -1]) %*% slopes), koenker_bp = bp,
+         jarque_bera = n * (m3^2 / m2^3 / 6 + (m4 / m2^2 - 3)^2 / 24), condition = sv[1] / sv[p]))
+  # The residual Moran's I is Moran's I of lm's residuals under the same weights.
+  lw <- zostat_listw(input, case$y, case$weights)
+  mt <- moran.test(e, lw, randomisation = TRUE, zero.policy = TRUE)
+  moran <- sub('.*"residual_moran": ', "", json)
+  compare_model(label, list(residual_moran_I = json_number(moran, "index"), moran_z = json_number(moran, "z_score")),
+                list(residual_moran_I = unname(mt$estimate[1]), moran_z = unname(mt$statistic)), 1e-9)
+  r <- sf::st_read(out, quiet = TRUE)
+  compare_model(label, list(residual = r$Residual, std_residual = r$StdResid),
+                list(residual = unname(e), std_residual = unname(rstandard(fit))))
+  unlink(out)
+}
+
+# The reference: every feature's weighted least squares, written plainly.
+gwr_reference <- function(X, y, D, bandwidth, kernel, adaptive) {
+  n <- nrow(X); p <- ncol(X)
+  beta <- matrix(0, n, p); cct <- matrix(0, n, p); lev <- numeric(n); local_r2 <- numeric(n)
+  for (i in seq_len(n)) {
+    d <- D[i, ]
+    b <- if (adaptive) sort(d)[bandwidth] else bandwidth
+    w <- if (kernel == "gaussian") exp(-0.5 * (d / b)^2) else ifelse(d < b, (1 - (d / b)^2)^2, 0)
+    C <- solve(t(X) %*% (X * w), t(X * w))
+    beta[i, ] <- C %*% y
+    lev[i] <- sum(X[i, ] * C[, i])
+    cct[i, ] <- rowSums(C^2)
+    fitted <- X %*% beta[i, ]
+    gm <- sum(w * y) / sum(w)
+    local_r2[i] <- 1 - sum(w * (y - fitted)^2) / sum(w * (y - gm)^2)
+  }
+  yhat <- rowSums(X * beta)
+  rss <- sum((y - yhat)^2); tr <- sum(lev)
+  sigma2 <- rss / (n - tr)
+  aicc <- n * log(rss / n) + n * log(2 * pi) + n * (n + tr) / (n - 2 - tr)
+  list(beta = beta, se = sqrt(cct * sigma2), local_r2 = local_r2, yhat = yhat, tr = tr, rss = rss,
+       sigma = sqrt(sigma2), aicc = if (n - 2 - tr > 0) aicc else Inf, std = (y - yhat) / sqrt(sigma2 * (1 - lev)))
+}
+
+gwr_cases <- list(
+  list(file = "columbus.gpkg", y = "CRIME", x = c("INC", "HOVAL"), kernel = "bisquare", type = "adaptive", bw = 20),
+  list(file = "columbus.gpkg", y = "CRIME", x = c("INC", "HOVAL"), kernel = "gaussian", type = "fixed", bw = 1.5),
+  list(file = "columbus.gpkg", y = "CRIME", x = c("INC", "HOVAL"), kernel = "bisquare", type = "adaptive", bw = NA),
+  list(file = "columbus.gpkg", y = "CRIME", x = c("INC", "HOVAL"), kernel = "gaussian", type = "fixed", bw = NA),
+  list(file = "baltim.gpkg", y = "PRICE", x = c("NROOM", "SQFT"), kernel = "bisquare", type = "fixed", bw = 35),
+  list(file = "baltim.gpkg", y = "PRICE", x = c("NROOM", "SQFT"), kernel = "gaussian", type = "adaptive", bw = NA)
+)
+for (case in gwr_cases) {
+  input <- file.path(data, case$file)
+  label <- paste("GWR", case$file, case$kernel, case$type, if (is.na(case$bw)) "AICc" else case$bw)
+  layer <- sf::st_read(input, quiet = TRUE)
+  d <- as.data.frame(layer)
+  X <- cbind(1, as.matrix(d[, case$x]))
+  y <- d[[case$y]]
+  n <- length(y); p <- ncol(X)
+  xy <- sf::st_coordinates(suppressWarnings(sf::st_centroid(sf::st_geometry(layer))))[, 1:2]
+  D <- as.matrix(dist(xy))
+  adaptive <- case$type == "adaptive"
+  aicc_at <- function(b) gwr_reference(X, y, D, b, case$kernel, adaptive)$aicc
+  bw <- case$bw
+  if (is.na(bw)) {
+    # Adaptive: every whole number of neighbours; fixed: R's optimize over the same interval.
+    if (adaptive) {
+      ks <- (p + 2):n
+      bw <- ks[which.min(sapply(ks, aicc_at))]
+    } else {
+      upper <- sqrt(diff(range(xy[, 1]))^2 + diff(range(xy[, 2]))^2)
+      bw <- optimize(aicc_at, c(upper / 5000, upper), tol = 1e-10)$minimum
+    }
+  }
+  out <- tempfile(fileext = ".gpkg")
+  json <- run("gwr", "--json", "--input", input, "--dependent", case$y, "--explanatory", paste(case$x, collapse = ","),
+              "--output", out, "--kernel", case$kernel, "--bandwidth-type", case$type,
+              if (!is.na(case$bw)) c("--bandwidth", case$bw))
+  ours_bw <- json_number(json, "bandwidth")
+  if (is.na(case$bw) && !adaptive) {
+    # The two searches stop at slightly different points of the same minimum.
+    compare_model(label, list(search = ours_bw), list(search = bw), 1e-4)
+    bw <- ours_bw
+  }
+  ref <- gwr_reference(X, y, D, bw, case$kernel, adaptive)
+  r <- sf::st_read(out, quiet = TRUE)
+  compare_model(label,
+    list(bandwidth = ours_bw, aicc = json_number(json, "aicc"), trace = json_number(json, "effective_parameters"),
+         rss = json_number(json, "rss"), sigma = json_number(json, "sigma"),
+         coefficients = c(r$Coef_Intercept, r[[paste0("Coef_", case$x[1])]], r[[paste0("Coef_", case$x[2])]]),
+         std_errors = c(r$SE_Intercept, r[[paste0("SE_", case$x[1])]], r[[paste0("SE_", case$x[2])]]),
+         local_r2 = r$LocalR2, predicted = r$Predicted, std_residual = r$StdResid),
+    list(bandwidth = bw, aicc = ref$aicc, trace = ref$tr, rss = ref$rss, sigma = ref$sigma,
+         coefficients = c(ref$beta), std_errors = c(ref$se), local_r2 = ref$local_r2, predicted = ref$yhat,
+         std_residual = ref$std))
+  unlink(out)
+}
+
 cat(sprintf("%d passed, %d failed\n", checks - failures, failures))
 quit(status = if (failures == 0) 0 else 1)

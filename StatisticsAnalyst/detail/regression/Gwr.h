@@ -1,0 +1,105 @@
+#pragma once
+// Geographically weighted regression on a Design: at every feature a
+// weighted least-squares fit whose weights fall with the distance from that
+// feature under a kernel and a bandwidth.
+#include <Eigen/Dense>
+#include <cmath>
+#include <functional>
+#include <cstdint>
+#include <memory>
+#include <utility>
+#include <vector>
+
+#include "StatisticsAnalyst/ZoGWRInformation.h"
+#include "StatisticsAnalyst/detail/regression/Regression.h"
+#include "host/LumaPoint.h"
+#include "host/ZoKdTree.h"
+
+namespace ZOC::regression {
+
+// Per-feature results; coefficient arrays are n × p, row-major, for the
+// uncentred model (intercept first).
+struct GwrFeatures {
+  std::vector<double> beta, se;
+  std::vector<double> localR2, predicted, residual, standardized, condition;
+};
+
+struct GwrSummary {
+  double aicc = 0, trace = 0, rss = 0, sigma = 0, r2 = 0, adjustedR2 = 0;
+};
+
+// Called between blocks of features with the number done; false cancels.
+using GwrProgress = std::function<bool(std::int64_t done)>;
+
+class GwrModel {
+ public:
+  // points: one per feature, projected, in the design's order.
+  GwrModel(const Design& design, std::vector<LUMA::LumaPoint3D> points, ZoGWRKernel kernel,
+           ZoGWRBandwidthType type, int method);
+  ~GwrModel();
+  // Builds the neighbour search; false when a point is not finite.
+  bool Build();
+
+  // The full fit at bandwidth b. Returns the failing identifier ("EUf009",
+  // "EUf010", "IMb030") or null.
+  const char* Fit(double b, GwrFeatures& features, GwrSummary& summary, const GwrProgress& progress) const;
+  // AICc at bandwidth b, +inf when a local design is singular or the fit
+  // degenerate. Sets cancelled (and returns +inf) when progress says so.
+  double Aicc(double b, const GwrProgress& progress, bool& cancelled) const;
+  // The golden-section search on AICc between the bounds below; trial(k)
+  // is told of every new evaluation, poll between blocks of features, and
+  // either returns false to cancel. Returns the failing identifier
+  // ("EUf011", "IMb030") or null.
+  const char* Search(double& best, const std::function<bool(int)>& trial, const GwrProgress& poll) const;
+  // The search interval: adaptive, p + 2 to n features; fixed, up to the
+  // diagonal of the points' extent, from 1/5000 of it (Gaussian) or from the
+  // largest distance between a feature and its (p + 2)-th nearest feature,
+  // itself included (bisquare: below it some local design lacks support).
+  void Bounds(double& lower, double& upper) const;
+  // Most evaluations the search can make, for progress.
+  int MaxTrials() const;
+
+ private:
+  struct Scratch {
+    explicit Scratch(int p)
+        : a(static_cast<std::size_t>(p * p)), b(a.size()), inv(a.size()), cov(a.size()), tmp(a.size()),
+          c(static_cast<std::size_t>(p)), z(c.size()), beta(c.size()) {}
+    std::vector<std::size_t> idx;
+    std::vector<double> dist;
+    std::vector<std::pair<double, std::int64_t>> pairs;
+    std::vector<std::int64_t> nbIndex;
+    std::vector<double> nbWeight;
+    std::vector<double> a, b, inv, cov, tmp, c, z, beta;
+    Eigen::MatrixXd zw;  // the neighbours' design rows, scaled by the square root of their weights
+    Eigen::VectorXd yw;
+  };
+
+  // One local fit. beta and covariance point into the caller's rows (full
+  // fits) or are left alone (search).
+  struct Local {
+    double predicted = 0, leverage = 0, r2 = 0, condition = 0;
+    double* beta = nullptr;        // p, uncentred
+    double* covariance = nullptr;  // p diagonal elements of (ZᵀWZ)⁻¹ZᵀW²Z(ZᵀWZ)⁻¹, uncentred
+  };
+  bool LocalFit(std::int64_t i, double b, bool full, Scratch& s, Local& out) const;
+  bool Neighbours(std::int64_t i, double b, Scratch& s) const;
+  double Distance(std::int64_t i, std::int64_t j) const {
+    const auto& a = m_points[static_cast<std::size_t>(i)];
+    const auto& b = m_points[static_cast<std::size_t>(j)];
+    const double dx = a.x - b.x, dy = a.y - b.y;
+    return m_method == 1 ? std::sqrt(dx * dx + dy * dy) : std::fabs(dx) + std::fabs(dy);
+  }
+  // Runs body(i, scratch) over every feature in parallel, in blocks.
+  bool ForEachFeature(const std::function<void(std::int64_t, Scratch&)>& body, const GwrProgress& progress) const;
+
+  const Design& m_design;
+  std::vector<LUMA::LumaPoint3D> m_points;
+  ZoGWRKernel m_kernel;
+  ZoGWRBandwidthType m_type;
+  int m_method;
+  std::unique_ptr<ZoKdTree> m_tree;
+  // The centred design rows (1, x − mean), one per feature, contiguous.
+  Eigen::Matrix<double, Eigen::Dynamic, Eigen::Dynamic, Eigen::RowMajor> m_z;
+};
+
+}  // namespace ZOC::regression

@@ -1,0 +1,21 @@
+#pragma once
+// Ordinary least squares on a Design.
+#include <vector>
+
+#include "StatisticsAnalyst/ZoOLSInformation.h"
+#include "StatisticsAnalyst/detail/regression/Regression.h"
+
+namespace ZOC::regression {
+
+// Per-feature values of the fit. A standardized residual is NaN where the
+// feature's leverage is 1 (it is written as a null value).
+struct OlsFeatures {
+  std::vector<double> predicted, residual, standardized;
+};
+
+// Fits y = Xβ + e with an intercept and fills every statistic of `out`
+// except the residual Moran's I. Returns the failing identifier ("EUf006"
+// singular design, "EUf007" exact fit) or null.
+const char* FitOls(const Design& design, ZoOLSResult& out, OlsFeatures& features);
+
+}  // namespace ZOC::regression

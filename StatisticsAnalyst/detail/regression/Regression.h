@@ -1,0 +1,86 @@
+#pragma once
+// What ordinary least squares and geographically weighted regression share:
+// the model's values read from the records, small symmetric solves, the
+// distributions of the tests, and the writing of the result dataset.
+#include <cstdint>
+#include <functional>
+#include <vector>
+
+#include "StatisticsAnalyst/ZoAnalysisFrame.h"
+#include "host/LumaArray.h"
+#include "host/LumaFieldInfo.h"
+#include "host/LumaUnicodeString.h"
+#include "host/LumaVariant.h"
+
+namespace ZOC::regression {
+
+// Where the regressions report failures: the public class turns these into
+// its accumulated message text.
+struct Messages {
+  virtual void Add(const char* id) = 0;
+  virtual void AddText(const LumaUnicodeString& text) = 0;
+
+ protected:
+  ~Messages() = default;
+};
+
+// The model's values, one row per feature in the records' order. The
+// explanatory values are stored centred on their means (the centring is
+// undone for the intercept and in the reported coefficients), which keeps
+// the cross-product sums accurate when a field has a large offset.
+struct Design {
+  std::int64_t n = 0;
+  int k = 0;                                // explanatory fields; p = k + 1 coefficients
+  std::vector<LumaUnicodeString> names;     // "Intercept", then the field names
+  std::vector<double> y;                    // n
+  std::vector<double> x;                    // n × k, row-major, centred
+  std::vector<double> means;                // k
+
+  int p() const { return k + 1; }
+  const double* Row(std::int64_t i) const { return x.data() + static_cast<std::size_t>(i) * static_cast<std::size_t>(k); }
+  // The design row z = (1, x_i − mean) into out[0..p).
+  void DesignRow(std::int64_t i, double* out) const {
+    out[0] = 1.0;
+    const double* r = Row(i);
+    for (int j = 0; j < k; ++j) out[j + 1] = r[j];
+  }
+};
+
+// Reads the dependent and explanatory values of every record, in order.
+// Null values fail with "EUf003", non-finite ones with "EUf004", a
+// cancellation with "IMb030"; the failing identifier is returned, or null.
+const char* ReadDesign(ZoRecordset* records, const LumaUnicodeString& dependent,
+                       const LumaArray<LumaUnicodeString>& explanatory, ZoCallProgress& progress, Design& design);
+
+// Inverts the symmetric p × p matrix a (row-major) through its unit-diagonal
+// scaling D^-½·a·D^-½ and the toolkit's Gauss–Jordan inverse. False when a
+// diagonal element is not positive or the scaled matrix's smallest
+// eigenvalue is below 1e-12 of its largest (numerically singular).
+bool InvertSymmetric(const double* a, int p, double* inverse);
+// sqrt(λmax / λmin) of the unit-diagonal scaling of a symmetric positive
+// definite matrix: the condition number of the design whose cross products
+// a holds, columns scaled to unit length. Infinite when it is singular.
+double ScaledConditionNumber(const double* a, int p);
+// The cross products of the uncentred design (1, x) from those of the
+// centred one: a' = Mᵀ·a·M with M = [[1, meansᵀ], [0, I]].
+void Uncentre(const double* a, int p, const std::vector<double>& means, double* out);
+// The covariance of the uncentred coefficients from that of the centred
+// ones: T·c·Tᵀ with T = [[1, −meansᵀ], [0, I]] (only the intercept changes).
+void UncentreCovariance(const double* c, int p, const std::vector<double>& means, double* out);
+
+// Upper tails: two-sided Student t, F and χ².
+double TwoSidedT(double t, double df);
+double UpperF(double f, double df1, double df2);
+double UpperChiSquare(double x, double df);
+
+// The result dataset: a copy of every record (geometry and the copied
+// source fields, system fields renamed "Source_<name>") with the fields
+// `own`, whose values fill(k, values) gives for the k-th record. Field names
+// are made valid for the format first. False with "ELc071" (and "IMb030"
+// when cancelled).
+using FillValues = std::function<void(std::int64_t, std::vector<LUMA::LumaVariant>&)>;
+// The final names of the own fields are written back into `own`.
+bool WriteResult(ZoRecordset* records, ZoDatasetVector* result, const std::vector<LumaUnicodeString>& copied,
+                 LUMA::LumaFieldInfos& own, ZoCallProgress& progress, const FillValues& fill, Messages& messages);
+
+}  // namespace ZOC::regression

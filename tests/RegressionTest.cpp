@@ -1,0 +1,396 @@
+// Ordinary least squares and geographically weighted regression against
+// independent computations with Eigen (QR solves, a plain loop of weighted
+// least squares per feature), and their failures.
+#include <gtest/gtest.h>
+#include <omp.h>
+
+#include <Eigen/Dense>
+#include <cmath>
+#include <map>
+#include <random>
+
+#include "StatisticsAnalyst/ZoSpatialRelModeling.h"
+#include "TestSupport.h"
+#include "host/ZoRecordset.h"
+
+namespace {
+
+using Columns = std::map<std::string, std::vector<double>>;
+
+// A memory point layer with one double field per column; NaN leaves the value null.
+struct Layer {
+  std::unique_ptr<ZOC::ZoDataSource> source = ZOC::ZoDataSource::CreateMemory();
+  ZOC::ZoDatasetVector* dataset = nullptr;
+  ZOC::ZoDatasetVector* result = nullptr;
+};
+
+std::unique_ptr<Layer> MakeLayer(const std::vector<LUMA::LumaPoint2D>& points, const Columns& columns) {
+  auto layer = std::make_unique<Layer>();
+  layer->dataset = layer->source->CreateDatasetVector("in", ZOC::DatasetPoint, ZOC::ZoPrjCoordSys());
+  layer->result = layer->source->CreateDatasetVector("out", ZOC::DatasetPoint, ZOC::ZoPrjCoordSys());
+  for (const auto& [name, values] : columns) layer->dataset->CreateField(LUMA::LumaFieldInfo(name, LUMA::FieldDouble));
+  layer->dataset->CreateField(LUMA::LumaFieldInfo("LABEL", LUMA::FieldText));
+  ZOC::ZoRecordset* writer = layer->dataset->Query(ZOC::ZoQueryDef());
+  for (std::size_t i = 0; i < points.size(); ++i) {
+    writer->AddNew(ZOC::ZoGeometry::MakePoint(points[i]));
+    for (const auto& [name, values] : columns)
+      if (!std::isnan(values[i])) writer->SetFieldValue(name, LUMA::LumaVariant(values[i]));
+    writer->SetFieldValue("LABEL", LUMA::LumaVariant("a"));
+    writer->Update();
+  }
+  layer->dataset->ReleaseRecordset(writer);
+  layer->dataset->Commit();
+  return layer;
+}
+
+std::vector<double> ReadField(ZOC::ZoDatasetVector* dataset, const char* field) {
+  std::vector<double> values;
+  ZOC::ZoRecordsetPtr records(dataset->Query(ZOC::ZoQueryDef()));
+  LUMA::LumaVariant v;
+  for (bool more = records->MoveFirst(); more && !records->IsEOF(); more = records->MoveNext()) {
+    records->GetFieldValue(field, v);
+    values.push_back(v.IsNull() ? NAN : v.ToDouble());
+  }
+  return values;
+}
+
+// y = 3 + 2·x1 − 0.5·(x2 − 1e6) + noise growing with x1; x2 sits far from 0.
+struct Sample {
+  std::vector<LUMA::LumaPoint2D> points;
+  Columns columns;
+  Eigen::MatrixXd X;
+  Eigen::VectorXd y;
+};
+
+Sample MakeSample(std::size_t n, unsigned seed) {
+  Sample s;
+  s.points = satest::RandomPoints(n, 10.0, seed);
+  std::mt19937 rng(seed);
+  std::normal_distribution<double> noise(0.0, 1.0);
+  s.X.resize(static_cast<long>(n), 3), s.y.resize(static_cast<long>(n));
+  for (std::size_t i = 0; i < n; ++i) {
+    const double x1 = s.points[i].x + noise(rng), x2 = 1e6 + s.points[i].y * s.points[i].x / 5 + noise(rng);
+    const double y = 3 + 2 * x1 - 0.5 * (x2 - 1e6) + 0.3 * s.points[i].y * x1 / 10 + (0.5 + x1 / 5) * noise(rng);
+    s.columns["X1"].push_back(x1), s.columns["X2"].push_back(x2), s.columns["Y"].push_back(y);
+    const auto r = static_cast<long>(i);
+    s.X(r, 0) = 1, s.X(r, 1) = x1, s.X(r, 2) = x2, s.y(r) = y;
+  }
+  return s;
+}
+
+void ExpectRelative(double ours, double theirs, double tolerance, const char* what) {
+  EXPECT_LE(std::fabs(ours - theirs), tolerance * std::max(std::fabs(theirs), 1e-300)) << what << ": " << ours
+                                                                                        << " vs " << theirs;
+}
+
+// Solves with a QR factorisation; (XᵀX)⁻¹ = R⁻¹R⁻ᵀ stays accurate for the offset field.
+Eigen::MatrixXd InverseCross(const Eigen::MatrixXd& X) {
+  const Eigen::HouseholderQR<Eigen::MatrixXd> qr(X);
+  const Eigen::MatrixXd r = qr.matrixQR().topRows(X.cols()).triangularView<Eigen::Upper>();
+  const Eigen::MatrixXd ri = r.triangularView<Eigen::Upper>().solve(Eigen::MatrixXd::Identity(X.cols(), X.cols()));
+  return ri * ri.transpose();
+}
+
+double RSquared(const Eigen::MatrixXd& X, const Eigen::VectorXd& y) {
+  const Eigen::VectorXd e = y - X * X.householderQr().solve(y);
+  return 1.0 - e.squaredNorm() / (y.array() - y.mean()).square().sum();
+}
+
+TEST(OrdinaryLeastSquares, MatchesAQrSolutionAndTheTextbookDiagnostics) {
+  const Sample s = MakeSample(60, 11);
+  auto layer = MakeLayer(s.points, s.columns);
+  ZOC::ZoOLSInformation info;
+  info.DependentField = "Y";
+  info.ExplanatoryFields = {"X1", "X2"};
+  info.MoranWeights.Conceptualization = ZOC::KNearestNeighbors;
+  info.MoranWeights.KNeighbors = 5;
+  ZOC::ZoSpatialRelModeling modeling;
+  ZOC::ZoOLSResult r;
+  ASSERT_TRUE(modeling.OrdinaryLeastSquares(layer->dataset, layer->result, info, r, false))
+      << modeling.GetStrErrorMes().Str();
+
+  const double n = 60, p = 3;
+  const Eigen::MatrixXd inv = InverseCross(s.X);
+  const Eigen::VectorXd beta = s.X.householderQr().solve(s.y), e = s.y - s.X * beta;
+  const double rss = e.squaredNorm(), sigma2 = rss / (n - p);
+  const Eigen::MatrixXd white = inv * s.X.transpose() * e.array().square().matrix().asDiagonal() * s.X * inv;
+  ASSERT_EQ(r.Coefficients.size(), 3u);
+  EXPECT_EQ(r.Coefficients[0].Name.Str(), "Intercept");
+  for (int j = 0; j < 3; ++j) {
+    const auto& c = r.Coefficients[static_cast<std::size_t>(j)];
+    ExpectRelative(c.Estimate, beta(j), 1e-8, "estimate");
+    ExpectRelative(c.StdError, std::sqrt(sigma2 * inv(j, j)), 1e-8, "std error");
+    ExpectRelative(c.RobustStdError, std::sqrt(white(j, j)), 1e-8, "robust std error");
+  }
+  // VIF = 1 / (1 − R²) of each explanatory field on the others.
+  for (int j = 1; j < 3; ++j) {
+    Eigen::MatrixXd others(60, 2);
+    others << Eigen::VectorXd::Ones(60), s.X.col(3 - j);
+    ExpectRelative(r.Coefficients[static_cast<std::size_t>(j)].VIF, 1.0 / (1.0 - RSquared(others, s.X.col(j))), 1e-8,
+                   "VIF");
+  }
+  EXPECT_TRUE(std::isnan(r.Coefficients[0].VIF));
+  const double tss = (s.y.array() - s.y.mean()).square().sum(), r2 = 1 - rss / tss;
+  ExpectRelative(r.R2, r2, 1e-10, "R2");
+  ExpectRelative(r.AdjustedR2, 1 - (1 - r2) * (n - 1) / (n - p), 1e-10, "adjusted R2");
+  ExpectRelative(r.FStatistic, (tss - rss) / 2 / sigma2, 1e-9, "F");
+  const double aic = n * std::log(2 * M_PI) + n * std::log(rss / n) + n + 2 * (p + 1);
+  ExpectRelative(r.AICc, aic + 2 * (p + 1) * (p + 2) / (n - p - 2), 1e-10, "AICc");
+  const Eigen::Vector2d slopes = beta.tail(2);
+  ExpectRelative(r.WaldStatistic, slopes.dot(white.bottomRightCorner(2, 2).inverse() * slopes), 1e-8, "Wald");
+  ExpectRelative(r.KoenkerBP, n * RSquared(s.X, e.array().square().matrix()), 1e-8, "Koenker BP");
+  const double m2 = e.array().square().mean(), m3 = e.array().cube().mean(), m4 = e.array().pow(4).mean();
+  const double skew = m3 / std::pow(m2, 1.5), kurt = m4 / (m2 * m2);
+  ExpectRelative(r.JarqueBera, n / 6 * (skew * skew + (kurt - 3) * (kurt - 3) / 4), 1e-8, "Jarque-Bera");
+  Eigen::MatrixXd unit = s.X;
+  for (int j = 0; j < 3; ++j) unit.col(j) /= unit.col(j).norm();
+  const Eigen::VectorXd sv = Eigen::JacobiSVD<Eigen::MatrixXd>(unit).singularValues();
+  ExpectRelative(r.ConditionIndex, sv(0) / sv(2), 1e-6, "condition index");
+  EXPECT_TRUE(r.HasResidualMoran);
+
+  // The result layer: fitted values, residuals and internally studentized residuals.
+  const auto predicted = ReadField(layer->result, "Predicted"), residual = ReadField(layer->result, "Residual"),
+             standardized = ReadField(layer->result, "StdResid"), y = ReadField(layer->result, "Y");
+  ASSERT_EQ(residual.size(), 60u);
+  const Eigen::MatrixXd q = s.X.householderQr().householderQ() * Eigen::MatrixXd::Identity(60, 3);
+  for (long i = 0; i < 60; ++i) {
+    const auto k = static_cast<std::size_t>(i);
+    EXPECT_NEAR(residual[k], e(i), 1e-8);
+    EXPECT_NEAR(predicted[k] + residual[k], y[k], 1e-8);
+    const double h = q.row(i).squaredNorm();  // the leverage
+    EXPECT_NEAR(standardized[k], e(i) / std::sqrt(sigma2 * (1 - h)), 1e-8);
+  }
+}
+
+// A failing call appends these messages and leaves the result layer empty.
+void ExpectFailure(ZOC::ZoDatasetVector* source, ZOC::ZoDatasetVector* result, const char* dependent,
+                   std::vector<LUMA::LumaUnicodeString> explanatory, const char* id) {
+  ZOC::ZoOLSInformation info;
+  info.DependentField = dependent;
+  info.ExplanatoryFields.assign(explanatory.begin(), explanatory.end());
+  ZOC::ZoSpatialRelModeling modeling;
+  ZOC::ZoOLSResult r;
+  EXPECT_FALSE(modeling.OrdinaryLeastSquares(source, result, info, r, false)) << id;
+  EXPECT_NE(modeling.GetStrErrorMes().Str().find(id), std::string::npos) << modeling.GetStrErrorMes().Str();
+  EXPECT_NE(modeling.GetStrErrorMes().Str().find("EUf012"), std::string::npos);
+  EXPECT_EQ(result->GetRecordCount(), 0);
+  EXPECT_EQ(result->GetFieldInfos().size(), 1u);  // "QlID" only: no field was created
+}
+
+TEST(OrdinaryLeastSquares, RefusesModelsItCannotEstimate) {
+  Sample s = MakeSample(12, 3);
+  s.columns["TWICE"] = s.columns["X1"];
+  for (auto& v : s.columns["TWICE"]) v = 2 * v + 1;
+  s.columns["GAPPY"] = s.columns["X1"];
+  s.columns["GAPPY"][7] = NAN;
+  auto layer = MakeLayer(s.points, s.columns);
+  ExpectFailure(layer->dataset, layer->result, "Y", {"X1", "TWICE"}, "EUf006");
+  ExpectFailure(layer->dataset, layer->result, "Y", {"X1", "X1"}, "EUf006");
+  ExpectFailure(layer->dataset, layer->result, "Y", {"Y"}, "EUf007");
+  ExpectFailure(layer->dataset, layer->result, "Y", {"GAPPY"}, "EUf003");
+  ExpectFailure(layer->dataset, layer->result, "Y", {"LABEL"}, "ESa006");
+  ExpectFailure(layer->dataset, layer->result, "Y", {"NOPE"}, "ECd001");
+  ExpectFailure(layer->dataset, layer->result, "Y", {}, "EUf001");
+  // 12 features carry at most 8 explanatory fields (9 coefficients + 3).
+  ExpectFailure(layer->dataset, layer->result, "Y", {"X1", "X2", "X1", "X2", "X1", "X2", "X1", "X2", "X1"},
+                "EUf005");
+}
+
+// ---- Geographically weighted regression.
+
+// A plain loop of weighted least squares per feature, the textbook way.
+struct Reference {
+  Eigen::MatrixXd beta, se;
+  Eigen::VectorXd predicted, leverage, localR2, condition;
+  double trace = 0, rss = 0, sigma = 0, aicc = 0;
+};
+
+Reference ReferenceGwr(const Sample& s, ZOC::ZoGWRKernel kernel, bool adaptive, double b) {
+  const long n = s.X.rows(), p = s.X.cols();
+  Reference r;
+  r.beta.resize(n, p), r.se.resize(n, p), r.predicted.resize(n), r.leverage.resize(n), r.localR2.resize(n);
+  r.condition.resize(n);
+  Eigen::MatrixXd cct(n, p);
+  for (long i = 0; i < n; ++i) {
+    Eigen::VectorXd d(n), w(n);
+    for (long j = 0; j < n; ++j)
+      d(j) = std::hypot(s.points[static_cast<std::size_t>(i)].x - s.points[static_cast<std::size_t>(j)].x,
+                        s.points[static_cast<std::size_t>(i)].y - s.points[static_cast<std::size_t>(j)].y);
+    std::vector<double> sorted(d.data(), d.data() + n);
+    std::sort(sorted.begin(), sorted.end());
+    const double bw = adaptive ? sorted[static_cast<std::size_t>(b) - 1] : b;
+    for (long j = 0; j < n; ++j)
+      w(j) = kernel == ZOC::GWRGaussian ? std::exp(-0.5 * (d(j) / bw) * (d(j) / bw))
+                                         : (d(j) < bw ? std::pow(1 - (d(j) / bw) * (d(j) / bw), 2) : 0.0);
+    const Eigen::MatrixXd xtw = s.X.transpose() * w.asDiagonal();
+    const Eigen::MatrixXd c = (xtw * s.X).ldlt().solve(xtw);  // p × n
+    r.beta.row(i) = (c * s.y).transpose();
+    r.predicted(i) = s.X.row(i).dot(r.beta.row(i));
+    r.leverage(i) = s.X.row(i).dot(c.col(i));
+    cct.row(i) = (c * c.transpose()).diagonal().transpose();
+    const double mean = w.dot(s.y) / w.sum();
+    const Eigen::VectorXd fit = s.X * r.beta.row(i).transpose();
+    r.localR2(i) = 1 - w.dot((s.y - fit).array().square().matrix()) / w.dot((s.y.array() - mean).square().matrix());
+    Eigen::MatrixXd z = w.cwiseSqrt().asDiagonal() * s.X;
+    for (long j = 0; j < p; ++j) z.col(j) /= z.col(j).norm();
+    const Eigen::VectorXd sv = Eigen::JacobiSVD<Eigen::MatrixXd>(z).singularValues();
+    r.condition(i) = sv(0) / sv(p - 1);
+  }
+  r.rss = (s.y - r.predicted).squaredNorm(), r.trace = r.leverage.sum();
+  const double nn = static_cast<double>(n), sigma2 = r.rss / (nn - r.trace);
+  r.sigma = std::sqrt(sigma2);
+  r.se = (cct * sigma2).cwiseSqrt();
+  r.aicc = nn * std::log(r.rss / nn) + nn * std::log(2 * M_PI) + nn * (nn + r.trace) / (nn - 2 - r.trace);
+  return r;
+}
+
+Sample GwrSample(std::size_t n, unsigned seed) {
+  Sample s = MakeSample(n, seed);
+  for (long i = 0; i < s.X.rows(); ++i) s.X(i, 2) -= 1e6 - 50;  // a modest offset: the reference has no centring
+  for (auto& v : s.columns["X2"]) v -= 1e6 - 50;
+  return s;
+}
+
+ZOC::ZoGWRInformation GwrInfo(ZOC::ZoGWRKernel kernel, ZOC::ZoGWRBandwidthType type, double b) {
+  ZOC::ZoGWRInformation info;
+  info.DependentField = "Y";
+  info.ExplanatoryFields = {"X1", "X2"};
+  info.Kernel = kernel, info.BandwidthType = type, info.Bandwidth = b;
+  return info;
+}
+
+TEST(GeographicallyWeightedRegression, EveryKernelAndBandwidthMatchesAPlainWeightedLeastSquaresLoop) {
+  const Sample s = GwrSample(300, 21);
+  auto layer = MakeLayer(s.points, s.columns);
+  struct Case {
+    ZOC::ZoGWRKernel kernel;
+    ZOC::ZoGWRBandwidthType type;
+    double b;
+  };
+  // The last adaptive case has more neighbours than the tree is asked for.
+  const Case cases[] = {{ZOC::GWRGaussian, ZOC::GWRFixed, 2.0},   {ZOC::GWRBisquare, ZOC::GWRFixed, 3.5},
+                        {ZOC::GWRGaussian, ZOC::GWRAdaptive, 12}, {ZOC::GWRBisquare, ZOC::GWRAdaptive, 15},
+                        {ZOC::GWRBisquare, ZOC::GWRAdaptive, 270}};
+  int k = 0;
+  for (const Case& c : cases) {
+    SCOPED_TRACE(k);
+    ZOC::ZoDatasetVector* out =
+        layer->source->CreateDatasetVector("gwr" + std::to_string(k++), ZOC::DatasetPoint, ZOC::ZoPrjCoordSys());
+    ZOC::ZoSpatialRelModeling modeling;
+    ZOC::ZoGWRResult r;
+    ASSERT_TRUE(modeling.GeographicWeightedRegression(layer->dataset, out, GwrInfo(c.kernel, c.type, c.b), r, false))
+        << modeling.GetStrErrorMes().Str();
+    const Reference ref = ReferenceGwr(s, c.kernel, c.type == ZOC::GWRAdaptive, c.b);
+    ExpectRelative(r.EffectiveParameters, ref.trace, 1e-9, "trace");
+    ExpectRelative(r.RSS, ref.rss, 1e-9, "RSS");
+    ExpectRelative(r.Sigma, ref.sigma, 1e-9, "sigma");
+    ExpectRelative(r.AICc, ref.aicc, 1e-9, "AICc");
+    EXPECT_EQ(r.Bandwidth, c.b);
+    const char* names[] = {"Intercept", "X1", "X2"};
+    for (int j = 0; j < 3; ++j) {
+      const auto coef = ReadField(out, (std::string("Coef_") + names[j]).c_str());
+      const auto se = ReadField(out, (std::string("SE_") + names[j]).c_str());
+      for (long i = 0; i < 300; ++i) {
+        EXPECT_NEAR(coef[static_cast<std::size_t>(i)], ref.beta(i, j), 1e-7 * (1 + std::fabs(ref.beta(i, j))));
+        EXPECT_NEAR(se[static_cast<std::size_t>(i)], ref.se(i, j), 1e-7 * (1 + ref.se(i, j)));
+      }
+    }
+    const auto r2 = ReadField(out, "LocalR2"), predicted = ReadField(out, "Predicted"),
+               standardized = ReadField(out, "StdResid"), condition = ReadField(out, "CondNumber");
+    for (long i = 0; i < 300; ++i) {
+      const auto u = static_cast<std::size_t>(i);
+      EXPECT_NEAR(r2[u], ref.localR2(i), 1e-8);
+      EXPECT_NEAR(predicted[u], ref.predicted(i), 1e-8 * (1 + std::fabs(ref.predicted(i))));
+      const double e = s.y(i) - ref.predicted(i);
+      EXPECT_NEAR(standardized[u], e / (ref.sigma * std::sqrt(1 - ref.leverage(i))), 1e-7);
+      EXPECT_NEAR(condition[u], ref.condition(i), 1e-6 * ref.condition(i));
+    }
+  }
+}
+
+TEST(GeographicallyWeightedRegression, AVeryWideGaussianKernelIsOrdinaryLeastSquares) {
+  const Sample s = GwrSample(80, 5);
+  auto layer = MakeLayer(s.points, s.columns);
+  ZOC::ZoSpatialRelModeling modeling;
+  ZOC::ZoGWRResult r;
+  ASSERT_TRUE(modeling.GeographicWeightedRegression(layer->dataset, layer->result,
+                                                    GwrInfo(ZOC::GWRGaussian, ZOC::GWRFixed, 1e9), r, false));
+  const Eigen::VectorXd beta = s.X.householderQr().solve(s.y);
+  EXPECT_NEAR(r.EffectiveParameters, 3.0, 1e-9);
+  ExpectRelative(r.RSS, (s.y - s.X * beta).squaredNorm(), 1e-9, "RSS");
+  const auto slope = ReadField(layer->result, "Coef_X1");
+  for (double v : slope) EXPECT_NEAR(v, beta(1), 1e-9 * std::fabs(beta(1)));
+}
+
+TEST(GeographicallyWeightedRegression, ResultsDoNotDependOnTheThreadCount) {
+  const Sample s = GwrSample(600, 8);
+  auto layer = MakeLayer(s.points, s.columns);
+  std::vector<std::vector<double>> runs;
+  for (int threads : {1, 2, 1, 2}) {
+    const bool search = runs.size() >= 2;
+    omp_set_num_threads(threads);
+    ZOC::ZoDatasetVector* out =
+        layer->source->CreateDatasetVector("t" + std::to_string(runs.size()), ZOC::DatasetPoint, ZOC::ZoPrjCoordSys());
+    ZOC::ZoSpatialRelModeling modeling;
+    ZOC::ZoGWRResult r;
+    const auto info = search ? GwrInfo(ZOC::GWRGaussian, ZOC::GWRFixed, -1) : GwrInfo(ZOC::GWRBisquare, ZOC::GWRAdaptive, 40);
+    ASSERT_TRUE(modeling.GeographicWeightedRegression(layer->dataset, out, info, r, false));
+    runs.push_back(ReadField(out, "Coef_X2"));
+    runs.back().push_back(r.Bandwidth), runs.back().push_back(r.AICc);
+  }
+  omp_set_num_threads(omp_get_num_procs());
+  EXPECT_EQ(runs[0], runs[1]);
+  EXPECT_EQ(runs[2], runs[3]);
+}
+
+TEST(GeographicallyWeightedRegression, TheSearchFindsTheSmallestAicc) {
+  const Sample s = GwrSample(60, 13);
+  auto layer = MakeLayer(s.points, s.columns);
+  // Adaptive: every whole number of neighbours from p + 2 = 5 to n.
+  ZOC::ZoSpatialRelModeling modeling;
+  ZOC::ZoGWRResult r;
+  ASSERT_TRUE(modeling.GeographicWeightedRegression(layer->dataset, layer->result,
+                                                    GwrInfo(ZOC::GWRBisquare, ZOC::GWRAdaptive, -1), r, false))
+      << modeling.GetStrErrorMes().Str();
+  double best = INFINITY, bestK = 0;
+  for (int k = 5; k <= 60; ++k) {
+    const Reference ref = ReferenceGwr(s, ZOC::GWRBisquare, true, k);
+    const double aicc = ref.trace < 58 ? ref.aicc : INFINITY;
+    if (aicc < best) best = aicc, bestK = k;
+  }
+  EXPECT_TRUE(r.BandwidthSearched);
+  EXPECT_EQ(r.Bandwidth, bestK);
+  ExpectRelative(r.AICc, best, 1e-9, "AICc");
+  // Fixed: no bandwidth on a fine grid does better than the one found.
+  ZOC::ZoDatasetVector* out = layer->source->CreateDatasetVector("fixed", ZOC::DatasetPoint, ZOC::ZoPrjCoordSys());
+  ASSERT_TRUE(modeling.GeographicWeightedRegression(layer->dataset, out, GwrInfo(ZOC::GWRGaussian, ZOC::GWRFixed, -1),
+                                                    r, false));
+  ExpectRelative(r.AICc, ReferenceGwr(s, ZOC::GWRGaussian, false, r.Bandwidth).aicc, 1e-9, "AICc");
+  for (double b = 0.5; b < 14.0; b += 0.05) EXPECT_GE(ReferenceGwr(s, ZOC::GWRGaussian, false, b).aicc, r.AICc - 1e-7);
+}
+
+TEST(GeographicallyWeightedRegression, BandwidthsThatCannotFitFailCleanly) {
+  const Sample s = GwrSample(30, 4);
+  auto layer = MakeLayer(s.points, s.columns);
+  struct Case {
+    ZOC::ZoGWRBandwidthType type;
+    double b;
+    const char* id;
+  };
+  // Bisquare, p = 3: 3 neighbours leave 2 with weight, 4 leave 3 (an exact local fit).
+  const Case cases[] = {{ZOC::GWRAdaptive, 3, "EUf009"},  {ZOC::GWRAdaptive, 4, "EUf010"},
+                        {ZOC::GWRAdaptive, 4.5, "EUf008"}, {ZOC::GWRAdaptive, 31, "EUf008"},
+                        {ZOC::GWRFixed, -2, "EUf008"},     {ZOC::GWRFixed, 1e-3, "EUf009"}};
+  for (const Case& c : cases) {
+    ZOC::ZoSpatialRelModeling modeling;
+    ZOC::ZoGWRResult r;
+    EXPECT_FALSE(modeling.GeographicWeightedRegression(layer->dataset, layer->result,
+                                                       GwrInfo(ZOC::GWRBisquare, c.type, c.b), r, false));
+    EXPECT_NE(modeling.GetStrErrorMes().Str().find(c.id), std::string::npos) << c.b << modeling.GetStrErrorMes().Str();
+    EXPECT_NE(modeling.GetStrErrorMes().Str().find("EUf013"), std::string::npos);
+    EXPECT_EQ(layer->result->GetRecordCount(), 0);
+    EXPECT_EQ(layer->result->GetFieldInfos().size(), 1u);
+  }
+}
+
+}  // namespace
