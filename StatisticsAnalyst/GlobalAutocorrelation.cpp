@@ -3,7 +3,7 @@
 #include <new>
 
 #include "StatisticsAnalyst/GlobalStatisticSums.h"
-#include "StatisticsAnalyst/WeightsFileRows.h"
+#include "StatisticsAnalyst/detail/weights/WeightsFileRows.h"
 #include "StatisticsAnalyst/ZoAnalyzingPatterns.h"
 #include "host/ZoStringEx.h"
 #include "host/ZoMessageIds.h"
@@ -229,7 +229,7 @@ bool ZoAnalyzingPatterns::SpatialAutocorrelation(ZoDatasetVector* dataset, const
     if (!ok) AddErrorMessage(msg::ESa041);
     return ok;
   } catch (const std::bad_alloc&) {
-    AddErrorMessage(msg::EBa003);
+    AddErrorMessage(msg::EUb002);
     AddErrorMessage(msg::ESa041);
     return false;
   }
@@ -259,7 +259,7 @@ unsigned char ZoAnalyzingPatterns::HighOrLowCluster(ZoDatasetVector* dataset, co
     if (!ok) AddErrorMessage(msg::ESa035);
     return ok;
   } catch (const std::bad_alloc&) {
-    AddErrorMessage(msg::EBa003);
+    AddErrorMessage(msg::EUb002);
     AddErrorMessage(msg::ESa035);
     return 0;
   }

@@ -4,7 +4,7 @@
 #include <new>
 
 #include "StatisticsAnalyst/LocalStatistics.h"
-#include "StatisticsAnalyst/WeightsFileRows.h"
+#include "StatisticsAnalyst/detail/weights/WeightsFileRows.h"
 #include "StatisticsAnalyst/ZoStatisticsUtilities.h"
 #include "host/ZoEngineToolkit.h"
 #include "host/ZoStringEx.h"

@@ -10,7 +10,7 @@
 #include <omp.h>
 
 #include "StatisticsAnalyst/SpatialOrder.h"
-#include "StatisticsAnalyst/WeightsRowBuilder.h"
+#include "StatisticsAnalyst/detail/weights/WeightsRowBuilder.h"
 #include "host/ZoStringEx.h"
 #include "host/ZoMessageIds.h"
 
@@ -307,7 +307,7 @@ bool ZoStatisticsUtilities::GetSpatialWeight(ZoRecordset* records, const ZoPatte
       return false;  // weights files are read by the analyses themselves
   }
   if (n > kMaxInMemoryFeatures) {
-    AddErrorMessage(msg::EBa003);
+    AddErrorMessage(msg::EUb003);
     return false;
   }
   ZoCallProgress progress(m_progress, showProgress);
@@ -342,7 +342,7 @@ bool ZoStatisticsUtilities::GetSpatialWeight(ZoRecordset* records, const ZoPatte
       if (info.Standardization) rowSums.push_back(sum);
     }
   } catch (const std::bad_alloc&) {
-    AddErrorMessage(msg::EBa003);
+    AddErrorMessage(msg::EUb002);
     return false;
   }
   if (units.empty()) {

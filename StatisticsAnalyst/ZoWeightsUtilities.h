@@ -41,6 +41,9 @@ using LUMA::LumaUnicodeString;
 
 class ZoTextFile;
 class ZoWeightsRowBuilder;
+namespace weightsfile {
+struct BinaryLayout;
+}
 
 // One feature of a binary weights file: its unique ID and its neighbour count.
 struct ZoSWMFileUniqueIndex {
@@ -68,7 +71,8 @@ class ZoWeightsUtilities : public ZoAnalysisFrame {
                                          const LumaUnicodeString& path, const LumaUnicodeString& flagPath,
                                          const ZoPatternsInformation& info, unsigned char showProgress);
   // The flag matrix of an existing binary weights file, open for reading.
-  // A row that cannot be read ends the matrix early (the rest stays 0).
+  // The file gets the checks of every binary reader first: a damaged file
+  // leaves no matrix.
   unsigned char BuildWeightsDictionary(std::FILE* file, const LumaUnicodeString& outputPath,
                                        unsigned char showProgress);
   // Writes the text weights file (same checks and rows as the binary builder).
@@ -113,9 +117,9 @@ class ZoWeightsUtilities : public ZoAnalysisFrame {
 
   // Reads the binary header from the file's start: the eight values in key
   // order, and the position 4 + L of the unique-index table. "EEg020" for a
-  // null handle; "ESa045" for a header that is unreadable, 200 code units or
-  // longer, has a key out of place, a part without a value, or not exactly
-  // the eight parts.
+  // null handle; "EUb001" for a text weights file; "ESa045" for a header that
+  // is unreadable, 200 code units or longer, has a key out of place, a part
+  // without a value, or not exactly the eight parts.
   unsigned char ReadHeader(std::FILE*& file, LumaArray<LumaUnicodeString>& values, std::int64_t& position);
   // The text header line: the seven keys without DISTANCEMETHOD, in order.
   // A line with no part at all is accepted (no values). False without a
@@ -124,7 +128,8 @@ class ZoWeightsUtilities : public ZoAnalysisFrame {
 
  private:
   // "EAf017" when the path is empty or does not end in ".swmb" (any case);
-  // otherwise deletes an existing file there and passes.
+  // otherwise deletes an existing file there and passes. The new file is
+  // written under a temporary name beside it and renamed at the end.
   bool CheckFilePath(const LumaUnicodeString& path);
   bool CheckUniqueIDField(ZoDatasetVector* dataset, const LumaUnicodeString& field);
   bool CheckParameter(ZoRecordset* records, const ZoPatternsInformation& info);
@@ -147,10 +152,13 @@ class ZoWeightsUtilities : public ZoAnalysisFrame {
                       LumaArray<ZoSWMFileUniqueIndex>& uniqueIndex, LumaArray<double>& rowSums);
   // The frame of the readers' public calls: clears the message, runs
   // `body`, which returns null on success, a message identifier, or ""
-  // when it has already reported; memory exhaustion reports "EBa003" and
+  // when it has already reported; memory exhaustion reports "EUb002" and
   // any other escaping error "ESa046".
   template <class Body>
   unsigned char RunReader(Body&& body);
+  // Marks the flag matrix `out` from the rows of `file`, whose layout has been read.
+  bool MarkFlagMatrix(std::FILE* file, std::FILE* out, const weightsfile::BinaryLayout& layout,
+                      ZoCallProgress& progress);
   // Writes every row of `rows` through `emit`, with progress and cancellation.
   template <class Emit>
   bool WriteRows(const ZoWeightsRowBuilder& rows, LumaArray<ZoSWMFileUniqueIndex>& uniqueIndex,

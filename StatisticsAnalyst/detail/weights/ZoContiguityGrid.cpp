@@ -1,4 +1,4 @@
-#include "StatisticsAnalyst/ZoContiguityGrid.h"
+#include "StatisticsAnalyst/detail/weights/ZoContiguityGrid.h"
 
 #include <algorithm>
 #include <climits>
