@@ -42,6 +42,28 @@ class TextBuildProgress {
   ZoCallProgress*& m_slot;
 };
 
+// Writes the header line, the ID line and, when standardizing, a placeholder
+// row-sum line. The row sums are known only after the rows: the placeholder
+// has their length and is overwritten in place at the end. Returns where the
+// row-sum line starts, or -1 when writing fails.
+std::int64_t WriteTextHead(ZoTextFile& file, ZoDatasetVector* dataset, const LumaUnicodeString& uniqueIdField,
+                           const ZoPatternsInformation& info, const LumaArray<ZoSWMFileUniqueIndex>& uniqueIndex) {
+  const std::size_t n = uniqueIndex.size();
+  std::string line = wf::HeaderText(dataset->GetName().Str(), dataset->GetType(), static_cast<int>(n),
+                                    uniqueIdField.Str(), info.Conceptualization, info.Standardization ? 1 : 0, 0,
+                                    false);
+  bool ok = file.WriteLine(line);
+  line.clear();
+  for (const auto& entry : uniqueIndex) {
+    line += std::to_string(entry.UniqueID);
+    line += ' ';
+  }
+  ok = ok && file.WriteLine(line);
+  const std::int64_t sumsAt = file.Tell();
+  if (info.Standardization) ok = ok && file.WriteLine(std::string(n * wf::kRowSumWidth, '1'));
+  return ok ? sumsAt : -1;
+}
+
 // Layout of both diagnostic dumps on standard output. A binary file and the
 // text file built from the same data print the same lines:
 //   the unique IDs in file order, each followed by one blank, on one line;
@@ -124,23 +146,12 @@ unsigned char ZoWeightsUtilities::BuildWeightMatrixText(ZoDatasetVector* dataset
       return 0;
     }
 
-    std::string line = wf::HeaderText(dataset->GetName().Str(), dataset->GetType(), static_cast<int>(n),
-                                      uniqueIdField.Str(), info.Conceptualization, standardize ? 1 : 0, 0, false);
-    bool ok = file.WriteLine(line);
-    line.clear();
-    for (const auto& entry : uniqueIndex) {
-      line += std::to_string(entry.UniqueID);
-      line += ' ';
-    }
-    ok = ok && file.WriteLine(line);
-    // The row sums are known only after the rows: a placeholder of the same
-    // length is overwritten in place at the end.
-    const std::int64_t sumsAt = file.Tell();
-    if (standardize) ok = ok && file.WriteLine(std::string(n * wf::kRowSumWidth, '1'));
-    if (!ok || sumsAt < 0) {
+    const std::int64_t sumsAt = WriteTextHead(file, dataset, uniqueIdField, info, uniqueIndex);
+    if (sumsAt < 0) {
       AddErrorMessage(msg::ESa049);
       return 0;
     }
+    std::string line;
 
     TextBuildProgress progress(m_call, m_progressFormat, m_progress, showProgress != 0);
     ZoStatisticsUtilities utilities;
