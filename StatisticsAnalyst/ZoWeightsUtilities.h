@@ -22,8 +22,14 @@
 //
 // Rows stream: while writing, one row, the unique-index table and the row
 // sums are in memory; the rows come from the neighbour search, never from a
-// dense row of N weights. Builders delete an existing output first and their
-// own partial output on any failure or cancellation.
+// dense row of N weights. Builders delete an existing output first, write
+// under a temporary name beside it and rename that at the end, so no partial
+// file ever stands under the output's name; the temporary goes on any failure
+// or cancellation.
+//
+// Readers: one checked binary reader serves the analyses, the dump, the
+// converter and the flag-matrix builder; the text form gets the same checks.
+// Every reader checks the whole file before it hands out or writes anything.
 #include <cstdint>
 #include <cstdio>
 #include <string>
@@ -59,14 +65,16 @@ class ZoWeightsUtilities : public ZoAnalysisFrame {
   // Writes the binary weights file of the dataset: features in ascending
   // order of the unique-ID field (integer type 3, 4 or 16, unique values),
   // weights as the parameters' conceptualization 1-7 defines them.
-  // Messages: "EEg002", "EAf017", "ECb005", "ECb004", "ECd001", "ECa009",
-  // "EKa013", "ESa025", "ESa050", "ESa042", "ESa044", "ESa049", "ESa008",
-  // "ESa060", "ESa032", "IMb030".
+  // Messages: "EEg002", "EEe018" (not points, lines or regions), "EAf017",
+  // "ECb005", "ECb004", "ECd001", "ECa009", "EKa013", "EUb005" (fewer than 2
+  // features), "ESa025", "ESa050", "ESa042", "ESa044", "ESa049", "ESa008",
+  // "ESa060", "ESa032", "EUb002" (memory), "IMb030".
   unsigned char BuildWeightMatrixBinary(ZoDatasetVector* dataset, const LumaUnicodeString& uniqueIdField,
                                         const LumaUnicodeString& path, const ZoPatternsInformation& info,
                                         unsigned char showProgress);
   // The same for K nearest (conceptualization 7 only, else "ESa048"), also
-  // writing the flag matrix to flagPath ("ESa076" when empty).
+  // writing the flag matrix to flagPath ("ESa076" when empty, "EUb004" when
+  // it is the weights file itself).
   unsigned char BuildWeightMatrixBinaryK(ZoDatasetVector* dataset, const LumaUnicodeString& uniqueIdField,
                                          const LumaUnicodeString& path, const LumaUnicodeString& flagPath,
                                          const ZoPatternsInformation& info, unsigned char showProgress);
