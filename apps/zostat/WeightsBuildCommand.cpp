@@ -74,8 +74,7 @@ int RunWeightsBuild(const Options& options) {
   if (text && options.Has("flag-matrix")) throw UsageError("--flag-matrix goes with binary files, not --text");
   const ZOC::ZoPatternsInformation info = ParseWeightsOptions(options);
   if (info.Conceptualization == ZOC::SpatialWeightsFile)
-    throw UsageError("weights build makes a weights file from a dataset; --conceptualization weights-file is for "
-                     "the analyses");
+    throw UsageError(ZOC::ZoStringEx::LoadResString(ZOC::msg::EUb007).Str() + " (--conceptualization weights-file)");
   const std::string input = options.Require("input");
   const std::string idField = options.Require("id-field");
   const std::string output = options.Require("output");
