@@ -28,6 +28,7 @@ namespace {
 struct World {
   std::unique_ptr<ZoDataSource> source = ZoDataSource::CreateMemory();
   ZoDatasetVector* points = nullptr;
+  ZoDatasetVector* table = nullptr;  // empty; made again after each conversion that wrote to it
   std::string dir;
 
   World() {
@@ -38,10 +39,12 @@ struct World {
       writer->Update();
     }
     points->ReleaseRecordset(writer);
+    NewTable();
     char tmpl[] = "/tmp/sa_fuzz_XXXXXX";
     dir = mkdtemp(tmpl);
     std::freopen("/dev/null", "w", stdout);  // the dumps print
   }
+  void NewTable() { table = source->CreateDatasetVector("table", DatasetTabular, ZoPrjCoordSys(), true); }
 };
 
 World& GetWorld() {
@@ -70,10 +73,11 @@ bool CheckAndReadRows(World& world, const std::string& path) {
 
 bool ToTable(World& world, const std::string& path, bool text) {
   ZoWeightsUtilities weights;
-  ZoDatasetVector* table = world.source->CreateDatasetVector("table", DatasetTabular, ZoPrjCoordSys(), true);
+  ZoDatasetVector* table = world.table;
   const bool ok = text ? weights.TextConverToTable(table, path, false) : weights.BinaryConverToTable(table, path, false);
   // A refused conversion leaves the table as it was: no field, no row.
   if (!ok && (table->GetRecordCount() != 0 || table->GetFieldInfos().size() > 1)) std::abort();
+  if (ok) world.NewTable();
   return ok;
 }
 
