@@ -60,4 +60,52 @@ unsigned char ZoAnalyzingPatterns::GetMinAreaRect1(const LumaArray<LumaPoint2D>&
   return 1;
 }
 
+// ---------------------------------------------- copies and the K-nearest flag matrix
+
+ZoAnalyzingPatterns::~ZoAnalyzingPatterns() { CloseWeightsDictionary(); }
+
+ZoAnalyzingPatterns::ZoAnalyzingPatterns(const ZoAnalyzingPatterns& other)
+    : ZoAnalysisFrame(other), m_utilities(other.m_utilities) {}
+
+ZoAnalyzingPatterns& ZoAnalyzingPatterns::operator=(const ZoAnalyzingPatterns& other) {
+  if (this != &other) {
+    CloseWeightsDictionary();
+    ZoAnalysisFrame::operator=(other);
+    m_utilities = other.m_utilities;
+  }
+  return *this;
+}
+
+bool ZoAnalyzingPatterns::OpenWeightsDictionary(const LumaUnicodeString& path) {
+  CloseWeightsDictionary();
+  m_flagMatrix = std::fopen(path.c_str(), "rb");
+  if (!m_flagMatrix) AddErrorMessage(msg::ESa049);
+  return m_flagMatrix != nullptr;
+}
+
+void ZoAnalyzingPatterns::CloseWeightsDictionary() {
+  if (m_flagMatrix) std::fclose(m_flagMatrix);
+  m_flagMatrix = nullptr;
+}
+
+unsigned char ZoAnalyzingPatterns::ReadWeightMatrixBinaryK(int n, LumaArray<double>& row) {
+  if (!m_flagMatrix) {
+    AddErrorMessage(msg::EEg020);
+    return 0;
+  }
+  // n is the caller's feature count; a short file shows in the read.
+  if (n < 0) {
+    AddErrorMessage(msg::ESa046);
+    return 0;
+  }
+  std::vector<unsigned char> block(static_cast<std::size_t>(n));
+  if (n > 0 && std::fread(block.data(), 1, block.size(), m_flagMatrix) != block.size()) {
+    AddErrorMessage(msg::ESa046);
+    return 0;
+  }
+  row.resize(block.size());
+  for (std::size_t i = 0; i < block.size(); ++i) row[i] = block[i] != 0 ? 1.0 : 0.0;
+  return 1;
+}
+
 }  // namespace ZOC

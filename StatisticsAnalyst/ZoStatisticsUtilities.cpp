@@ -13,7 +13,7 @@
 #include "StatisticsAnalyst/detail/common/FeatureData.h"
 #include "StatisticsAnalyst/detail/common/Limits.h"
 #include "StatisticsAnalyst/detail/common/SpatialOrder.h"
-#include "StatisticsAnalyst/WeightsRowBuilder.h"
+#include "StatisticsAnalyst/detail/weights/WeightsRowBuilder.h"
 #include "host/ZoStringEx.h"
 #include "host/ZoMessageIds.h"
 
@@ -346,7 +346,7 @@ bool ZoStatisticsUtilities::CheckWeightsRequest(ZoRecordset* records, const ZoPa
       return false;  // weights files are read by the analyses themselves
   }
   if (records->GetRecordCount() > kMaxInMemoryFeatures) {
-    AddErrorMessage(msg::EUc010);
+    AddErrorMessage(msg::EUb003);
     return false;
   }
   return true;

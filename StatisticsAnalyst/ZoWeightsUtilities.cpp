@@ -4,8 +4,9 @@
 #include <new>
 #include <unistd.h>
 
-#include "StatisticsAnalyst/WeightsFileFormat.h"
-#include "StatisticsAnalyst/WeightsRowBuilder.h"
+#include "StatisticsAnalyst/detail/weights/BinaryWeightsReader.h"
+#include "StatisticsAnalyst/detail/weights/WeightsFileFormat.h"
+#include "StatisticsAnalyst/detail/weights/WeightsRowBuilder.h"
 #include "host/ZoFile.h"
 #include "host/ZoStringEx.h"
 #include "host/ZoMessageIds.h"
@@ -123,7 +124,13 @@ ZoRecordsetPtr ZoWeightsUtilities::PrepareBuild(ZoDatasetVector* dataset, const 
     AddErrorMessage(msg::EEg002);
     return nullptr;
   }
-  if (!dataset->IsOpen()) dataset->Open();
+  // Points, lines or regions, as the analyses want them: a layer of mixed
+  // geometry types has no single way to place its features.
+  if (!CheckAnalysisDataset(dataset)) return nullptr;
+  if (flagPath && !flagPath->IsEmpty() && wf::SameFile(*flagPath, path)) {
+    AddErrorMessage(msg::EUb004);
+    return nullptr;
+  }
   if (!CheckFilePath(path) || !CheckUniqueIDField(dataset, uniqueIdField)) return nullptr;
   if (flagPath) {
     if (flagPath->IsEmpty()) {
@@ -138,6 +145,11 @@ ZoRecordsetPtr ZoWeightsUtilities::PrepareBuild(ZoDatasetVector* dataset, const 
   }
   ZoRecordsetPtr records = QueryOrderedBy(dataset, uniqueIdField);
   if (!records) return nullptr;
+  // One feature has no neighbour under any relationship.
+  if (records->GetRecordCount() < 2) {
+    AddErrorMessage(msg::EUb005);
+    return nullptr;
+  }
   if (!CheckParameter(records.get(), info)) return nullptr;
   // The order puts equal IDs next to each other.
   uniqueIndex.clear();
@@ -190,35 +202,8 @@ unsigned char ZoWeightsUtilities::ReadHeader(std::FILE*& file, LumaArray<LumaUni
     AddErrorMessage(msg::EEg020);
     return 0;
   }
-  values.clear();
-  position = 0;
-  std::int32_t length = 0;
-  if (!wf::Seek(file, 0) || !wf::ReadInt32(file, length)) {
-    AddErrorMessage(msg::ESa045);
-    return 0;
-  }
-  position = static_cast<std::int64_t>(length) + 4;
-  const std::int64_t units = length >> 1;
-  // Headers are short; a length beyond the limit means a foreign or damaged file.
-  if (length < 0 || units >= static_cast<std::int64_t>(wf::kMaxHeaderUnits)) {
-    AddErrorMessage(msg::ESa045);
-    return 0;
-  }
-  std::u16string text(static_cast<std::size_t>(units), u'\0');
-  for (auto& u : text) {
-    unsigned char bytes[2];
-    if (std::fread(bytes, 1, 2, file) != 2) {
-      AddErrorMessage(msg::ESa045);
-      return 0;
-    }
-    u = static_cast<char16_t>(bytes[0] | (bytes[1] << 8));
-  }
-  // An odd length leaves one byte of the text unread; the tables start at 4 + L.
-  if (!wf::Seek(file, position) || !wf::SplitHeader(LumaUnicodeString::FromUtf16(text).Str(), wf::kHeaderKeys.size(),
-                                                     values) ||
-      values.size() != wf::kHeaderKeys.size()) {
-    values.clear();
-    AddErrorMessage(msg::ESa045);
+  if (const char* id = wf::ReadBinaryHeader(file, values, position)) {
+    AddErrorMessage(id);
     return 0;
   }
   return 1;
@@ -320,23 +305,24 @@ unsigned char ZoWeightsUtilities::BuildBinary(ZoDatasetVector* dataset, const Lu
         ZoStatisticsUtilities::ValidateDistanceMethod(info.DistanceMethod, dataset->GetPrjCoordSys());
     const auto n = static_cast<std::int64_t>(uniqueIndex.size());
 
-    // Both outputs are deleted again unless the build reaches its end.
+    // Both outputs are built under temporary names beside them, deleted on
+    // every way out but success, which renames them onto their real names.
     ZoTempFileGuard flagGuard, fileGuard;
     FilePtr flags;
     if (flagPath) {
-      flags.reset(std::fopen(flagPath->c_str(), "w+b"));
+      flagGuard.Reset(wf::SiblingTemporary(*flagPath));
+      flags.reset(std::fopen(flagGuard.Path().c_str(), "w+b"));
       if (!flags) {
         AddErrorMessage(msg::ESa049);
         return 0;
       }
-      flagGuard.Reset(*flagPath);
     }
-    FilePtr file(std::fopen(path.c_str(), "w+b"));
+    fileGuard.Reset(wf::SiblingTemporary(path));
+    FilePtr file(std::fopen(fileGuard.Path().c_str(), "w+b"));
     if (!file) {
       AddErrorMessage(msg::ESa049);
       return 0;
     }
-    fileGuard.Reset(path);
 
     const unsigned char standardize = info.Standardization ? 1 : 0;
     const std::int64_t offset = WriteFileHead(file.get(), dataset, static_cast<int>(n), uniqueIdField,
@@ -353,15 +339,17 @@ unsigned char ZoWeightsUtilities::BuildBinary(ZoDatasetVector* dataset, const Lu
     rowsInfo.DistanceMethod = method;
     if (!WriteBinaryRows(file.get(), flags.get(), records.get(), rowsInfo, uniqueIndex, rowSums)) return 0;
     if (!WriteUniqueIDFieldSWMB(file.get(), offset, uniqueIndex, standardize, rowSums) ||
-        std::fclose(file.release()) != 0 || (flags && std::fclose(flags.release()) != 0)) {
+        std::fclose(file.release()) != 0 || (flags && std::fclose(flags.release()) != 0) ||
+        (flagPath && !ZoFile::Rename(flagGuard.Path(), *flagPath)) || !ZoFile::Rename(fileGuard.Path(), path)) {
       AddErrorMessage(msg::ESa049);
+      if (flagPath) ZoFile::Delete(*flagPath);  // never a flag matrix without its weights file
       return 0;
     }
     fileGuard.Release();
     flagGuard.Release();
     return 1;
   } catch (const std::bad_alloc&) {
-    AddErrorMessage(msg::EBa003);
+    AddErrorMessage(msg::EUb002);
     return 0;
   }
 }
@@ -379,64 +367,60 @@ unsigned char ZoWeightsUtilities::BuildWeightsDictionary(std::FILE* file, const 
   }
   ZoFile::Delete(outputPath);
   try {
-    FilePtr out(std::fopen(outputPath.c_str(), "w+b"));
+    // The whole source is checked before the matrix is sized from it.
+    wf::BinaryLayout layout;
+    if (const char* id = wf::ReadBinaryLayout(file, layout)) {
+      AddErrorMessage(id);
+      return 0;
+    }
+    ZoTempFileGuard outGuard(wf::SiblingTemporary(outputPath));
+    FilePtr out(std::fopen(outGuard.Path().c_str(), "w+b"));
     if (!out) {
       AddErrorMessage(msg::ESa049);
       return 0;
     }
-    ZoTempFileGuard outGuard(outputPath);
-    LumaArray<LumaUnicodeString> values;
-    std::int64_t position = 0;
-    if (!ReadHeader(file, values, position)) return 0;
-    std::int32_t n = 0, standardized = 0;
-    if (!wf::ParseInt32(values[wf::kCounts].Str(), n) || n < 0 ||
-        !wf::ParseInt32(values[wf::kStandardization].Str(), standardized)) {
-      AddErrorMessage(msg::ESa045);
-      return 0;
-    }
-    LumaArray<ZoSWMFileUniqueIndex> uniqueIndex;
-    LumaArray<double> rowSums;
-    if (!wf::Fits(file, n, 8) || !wf::ReadUniqueIndex(file, uniqueIndex, static_cast<std::size_t>(n)) ||
-        (standardized != 0 && (!wf::Fits(file, n, 8) || !wf::ReadDoubles(file, rowSums, static_cast<std::size_t>(n))))) {
-      AddErrorMessage(msg::ESa046);
-      return 0;
-    }
-    const std::int64_t size = static_cast<std::int64_t>(n) * n;
-    if (std::fflush(out.get()) != 0 || ftruncate(fileno(out.get()), size) != 0) {
-      AddErrorMessage(msg::ESa049);
-      return 0;
-    }
     BuildProgress progress(m_call, m_progressFormat, m_progress, showProgress != 0);
-    std::vector<wf::RowRecord> records;
-    static constexpr unsigned char kOne = 1;
-    for (std::int64_t i = 0; i < n; ++i) {
-      if (!progress.get().Step(m_progressFormat, i, n)) {
-        AddErrorMessage(msg::IMb030);
-        return 0;
-      }
-      // A row that cannot be read ends the matrix: the rest stays 0.
-      const std::int32_t count = uniqueIndex[static_cast<std::size_t>(i)].Count;
-      if (count < 0 || !wf::Fits(file, count, wf::kRecordBytes) ||
-          !wf::ReadRecords(file, static_cast<std::size_t>(count), records))
-        break;
-      for (const auto& r : records) {
-        if (r.column < 0 || r.column >= n) continue;  // a column outside the matrix marks nothing
-        if (!wf::Seek(out.get(), static_cast<std::int64_t>(r.column) * n + i) || std::fwrite(&kOne, 1, 1, out.get()) != 1) {
-          AddErrorMessage(msg::ESa049);
-          return 0;
-        }
-      }
-    }
-    if (std::fclose(out.release()) != 0) {
+    if (!MarkFlagMatrix(file, out.get(), layout, progress.get())) return 0;
+    if (std::fclose(out.release()) != 0 || !ZoFile::Rename(outGuard.Path(), outputPath)) {
       AddErrorMessage(msg::ESa049);
       return 0;
     }
     outGuard.Release();
     return 1;
   } catch (const std::bad_alloc&) {
-    AddErrorMessage(msg::EBa003);
+    AddErrorMessage(msg::EUb002);
     return 0;
   }
+}
+
+bool ZoWeightsUtilities::MarkFlagMatrix(std::FILE* file, std::FILE* out, const weightsfile::BinaryLayout& layout,
+                                        ZoCallProgress& progress) {
+  const std::int64_t n = layout.count;
+  // N blocks of N zero bytes (a sparse file), then a 1 for every record.
+  if (std::fflush(out) != 0 || ftruncate(fileno(out), n * n) != 0) {
+    AddErrorMessage(msg::ESa049);
+    return false;
+  }
+  std::vector<wf::RowRecord> records;
+  static constexpr unsigned char kOne = 1;
+  for (std::int64_t i = 0; i < n; ++i) {
+    if (!progress.Step(m_progressFormat, i, n)) {
+      AddErrorMessage(msg::IMb030);
+      return false;
+    }
+    if (const char* id = wf::ReadBinaryRow(file, layout.index[static_cast<std::size_t>(i)].Count, layout.count,
+                                           records)) {
+      AddErrorMessage(id);
+      return false;
+    }
+    for (const auto& r : records) {
+      if (!wf::Seek(out, static_cast<std::int64_t>(r.column) * n + i) || std::fwrite(&kOne, 1, 1, out) != 1) {
+        AddErrorMessage(msg::ESa049);
+        return false;
+      }
+    }
+  }
+  return true;
 }
 
 }  // namespace ZOC

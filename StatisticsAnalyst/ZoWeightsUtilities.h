@@ -22,8 +22,14 @@
 //
 // Rows stream: while writing, one row, the unique-index table and the row
 // sums are in memory; the rows come from the neighbour search, never from a
-// dense row of N weights. Builders delete an existing output first and their
-// own partial output on any failure or cancellation.
+// dense row of N weights. Builders delete an existing output first, write
+// under a temporary name beside it and rename that at the end, so no partial
+// file ever stands under the output's name; the temporary goes on any failure
+// or cancellation.
+//
+// Readers: one checked binary reader serves the analyses, the dump, the
+// converter and the flag-matrix builder; the text form gets the same checks.
+// Every reader checks the whole file before it hands out or writes anything.
 #include <cstdint>
 #include <cstdio>
 #include <string>
@@ -42,6 +48,9 @@ using LUMA::LumaUnicodeString;
 
 class ZoTextFile;
 class ZoWeightsRowBuilder;
+namespace weightsfile {
+struct BinaryLayout;
+}
 
 // One feature of a binary weights file: its unique ID and its neighbour count.
 struct ZoSWMFileUniqueIndex {
@@ -57,19 +66,22 @@ class SA_API ZoWeightsUtilities : public ZoAnalysisFrame {
   // Writes the binary weights file of the dataset: features in ascending
   // order of the unique-ID field (integer type 3, 4 or 16, unique values),
   // weights as the parameters' conceptualization 1-7 defines them.
-  // Messages: "EEg002", "EAf017", "ECb005", "ECb004", "ECd001", "ECa009",
-  // "EKa013", "ESa025", "ESa050", "ESa042", "ESa044", "ESa049", "ESa008",
-  // "ESa060", "ESa032", "IMb030".
+  // Messages: "EEg002", "EEe018" (not points, lines or regions), "EAf017",
+  // "ECb005", "ECb004", "ECd001", "ECa009", "EKa013", "EUb005" (fewer than 2
+  // features), "ESa025", "ESa050", "ESa042", "ESa044", "ESa049", "ESa008",
+  // "ESa060", "ESa032", "EUb002" (memory), "IMb030".
   unsigned char BuildWeightMatrixBinary(ZoDatasetVector* dataset, const LumaUnicodeString& uniqueIdField,
                                         const LumaUnicodeString& path, const ZoPatternsInformation& info,
                                         unsigned char showProgress);
   // The same for K nearest (conceptualization 7 only, else "ESa048"), also
-  // writing the flag matrix to flagPath ("ESa076" when empty).
+  // writing the flag matrix to flagPath ("ESa076" when empty, "EUb004" when
+  // it is the weights file itself).
   unsigned char BuildWeightMatrixBinaryK(ZoDatasetVector* dataset, const LumaUnicodeString& uniqueIdField,
                                          const LumaUnicodeString& path, const LumaUnicodeString& flagPath,
                                          const ZoPatternsInformation& info, unsigned char showProgress);
   // The flag matrix of an existing binary weights file, open for reading.
-  // A row that cannot be read ends the matrix early (the rest stays 0).
+  // The file gets the checks of every binary reader first: a damaged file
+  // leaves no matrix.
   unsigned char BuildWeightsDictionary(std::FILE* file, const LumaUnicodeString& outputPath,
                                        unsigned char showProgress);
   // Writes the text weights file (same checks and rows as the binary builder).
@@ -114,9 +126,9 @@ class SA_API ZoWeightsUtilities : public ZoAnalysisFrame {
 
   // Reads the binary header from the file's start: the eight values in key
   // order, and the position 4 + L of the unique-index table. "EEg020" for a
-  // null handle; "ESa045" for a header that is unreadable, 200 code units or
-  // longer, has a key out of place, a part without a value, or not exactly
-  // the eight parts.
+  // null handle; "EUb001" for a text weights file; "ESa045" for a header that
+  // is unreadable, 200 code units or longer, has a key out of place, a part
+  // without a value, or not exactly the eight parts.
   unsigned char ReadHeader(std::FILE*& file, LumaArray<LumaUnicodeString>& values, std::int64_t& position);
   // The text header line: the seven keys without DISTANCEMETHOD, in order.
   // A line with no part at all is accepted (no values). False without a
@@ -125,7 +137,8 @@ class SA_API ZoWeightsUtilities : public ZoAnalysisFrame {
 
  private:
   // "EAf017" when the path is empty or does not end in ".swmb" (any case);
-  // otherwise deletes an existing file there and passes.
+  // otherwise deletes an existing file there and passes. The new file is
+  // written under a temporary name beside it and renamed at the end.
   bool CheckFilePath(const LumaUnicodeString& path);
   bool CheckUniqueIDField(ZoDatasetVector* dataset, const LumaUnicodeString& field);
   bool CheckParameter(ZoRecordset* records, const ZoPatternsInformation& info);
@@ -148,10 +161,13 @@ class SA_API ZoWeightsUtilities : public ZoAnalysisFrame {
                       LumaArray<ZoSWMFileUniqueIndex>& uniqueIndex, LumaArray<double>& rowSums);
   // The frame of the readers' public calls: clears the message, runs
   // `body`, which returns null on success, a message identifier, or ""
-  // when it has already reported; memory exhaustion reports "EBa003" and
+  // when it has already reported; memory exhaustion reports "EUb002" and
   // any other escaping error "ESa046".
   template <class Body>
   unsigned char RunReader(Body&& body);
+  // Marks the flag matrix `out` from the rows of `file`, whose layout has been read.
+  bool MarkFlagMatrix(std::FILE* file, std::FILE* out, const weightsfile::BinaryLayout& layout,
+                      ZoCallProgress& progress);
   // Writes every row of `rows` through `emit`, with progress and cancellation.
   template <class Emit>
   bool WriteRows(const ZoWeightsRowBuilder& rows, LumaArray<ZoSWMFileUniqueIndex>& uniqueIndex,

@@ -9,7 +9,7 @@
 #include <map>
 #include <numbers>
 
-#include "StatisticsAnalyst/WeightsRowBuilder.h"
+#include "StatisticsAnalyst/detail/weights/WeightsRowBuilder.h"
 #include "StatisticsAnalyst/ZoAnalyzingPatterns.h"
 #include "TestSupport.h"
 

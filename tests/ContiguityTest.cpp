@@ -13,7 +13,7 @@
 #include <string>
 #include <vector>
 
-#include "StatisticsAnalyst/ZoContiguityGrid.h"
+#include "StatisticsAnalyst/detail/weights/ZoContiguityGrid.h"
 #include "TestSupport.h"
 #include "host/ZoDataSource.h"
 #include "host/ZoRecordset.h"

@@ -4,6 +4,7 @@
 #include <gtest/gtest.h>
 
 #include <cstring>
+#include <filesystem>
 #include <fstream>
 #include <iterator>
 
@@ -55,6 +56,14 @@ void PutDouble(Bytes& b, double v) {
 void PutHeader(Bytes& b, const std::string& text) {
   PutInt(b, static_cast<std::int32_t>(text.size() * 2));
   for (char c : text) b.push_back(static_cast<unsigned char>(c)), b.push_back(0);
+}
+
+// The names in a folder, to show that a build left nothing beside its output.
+std::vector<std::string> Listing(const satest::TempDir& dir) {
+  std::vector<std::string> names;
+  for (const auto& e : std::filesystem::directory_iterator(dir.path())) names.push_back(e.path().filename().string());
+  std::sort(names.begin(), names.end());
+  return names;
 }
 
 bool Has(const ZoAnalysisFrame& o, const char* id) {
@@ -194,8 +203,43 @@ TEST(WeightsBinary, CancelledBuildLeavesNoFiles) {
   info.KNeighbors = 3;
   EXPECT_FALSE(w.BuildWeightMatrixBinaryK(layer.dataset, "QlID", dir.File("k.swmb"), dir.File("k.flags"), info, true));
   EXPECT_TRUE(Has(w, "IMb030"));
-  EXPECT_FALSE(ZoFile::IsExist(dir.File("k.swmb")));
-  EXPECT_FALSE(ZoFile::IsExist(dir.File("k.flags")));
+  EXPECT_FALSE(w.BuildWeightMatrixText(layer.dataset, "QlID", dir.File("t.swmb"), info, true));
+  EXPECT_TRUE(Has(w, "IMb030"));
+  // Nothing at all: neither the outputs nor the temporaries they were built under.
+  EXPECT_EQ(Listing(dir), std::vector<std::string>{});
+}
+
+TEST(WeightsBinary, BuildsRefuseClashesAndLayersWithoutNeighbours) {
+  auto layer = Layer(kLine, kIds);
+  satest::TempDir dir;
+  ZoPatternsInformation k = Band(-1, false);
+  k.Conceptualization = KNearestNeighbors;
+  k.KNeighbors = 2;
+  ZoWeightsUtilities w;
+  // The flag matrix may not be the weights file, by name or through a link.
+  EXPECT_FALSE(w.BuildWeightMatrixBinaryK(layer.dataset, "ID", dir.File("k.swmb"), dir.File("k.swmb"), k, false));
+  EXPECT_TRUE(Has(w, "EUb004"));
+  std::filesystem::create_symlink("k.swmb", dir.File("link.flags"));
+  EXPECT_FALSE(w.BuildWeightMatrixBinaryK(layer.dataset, "ID", dir.File("k.swmb"), dir.File("link.flags"), k, false));
+  EXPECT_TRUE(Has(w, "EUb004"));
+  EXPECT_EQ(Listing(dir), std::vector<std::string>{"link.flags"});
+
+  // One feature has no neighbour to store; a table has no places.
+  auto one = Layer({{0, 0}}, {1});
+  EXPECT_FALSE(w.BuildWeightMatrixBinary(one.dataset, "ID", dir.File("one.swmb"), Band(-1, false), false));
+  EXPECT_TRUE(Has(w, "EUb005"));
+  EXPECT_FALSE(w.BuildWeightMatrixText(one.dataset, "ID", dir.File("one.swmb"), Band(-1, false), false));
+  EXPECT_TRUE(Has(w, "EUb005"));
+  auto source = ZoDataSource::CreateMemory();
+  ZoDatasetVector* table = source->CreateDatasetVector("t", DatasetTabular, ZoPrjCoordSys());
+  EXPECT_FALSE(w.BuildWeightMatrixBinary(table, "QlID", dir.File("t.swmb"), Band(-1, false), false));
+  EXPECT_TRUE(Has(w, "EEe018"));
+
+  // A build over an existing file replaces it and leaves nothing else.
+  WriteAll(dir.File("k.swmb"), {1, 2, 3});
+  ASSERT_TRUE(w.BuildWeightMatrixBinaryK(layer.dataset, "ID", dir.File("k.swmb"), dir.File("k.flags"), k, false));
+  EXPECT_EQ(Listing(dir), (std::vector<std::string>{"k.flags", "k.swmb", "link.flags"}));
+  EXPECT_GT(ReadAll(dir.File("k.swmb")).size(), 3u);
 }
 
 TEST(WeightsBinary, FlagMatrixIsTransposedAndRebuildsFromTheFile) {
@@ -318,6 +362,10 @@ TEST(WeightsBinary, ChangedDatasetsAndDamagedFilesAreRefused) {
   damaged(header("QUILLARD@QUILLARD;DATASETNAME@points;DATASETTYPE@1;COUNTS@4;UNIQUEID@NOPE;"
                  "CONCEPTUALIZATION@3;STANDARDIZATION@0;DISTANCEMETHOD@1;"),
           "ESa078");
+
+  // A text weights file is named as such, not as an unreadable header.
+  ASSERT_TRUE(w.BuildWeightMatrixText(layer.dataset, "ID", dir.File("text.swmb"), Band(1.5, true), false));
+  open(layer.dataset, dir.File("text.swmb"), "EUb001");
 
   open(nullptr, good, "EEg002");
   open(layer.dataset, "", "ESa076");

@@ -10,7 +10,7 @@
 #include <tuple>
 #include <vector>
 
-#include "StatisticsAnalyst/WeightsFileReaders.h"
+#include "StatisticsAnalyst/detail/weights/WeightsFileReader.h"
 #include "StatisticsAnalyst/ZoWeightsUtilities.h"
 #include "TestSupport.h"
 #include "host/ZoFile.h"
@@ -211,7 +211,7 @@ TEST(WeightsText, RefusedBuildsAndConversions) {
       {[&] { return u.BinaryConverToTable(layer.dataset, text, 0); }, "ELb001"},
       {[&] { return u.TextConverToTable(table.dataset, missing, 0); }, "EAg033"},
       {[&] { return u.BinaryConverToTable(table.dataset, missing, 0); }, "ESa049"},
-      {[&] { return u.BinaryConverToTable(table.dataset, text, 0); }, "ESa045"},  // a text file is no binary file
+      {[&] { return u.BinaryConverToTable(table.dataset, text, 0); }, "EUb001"},  // a text file is no binary file
   };
   for (std::size_t i = 0; i < refusals.size(); ++i) {
     EXPECT_FALSE(refusals[i].first()) << i;
@@ -266,10 +266,18 @@ TEST(WeightsText, DamagedTextFilesFailCleanly) {
     EXPECT_FALSE(Dump(u, path, false)) << content;
     EXPECT_TRUE(HasId(u, id)) << content;
   }
-  // A file that ends before its last row is converted up to there. Each
-  // record names its feature by its own row index; the divisor is the sum of
-  // the line it stands on.
-  WriteFile(path, head1 + "7 8 \n2.0000000000 1.0000000000 \n0 1 1.0;1 1 3.0;\n");
+  // A file that ends before its last row is refused by the converter and the
+  // dump alike, leaving the table untouched.
+  const std::string truncated = head1 + "7 8 \n2.0000000000 1.0000000000 \n0 1 1.0;1 1 3.0;\n";
+  WriteFile(path, truncated);
+  Table cut;
+  EXPECT_FALSE(u.TextConverToTable(cut.dataset, path, 0));
+  EXPECT_TRUE(HasId(u, "ESa046"));
+  EXPECT_EQ(cut.dataset->GetFieldInfos().size(), 1u);
+  EXPECT_FALSE(Dump(u, path, false));
+  // Complete, it converts. Each record names its feature by its own row
+  // index; the divisor is the sum of the line it stands on.
+  WriteFile(path, truncated + ";\n");
   Table table;
   ASSERT_TRUE(u.TextConverToTable(table.dataset, path, 0)) << u.GetStrErrorMes().Str();
   EXPECT_EQ(table.Rows(), (std::map<std::pair<int, int>, double>{{{7, 8}, 0.5}, {{8, 8}, 1.5}}));
@@ -299,19 +307,26 @@ TEST(WeightsText, DamagedBinaryFilesFailCleanly) {
     EXPECT_EQ(convert(raw.Bytes()), -1) << i;
     EXPECT_TRUE(HasId(u, "ESa046")) << i << ": " << u.GetStrErrorMes().Str();
   }
-  // A row count beyond the file ends the conversion early, which still
-  // succeeds; the dump calls that row unreadable.
+  // A row count beyond the file, a wrong feature count, a byte too many:
+  // the converter, the dump and the flag-matrix builder all refuse them.
+  std::vector<std::string> refused;
   RawSwmb longRow = good;
   longRow.index[1].second = 1000000;
-  EXPECT_EQ(convert(longRow.Bytes()), 1);
-  EXPECT_FALSE(Dump(u, path, true));
-  EXPECT_TRUE(HasId(u, "ESa046"));
-
-  // Every truncation of a valid file either fails with a message or converts a prefix.
+  refused.push_back(longRow.Bytes());
+  RawSwmb recount = good;
+  recount.count = 3;
+  refused.push_back(recount.Bytes());
+  refused.push_back(good.Bytes() + '\0');
+  // Every truncation of a valid file, down to nothing.
   const std::string bytes = good.Bytes();
-  for (std::size_t size = 0; size < bytes.size(); ++size) {
-    const int rows = convert(bytes.substr(0, size));
-    EXPECT_TRUE(rows < 0 ? !u.GetStrErrorMes().IsEmpty() : rows < 2) << size;
-    EXPECT_FALSE(Dump(u, path, true)) << size;
+  for (std::size_t size = 0; size < bytes.size(); ++size) refused.push_back(bytes.substr(0, size));
+  for (std::size_t i = 0; i < refused.size(); ++i) {
+    EXPECT_EQ(convert(refused[i]), -1) << i;
+    EXPECT_FALSE(u.GetStrErrorMes().IsEmpty()) << i;
+    EXPECT_FALSE(Dump(u, path, true)) << i;
+    std::FILE* f = std::fopen(path.c_str(), "rb");
+    EXPECT_FALSE(u.BuildWeightsDictionary(f, dir.File("flags.bin"), 0)) << i;
+    std::fclose(f);
+    EXPECT_FALSE(ZoFile::IsExist(dir.File("flags.bin"))) << i;
   }
 }

@@ -1,6 +1,6 @@
 #include "StatisticsAnalyst/detail/global/GlobalStatistic.h"
 
-#include "StatisticsAnalyst/WeightsFileRows.h"
+#include "StatisticsAnalyst/detail/weights/WeightsFileRows.h"
 #include "StatisticsAnalyst/detail/common/FeatureData.h"
 #include "StatisticsAnalyst/detail/common/Limits.h"
 #include "host/ZoMessageIds.h"

@@ -3,7 +3,7 @@
 #include <memory>
 #include <utility>
 
-#include "StatisticsAnalyst/WeightsFileRows.h"
+#include "StatisticsAnalyst/detail/weights/WeightsFileRows.h"
 #include "StatisticsAnalyst/detail/common/FeatureData.h"
 #include "StatisticsAnalyst/detail/common/Limits.h"
 #include "host/ZoEngineToolkit.h"

@@ -1,4 +1,4 @@
-#include "StatisticsAnalyst/ZoContiguityGrid.h"
+#include "StatisticsAnalyst/detail/weights/ZoContiguityGrid.h"
 
 #include <algorithm>
 #include <climits>
@@ -407,6 +407,162 @@ struct Link {
   bool edge;
 };
 
+
+// The boundaries of all regions, their common extent and the largest
+// coordinate magnitude (the tolerance falls back on it for a zero extent).
+struct Shapes {
+  std::vector<Boundary> boundaries;
+  Box extent;
+  bool haveExtent = false;
+  double largestCoordinate = 0.0;
+};
+
+Shapes ReadShapes(const std::vector<ZoGeometry>& regions) {
+  Shapes s;
+  s.boundaries.resize(regions.size());
+  for (std::size_t i = 0; i < regions.size(); ++i) {
+    s.boundaries[i] = MakeBoundary(regions[i]);
+    if (!s.boundaries[i].usable) continue;
+    const Box& b = s.boundaries[i].box;
+    if (!s.haveExtent) {
+      s.extent = b;
+      s.haveExtent = true;
+    } else {
+      s.extent = {std::min(s.extent.minX, b.minX), std::min(s.extent.minY, b.minY), std::max(s.extent.maxX, b.maxX),
+                  std::max(s.extent.maxY, b.maxY)};
+    }
+    s.largestCoordinate = std::max({s.largestCoordinate, std::abs(b.minX), std::abs(b.maxX), std::abs(b.minY),
+                                    std::abs(b.maxY)});
+  }
+  return s;
+}
+
+// The candidate grid's geometry: square cells over the extent.
+struct CellGeometry {
+  Box extent;
+  double cellSize = 1.0;
+  std::size_t columns = 1, rows = 1;
+
+  // Cells along the longer side: the size value, bounded so that the cell
+  // count stays proportional to the number of regions even when a few
+  // regions carry very many vertices.
+  CellGeometry(const Shapes& shapes, double sizeValue, std::size_t n) : extent(shapes.extent) {
+    const double width = shapes.haveExtent ? extent.maxX - extent.minX : 0.0;
+    const double height = shapes.haveExtent ? extent.maxY - extent.minY : 0.0;
+    const double side = std::max(width, height);
+    const double cap = std::max(1.0, std::ceil(std::sqrt(64.0 * static_cast<double>(std::max<std::size_t>(n, 1)))));
+    const double cellsAlong = std::clamp(std::ceil(sizeValue), 1.0, cap);
+    cellSize = side > 0.0 && std::isfinite(side) ? side / cellsAlong : 1.0;
+    auto cellsFor = [&](double length) {
+      const double c = std::ceil(length / cellSize);
+      return static_cast<std::size_t>(std::clamp(std::isfinite(c) ? c : 1.0, 1.0, cellsAlong));
+    };
+    columns = cellsFor(width);
+    rows = cellsFor(height);
+  }
+  std::size_t CellX(double x) const {
+    const double c = std::floor((x - extent.minX) / cellSize);
+    return static_cast<std::size_t>(std::clamp(std::isfinite(c) ? c : 0.0, 0.0, static_cast<double>(columns - 1)));
+  }
+  std::size_t CellY(double y) const {
+    const double c = std::floor((y - extent.minY) / cellSize);
+    return static_cast<std::size_t>(std::clamp(std::isfinite(c) ? c : 0.0, 0.0, static_cast<double>(rows - 1)));
+  }
+};
+
+// The grid as compressed rows: cell c lists its regions, ascending, in
+// regions[start[c] .. start[c + 1]); built by counting.
+struct CellIndex {
+  std::vector<std::uint32_t> start;
+  std::vector<int> regions;
+};
+
+CellIndex IndexCells(const Shapes& shapes, const std::vector<Box>& boxes, const CellGeometry& grid) {
+  const std::size_t n = boxes.size(), columns = grid.columns;
+  struct Span { std::size_t x0, x1, y0, y1; };
+  std::vector<Span> spans(n);
+  CellIndex index;
+  index.start.assign(columns * grid.rows + 1, 0);
+  for (std::size_t i = 0; i < n; ++i) {
+    if (!shapes.boundaries[i].usable) continue;
+    spans[i] = {grid.CellX(boxes[i].minX), grid.CellX(boxes[i].maxX), grid.CellY(boxes[i].minY),
+                grid.CellY(boxes[i].maxY)};
+    for (std::size_t y = spans[i].y0; y <= spans[i].y1; ++y)
+      for (std::size_t x = spans[i].x0; x <= spans[i].x1; ++x) {
+        if (index.start[y * columns + x + 1] == UINT32_MAX) throw std::bad_alloc();
+        ++index.start[y * columns + x + 1];
+      }
+  }
+  std::size_t entryCount = 0;
+  for (std::size_t c = 1; c < index.start.size(); ++c) {
+    entryCount += index.start[c];
+    if (entryCount > UINT32_MAX) throw std::bad_alloc();
+    index.start[c] = static_cast<std::uint32_t>(entryCount);
+  }
+  index.regions.resize(entryCount);
+  std::vector<std::uint32_t> fill(index.start.begin(), index.start.end() - 1);
+  for (std::size_t i = 0; i < n; ++i) {
+    if (!shapes.boundaries[i].usable) continue;
+    for (std::size_t y = spans[i].y0; y <= spans[i].y1; ++y)
+      for (std::size_t x = spans[i].x0; x <= spans[i].x1; ++x)
+        index.regions[fill[y * columns + x]++] = static_cast<int>(i);
+  }
+  return index;
+}
+
+// Each overlapping pair of boxes is tested once, in the cell holding the
+// lower-left corner of the overlap.
+std::vector<Link> FindLinks(const Shapes& shapes, const std::vector<Box>& boxes, const CellGeometry& grid,
+                            const CellIndex& index, double tol) {
+  PairTester tester(tol);
+  std::vector<Link> links;
+  for (std::size_t cell = 0; cell + 1 < index.start.size(); ++cell) {
+    const std::size_t begin = index.start[cell], end = index.start[cell + 1];
+    for (std::size_t u = begin; u < end; ++u) {
+      const int i = index.regions[u];
+      for (std::size_t v = u + 1; v < end; ++v) {
+        const int j = index.regions[v];
+        const Box& bi = boxes[i];
+        const Box& bj = boxes[j];
+        if (!bi.Overlaps(bj)) continue;
+        const std::size_t home =
+            grid.CellY(std::max(bi.minY, bj.minY)) * grid.columns + grid.CellX(std::max(bi.minX, bj.minX));
+        if (home != cell) continue;
+        const PairResult r = tester.Test(shapes.boundaries[i], shapes.boundaries[j]);
+        if (r.touches) links.push_back({i, j, r.sharesEdge});
+      }
+    }
+  }
+  return links;
+}
+
+// Neighbour rows in ascending order, from the links.
+void NeighbourRows(std::size_t n, const std::vector<Link>& links, std::vector<std::size_t>& rowStart,
+                   std::vector<int>& neighbours, std::vector<std::uint8_t>& sharesEdge) {
+  rowStart.assign(n + 1, 0);
+  for (const Link& l : links) {
+    ++rowStart[l.i + 1];
+    ++rowStart[l.j + 1];
+  }
+  for (std::size_t i = 0; i < n; ++i) rowStart[i + 1] += rowStart[i];
+  std::vector<std::pair<int, std::uint8_t>> cells(rowStart[n]);
+  std::vector<std::size_t> fill(rowStart.begin(), rowStart.end() - 1);
+  for (const Link& l : links) {
+    cells[fill[l.i]++] = {l.j, static_cast<std::uint8_t>(l.edge)};
+    cells[fill[l.j]++] = {l.i, static_cast<std::uint8_t>(l.edge)};
+  }
+  for (std::size_t i = 0; i < n; ++i) {
+    std::sort(cells.begin() + static_cast<std::ptrdiff_t>(rowStart[i]),
+              cells.begin() + static_cast<std::ptrdiff_t>(rowStart[i + 1]));
+  }
+  neighbours.resize(cells.size());
+  sharesEdge.resize(cells.size());
+  for (std::size_t k = 0; k < cells.size(); ++k) {
+    neighbours[k] = cells[k].first;
+    sharesEdge[k] = cells[k].second;
+  }
+}
+
 }  // namespace
 
 void ZoContiguityGrid::Clear() {
@@ -433,140 +589,27 @@ bool ZoContiguityGrid::Build(const std::vector<ZoGeometry>& regions, std::size_t
     for (const auto& g : regions) vertexCount += g.GetPoints().size();
     const double sizeValue = n >= 100 ? std::sqrt(32.0 * static_cast<double>(n))
                                       : std::sqrt(4.0 * static_cast<double>(vertexCount));
-
-    std::vector<Boundary> shapes(n);
-    bool haveExtent = false;
-    Box extent;
-    double largestCoordinate = 0.0;
-    for (std::size_t i = 0; i < n; ++i) {
-      shapes[i] = MakeBoundary(regions[i]);
-      if (!shapes[i].usable) continue;
-      const Box& b = shapes[i].box;
-      if (!haveExtent) {
-        extent = b;
-        haveExtent = true;
-      } else {
-        extent = {std::min(extent.minX, b.minX), std::min(extent.minY, b.minY), std::max(extent.maxX, b.maxX),
-                  std::max(extent.maxY, b.maxY)};
-      }
-      largestCoordinate = std::max({largestCoordinate, std::abs(b.minX), std::abs(b.maxX), std::abs(b.minY),
-                                    std::abs(b.maxY)});
-    }
-
-    const double width = haveExtent ? extent.maxX - extent.minX : 0.0;
-    const double height = haveExtent ? extent.maxY - extent.minY : 0.0;
-    const double side = std::max(width, height);
+    const Shapes shapes = ReadShapes(regions);
+    const CellGeometry grid(shapes, sizeValue, n);
+    const double side = shapes.haveExtent ? std::max(shapes.extent.maxX - shapes.extent.minX,
+                                                     shapes.extent.maxY - shapes.extent.minY)
+                                          : 0.0;
     double tol = kRelativeTolerance * side;
-    if (!(tol > 0.0) || !std::isfinite(tol)) tol = kRelativeTolerance * std::max(1.0, largestCoordinate);
+    if (!(tol > 0.0) || !std::isfinite(tol)) tol = kRelativeTolerance * std::max(1.0, shapes.largestCoordinate);
 
-    // Cells along the longer side: the size value, bounded so that the cell
-    // count stays proportional to the number of regions even when a few
-    // regions carry very many vertices.
-    const double cap = std::max(1.0, std::ceil(std::sqrt(64.0 * static_cast<double>(std::max<std::size_t>(n, 1)))));
-    const double cellsAlong = std::clamp(std::ceil(sizeValue), 1.0, cap);
-    const double cellSize = side > 0.0 && std::isfinite(side) ? side / cellsAlong : 1.0;
-    auto cellsFor = [&](double length) {
-      const double c = std::ceil(length / cellSize);
-      return static_cast<std::size_t>(std::clamp(std::isfinite(c) ? c : 1.0, 1.0, cellsAlong));
-    };
-    const std::size_t columns = cellsFor(width), rows = cellsFor(height);
-    auto cellX = [&](double x) {
-      const double c = std::floor((x - extent.minX) / cellSize);
-      return static_cast<std::size_t>(std::clamp(std::isfinite(c) ? c : 0.0, 0.0, static_cast<double>(columns - 1)));
-    };
-    auto cellY = [&](double y) {
-      const double c = std::floor((y - extent.minY) / cellSize);
-      return static_cast<std::size_t>(std::clamp(std::isfinite(c) ? c : 0.0, 0.0, static_cast<double>(rows - 1)));
-    };
-
-    // The grid as compressed rows: cell c lists its regions, ascending, in
-    // cellRegions[cellStart[c] .. cellStart[c + 1]); built by counting.
     std::vector<Box> boxes(n);
-    struct Span { std::size_t x0, x1, y0, y1; };
-    std::vector<Span> spans(n);
-    std::vector<std::uint32_t> cellStart(columns * rows + 1, 0);
-    for (std::size_t i = 0; i < n; ++i) {
-      if (!shapes[i].usable) continue;
-      boxes[i] = shapes[i].box.Enlarged(tol);
-      spans[i] = {cellX(boxes[i].minX), cellX(boxes[i].maxX), cellY(boxes[i].minY), cellY(boxes[i].maxY)};
-      for (std::size_t y = spans[i].y0; y <= spans[i].y1; ++y)
-        for (std::size_t x = spans[i].x0; x <= spans[i].x1; ++x) {
-          if (cellStart[y * columns + x + 1] == UINT32_MAX) throw std::bad_alloc();
-          ++cellStart[y * columns + x + 1];
-        }
-    }
-    std::size_t entryCount = 0;
-    for (std::size_t c = 1; c < cellStart.size(); ++c) {
-      entryCount += cellStart[c];
-      if (entryCount > UINT32_MAX) throw std::bad_alloc();
-      cellStart[c] = static_cast<std::uint32_t>(entryCount);
-    }
-    std::vector<int> cellRegions(entryCount);
-    {
-      std::vector<std::uint32_t> fill(cellStart.begin(), cellStart.end() - 1);
-      for (std::size_t i = 0; i < n; ++i) {
-        if (!shapes[i].usable) continue;
-        for (std::size_t y = spans[i].y0; y <= spans[i].y1; ++y)
-          for (std::size_t x = spans[i].x0; x <= spans[i].x1; ++x) cellRegions[fill[y * columns + x]++] = static_cast<int>(i);
-      }
-    }
-    spans.clear();
-    spans.shrink_to_fit();
-
-    // Each overlapping pair of boxes is tested once, in the cell holding the
-    // lower-left corner of the overlap.
-    PairTester tester(tol);
+    for (std::size_t i = 0; i < n; ++i)
+      if (shapes.boundaries[i].usable) boxes[i] = shapes.boundaries[i].box.Enlarged(tol);
     std::vector<Link> links;
-    for (std::size_t cell = 0; cell + 1 < cellStart.size(); ++cell) {
-      const std::size_t begin = cellStart[cell], end = cellStart[cell + 1];
-      for (std::size_t u = begin; u < end; ++u) {
-        const int i = cellRegions[u];
-        for (std::size_t v = u + 1; v < end; ++v) {
-          const int j = cellRegions[v];
-          const Box& bi = boxes[i];
-          const Box& bj = boxes[j];
-          if (!bi.Overlaps(bj)) continue;
-          const std::size_t home = cellY(std::max(bi.minY, bj.minY)) * columns + cellX(std::max(bi.minX, bj.minX));
-          if (home != cell) continue;
-          const PairResult r = tester.Test(shapes[i], shapes[j]);
-          if (r.touches) links.push_back({i, j, r.sharesEdge});
-        }
-      }
+    {
+      const CellIndex index = IndexCells(shapes, boxes, grid);
+      links = FindLinks(shapes, boxes, grid, index, tol);
     }
-    cellStart = {};
-    cellRegions = {};
-
-    // Neighbour rows in ascending order.
-    std::vector<std::size_t> rowStart(n + 1, 0);
-    for (const Link& l : links) {
-      ++rowStart[l.i + 1];
-      ++rowStart[l.j + 1];
-    }
-    for (std::size_t i = 0; i < n; ++i) rowStart[i + 1] += rowStart[i];
-    std::vector<std::pair<int, std::uint8_t>> cells(rowStart[n]);
-    std::vector<std::size_t> fill(rowStart.begin(), rowStart.end() - 1);
-    for (const Link& l : links) {
-      cells[fill[l.i]++] = {l.j, static_cast<std::uint8_t>(l.edge)};
-      cells[fill[l.j]++] = {l.i, static_cast<std::uint8_t>(l.edge)};
-    }
-    std::vector<int> neighbours(cells.size());
-    std::vector<std::uint8_t> sharesEdge(cells.size());
-    for (std::size_t i = 0; i < n; ++i) {
-      std::sort(cells.begin() + static_cast<std::ptrdiff_t>(rowStart[i]),
-                cells.begin() + static_cast<std::ptrdiff_t>(rowStart[i + 1]));
-    }
-    for (std::size_t k = 0; k < cells.size(); ++k) {
-      neighbours[k] = cells[k].first;
-      sharesEdge[k] = cells[k].second;
-    }
-
+    NeighbourRows(n, links, m_rowStart, m_neighbours, m_sharesEdge);
     m_sizeValue = sizeValue;
     m_tolerance = tol;
-    m_columns = columns;
-    m_rows = rows;
-    m_rowStart = std::move(rowStart);
-    m_neighbours = std::move(neighbours);
-    m_sharesEdge = std::move(sharesEdge);
+    m_columns = grid.columns;
+    m_rows = grid.rows;
     return true;
   } catch (...) {
     // Only allocations can throw here.

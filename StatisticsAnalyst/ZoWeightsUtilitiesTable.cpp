@@ -3,8 +3,7 @@
 #include <new>
 #include <stdexcept>
 
-#include "StatisticsAnalyst/WeightsFileFormat.h"
-#include "StatisticsAnalyst/WeightsFileReaders.h"
+#include "StatisticsAnalyst/detail/weights/WeightsFileReader.h"
 #include "StatisticsAnalyst/ZoWeightsUtilities.h"
 #include "host/ZoEngineToolkit.h"
 #include "host/ZoStringEx.h"
@@ -17,17 +16,12 @@ namespace wf = weightsfile;
 namespace {
 
 // Appends the rows of an opened weights file to the tabular dataset. The
-// file is read twice: first every row is checked, so a damaged file is
-// refused before the table gains fields or rows; then the rows are written.
-// A file that ends before its last row is converted up to that row and
-// counts as converted. Null on success, else the message ID.
+// file is read twice: first every row is checked, so a damaged or truncated
+// file is refused before the table gains fields or rows; then the rows are
+// written. Null on success, else the message ID.
 const char* AppendRows(wf::WeightsFileReader& reader, ZoDatasetVector* target, ZoProgress* caller, bool show) {
+  if (const char* id = wf::CheckAllRows(reader)) return id;
   std::vector<wf::RowRecord> records;
-  wf::RowRead read;
-  while ((read = reader.Next(records)) == wf::RowRead::Read) {
-  }
-  if (read == wf::RowRead::Bad || (read == wf::RowRead::End && !reader.RestIsEmpty())) return msg::ESa046;
-  if (!reader.Rewind()) return msg::ESa046;
 
   // The host may rename the fields (clashes, format limits); the final names
   // come back in the list.
@@ -53,9 +47,7 @@ const char* AppendRows(wf::WeightsFileReader& reader, ZoDatasetVector* target, Z
   const std::vector<std::int32_t>& ids = reader.Ids();
   for (std::int64_t i = 0; i < n; ++i) {
     if (!progress.Step(format, i, n)) return msg::IMb030;
-    read = reader.Next(records);
-    if (read == wf::RowRead::Bad) return msg::ESa046;
-    if (read != wf::RowRead::Read) break;
+    if (reader.Next(records) != wf::RowRead::Read) return msg::ESa046;
     const double divisor = reader.Standardized() ? reader.RowSums()[static_cast<std::size_t>(i)] : 1.0;
     // The record's own row index names the feature, whatever row it sits in;
     // the reader has checked both indices against the ID table.
@@ -82,8 +74,8 @@ unsigned char ZoWeightsUtilities::BinaryConverToTable(ZoDatasetVector* target, c
     if (path.IsEmpty() || !wf::HasSwmbExtension(path, true)) return msg::EAf017;
     if (target->GetType() != DatasetTabular) return msg::ELb001;
     const char* failedId = nullptr;
-    auto reader = wf::OpenBinaryWeights(*this, path, failedId);
-    if (!reader) return failedId ? failedId : "";  // "" : the header reader has reported it
+    auto reader = wf::OpenBinaryWeights(path, failedId);
+    if (!reader) return failedId;
     return AppendRows(*reader, target, m_progress, showProgress != 0);
   });
 }

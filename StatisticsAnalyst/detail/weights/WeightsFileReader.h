@@ -1,10 +1,12 @@
 #pragma once
-// Sequential readers of existing weights files, shared by the diagnostic
-// dumps and the table converters. Both validate everything they hand out:
-// counts are checked against the file (binary) or against the IDs actually
-// present (text) before anything is allocated from them, and every record's
-// row and column index lies in 0..N−1, so callers may index the ID table
-// with them directly.
+// WeightsFileReader: sequential reading of an existing weights file, shared
+// by the diagnostic dumps and the table converters. The binary form goes
+// through the one binary reader (BinaryWeightsReader.h); the text form is
+// read line by line. Both validate everything they hand out: counts are
+// checked against the file (binary) or against the IDs actually present
+// (text) before anything is allocated from them, and every record's row and
+// column index lies in 0..N−1, so callers may index the ID table with them
+// directly.
 #include <cstdint>
 #include <cstdio>
 #include <memory>
@@ -14,12 +16,15 @@
 #include <string_view>
 #include <vector>
 
-#include "StatisticsAnalyst/WeightsFileFormat.h"
+#include "StatisticsAnalyst/detail/weights/WeightsFileFormat.h"
 #include "StatisticsAnalyst/ZoWeightsUtilities.h"
 #include "host/ZoTextFile.h"
 #include "host/ZoMessageIds.h"
 
 namespace ZOC::weightsfile {
+
+// Characters of one row-sum entry of the text form.
+inline constexpr std::size_t kRowSumWidth = 13;
 
 // The 13-character row-sum entry of the text form: "%12.{11-d}f" and a blank,
 // d being the number of digits of the sum's integer part (1 when it is 0).
@@ -68,17 +73,20 @@ class WeightsFileReader {
   std::int64_t m_next = 0;  // the row Next reads
 };
 
-// Opens a binary weights file (the caller has checked the extension). The
-// header is read with owner.ReadHeader, which adds its own message on
-// failure; every other failure sets `failedId` ("ESa049", "ESa045", "ESa046").
-// Null on failure.
-std::unique_ptr<WeightsFileReader> OpenBinaryWeights(ZoWeightsUtilities& owner, const LumaUnicodeString& path,
-                                                     const char*& failedId);
+// Opens a binary weights file (the caller has checked the extension):
+// "ESa049" when it cannot be opened, else the checks of ReadBinaryLayout
+// ("EUb001", "ESa045", "ESa046"). Null on failure.
+std::unique_ptr<WeightsFileReader> OpenBinaryWeights(const LumaUnicodeString& path, const char*& failedId);
 // Opens a text weights file: "EAg033" when it cannot be opened, "ESa045" for
 // a missing or unusable header line, "ESa046" for a missing, malformed or
 // inconsistent ID or row-sum line. Null on failure.
 std::unique_ptr<WeightsFileReader> OpenTextWeights(ZoWeightsUtilities& owner, const LumaUnicodeString& path,
                                                    const char*& failedId);
+
+// Reads every row once and goes back to the first: "ESa046" unless all N
+// rows are whole and well formed and nothing but blank lines follows them,
+// so a damaged file is refused before anything is written from it.
+const char* CheckAllRows(WeightsFileReader& reader);
 
 }  // namespace ZOC::weightsfile
 
@@ -91,7 +99,7 @@ unsigned char ZoWeightsUtilities::RunReader(Body&& body) {
   try {
     failedId = body();
   } catch (const std::bad_alloc&) {
-    failedId = msg::EBa003;
+    failedId = msg::EUb002;
   } catch (const std::exception&) {
     failedId = msg::ESa046;
   }

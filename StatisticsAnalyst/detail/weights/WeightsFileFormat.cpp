@@ -1,9 +1,14 @@
-#include "StatisticsAnalyst/WeightsFileFormat.h"
+#include "StatisticsAnalyst/detail/weights/WeightsFileFormat.h"
 
 #include <bit>
+#include <atomic>
 #include <charconv>
 #include <cstring>
+#include <filesystem>
 #include <sys/stat.h>
+#include <unistd.h>
+
+#include "host/ZoFile.h"
 
 namespace ZOC::weightsfile {
 
@@ -83,6 +88,39 @@ bool HasSwmbExtension(const LumaUnicodeString& path, bool ignoreCase) {
   if (p.size() < 5) return false;
   const LumaUnicodeString ext(p.substr(p.size() - 5));
   return ignoreCase ? ext.EqualsNoCase(".swmb") : ext == ".swmb";
+}
+
+LumaUnicodeString SiblingTemporary(const LumaUnicodeString& path) {
+  static std::atomic<unsigned> counter{0};
+  const std::filesystem::path target(path.Str());
+  for (;;) {
+    const std::string name = "." + target.filename().string() + "." + std::to_string(getpid()) + "." +
+                             std::to_string(counter++) + ".tmp";
+    const LumaUnicodeString candidate((target.parent_path() / name).string());
+    if (!ZoFile::IsExist(candidate)) return candidate;
+  }
+}
+
+namespace {
+// A path with its links followed, also a link to a file not made yet.
+std::filesystem::path Resolved(std::filesystem::path p) {
+  namespace fs = std::filesystem;
+  std::error_code ec;
+  p = fs::absolute(p, ec);
+  for (int hops = 0; hops < 40 && fs::is_symlink(p, ec); ++hops) {
+    const fs::path target = fs::read_symlink(p, ec);
+    if (ec) break;
+    p = target.is_absolute() ? target : p.parent_path() / target;
+  }
+  return fs::weakly_canonical(p, ec);
+}
+}  // namespace
+
+bool SameFile(const LumaUnicodeString& a, const LumaUnicodeString& b) {
+  namespace fs = std::filesystem;
+  std::error_code ec;
+  if (fs::exists(a.Str(), ec) && fs::exists(b.Str(), ec)) return fs::equivalent(a.Str(), b.Str(), ec);
+  return Resolved(a.Str()) == Resolved(b.Str());
 }
 
 bool WriteInt32(std::FILE* f, std::int32_t v) { return WriteValue(f, v); }

@@ -11,7 +11,7 @@
 #include <vector>
 
 #include "StatisticsAnalyst/detail/common/Limits.h"
-#include "StatisticsAnalyst/WeightsRowBuilder.h"
+#include "StatisticsAnalyst/detail/weights/WeightsRowBuilder.h"
 #include "StatisticsAnalyst/ZoWeightsUtilities.h"
 #include "host/ZoStringEx.h"
 #include "host/ZoMessageIds.h"
@@ -45,6 +45,14 @@ bool SplitHeader(std::string_view text, std::size_t keyCount, LumaArray<LumaUnic
 bool ParseInt32(std::string_view text, std::int32_t& value);
 // ".swmb" at the end of the path, ignoring case or not.
 bool HasSwmbExtension(const LumaUnicodeString& path, bool ignoreCase);
+
+// A free name in the folder of `path` to build it under, so the file under
+// its real name is only ever complete: builders write here and rename the
+// result onto `path` at the end. Hidden, and unique to this process.
+LumaUnicodeString SiblingTemporary(const LumaUnicodeString& path);
+// True when both paths name the same file once links and relative parts are
+// resolved, whether or not the file exists yet.
+bool SameFile(const LumaUnicodeString& a, const LumaUnicodeString& b);
 
 bool WriteInt32(std::FILE* f, std::int32_t v);
 bool WriteDouble(std::FILE* f, double v);

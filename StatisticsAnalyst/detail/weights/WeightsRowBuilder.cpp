@@ -1,4 +1,4 @@
-#include "StatisticsAnalyst/WeightsRowBuilder.h"
+#include "StatisticsAnalyst/detail/weights/WeightsRowBuilder.h"
 
 #include "StatisticsAnalyst/detail/common/SpatialOrder.h"
 
@@ -48,7 +48,7 @@ bool ZoWeightsRowBuilder::Prepare(ZoRecordset* records, const ZoPatternsInformat
     }
     return PrepareFromPoints(std::move(points), records->GetDataset()->GetPrjCoordSys(), info);
   } catch (const std::bad_alloc&) {
-    m_failedId = msg::EBa003;
+    m_failedId = msg::EUb002;
     return false;
   }
 }

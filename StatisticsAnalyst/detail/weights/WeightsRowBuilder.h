@@ -19,7 +19,7 @@
 #include <memory>
 #include <vector>
 
-#include "StatisticsAnalyst/ZoContiguityGrid.h"
+#include "StatisticsAnalyst/detail/weights/ZoContiguityGrid.h"
 #include "StatisticsAnalyst/ZoStatisticsUtilities.h"
 
 namespace ZOC {

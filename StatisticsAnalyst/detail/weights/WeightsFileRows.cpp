@@ -1,4 +1,4 @@
-#include "StatisticsAnalyst/WeightsFileRows.h"
+#include "StatisticsAnalyst/detail/weights/WeightsFileRows.h"
 
 #include <algorithm>
 #include <new>
@@ -75,7 +75,7 @@ bool ZoWeightsFileRows::Open(ZoDatasetVector* dataset, const LumaUnicodeString& 
       m_offsets[static_cast<std::size_t>(r) + 1] = static_cast<std::int64_t>(m_columns.size());
     }
   } catch (const std::bad_alloc&) {
-    Fail(msg::EBa003);
+    Fail(msg::EUb002);
     return false;
   }
   // Back to the first row for the pass that computes the statistic.
