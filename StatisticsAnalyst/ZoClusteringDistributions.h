@@ -55,7 +55,7 @@ class SA_API ZoClusteringDistributions : public ZoAnalysisFrame {
   // "Order" (the 1-based position in the OPTICS ordering).
   // Messages: "EEg002", "EEg032", "EEe018", "EEe017", "ESa074" (replacing
   // the message), "EKa013", "EEg024", "ESa008", "ESa032", "ESa024",
-  // "ELc071", "IMb030", "EBa003" and the EUe... identifiers of this
+  // "ELc071", "IMb030", "EUc010" and the EUe... identifiers of this
   // analysis. An unknown method fails with an empty message. `summary`,
   // when given, receives what a successful call found.
   unsigned char DensityBasedClustering(ZoDatasetVector* source, ZoDatasetVector* result,

@@ -100,7 +100,7 @@ class DensityRun : public ZoAnalysisFrame {
   // (minPoints − 1)-th nearest other point, or the fallbacks for a zero
   // median. False after "ESa032" or "ESa024".
   bool AutomaticDistance(const LumaArray<LumaPoint2D>& points, int minPoints, double& distance);
-  // A status that is not Done as its message ("IMb030" or "EBa003").
+  // A status that is not Done as its message ("IMb030" or "EUc010").
   unsigned char Fail(Status status);
 
   // One result value per point and field, in field order.

@@ -69,7 +69,7 @@ unsigned char DensityRun::Run(ZoDatasetVector* source, ZoDatasetVector* result, 
     if (ok && summary) *summary = m_summary;
     return ok;
   } catch (const std::bad_alloc&) {
-    AddErrorMessage(msg::EBa003);
+    AddErrorMessage(msg::EUc010);
     return 0;
   }
 }
@@ -111,7 +111,7 @@ double DensityRun::InPointUnits(ZoRecordset* records, double distance, int unit)
 }
 
 unsigned char DensityRun::Fail(Status status) {
-  AddErrorMessage(status == Status::Cancelled ? msg::IMb030 : msg::EBa003);
+  AddErrorMessage(status == Status::Cancelled ? msg::IMb030 : msg::EUc010);
   return 0;
 }
 
