@@ -21,8 +21,13 @@ unsigned char ZoSpatialMeasure::Run(Measure measure, ZoDatasetVector* input, ZoD
   call.callerProgress = m_progress;
   call.utilities = &m_utilities;
   call.log = &log;
-  const bool ok = measure(call);
+  // Anything that escapes a measure (memory included) becomes a message,
+  // after what the measure itself logged.
+  ClearErrorMessage();
+  const bool ok = Guard([&] { return measure(call); });
+  const LumaUnicodeString escaped = GetStrErrorMes();
   SetStrErrorMes(log.Text());
+  AppendErrorText(escaped);
   return ok ? 1 : 0;
 }
 

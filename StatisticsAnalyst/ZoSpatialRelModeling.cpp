@@ -66,13 +66,13 @@ unsigned char ZoSpatialRelModeling::OrdinaryLeastSquares(ZoDatasetVector* source
   ClearErrorMessage();
   Sink sink([this](const char* id) { AddErrorMessage(id); },
             [this](const LumaUnicodeString& text) { AppendErrorText(text); });
-  try {
+  // Anything that escapes the run (memory included) becomes a message.
+  const bool ok = Guard([&] {
     ZoRecordsetPtr records = OpenRegression(source, result, info.DependentField, info.ExplanatoryFields);
     ZoCallProgress progress(m_progress, showProgress != 0);
-    if (records && regression::RunOls(records.get(), result, info, out, progress, sink)) return 1;
-  } catch (const std::bad_alloc&) {
-    AddErrorMessage(msg::EUf014);
-  }
+    return records && regression::RunOls(records.get(), result, info, out, progress, sink);
+  });
+  if (ok) return 1;
   AddErrorMessage(msg::EUf012);
   return 0;
 }
@@ -83,13 +83,13 @@ unsigned char ZoSpatialRelModeling::GeographicWeightedRegression(ZoDatasetVector
   ClearErrorMessage();
   Sink sink([this](const char* id) { AddErrorMessage(id); },
             [this](const LumaUnicodeString& text) { AppendErrorText(text); });
-  try {
+  // Anything that escapes the run (memory included) becomes a message.
+  const bool ok = Guard([&] {
     ZoRecordsetPtr records = OpenRegression(source, result, info.DependentField, info.ExplanatoryFields);
     ZoCallProgress progress(m_progress, showProgress != 0);
-    if (records && regression::RunGwr(records.get(), result, info, out, progress, sink)) return 1;
-  } catch (const std::bad_alloc&) {
-    AddErrorMessage(msg::EUf014);
-  }
+    return records && regression::RunGwr(records.get(), result, info, out, progress, sink);
+  });
+  if (ok) return 1;
   AddErrorMessage(msg::EUf013);
   return 0;
 }

@@ -29,7 +29,8 @@ double percentile(LumaArray<double> values, double q) {
 unsigned char DensityRun::Run(ZoDatasetVector* source, ZoDatasetVector* result, const ZoClusterInformation& info,
                               bool showProgress, ZoClusterSummary* summary) {
   ClearErrorMessage();
-  try {
+  // Anything that escapes the run (memory included) becomes a message.
+  return Guard([&]() -> unsigned char {
     if (!source) return AddErrorMessage(msg::EEg002), 0;
     if (!result) return AddErrorMessage(msg::EEg032), 0;
     if (!source->IsOpen() && !source->Open()) return AddErrorMessage(msg::EEe018), 0;
@@ -68,10 +69,7 @@ unsigned char DensityRun::Run(ZoDatasetVector* source, ZoDatasetVector* result, 
     }
     if (ok && summary) *summary = m_summary;
     return ok;
-  } catch (const std::bad_alloc&) {
-    AddErrorMessage(msg::EUc010);
-    return 0;
-  }
+  });
 }
 
 bool DensityRun::ReadPoints(ZoRecordset* records, LumaArray<LumaPoint2D>& points) {
