@@ -127,7 +127,7 @@ def _density(method, suffix, title, data, layer, min_points, distance, xi, outpu
         raise ValueError(f"xi must be a whole percentage from 1 to 99, not {xi!r}")
     frame, (clusters, noise, used) = _run_layer(_core.density, data, layer, output, output_layer, overwrite, suffix,
                                                 progress, method, int(min_points), distance, int(xi),
-                                                same_rows=method != 3)
+                                                same_rows=True)
     result = ResultFrame.wrap(frame, "Cluster_ID", title)
     _set_summary(result, dict(clusters=clusters, noise=noise, distance=used))
     return result
