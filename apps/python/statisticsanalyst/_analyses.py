@@ -177,7 +177,8 @@ def _measure(function, suffix, title, data, layer, output, output_layer, overwri
     frame, _ = _run_layer(function, data, layer, output, output_layer, overwrite, suffix, progress, info)
     if _io.is_frame(frame):
         frame = frame.reset_index(drop=True)  # one row per case group, not per input feature
-    return ResultFrame.wrap(frame, case_field, title)
+    # The map colours the groups (the case field comes back as "<field>_Group").
+    return ResultFrame.wrap(frame, f"{case_field}_Group" if case_field else None, title)
 
 
 def mean_center(data, *, layer=None, weight_field=None, case_field=None, stats=(), output=None, output_layer=None,
