@@ -12,8 +12,9 @@ keyword arguments named like zostat's options::
 Global statistics return small result objects (attributes and ``to_dict()``);
 per-feature analyses (local statistics, density clustering, geographic
 distributions) return a GeoDataFrame (a pandas DataFrame without GeoPandas);
-ols() and gwr() return a result object whose ``frame`` is that layer. Failures raise StatisticsAnalystError with the message
-identifiers in ``.ids``. Progress shows through tqdm when it is installed
+ols() and gwr() return a result object whose ``frame`` is that layer.
+Failures raise StatisticsAnalystError with the message identifiers in
+``.ids``. Progress shows through tqdm when it is installed
 (``progress=False`` silences it, a callable(percent, title, message) takes
 it); Ctrl-C cancels a run and raises KeyboardInterrupt.
 """
