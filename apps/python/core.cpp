@@ -9,21 +9,25 @@
 #include <chrono>
 #include <cmath>
 #include <cstdio>
-#include <filesystem>
 #include <memory>
 #include <optional>
 #include <string>
 #include <tuple>
+#include <utility>
+#include <vector>
 #include <unistd.h>
 
 #include "StatisticsAnalyst/ZoAnalyzingPatterns.h"
 #include "StatisticsAnalyst/ZoClusteringDistributions.h"
 #include "StatisticsAnalyst/ZoPatternsInformation.h"
+#include "StatisticsAnalyst/ZoSpatialMeasure.h"
+#include "StatisticsAnalyst/ZoSpatialRelModeling.h"
 #include "StatisticsAnalyst/ZoWeightsUtilities.h"
 #include "host/ZoDataSource.h"
 #include "host/ZoMessageIds.h"
 #include "host/ZoProgress.h"
 #include "host/ZoRecordset.h"
+#include "host/ZoResultWriter.h"
 #include "host/ZoStringEx.h"
 
 namespace py = pybind11;
@@ -172,50 +176,43 @@ Input OpenInput(const std::string& path, const std::string& layer) {
   return input;
 }
 
-// A new result layer; removed again (with its datasource when this object
-// created it) unless Keep() is called.
+// A result layer written through the host's result writer, as zostat writes
+// it: nothing touches the output until Commit, which replaces an existing
+// layer only when overwriting is asked for and never writes over a file the
+// analysis reads.
 class Output {
  public:
-  Output(const std::string& path, const std::string& layer, int type, const ZOC::ZoPrjCoordSys& cs, bool overwrite)
-      : m_path(path), m_layer(layer) {
-    std::error_code ec;
-    m_existed = std::filesystem::exists(path, ec);
-    LUMA::LumaUnicodeString error;
-    m_source = ZOC::ZoDataSource::OpenOrCreate(path, &error);
-    if (!m_source) Fail(Text(ZOC::msg::EUp003, path + ": " + error.Str()));
-    if (m_source->GetDataset(layer) && !overwrite) {
-      Discard();
-      Fail(Text(ZOC::msg::EUp004, path + ", layer " + layer));
-    }
-    m_dataset = m_source->CreateDatasetVector(layer, type, cs, overwrite, &error);
-    if (!m_dataset) {
-      Discard();
-      Fail(Text(ZOC::msg::EUp003, path + ", layer " + layer + ": " + error.Str()));
-    }
+  Output(const std::string& path, const std::string& layer, bool overwrite, const Input* input,
+         const std::vector<std::string>& reads = {}) {
+    std::vector<LUMA::LumaUnicodeString> protect;
+    if (input && input->source) protect = input->source->GetFileList();
+    for (const auto& file : reads)
+      if (!file.empty()) protect.emplace_back(file);
+    if (!m_writer.Prepare(path, layer, overwrite, protect)) Fail(m_writer.GetError().Str());
   }
-  ~Output() {
-    if (!m_keep) Discard();
+  // The result shaped like `like` (geometry kind and coordinate system), or
+  // of `type` in `cs` without it.
+  void Create(const ZOC::ZoDatasetVector* like, int type, const ZOC::ZoPrjCoordSys& cs) {
+    m_dataset = m_writer.CreateResult(like, type, cs);
+    if (!m_dataset) Fail(m_writer.GetError().Str());
   }
-  Output(const Output&) = delete;
-  Output& operator=(const Output&) = delete;
   ZOC::ZoDatasetVector* dataset() const { return m_dataset; }
-  void Keep() {
-    m_keep = true;
-    m_source.reset();  // commits and closes before Python reads the file
+  // Runs `call` and commits its result under one progress object; a failure
+  // raises the analysis's or the writer's messages.
+  template <class Call>
+  void Run(ZOC::ZoAnalysisFrame& analysis, const py::object& progress, Call&& call) {
+    bool committing = false;
+    const bool ok = RunWithProgress(analysis, progress, [&] {
+      if (!call()) return false;
+      committing = true;
+      return m_writer.Commit(t_current);
+    });
+    if (!ok) Fail(committing ? m_writer.GetError().Str() : analysis.GetStrErrorMes().Str());
   }
+  std::string layer() const { return m_writer.GetLayerName().Str(); }
 
  private:
-  void Discard() {
-    if (!m_source) return;
-    if (m_dataset) m_source->DeleteDataset(m_layer);
-    m_dataset = nullptr;
-    m_source.reset();
-    std::error_code ec;
-    if (!m_existed) std::filesystem::remove(m_path, ec);
-  }
-  std::string m_path, m_layer;
-  bool m_existed = false, m_keep = false;
-  std::unique_ptr<ZOC::ZoDataSource> m_source;
+  ZOC::ZoResultWriter m_writer;
   ZOC::ZoDatasetVector* m_dataset = nullptr;
 };
 
@@ -256,12 +253,143 @@ void RunLocal(const std::string& path, const std::string& layer, const std::stri
               const std::string& outLayer, bool overwrite, const ZOC::ZoPatternsInformation& info,
               const py::object& progress, LocalMethod method) {
   Input input = OpenInput(path, layer);
-  Output out(outPath, outLayer, input.dataset->GetType(), input.dataset->GetPrjCoordSys(), overwrite);
+  Output out(outPath, outLayer, overwrite, &input, {info.WeightsFilePath.Str()});
+  out.Create(input.dataset, ZOC::DatasetTabular, ZOC::ZoPrjCoordSys());
   ZOC::ZoClusteringDistributions clustering;
-  if (!RunWithProgress(clustering, progress,
-                       [&] { return (clustering.*method)(input.dataset, out.dataset(), info, true) != 0; }))
-    Fail(clustering.GetStrErrorMes().Str());
-  out.Keep();
+  out.Run(clustering, progress, [&] { return (clustering.*method)(input.dataset, out.dataset(), info, true) != 0; });
+}
+
+// Density-based clustering (method 1 DBSCAN, 2 HDBSCAN, 3 OPTICS) into a
+// layer of the input's geometry type; returns (clusters, noise, distance).
+std::tuple<int, long long, double> Density(const std::string& path, const std::string& layer,
+                                           const std::string& outPath, const std::string& outLayer, bool overwrite,
+                                           int method, int minPoints, double distance, int xi,
+                                           const py::object& progress) {
+  Input input = OpenInput(path, layer);
+  ZOC::ZoClusterInformation info;
+  info.Method = method;
+  info.MinPoints = minPoints;
+  info.SearchDistance = distance;
+  info.DistanceUnit = 0;  // the layer's own unit, as zostat takes it
+  info.OpticsParameter = xi;
+  Output out(outPath, outLayer, overwrite, &input);
+  out.Create(nullptr, input.dataset->GetType(), input.dataset->GetPrjCoordSys());
+  ZOC::ZoClusteringDistributions clustering;
+  ZOC::ZoClusterSummary summary;
+  out.Run(clustering, progress,
+          [&] { return clustering.DensityBasedClustering(input.dataset, out.dataset(), info, true, &summary) != 0; });
+  return {summary.Clusters, summary.Noise, summary.Distance};
+}
+
+using MeasureMethod = unsigned char (ZOC::ZoSpatialMeasure::*)(ZOC::ZoDatasetVector*, ZOC::ZoDatasetVector*,
+                                                              const ZOC::ZoMeasuringInformation&, unsigned char);
+
+// One geographic-distribution measure; `resultType` 0 keeps the input's type.
+void Measure(const std::string& path, const std::string& layer, const std::string& outPath,
+             const std::string& outLayer, bool overwrite, const ZOC::ZoMeasuringInformation& info, int resultType,
+             const py::object& progress, MeasureMethod method) {
+  Input input = OpenInput(path, layer);
+  Output out(outPath, outLayer, overwrite, &input);
+  out.Create(nullptr, resultType ? resultType : input.dataset->GetType(), input.dataset->GetPrjCoordSys());
+  ZOC::ZoSpatialMeasure measure;
+  out.Run(measure, progress, [&] { return (measure.*method)(input.dataset, out.dataset(), info, true) != 0; });
+}
+
+ZOC::ZoMeasuringInformation MeasuringInformation(const std::string& weightField, const std::string& selfWeightField,
+                                                 const std::string& caseField,
+                                                 const std::vector<std::pair<std::string, int>>& stats,
+                                                 double tolerance, int ellipseSize, int distanceMethod,
+                                                 bool orientationOnly) {
+  ZOC::ZoMeasuringInformation info;
+  info.WeightField = weightField;
+  info.SelfWeightField = selfWeightField;
+  info.CaseField = caseField;
+  for (const auto& [field, type] : stats) {
+    info.StatisticsFields.push_back(field);
+    info.StatisticsTypes.push_back(static_cast<ZOC::ZoStatisticsType>(type));
+  }
+  info.Tolerance = tolerance;
+  info.EllipseSize = static_cast<ZOC::ZoEllipseSize>(ellipseSize);
+  info.DistanceMethod = static_cast<ZOC::ZoDistanceMethod>(distanceMethod);
+  info.OrientationOnly = orientationOnly;
+  return info;
+}
+
+// A JSON number as zostat writes it: null when not finite.
+py::object Number(double value) { return std::isfinite(value) ? py::object(py::float_(value)) : py::none(); }
+
+LUMA::LumaArray<LUMA::LumaUnicodeString> Names(const std::vector<std::string>& names) {
+  LUMA::LumaArray<LUMA::LumaUnicodeString> out;
+  for (const auto& n : names) out.push_back(n);
+  return out;
+}
+
+// Ordinary least squares; the values under the keys of `zostat ols --json`.
+py::dict Ols(const std::string& path, const std::string& layer, const std::string& outPath,
+             const std::string& outLayer, bool overwrite, const std::string& dependent,
+             const std::vector<std::string>& explanatory, bool residualMoran, const ZOC::ZoPatternsInformation& weights,
+             const py::object& progress) {
+  Input input = OpenInput(path, layer);
+  ZOC::ZoOLSInformation info;
+  info.DependentField = dependent;
+  info.ExplanatoryFields = Names(explanatory);
+  info.ResidualMoran = residualMoran;
+  info.MoranWeights = weights;
+  Output out(outPath, outLayer, overwrite, &input, {weights.WeightsFilePath.Str()});
+  out.Create(nullptr, input.dataset->GetType(), input.dataset->GetPrjCoordSys());
+  ZOC::ZoSpatialRelModeling modeling;
+  ZOC::ZoOLSResult r;
+  out.Run(modeling, progress,
+          [&] { return modeling.OrdinaryLeastSquares(input.dataset, out.dataset(), info, r, true) != 0; });
+  py::list coefficients;
+  for (const auto& c : r.Coefficients) {
+    py::dict d;
+    d["name"] = c.Name.Str(), d["estimate"] = Number(c.Estimate), d["std_error"] = Number(c.StdError);
+    d["t"] = Number(c.TValue), d["p"] = Number(c.PValue), d["robust_std_error"] = Number(c.RobustStdError);
+    d["vif"] = Number(c.VIF);
+    coefficients.append(d);
+  }
+  py::dict d;
+  d["coefficients"] = coefficients, d["r2"] = Number(r.R2), d["adjusted_r2"] = Number(r.AdjustedR2);
+  d["aicc"] = Number(r.AICc), d["f"] = Number(r.FStatistic), d["wald"] = Number(r.WaldStatistic);
+  d["koenker_bp"] = Number(r.KoenkerBP), d["jarque_bera"] = Number(r.JarqueBera);
+  d["condition_index"] = Number(r.ConditionIndex);
+  if (r.HasResidualMoran) {
+    const auto& m = r.ResidualMoran;
+    py::dict moran;
+    moran["index"] = Number(m.Index), moran["expected_index"] = Number(m.ExpectedIndex);
+    moran["variance"] = Number(m.Variance), moran["z_score"] = Number(m.ZScore), moran["p_value"] = Number(m.PValue);
+    d["residual_moran"] = moran;
+  } else {
+    d["residual_moran"] = py::none();
+  }
+  return d;
+}
+
+// Geographically weighted regression; the values of `zostat gwr --json`.
+py::dict Gwr(const std::string& path, const std::string& layer, const std::string& outPath,
+             const std::string& outLayer, bool overwrite, const std::string& dependent,
+             const std::vector<std::string>& explanatory, int kernel, int bandwidthType, double bandwidth,
+             int distanceMethod, const py::object& progress) {
+  Input input = OpenInput(path, layer);
+  ZOC::ZoGWRInformation info;
+  info.DependentField = dependent;
+  info.ExplanatoryFields = Names(explanatory);
+  info.Kernel = static_cast<ZOC::ZoGWRKernel>(kernel);
+  info.BandwidthType = static_cast<ZOC::ZoGWRBandwidthType>(bandwidthType);
+  info.Bandwidth = bandwidth;
+  info.DistanceMethod = static_cast<ZOC::ZoDistanceMethod>(distanceMethod);
+  Output out(outPath, outLayer, overwrite, &input);
+  out.Create(nullptr, input.dataset->GetType(), input.dataset->GetPrjCoordSys());
+  ZOC::ZoSpatialRelModeling modeling;
+  ZOC::ZoGWRResult r;
+  out.Run(modeling, progress,
+          [&] { return modeling.GeographicWeightedRegression(input.dataset, out.dataset(), info, r, true) != 0; });
+  py::dict d;
+  d["bandwidth"] = Number(r.Bandwidth), d["aicc"] = Number(r.AICc);
+  d["effective_parameters"] = Number(r.EffectiveParameters), d["rss"] = Number(r.RSS);
+  d["sigma"] = Number(r.Sigma), d["r2"] = Number(r.R2);
+  return d;
 }
 
 void WeightsBuild(const std::string& path, const std::string& layer, const std::string& idField,
@@ -280,14 +408,13 @@ void WeightsBuild(const std::string& path, const std::string& layer, const std::
 
 void WeightsToTable(const std::string& weightsPath, const std::string& outPath, const std::string& outLayer,
                     bool overwrite, bool text, const py::object& progress) {
-  Output out(outPath, outLayer, ZOC::DatasetTabular, ZOC::ZoPrjCoordSys(), overwrite);
+  Output out(outPath, outLayer, overwrite, nullptr, {weightsPath});
+  out.Create(nullptr, ZOC::DatasetTabular, ZOC::ZoPrjCoordSys());
   ZOC::ZoWeightsUtilities weights;
-  if (!RunWithProgress(weights, progress, [&] {
-        return (text ? weights.TextConverToTable(out.dataset(), weightsPath, true)
-                     : weights.BinaryConverToTable(out.dataset(), weightsPath, true)) != 0;
-      }))
-    Fail(weights.GetStrErrorMes().Str());
-  out.Keep();
+  out.Run(weights, progress, [&] {
+    return (text ? weights.TextConverToTable(out.dataset(), weightsPath, true)
+                 : weights.BinaryConverToTable(out.dataset(), weightsPath, true)) != 0;
+  });
 }
 
 // The library prints its dump on standard output; it is caught in an
@@ -408,6 +535,38 @@ PYBIND11_MODULE(_core, m) {
       },
       py::arg("path"), py::arg("layer"), py::arg("output"), py::arg("output_layer"), py::arg("overwrite"),
       py::arg("info"), py::arg("progress"));
+  m.def("density", &Density, py::arg("path"), py::arg("layer"), py::arg("output"), py::arg("output_layer"),
+        py::arg("overwrite"), py::arg("method"), py::arg("min_points"), py::arg("distance"), py::arg("xi"),
+        py::arg("progress"));
+  m.def("measuring_information", &MeasuringInformation, py::arg("weight_field"), py::arg("self_weight_field"),
+        py::arg("case_field"), py::arg("stats"), py::arg("tolerance"), py::arg("ellipse_size"),
+        py::arg("distance_method"), py::arg("orientation_only"));
+  py::class_<ZOC::ZoMeasuringInformation>(m, "MeasuringInformation");
+  const std::pair<const char*, std::pair<MeasureMethod, int>> measures[] = {
+      {"mean_center", {&ZOC::ZoSpatialMeasure::MeasureMeanCenter, ZOC::DatasetPoint}},
+      {"median_center", {&ZOC::ZoSpatialMeasure::MeasureMedianCenter, ZOC::DatasetPoint}},
+      {"central_feature", {&ZOC::ZoSpatialMeasure::MeasureCentralElement, 0}},
+      {"standard_distance", {&ZOC::ZoSpatialMeasure::MeasureStandardDistance, ZOC::DatasetRegion}},
+      {"ellipse", {&ZOC::ZoSpatialMeasure::MeasureDirectionalDistribution, ZOC::DatasetRegion}},
+      {"directional_mean", {&ZOC::ZoSpatialMeasure::MeasureLinearDirectionalMean, ZOC::DatasetLine}}};
+  for (const auto& [name, spec] : measures) {
+    const auto [method, type] = spec;
+    m.def(
+        name,
+        [method, type](const std::string& path, const std::string& layer, const std::string& outPath,
+                       const std::string& outLayer, bool overwrite, const ZOC::ZoMeasuringInformation& info,
+                       const py::object& progress) {
+          Measure(path, layer, outPath, outLayer, overwrite, info, type, progress, method);
+        },
+        py::arg("path"), py::arg("layer"), py::arg("output"), py::arg("output_layer"), py::arg("overwrite"),
+        py::arg("info"), py::arg("progress"));
+  }
+  m.def("ols", &Ols, py::arg("path"), py::arg("layer"), py::arg("output"), py::arg("output_layer"),
+        py::arg("overwrite"), py::arg("dependent"), py::arg("explanatory"), py::arg("residual_moran"),
+        py::arg("weights"), py::arg("progress"));
+  m.def("gwr", &Gwr, py::arg("path"), py::arg("layer"), py::arg("output"), py::arg("output_layer"),
+        py::arg("overwrite"), py::arg("dependent"), py::arg("explanatory"), py::arg("kernel"),
+        py::arg("bandwidth_type"), py::arg("bandwidth"), py::arg("distance_method"), py::arg("progress"));
   m.def("weights_build", &WeightsBuild, py::arg("path"), py::arg("layer"), py::arg("id_field"), py::arg("output"),
         py::arg("info"), py::arg("text"), py::arg("flag_matrix"), py::arg("progress"));
   m.def("weights_to_table", &WeightsToTable, py::arg("weights"), py::arg("output"), py::arg("output_layer"),

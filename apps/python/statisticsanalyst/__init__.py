@@ -10,18 +10,22 @@ keyword arguments named like zostat's options::
     hot.plot(file="hotspots.png")
 
 Global statistics return small result objects (attributes and ``to_dict()``);
-per-feature analyses return a GeoDataFrame (a pandas DataFrame without
-GeoPandas). Failures raise StatisticsAnalystError with the message
-identifiers in ``.ids``. Progress shows through tqdm when it is installed
+per-feature analyses (local statistics, density clustering, geographic
+distributions) return a GeoDataFrame (a pandas DataFrame without GeoPandas);
+ols() and gwr() return a result object whose ``frame`` is that layer.
+Failures raise StatisticsAnalystError with the message identifiers in
+``.ids``. Progress shows through tqdm when it is installed
 (``progress=False`` silences it, a callable(percent, title, message) takes
 it); Ctrl-C cancels a run and raises KeyboardInterrupt.
 """
-from ._analyses import (ResultFrame, ann, cluster_outlier, general_g, hotspot, moran, weights_build,
-                        weights_dump, weights_to_table)
+from ._analyses import (ResultFrame, ann, central_feature, cluster_outlier, dbscan, directional_mean, ellipse,
+                        general_g, gwr, hdbscan, hotspot, mean_center, median_center, moran, ols, optics,
+                        standard_distance, weights_build, weights_dump, weights_to_table)
 from ._errors import StatisticsAnalystError
 from ._plot import plot_map
-from ._results import AnnResult, GeneralGResult, MoranResult
+from ._results import AnnResult, GeneralGResult, GwrResult, MoranResult, OlsResult
 
-__all__ = ["AnnResult", "GeneralGResult", "MoranResult", "ResultFrame", "StatisticsAnalystError", "ann",
-           "cluster_outlier", "general_g", "hotspot", "moran", "plot_map", "weights_build", "weights_dump",
-           "weights_to_table"]
+__all__ = ["AnnResult", "GeneralGResult", "GwrResult", "MoranResult", "OlsResult", "ResultFrame",
+           "StatisticsAnalystError", "ann", "central_feature", "cluster_outlier", "dbscan", "directional_mean",
+           "ellipse", "general_g", "gwr", "hdbscan", "hotspot", "mean_center", "median_center", "moran", "ols",
+           "optics", "plot_map", "standard_distance", "weights_build", "weights_dump", "weights_to_table"]

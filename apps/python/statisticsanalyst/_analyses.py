@@ -12,7 +12,7 @@ import os
 from . import _core, _io
 from ._errors import StatisticsAnalystError
 from ._progress import reporter
-from ._results import AnnResult, GeneralGResult, MoranResult
+from ._results import AnnResult, GeneralGResult, GwrResult, MoranResult, OlsResult
 from ._weights import WEIGHTS_KEYWORDS, distance_method_code, patterns_information
 
 
@@ -41,14 +41,16 @@ def _statistic(function, result_class, data, layer, info, progress):
         return result_class(*_call(function, path, name, info, progress=progress))
 
 
-def _layer(function, data, layer, output, output_layer, overwrite, suffix, map_view, progress, *arguments):
+def _run_layer(function, data, layer, output, output_layer, overwrite, suffix, progress, *arguments,
+               same_rows=False):
     """Runs `function(path, layer, out_path, out_layer, overwrite, *arguments,
-    progress)` and reads the result layer back."""
+    progress)`; returns the result layer as a frame and what the function
+    returned. `same_rows`: the layer holds the input's features in order."""
     with _io.scratch() as folder, _io.input_layer(data, layer, folder) as (path, name):
         out_path = os.fspath(output) if output is not None else os.path.join(folder, "result.gpkg")
         with _library_errors():
             out_layer = output_layer or _io.default_layer_name(data, layer, suffix)
-        _call(function, path, name, out_path, out_layer, bool(overwrite), *arguments, progress=progress)
+        returned = _call(function, path, name, out_path, out_layer, bool(overwrite), *arguments, progress=progress)
         frame = _io.read_layer(out_path, out_layer)
     if _io.is_frame(data) and _io.is_frame(frame):
         # The same geometries, in the caller's coordinate system.
@@ -56,8 +58,15 @@ def _layer(function, data, layer, output, output_layer, overwrite, suffix, map_v
             frame = frame.set_crs(data.crs, allow_override=True)
         else:
             frame.crs = None
-        if len(frame) == len(data) and getattr(arguments[0], "conceptualization", 0) != 8:
-            frame.index = data.index  # rows keep the input's order unless a weights file reorders them
+        if same_rows and len(frame) == len(data):
+            frame.index = data.index
+    return frame, returned
+
+
+def _layer(function, data, layer, output, output_layer, overwrite, suffix, map_view, progress, info):
+    # Rows keep the input's order unless a weights file reorders them.
+    frame, _ = _run_layer(function, data, layer, output, output_layer, overwrite, suffix, progress, info,
+                          same_rows=info.conceptualization != 8)
     return ResultFrame.wrap(frame, *map_view)
 
 
@@ -107,6 +116,167 @@ def cluster_outlier(data, field, *, layer=None, fdr=False, output=None, output_l
                   ("ALMI_Type", f"Clusters and outliers of {field}"), progress, info)
 
 
+def _density(method, suffix, title, data, layer, min_points, distance, xi, output, output_layer, overwrite,
+             progress):
+    if int(min_points) != min_points or not 1 <= min_points <= 2**31 - 1:
+        raise ValueError(f"min_points must be a positive whole number, not {min_points!r}")
+    distance = float(distance)
+    if not 0.0 <= distance < float("inf"):
+        raise ValueError(f"distance must be a finite number >= 0, not {distance!r}")
+    if int(xi) != xi or not 1 <= xi <= 99:
+        raise ValueError(f"xi must be a whole percentage from 1 to 99, not {xi!r}")
+    frame, (clusters, noise, used) = _run_layer(_core.density, data, layer, output, output_layer, overwrite, suffix,
+                                                progress, method, int(min_points), distance, int(xi),
+                                                same_rows=True)
+    result = ResultFrame.wrap(frame, "Cluster_ID", title)
+    _set_summary(result, dict(clusters=clusters, noise=noise, distance=used))
+    return result
+
+
+def dbscan(data, *, layer=None, min_points=5, distance=0.0, output=None, output_layer=None, overwrite=False,
+           progress=True):
+    """DBSCAN clustering of points: "Cluster_ID" per point (-1 noise).
+    `distance` 0 takes the median distance to the (min_points - 1)-th
+    nearest neighbour. The frame's ``summary`` holds clusters, noise and the
+    distance used."""
+    return _density(1, "_dbscan", "DBSCAN clusters", data, layer, min_points, distance, 5, output, output_layer,
+                    overwrite, progress)
+
+
+def hdbscan(data, *, layer=None, min_points=5, output=None, output_layer=None, overwrite=False, progress=True):
+    """HDBSCAN clustering of points: cluster, membership probability and
+    outlier score per point; ``summary`` as for dbscan()."""
+    return _density(2, "_hdbscan", "HDBSCAN clusters", data, layer, min_points, 0.0, 5, output, output_layer,
+                    overwrite, progress)
+
+
+def optics(data, *, layer=None, min_points=5, distance=0.0, xi=5, output=None, output_layer=None, overwrite=False,
+           progress=True):
+    """OPTICS ordering with reachability distances and clusters extracted at
+    steepness `xi` percent; `distance` 0 makes every point a core point."""
+    return _density(3, "_optics", "OPTICS clusters", data, layer, min_points, distance, xi, output, output_layer,
+                    overwrite, progress)
+
+
+STATISTICS_TYPES = {"max": 1, "min": 2, "sum": 3, "mean": 4, "first": 5, "last": 6, "median": 7}
+
+
+def _measure(function, suffix, title, data, layer, output, output_layer, overwrite, progress, *, weight_field=None,
+             self_weight_field=None, case_field=None, stats=(), tolerance=0.0, ellipse_size=1,
+             distance_method="euclidean", orientation_only=False):
+    pairs = []
+    for field, kind in stats:
+        if str(kind).lower() not in STATISTICS_TYPES:
+            raise ValueError(f"unknown statistics type {kind!r}; use one of {', '.join(STATISTICS_TYPES)}")
+        pairs.append((str(field), STATISTICS_TYPES[str(kind).lower()]))
+    if ellipse_size not in (1, 2, 3):
+        raise ValueError(f"ellipse_size must be 1, 2 or 3, not {ellipse_size!r}")
+    info = _core.measuring_information(weight_field or "", self_weight_field or "", case_field or "", pairs,
+                                       float(tolerance), int(ellipse_size), distance_method_code(distance_method),
+                                       bool(orientation_only))
+    frame, _ = _run_layer(function, data, layer, output, output_layer, overwrite, suffix, progress, info)
+    if _io.is_frame(frame):
+        frame = frame.reset_index(drop=True)  # one row per case group, not per input feature
+    # The map colours the groups (the case field comes back as "<field>_Group").
+    return ResultFrame.wrap(frame, f"{case_field}_Group" if case_field else None, title)
+
+
+def mean_center(data, *, layer=None, weight_field=None, case_field=None, stats=(), output=None, output_layer=None,
+                overwrite=False, progress=True):
+    """Weighted mean centre per case group: a frame of points. `stats` is a
+    list of (field, type) summaries per group, type max, min, sum, mean,
+    first, last or median."""
+    return _measure(_core.mean_center, "_mean_center", "Mean centre", data, layer, output, output_layer, overwrite,
+                    progress, weight_field=weight_field, case_field=case_field, stats=stats)
+
+
+def median_center(data, *, layer=None, weight_field=None, case_field=None, stats=(), tolerance=0.0, output=None,
+                  output_layer=None, overwrite=False, progress=True):
+    """Weighted median centre (least total distance) per case group;
+    `tolerance` is the relative convergence tolerance (0: 1e-6)."""
+    return _measure(_core.median_center, "_median_center", "Median centre", data, layer, output, output_layer,
+                    overwrite, progress, weight_field=weight_field, case_field=case_field, stats=stats,
+                    tolerance=tolerance)
+
+
+def central_feature(data, *, layer=None, weight_field=None, self_weight_field=None, distance_method="euclidean",
+                    case_field=None, stats=(), output=None, output_layer=None, overwrite=False, progress=True):
+    """The feature with the least weighted distance to the others, per case
+    group, in the input's geometry type."""
+    return _measure(_core.central_feature, "_central_feature", "Central feature", data, layer, output, output_layer,
+                    overwrite, progress, weight_field=weight_field, self_weight_field=self_weight_field,
+                    distance_method=distance_method, case_field=case_field, stats=stats)
+
+
+def standard_distance(data, *, layer=None, weight_field=None, ellipse_size=1, case_field=None, stats=(),
+                      output=None, output_layer=None, overwrite=False, progress=True):
+    """Standard distance circle around the mean centre per case group,
+    spanning `ellipse_size` (1, 2 or 3) standard deviations."""
+    return _measure(_core.standard_distance, "_standard_distance", "Standard distance", data, layer, output,
+                    output_layer, overwrite, progress, weight_field=weight_field, ellipse_size=ellipse_size,
+                    case_field=case_field, stats=stats)
+
+
+def ellipse(data, *, layer=None, weight_field=None, ellipse_size=1, case_field=None, stats=(), output=None,
+            output_layer=None, overwrite=False, progress=True):
+    """Standard deviational ellipse (directional distribution) per case group."""
+    return _measure(_core.ellipse, "_ellipse", "Standard deviational ellipse", data, layer, output, output_layer,
+                    overwrite, progress, weight_field=weight_field, ellipse_size=ellipse_size,
+                    case_field=case_field, stats=stats)
+
+
+def directional_mean(data, *, layer=None, orientation_only=False, case_field=None, stats=(), output=None,
+                     output_layer=None, overwrite=False, progress=True):
+    """Linear directional mean of line features per case group;
+    `orientation_only` counts opposite directions as one orientation."""
+    return _measure(_core.directional_mean, "_directional_mean", "Directional mean", data, layer, output,
+                    output_layer, overwrite, progress, orientation_only=orientation_only, case_field=case_field,
+                    stats=stats)
+
+
+def _explanatory(explanatory):
+    names = [explanatory] if isinstance(explanatory, str) else list(explanatory)
+    if not names or any(not name for name in names):
+        raise ValueError("explanatory needs one or more non-empty field names")
+    return names
+
+
+def ols(data, dependent, explanatory, *, layer=None, moran=True, output=None, output_layer=None, overwrite=False,
+        progress=True, **weights):
+    """Ordinary least squares of `dependent` on the `explanatory` fields (an
+    intercept is added). Returns an OlsResult: the values of ``zostat ols
+    --json`` and ``.frame``, the per-feature "Predicted", "Residual" and
+    "StdResid". Weights keywords (as for moran()) set the residual Moran's
+    I; ``moran=False`` skips it."""
+    info = _weights("", weights)
+    frame, values = _run_layer(_core.ols, data, layer, output, output_layer, overwrite, "_ols", progress,
+                               dependent, _explanatory(explanatory), bool(moran), info,
+                               same_rows=info.conceptualization != 8)
+    return OlsResult(values, ResultFrame.wrap(frame, "StdResid", f"Standardized residuals of {dependent}"))
+
+
+KERNELS = {"gaussian": 1, "bisquare": 2}
+BANDWIDTH_TYPES = {"fixed": 1, "adaptive": 2}
+
+
+def gwr(data, dependent, explanatory, *, layer=None, kernel="bisquare", bandwidth_type="adaptive", bandwidth=None,
+        distance_method="euclidean", output=None, output_layer=None, overwrite=False, progress=True):
+    """Geographically weighted regression. `bandwidth` None chooses it by
+    golden-section search on AICc. Returns a GwrResult: the values of
+    ``zostat gwr --json`` and ``.frame`` with the local coefficients,
+    standard errors, "LocalR2", "Predicted", "Residual", "StdResid" and
+    "CondNumber"."""
+    if kernel not in KERNELS:
+        raise ValueError(f"kernel must be gaussian or bisquare, not {kernel!r}")
+    if bandwidth_type not in BANDWIDTH_TYPES:
+        raise ValueError(f"bandwidth_type must be fixed or adaptive, not {bandwidth_type!r}")
+    frame, values = _run_layer(_core.gwr, data, layer, output, output_layer, overwrite, "_gwr", progress, dependent,
+                               _explanatory(explanatory), KERNELS[kernel], BANDWIDTH_TYPES[bandwidth_type],
+                               -1.0 if bandwidth is None else float(bandwidth),
+                               distance_method_code(distance_method), same_rows=True)
+    return GwrResult(values, ResultFrame.wrap(frame, "LocalR2", f"Local R² of {dependent}"))
+
+
 def weights_build(data, id_field, output, *, layer=None, text=False, flag_matrix=None, progress=True, **weights):
     """Writes a spatial weights file (.swmb, binary or `text`) for the
     features of `data`, numbered by the integer `id_field`; with k-nearest
@@ -150,7 +320,7 @@ def _frame_class():
     class ResultFrame(base):
         """A GeoDataFrame of per-feature results whose plot() draws the
         analysis's map (see statisticsanalyst.plot_map)."""
-        _metadata = list(base._metadata) + ["map_field", "map_title"]
+        _metadata = list(base._metadata) + ["map_field", "map_title", "summary"]
 
         @classmethod
         def wrap(cls, frame, map_field, map_title):
@@ -168,6 +338,12 @@ def _frame_class():
             return plot_map(self, field, title=title, **kwargs)
 
     return ResultFrame
+
+
+def _set_summary(frame, summary):
+    frame.attrs["summary"] = summary
+    if "summary" in getattr(type(frame), "_metadata", ()):
+        frame.summary = summary
 
 
 class _PlainFrame:

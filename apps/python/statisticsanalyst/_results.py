@@ -1,4 +1,4 @@
-"""Result objects of the global statistics."""
+"""Result objects of the global statistics and the regressions."""
 from dataclasses import asdict, dataclass
 
 
@@ -42,3 +42,34 @@ class AnnResult(_GlobalResult):
     observed_mean_distance: float
     z_score: float
     p_value: float
+
+
+class _ModelResult:
+    """The values of a regression by name (``result.r2``, ``to_dict()``, as
+    ``zostat ... --json`` prints them) and ``frame``, the per-feature layer."""
+
+    def __init__(self, values, frame):
+        self._values, self.frame = dict(values), frame
+
+    def __getattr__(self, name):
+        try:
+            return self.__dict__["_values"][name]
+        except KeyError:
+            raise AttributeError(name) from None
+
+    def to_dict(self):
+        return dict(self._values)
+
+    def __repr__(self):
+        return f"{type(self).__name__}({self._values!r})"
+
+
+class OlsResult(_ModelResult):
+    """Ordinary least squares: coefficients (intercept first), R², adjusted
+    R², AICc, joint F and Wald, Koenker (BP), Jarque-Bera, condition index and
+    the residuals' Moran's I (None when skipped)."""
+
+
+class GwrResult(_ModelResult):
+    """Geographically weighted regression: bandwidth, AICc, effective
+    parameters, residual sum of squares, sigma and R²."""

@@ -5,6 +5,7 @@ import signal
 import geopandas as gpd
 import pandas as pd
 import pytest
+from shapely.geometry import LineString
 
 import statisticsanalyst as sa
 from statisticsanalyst import _io
@@ -41,28 +42,59 @@ def test_ann_equals_the_cli(dataset, options, cli):
     assert result.to_dict() == zostat("ann", "--input", data(dataset), *cli, "--json")
 
 
-def cli_layer(tmp_path, command, dataset, field, *options):
-    out = tmp_path / f"cli_{command}.gpkg"
-    zostat(command, "--input", data(dataset), "--field", field, "--output", out, "--output-layer", "r", "--quiet",
-           *options)
-    return gpd.read_file(out, layer="r")
+def line_layer(tmp_path):
+    """The bundled data holds no lines: the tracts' outlines as lines."""
+    path = tmp_path / "lines.gpkg"
+    frame = gpd.read_file(data("columbus.gpkg"))
+    frame.geometry = gpd.GeoSeries([LineString(polygon.exterior.coords) for polygon in frame.geometry])
+    frame.to_file(path, layer="outlines")
+    return str(path)
 
 
-@pytest.mark.parametrize("function, command, dataset, field, weights, cli", [
-    (sa.hotspot, "hotspot", "baltim.gpkg", "PRICE", dict(conceptualization="k-nearest", k=6),
-     ["--conceptualization", "k-nearest", "--k", "6"]),
-    (sa.hotspot, "hotspot", "ny8.gpkg", "Cases", dict(fdr=True), ["--fdr"]),
-    (sa.cluster_outlier, "cluster-outlier", "columbus.gpkg", "CRIME", QUEEN, QUEEN_CLI),
+@pytest.mark.parametrize("function, args, options, command, dataset, cli", [
+    (sa.hotspot, ["PRICE"], dict(conceptualization="k-nearest", k=6), "hotspot", "baltim.gpkg",
+     ["--field", "PRICE", "--conceptualization", "k-nearest", "--k", "6"]),
+    (sa.hotspot, ["Cases"], dict(fdr=True), "hotspot", "ny8.gpkg", ["--field", "Cases", "--fdr"]),
+    (sa.cluster_outlier, ["CRIME"], QUEEN, "cluster-outlier", "columbus.gpkg", ["--field", "CRIME", *QUEEN_CLI]),
+    (sa.dbscan, [], dict(min_points=5), "dbscan", "cycle_hire.gpkg", ["--min-points", "5"]),
+    (sa.hdbscan, [], dict(min_points=8), "hdbscan", "cycle_hire.gpkg", ["--min-points", "8"]),
+    (sa.optics, [], dict(min_points=5, distance=1000, xi=5), "optics", "cycle_hire.gpkg",
+     ["--min-points", "5", "--distance", "1000", "--xi", "5"]),
+    (sa.mean_center, [], dict(weight_field="PRICE", case_field="AC", stats=[("AGE", "mean"), ("PRICE", "max")]),
+     "mean-center", "baltim.gpkg", ["--weight-field", "PRICE", "--case-field", "AC", "--stat", "AGE:mean",
+                                    "--stat", "PRICE:max"]),
+    (sa.median_center, [], dict(weight_field="PRICE", tolerance=1e-9), "median-center", "baltim.gpkg",
+     ["--weight-field", "PRICE", "--tolerance", "1e-9"]),
+    (sa.central_feature, [], dict(self_weight_field="HOVAL", distance_method="manhattan"), "central-feature",
+     "columbus.gpkg", ["--self-weight-field", "HOVAL", "--distance-method", "manhattan"]),
+    (sa.standard_distance, [], dict(ellipse_size=2, stats=[("Cases", "sum")]), "standard-distance", "ny8.gpkg",
+     ["--ellipse-size", "2", "--stat", "Cases:sum"]),
+    (sa.ellipse, [], dict(weight_field="PRICE", case_field="CITCOU"), "ellipse", "baltim.gpkg",
+     ["--weight-field", "PRICE", "--case-field", "CITCOU"]),
+    (sa.directional_mean, [], dict(orientation_only=True), "directional-mean", line_layer, ["--orientation-only"]),
+    (sa.ols, ["CRIME", ["INC", "HOVAL"]], QUEEN, "ols", "columbus.gpkg",
+     ["--dependent", "CRIME", "--explanatory", "INC,HOVAL", *QUEEN_CLI]),
+    (sa.gwr, ["CRIME", ["INC", "HOVAL"]], dict(kernel="gaussian", bandwidth_type="fixed"), "gwr", "columbus.gpkg",
+     ["--dependent", "CRIME", "--explanatory", "INC,HOVAL", "--kernel", "gaussian", "--bandwidth-type", "fixed"]),
 ])
-def test_local_analyses_equal_the_cli(tmp_path, function, command, dataset, field, weights, cli):
+def test_layer_analyses_equal_the_cli(tmp_path, function, args, options, command, dataset, cli):
+    source = dataset(tmp_path) if callable(dataset) else data(dataset)
     kept = tmp_path / "kept.gpkg"
-    result = function(data(dataset), field, output=kept, output_layer="mine", progress=False, **weights)
-    expected = cli_layer(tmp_path, command, dataset, field, *cli)
-    assert isinstance(result, gpd.GeoDataFrame)
-    pd.testing.assert_frame_equal(pd.DataFrame(result.drop(columns="geometry")),
+    result = function(source, *args, output=kept, output_layer="mine", progress=False, **options)
+    out = tmp_path / "cli.gpkg"
+    printed = zostat(command, "--input", source, *cli, "--output", out, "--output-layer", "r", "--json")
+    expected = gpd.read_file(out, layer="r")
+    frame = getattr(result, "frame", result)
+    assert isinstance(frame, gpd.GeoDataFrame)
+    pd.testing.assert_frame_equal(pd.DataFrame(frame.drop(columns="geometry")).reset_index(drop=True),
                                   pd.DataFrame(expected.drop(columns="geometry")))
-    assert result.geometry.to_wkb().equals(expected.geometry.to_wkb())
+    assert frame.geometry.reset_index(drop=True).to_wkb().equals(expected.geometry.to_wkb())
+    assert frame.crs == expected.crs
     assert len(gpd.read_file(kept, layer="mine")) == len(expected)  # output= keeps the layer
+    if hasattr(result, "frame"):  # regressions: the CLI's JSON
+        assert result.to_dict() == printed
+    elif "summary" in frame.attrs:  # density: the CLI's summary
+        assert frame.summary == {key: printed[key] for key in ("clusters", "noise", "distance")}
 
 
 def test_geodataframe_input_keeps_rows_and_index():
@@ -147,7 +179,7 @@ def test_failed_runs_leave_nothing_behind(tmp_path, private_tmpdir):
     before = out.read_bytes()
     with pytest.raises(sa.StatisticsAnalystError) as caught:
         sa.hotspot(data("columbus.gpkg"), "CRIME", output=out, output_layer="r", progress=False)
-    assert caught.value.ids == ["EUp004"] and out.read_bytes() == before
+    assert caught.value.ids == ["EUa010"] and out.read_bytes() == before
     sa.hotspot(data("columbus.gpkg"), "HOVAL", output=out, output_layer="r", overwrite=True, progress=False)
     assert "HOVAL" in gpd.read_file(out, layer="r")
     assert os.listdir(private_tmpdir) == []
