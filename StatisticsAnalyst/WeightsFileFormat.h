@@ -10,6 +10,7 @@
 #include <string_view>
 #include <vector>
 
+#include "StatisticsAnalyst/detail/common/Limits.h"
 #include "StatisticsAnalyst/WeightsRowBuilder.h"
 #include "StatisticsAnalyst/ZoWeightsUtilities.h"
 #include "host/ZoStringEx.h"
@@ -25,7 +26,7 @@ inline constexpr std::size_t kTextHeaderKeys = 7;
 // Headers of this many UTF-16 code units or more are refused by the readers.
 inline constexpr std::size_t kMaxHeaderUnits = 200;
 // Weights inside (-1e-20, 1e-20) are not stored.
-inline constexpr double kZeroWeight = 1e-20;
+inline constexpr double kZeroWeight = limits::kZero;
 inline bool IsStoredWeight(double w) { return !(w > -kZeroWeight && w < kZeroWeight); }
 
 // Value indices in the header.

@@ -6,12 +6,12 @@
 
 #include "host/ZoStringEx.h"
 #include "host/ZoMessageIds.h"
+#include "StatisticsAnalyst/detail/common/Limits.h"
 
 namespace ZOC {
 
 namespace {
-constexpr double kZero = 1e-20;
-bool IsZero(double v) { return v > -kZero && v < kZero; }
+using limits::IsZero;
 }  // namespace
 
 void ZoWeightsFileRows::Fail(const char* id) {

@@ -17,7 +17,7 @@
 #include <cstdio>
 #include <vector>
 
-#include "StatisticsAnalyst/GlobalStatisticSums.h"
+#include "StatisticsAnalyst/detail/common/SparseRow.h"
 #include "StatisticsAnalyst/ZoStatisticsUtilities.h"
 #include "StatisticsAnalyst/ZoWeightsUtilities.h"
 #include "host/ZoFile.h"

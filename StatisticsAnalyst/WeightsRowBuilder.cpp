@@ -1,18 +1,19 @@
 #include "StatisticsAnalyst/WeightsRowBuilder.h"
 
-#include "StatisticsAnalyst/SpatialOrder.h"
+#include "StatisticsAnalyst/detail/common/SpatialOrder.h"
 
 #include <algorithm>
 #include <cmath>
 #include <new>
 #include <numeric>
 #include "host/ZoMessageIds.h"
+#include "StatisticsAnalyst/detail/common/Limits.h"
 
 namespace ZOC {
 
 namespace {
 
-constexpr double kCoincident = 1e-10;  // points within 1e-10 are one location
+using limits::kCoincident;
 
 LumaPoint3D To3D(const LumaPoint2D& p) { return {p.x, p.y, 0.0}; }
 
@@ -89,7 +90,7 @@ void ZoWeightsRowBuilder::Row(std::int64_t i, std::vector<std::int64_t>& columns
       break;
     case ContiguityEdgesOnly:
     case ContiguityEdgesCorners: {
-      thread_local LumaArray<std::int64_t> ids;
+      LumaArray<std::int64_t> ids;
       ids.clear();
       ZoStatisticsUtilities::GetContiguityIDs(m_grid, i, m_info.Conceptualization == ContiguityEdgesOnly, ids);
       columns.assign(ids.begin(), ids.end());
@@ -129,8 +130,8 @@ void ZoWeightsRowBuilder::FillBlock(std::int64_t first, std::int64_t count, Bloc
 
 void ZoWeightsRowBuilder::DistanceRow(std::int64_t i, std::vector<std::int64_t>& columns,
                                       std::vector<double>& weights) const {
-  thread_local std::vector<std::size_t> idx;
-  thread_local std::vector<double> dist;
+  std::vector<std::size_t> idx;
+  std::vector<double> dist;
   m_tree->SearchKdTreeDis2(To3D(m_points[static_cast<std::size_t>(i)]), m_band, idx, dist, m_method);
   for (std::size_t h = 0; h < idx.size(); ++h) {
     const auto j = static_cast<std::int64_t>(idx[h]);
@@ -150,7 +151,7 @@ void ZoWeightsRowBuilder::DistanceRow(std::int64_t i, std::vector<std::int64_t>&
 
 void ZoWeightsRowBuilder::ZoneRow(std::int64_t i, std::vector<std::int64_t>& columns,
                                   std::vector<double>& weights) const {
-  thread_local LumaArray<double> dist;
+  LumaArray<double> dist;
   ZoStatisticsUtilities::CalculateDistance(m_points, m_points[static_cast<std::size_t>(i)], m_method, dist);
   columns.reserve(static_cast<std::size_t>(m_count));
   weights.reserve(static_cast<std::size_t>(m_count));
@@ -164,8 +165,8 @@ void ZoWeightsRowBuilder::ZoneRow(std::int64_t i, std::vector<std::int64_t>& col
 
 void ZoWeightsRowBuilder::KNearestRow(std::int64_t i, std::vector<std::int64_t>& columns,
                                       std::vector<double>& weights) const {
-  thread_local std::vector<std::size_t> idx, same;
-  thread_local std::vector<double> dist, sameDist;
+  std::vector<std::size_t> idx, same;
+  std::vector<double> dist, sameDist;
   const std::size_t k = static_cast<std::size_t>(std::max(m_info.KNeighbors, 0));
   const LumaPoint3D q = To3D(m_points[static_cast<std::size_t>(i)]);
   // k + 1: the feature itself is among the points, at distance 0.

@@ -3,6 +3,7 @@
 #include <cmath>
 #include <limits>
 
+#include "StatisticsAnalyst/detail/common/Status.h"
 #include "host/ZoFile.h"
 #include "host/ZoStringEx.h"
 #include "host/ZoMessageIds.h"
@@ -28,6 +29,24 @@ void ZoAnalysisFrame::AppendErrorText(const LumaUnicodeString& text) {
   m_errorMessage += text;
 }
 
+bool ZoAnalysisFrame::Report(const detail::Status& status) {
+  if (status) return true;
+  AppendErrorText(status.Text());
+  return false;
+}
+
+void ZoAnalysisFrame::ReportException(const char* what, const char* summaryId) {
+  try {
+    if (what)
+      AppendErrorText(ZoStringEx::Format(ZoStringEx::LoadResString(msg::EUc011), {LumaUnicodeString(what)}));
+    else
+      AddErrorMessage(msg::EUc010);
+    if (summaryId) AddErrorMessage(summaryId);
+  } catch (...) {
+    // Out of memory even for the message: the false return has to do.
+  }
+}
+
 bool ZoAnalysisFrame::CheckFieldValid(ZoDatasetVector* dataset, const LumaUnicodeString& fieldName) {
   if (fieldName.IsEmpty()) return true;
   if (!dataset) {
@@ -47,6 +66,10 @@ bool ZoAnalysisFrame::CheckFieldValid(ZoDatasetVector* dataset, const LumaUnicod
 }
 
 bool ZoAnalysisFrame::CheckParameterValid(ZoRecordset* records, const ZoPatternsInformation& info) {
+  return Guard([&] { return CheckParameters(records, info); });
+}
+
+bool ZoAnalysisFrame::CheckParameters(ZoRecordset* records, const ZoPatternsInformation& info) {
   if (!records) {
     AddErrorMessage(msg::EEg024);
     return false;

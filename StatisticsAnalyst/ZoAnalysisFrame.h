@@ -7,8 +7,11 @@
 // identifier; texts accumulate over a call (one per line), so the caller sees
 // every failure of the call in order. Public analysis calls start with an
 // empty message.
+#include <exception>
 #include <memory>
+#include <new>
 
+#include "StatisticsAnalyst/Export.h"
 #include "StatisticsAnalyst/ZoPatternsInformation.h"
 #include "host/LumaUnicodeString.h"
 #include "host/ZoDatasetVector.h"
@@ -19,17 +22,23 @@ namespace ZOC {
 
 using LUMA::LumaUnicodeString;
 
+namespace detail {
+class Status;
+}
+
 // Releases a recordset through its dataset when it goes out of scope.
-struct ZoRecordsetRelease {
+struct SA_API ZoRecordsetRelease {
   void operator()(ZoRecordset* records) const;
 };
 using ZoRecordsetPtr = std::unique_ptr<ZoRecordset, ZoRecordsetRelease>;
 
-class ZoAnalysisFrame {
+class SA_API ZoAnalysisFrame {
  public:
   // The messages accumulated by the last failing call.
   const LumaUnicodeString& GetStrErrorMes() const { return m_errorMessage; }
-  // The progress object to drive; not owned. Null turns reporting off.
+  // The progress object that calls asking to show progress drive instead of
+  // one from the host's factory; not owned, and it must outlive the calls.
+  // Null (the default) goes back to the factory.
   void SetProgress(ZoProgress* progress) { m_progress = progress; }
 
   // Checks the weight parameters against the analysis records, in this order:
@@ -56,6 +65,26 @@ class ZoAnalysisFrame {
   // Appends a subordinate object's accumulated messages.
   void AppendErrorText(const LumaUnicodeString& text);
   void ClearErrorMessage() { m_errorMessage.Empty(); }
+  // Appends a failed status' text; true when the status is ok.
+  bool Report(const detail::Status& status);
+
+  // Runs the body of a public entry point: any exception it lets escape is
+  // turned into a message ("EUc010" for memory, "EUc011" with the
+  // exception's text otherwise), followed by `summaryId` when given, and
+  // the call returns false.
+  template <class Body>
+  auto Guard(Body&& body, const char* summaryId = nullptr) -> decltype(body()) {
+    try {
+      return body();
+    } catch (const std::bad_alloc&) {
+      ReportException(nullptr, summaryId);
+    } catch (const std::exception& e) {
+      ReportException(e.what(), summaryId);
+    } catch (...) {
+      ReportException("", summaryId);
+    }
+    return decltype(body())();
+  }
 
   // The dataset must be given ("EEg002"; it is opened when needed) and be a
   // point, line or region dataset ("EEe018").
@@ -73,6 +102,9 @@ class ZoAnalysisFrame {
   ZoProgress* m_progress = nullptr;
 
  private:
+  bool CheckParameters(ZoRecordset* records, const ZoPatternsInformation& info);
+  void ReportException(const char* what, const char* summaryId);
+
   LumaUnicodeString m_errorMessage;
 };
 
@@ -80,7 +112,7 @@ class ZoAnalysisFrame {
 // set with SetProgress when there is one, else a new one from the host's
 // factory, deleted when the call returns. A call that does not ask reports
 // nothing.
-class ZoCallProgress {
+class SA_API ZoCallProgress {
  public:
   ZoCallProgress(ZoProgress* callerProgress, bool show);
   ZoProgress* get() const { return m_progress; }

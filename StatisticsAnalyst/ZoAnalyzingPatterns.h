@@ -1,5 +1,6 @@
 #pragma once
 // ZoAnalyzingPatterns: global statistics of a whole dataset.
+#include "StatisticsAnalyst/Export.h"
 #include "StatisticsAnalyst/ZoAnalysisFrame.h"
 #include "StatisticsAnalyst/ZoPatternsInformation.h"
 #include "StatisticsAnalyst/ZoStatisticsUtilities.h"
@@ -11,7 +12,7 @@ namespace ZOC {
 using LUMA::LumaArray;
 using LUMA::LumaPoint2D;
 
-class ZoAnalyzingPatterns : public ZoAnalysisFrame {
+class SA_API ZoAnalyzingPatterns : public ZoAnalysisFrame {
  public:
   // The result of a global statistic, written only when the analysis succeeds.
   struct ZoAnalyzingExponent {
@@ -43,13 +44,15 @@ class ZoAnalyzingPatterns : public ZoAnalysisFrame {
   // held in memory up to 10000 features; beyond that, and whenever the
   // conceptualization names a weights file, they stream from a binary
   // weights file (a temporary one is deleted before the call returns).
+  // Values that are NaN or infinite fail with "EUc001" naming the first such
+  // feature; values of any finite magnitude (1e200 included) are exact.
   // Messages: the frame's checks, the weights' own, "ESa031", "ESa030",
   // "ESa021" (no variance), "ESa027", "ESa026", "IMb030", then "ESa041".
   bool SpatialAutocorrelation(ZoDatasetVector* dataset, const ZoPatternsInformation& info,
                               ZoAnalyzingExponent& result, bool showProgress);
   // Getis–Ord General G of a non-negative field ("ESa022" otherwise): G,
   // E[G], Var[G], z and p, on the same two paths. "ESa035" is appended when
-  // the statistic itself fails.
+  // the statistic itself fails. The p-value never exceeds 1.
   unsigned char HighOrLowCluster(ZoDatasetVector* dataset, const ZoPatternsInformation& info,
                                  ZoAnalyzingExponent& result, unsigned char showProgress);
 
@@ -69,7 +72,11 @@ class ZoAnalyzingPatterns : public ZoAnalysisFrame {
   // two-sided p-value.
   // Messages: "EEg002", "EEe018", "ESa051" (negative area), "EKa013",
   // "ESa013" (fewer than two features), "ESa008", "ESa053", "ESa060",
+  //   Geographic data that straddles the antimeridian is measured as one
+  //   patch: the rectangle is drawn over unwrapped longitudes and the search
+  //   runs in a projection centred on the points.
   // "ESa032", "IMb030" (cancelled), "ESa052" (no positive expected distance).
+  // A feature without a usable geometry fails with "EUc002" naming its QlID.
   unsigned char AverageNearestNeighbor(ZoDatasetVector* dataset, double area, const ZoDistanceMethod& method,
                                        ZoAnalyzingExponent& result, unsigned char useDefaultWidth, double width,
                                        unsigned char showProgress);
@@ -82,42 +89,9 @@ class ZoAnalyzingPatterns : public ZoAnalysisFrame {
   // False with "ESa013" for fewer than two ring points.
   unsigned char GetMinAreaRect1(const LumaArray<LumaPoint2D>& hull, LumaPoint2D& centre, LumaPoint2D& u,
                                 LumaPoint2D& v, double& length, double& width, double& area);
-  // The in-memory statistics over sorted weight units.
-  bool GetAutoCorrelation(const LumaArray<double>& values, const LumaArray<WeightMatrixUnit>& weights,
-                          ZoAnalyzingExponent& result);
-  unsigned char GetGeneralG(const LumaArray<double>& values, const LumaArray<WeightMatrixUnit>& weights,
-                            ZoAnalyzingExponent& result);
-  // The streamed statistics over a weights file.
-  bool SpatialAutocorrelationBinary(ZoRecordset* records, const ZoPatternsInformation& info,
-                                    ZoAnalyzingExponent& result, bool showProgress);
-  unsigned char HighOrLowClusterBinary(ZoRecordset* records, const ZoPatternsInformation& info,
-                                       ZoAnalyzingExponent& result, unsigned char showProgress);
-  // The statistic of either kind over the rows of a weights file: the file
-  // is made (conceptualizations 1-7) or checked (8), the values are read in
-  // the file's order, and every row is fed to the sums.
-  template <class Sums>
-  bool StreamStatistic(ZoRecordset* records, const ZoPatternsInformation& info, ZoAnalyzingExponent& result,
-                       bool showProgress, const char* title, const char* format, bool nonNegative);
-  // Feeds sorted in-memory units row by row, with progress.
-  template <class Sums>
-  bool FeedUnits(const LumaArray<WeightMatrixUnit>& units, std::int64_t n, Sums& sums);
-  // The weights of the in-memory path, built under the call's progress
-  // (positions 0-60); false with the weights' own messages.
-  bool InMemoryWeights(ZoRecordset* records, const ZoPatternsInformation& info, ZoCallProgress& progress,
-                       LumaArray<WeightMatrixUnit>& units);
-  // The analysis field of every record in the recordset's order; "ESa022"
-  // for a negative value when nonNegative.
-  bool ReadValues(ZoRecordset* records, const LumaUnicodeString& field, bool nonNegative, LumaArray<double>& values);
-
-  // The study area when the caller gave none (see AverageNearestNeighbor).
-  bool ComputeStudyArea(const LumaArray<LumaPoint2D>& centroids, const ZoPrjCoordSys& cs, double width,
-                        double& area);
 
   ZoStatisticsUtilities m_utilities;
   std::FILE* m_flagMatrix = nullptr;
-  // The statistic stage of the call under way (progress and its format).
-  ZoCallProgress* m_stage = nullptr;
-  LumaUnicodeString m_stageFormat;
 };
 
 }  // namespace ZOC

@@ -9,12 +9,19 @@
 // from a binary weights file beyond that (a temporary one, deleted before
 // the call returns) or when the conceptualization names a weights file; then
 // the file's unique-ID field is copied too and orders the features.
+//
+// Analysis values that are NaN or infinite fail with "EUc001" naming the
+// first such feature (QlID); values of any finite magnitude are exact. A
+// z-score that is not finite (constant values) is never significant: its bin
+// is 0 and it gets no type. P-values lie in [0, 1].
+#include "StatisticsAnalyst/Export.h"
 #include "StatisticsAnalyst/ZoAnalysisFrame.h"
+#include "StatisticsAnalyst/ZoClusterInformation.h"
 #include "StatisticsAnalyst/ZoPatternsInformation.h"
 
 namespace ZOC {
 
-class ZoClusteringDistributions : public ZoAnalysisFrame {
+class SA_API ZoClusteringDistributions : public ZoAnalysisFrame {
  public:
   ZoClusteringDistributions() = default;
 
@@ -39,10 +46,27 @@ class ZoClusteringDistributions : public ZoAnalysisFrame {
   unsigned char ClusterOutlier(ZoDatasetVector* source, ZoDatasetVector* result, const ZoPatternsInformation& info,
                                unsigned char showProgress);
 
+  // Density-based clustering of a point dataset into an empty result
+  // dataset of the same type: every source point, in "QlID" order, with
+  // "Source_ID" (its QlID) and "Cluster_ID" (1, 2, ...; -1 for noise).
+  // HDBSCAN adds "Prob" (membership probability), "Outlier" (GLOSH score),
+  // "Exemplar" (1 or 0) and "Stability" (of the point's cluster); OPTICS
+  // writes "Source_ID", "Cluster_ID", "Reachability" (-1 for none) and
+  // "Order" (the 1-based position in the OPTICS ordering).
+  // Messages: "EEg002", "EEg032", "EEe018", "EEe017", "ESa074" (replacing
+  // the message), "EKa013", "EEg024", "ESa008", "ESa032", "ESa024",
+  // "ELc071", "IMb030", "EBa003" and the EUe... identifiers of this
+  // analysis. An unknown method fails with an empty message. `summary`,
+  // when given, receives what a successful call found.
+  unsigned char DensityBasedClustering(ZoDatasetVector* source, ZoDatasetVector* result,
+                                       const ZoClusterInformation& info, unsigned char showProgress,
+                                       ZoClusterSummary* summary = nullptr);
+
  private:
-  enum class Kind { HotSpot, ClusterOutlier };
-  unsigned char RunLocal(ZoDatasetVector* source, ZoDatasetVector* result, const ZoPatternsInformation& info,
-                         bool showProgress, Kind kind);
+  // The checks every local analysis starts with, in their fixed order, and
+  // the source's records in QlID order; null after the messages.
+  ZoRecordsetPtr OpenLocalRecords(ZoDatasetVector* source, ZoDatasetVector* result,
+                                  const ZoPatternsInformation& info, const LumaUnicodeString& selfWeightField);
 };
 
 }  // namespace ZOC

@@ -4,6 +4,7 @@
 // weights files, so they never change.
 #include <cstdint>
 
+#include "StatisticsAnalyst/Export.h"
 #include "host/LumaUnicodeString.h"
 
 namespace ZOC {
@@ -29,7 +30,7 @@ enum ZoDistanceMethod : std::int32_t {
   Manhattan = 2,
 };
 
-class ZoPatternsInformation {
+class SA_API ZoPatternsInformation {
  public:
   ZoPatternsInformation();
   ZoPatternsInformation(const ZoPatternsInformation& other);

@@ -5,11 +5,14 @@
 #include <limits>
 #include <memory>
 #include <new>
+#include <string>
 #include <vector>
 
 #include <omp.h>
 
-#include "StatisticsAnalyst/SpatialOrder.h"
+#include "StatisticsAnalyst/detail/common/FeatureData.h"
+#include "StatisticsAnalyst/detail/common/Limits.h"
+#include "StatisticsAnalyst/detail/common/SpatialOrder.h"
 #include "StatisticsAnalyst/WeightsRowBuilder.h"
 #include "host/ZoStringEx.h"
 #include "host/ZoMessageIds.h"
@@ -18,14 +21,13 @@ namespace ZOC {
 
 namespace {
 
-constexpr double kZero = 1e-20;         // sums within ±1e-20 count as zero
 constexpr double kBandMargin = 1.0001;  // keeps the farthest isolated feature inside the default band
 constexpr std::size_t kBucketSize = 30;
 
 // Keys are i·n + j in 32 bits, so the in-memory matrix holds n·n < 2^31.
 constexpr std::int64_t kMaxInMemoryFeatures = 46340;
 
-bool IsZeroSum(double s) { return s > -kZero && s < kZero; }
+bool IsZeroSum(double s) { return limits::IsZero(s); }
 
 LumaPoint3D To3D(const LumaPoint2D& p) { return {p.x, p.y, 0.0}; }
 
@@ -67,17 +69,12 @@ bool ZoStatisticsUtilities::GetBaryCenter(const ZoGeometry* geometry, LumaPoint2
 
 bool ZoStatisticsUtilities::PickUpBaryCenters(ZoRecordset* records, LumaArray<LumaPoint2D>& points) {
   points.clear();
-  if (!records) return false;
-  const std::int64_t n = records->GetRecordCount();
-  if (n < 0) return false;
-  points.reserve(static_cast<std::size_t>(n));
-  ZoGeometry geometry;
-  LumaPoint2D p;
-  for (bool more = records->MoveFirst(); more && !records->IsEOF(); more = records->MoveNext()) {
-    if (!records->GetGeometry(geometry) || !GetBaryCenter(&geometry, p)) return false;
-    points.push_back(p);
-  }
-  return static_cast<std::int64_t>(points.size()) == n;
+  if (!records || records->GetRecordCount() < 0) return false;
+  return Guard([&] {
+    // A feature without a usable geometry is named in this object's message.
+    if (!Report(detail::ReadFeaturePoints(records, points))) return false;
+    return static_cast<std::int64_t>(points.size()) == records->GetRecordCount();
+  });
 }
 
 bool ZoStatisticsUtilities::GetMeanCenter(const LumaArray<LumaPoint2D>& points, const LumaArray<double>& weights,
@@ -119,7 +116,9 @@ bool ZoStatisticsUtilities::BuildContiguityGird(ZoRecordset* records, ZoContigui
     regions.reserve(static_cast<std::size_t>(std::max<std::int64_t>(n, 0)));
     for (bool more = records->MoveFirst(); more && !records->IsEOF(); more = records->MoveNext()) {
       regions.emplace_back();
-      if (!records->GetGeometry(regions.back())) {
+      if (!records->GetGeometry(regions.back()) || regions.back().IsEmpty()) {
+        AppendErrorText(ZoStringEx::Format(ZoStringEx::LoadResString(msg::EUc002),
+                                           {LumaUnicodeString(std::to_string(records->GetID()).c_str())}));
         AddErrorMessage(msg::ESa008);
         return false;
       }
@@ -174,12 +173,12 @@ Tree* ZoStatisticsUtilities::CreateTree(LumaArray<LumaPoint3D>* buffer, const Lu
 }
 
 ZoKdTree* ZoStatisticsUtilities::CreateKDTree(LumaArray<LumaPoint3D>* buffer, const LumaArray<LumaPoint2D>& points) {
-  return CreateTree<ZoKdTree>(buffer, points);
+  return Guard([&] { return CreateTree<ZoKdTree>(buffer, points); });
 }
 
 ZoKdTreec* ZoStatisticsUtilities::CreateKDTreec(LumaArray<LumaPoint3D>* buffer,
                                                 const LumaArray<LumaPoint2D>& points) {
-  return CreateTree<ZoKdTreec>(buffer, points);
+  return Guard([&] { return CreateTree<ZoKdTreec>(buffer, points); });
 }
 
 bool ZoStatisticsUtilities::GetDistTolerance(ZoKdTree* tree, const LumaPoint2D& point, const int& k,
@@ -246,37 +245,40 @@ bool ZoStatisticsUtilities::GetDistTolerance(ZoKdTreec* tree, const LumaArray<Lu
 
 double ZoStatisticsUtilities::GetDistTolerance(const LumaArray<LumaPoint2D>& points, const double& tolerance,
                                                const ZoDistanceMethod& method) {
-  if (points.empty()) {
-    AddErrorMessage(msg::ESa007);
-    return 0.0;
-  }
-  if (tolerance >= 0.0) return CalculateTolerance(nullptr, points, tolerance, method);
-  LumaArray<LumaPoint3D> buffer;
-  std::unique_ptr<ZoKdTree> tree(CreateKDTree(&buffer, points));
-  if (!tree) return 0.0;
-  return CalculateTolerance(tree.get(), points, tolerance, method);
+  return Guard([&] {
+    if (points.empty()) {
+      AddErrorMessage(msg::ESa007);
+      return 0.0;
+    }
+    if (tolerance >= 0.0) return CalculateTolerance(nullptr, points, tolerance, method);
+    LumaArray<LumaPoint3D> buffer;
+    std::unique_ptr<ZoKdTree> tree(CreateKDTree(&buffer, points));
+    if (!tree) return 0.0;
+    return CalculateTolerance(tree.get(), points, tolerance, method);
+  });
 }
 
 double ZoStatisticsUtilities::CalculateTolerance(ZoKdTree* tree, const LumaArray<LumaPoint2D>& points,
                                                  const double& tolerance, const ZoDistanceMethod& method) {
-  if (points.empty()) {
-    AddErrorMessage(msg::ESa007);
-    return 0.0;
-  }
-  if (tolerance >= 0.0)
-    return tolerance < kZero ? std::numeric_limits<double>::max() : tolerance;
-  // The largest of the nearest-neighbour distances does not depend on the
-  // visiting order, so the queries run in spatial order for speed.
-  double band = 0.0;
-  bool first = true;
-  for (std::size_t i : SpatialQueryOrder(points)) {
-    double d = 0.0;
-    if (!GetDistTolerance(tree, points[i], 1, d, method)) break;
-    d *= kBandMargin;
-    if (first || d > band) band = d;
-    first = false;
-  }
-  return band;
+  return Guard([&] {
+    if (points.empty()) {
+      AddErrorMessage(msg::ESa007);
+      return 0.0;
+    }
+    if (tolerance >= 0.0) return tolerance < limits::kZero ? std::numeric_limits<double>::max() : tolerance;
+    // The largest of the nearest-neighbour distances does not depend on the
+    // visiting order, so the queries run in spatial order for speed.
+    double band = 0.0;
+    bool first = true;
+    for (std::size_t i : SpatialQueryOrder(points)) {
+      double d = 0.0;
+      if (!GetDistTolerance(tree, points[i], 1, d, method)) break;
+      d *= kBandMargin;
+      if (first || d > band) band = d;
+      first = false;
+    }
+    return band;
+  });
 }
 
 // ------------------------------------------------------------ weights
@@ -303,14 +305,29 @@ void ZoStatisticsUtilities::GetWeightMatrixRow(const LumaArray<WeightMatrixUnit>
   for (; it != units.end() && it->Index < end; ++it) out[static_cast<std::size_t>(it->Index - first)] = it->Weight;
 }
 
-bool ZoStatisticsUtilities::GetSpatialWeight(ZoRecordset* records, const ZoPatternsInformation& info,
-                                             LumaArray<WeightMatrixUnit>& units, bool showProgress) {
+namespace {
+
+// Rows arrive in order with ascending columns, so the units are already
+// sorted by key. A row whose sum is zero is left as it is.
+void StandardizeRows(LumaArray<WeightMatrixUnit>& units, const LumaArray<double>& rowSums, std::int64_t n) {
+  std::size_t cursor = 0;
+  for (std::int64_t i = 0; i < n; ++i) {
+    const double s = rowSums[static_cast<std::size_t>(i)];
+    const std::int64_t end = (i + 1) * n;
+    const bool zero = IsZeroSum(s);
+    for (; cursor < units.size() && units[cursor].Index < end; ++cursor)
+      if (!zero) units[cursor].Weight /= s;
+  }
+}
+
+}  // namespace
+
+bool ZoStatisticsUtilities::CheckWeightsRequest(ZoRecordset* records, const ZoPatternsInformation& info) {
   if (!records) {
     AddErrorMessage(msg::EEg024);
     return false;
   }
   if (!CheckParameterValid(records, info)) return false;
-  const std::int64_t n = records->GetRecordCount();
   switch (info.Conceptualization) {
     case InverseDistance:
     case InverseDistanceSquared:
@@ -328,20 +345,26 @@ bool ZoStatisticsUtilities::GetSpatialWeight(ZoRecordset* records, const ZoPatte
     default:
       return false;  // weights files are read by the analyses themselves
   }
-  if (n > kMaxInMemoryFeatures) {
-    AddErrorMessage(msg::EBa003);
+  if (records->GetRecordCount() > kMaxInMemoryFeatures) {
+    AddErrorMessage(msg::EUc010);
     return false;
   }
-  ZoCallProgress progress(m_progress, showProgress);
-  LumaUnicodeString format;
-  if (progress) {
-    progress->SetTitleMessage(ZoStringEx::LoadResString(msg::IMb330));
-    format = ZoStringEx::LoadResString(msg::IMb331);
-  }
+  return true;
+}
 
-  units.clear();
-  LumaArray<double> rowSums;
-  try {
+bool ZoStatisticsUtilities::GetSpatialWeight(ZoRecordset* records, const ZoPatternsInformation& info,
+                                             LumaArray<WeightMatrixUnit>& units, bool showProgress) {
+  return Guard([&] {
+    if (!CheckWeightsRequest(records, info)) return false;
+    const std::int64_t n = records->GetRecordCount();
+    ZoCallProgress progress(m_progress, showProgress);
+    LumaUnicodeString format;
+    if (progress) {
+      progress->SetTitleMessage(ZoStringEx::LoadResString(msg::IMb330));
+      format = ZoStringEx::LoadResString(msg::IMb331);
+    }
+    units.clear();
+    LumaArray<double> rowSums;
     ZoWeightsRowBuilder rows(*this);
     if (!rows.Prepare(records, info)) {
       if (rows.FailedId()) AddErrorMessage(rows.FailedId());
@@ -363,29 +386,14 @@ bool ZoStatisticsUtilities::GetSpatialWeight(ZoRecordset* records, const ZoPatte
       }
       if (info.Standardization) rowSums.push_back(sum);
     }
-  } catch (const std::bad_alloc&) {
-    AddErrorMessage(msg::EBa003);
-    return false;
-  }
-  if (units.empty()) {
-    AddErrorMessage(msg::ESa023);
-    return false;
-  }
-  units.shrink_to_fit();
-
-  // Rows arrive in order with ascending columns, so the units are already
-  // sorted by key. A row whose sum is zero is left as it is.
-  if (info.Standardization) {
-    std::size_t cursor = 0;
-    for (std::int64_t i = 0; i < n; ++i) {
-      const double s = rowSums[static_cast<std::size_t>(i)];
-      const std::int64_t end = (i + 1) * n;
-      const bool zero = IsZeroSum(s);
-      for (; cursor < units.size() && units[cursor].Index < end; ++cursor)
-        if (!zero) units[cursor].Weight /= s;
+    if (units.empty()) {
+      AddErrorMessage(msg::ESa023);
+      return false;
     }
-  }
-  return true;
+    units.shrink_to_fit();
+    if (info.Standardization) StandardizeRows(units, rowSums, n);
+    return true;
+  });
 }
 
 }  // namespace ZOC

@@ -10,6 +10,7 @@
 #include <cstdint>
 #include <cstdio>
 
+#include "StatisticsAnalyst/Export.h"
 #include "StatisticsAnalyst/ZoAnalysisFrame.h"
 #include "StatisticsAnalyst/ZoPatternsInformation.h"
 #include "host/LumaArray.h"
@@ -33,7 +34,7 @@ struct WeightMatrixUnit {
 class ZoContiguityGrid;
 struct ZoSWMFileUniqueIndex;
 
-class ZoStatisticsUtilities : public ZoAnalysisFrame {
+class SA_API ZoStatisticsUtilities : public ZoAnalysisFrame {
  public:
   ZoStatisticsUtilities() = default;
 
@@ -52,7 +53,8 @@ class ZoStatisticsUtilities : public ZoAnalysisFrame {
   // of a line or region. False for an empty geometry.
   static bool GetBaryCenter(const ZoGeometry* geometry, LumaPoint2D& point);
   // One representative point per record, in the recordset's order (it is
-  // moved to its first record). False when a geometry is missing or empty.
+  // moved to its first record). False when a geometry is missing or empty,
+  // with "EUc002" naming the feature's QlID.
   bool PickUpBaryCenters(ZoRecordset* records, LumaArray<LumaPoint2D>& points);
   // The weighted mean of the points: (Σ w·x / Σ w, Σ w·y / Σ w). Empty
   // lists leave `centre` as it was and succeed. "ESa019" when the lists
@@ -65,9 +67,12 @@ class ZoStatisticsUtilities : public ZoAnalysisFrame {
   // ---- Spatial weights ----
   // The whole weights matrix of the records under the parameters: sorted by
   // key, no self weights, row-standardized when asked. False with messages
-  // ("EEg024", the parameter checks, "ESa025", "ESa008", "ESa060", "ESa032",
-  // "ESa023", "IMb030"); conceptualization 8 and unknown values give false
-  // without a message.
+  // ("EEg024", the parameter checks, "ESa025", "ESa008" after "EUc002"
+  // naming a feature without geometry, "ESa060", "ESa032", "ESa023",
+  // "IMb030", "EUc010" beyond the in-memory limit); conceptualization 8 and
+  // unknown values give false without a message. K-nearest ties are broken
+  // by feature order, which is QlID order: of features at one distance the
+  // lower QlID is the nearer.
   bool GetSpatialWeight(ZoRecordset* records, const ZoPatternsInformation& info, LumaArray<WeightMatrixUnit>& units,
                         bool showProgress);
   // Position of the unit with this key, or -1.
@@ -151,6 +156,8 @@ class ZoStatisticsUtilities : public ZoAnalysisFrame {
   static int round(double x);
 
  private:
+  // The checks of GetSpatialWeight before any weight is made.
+  bool CheckWeightsRequest(ZoRecordset* records, const ZoPatternsInformation& info);
   template <class Tree>
   Tree* CreateTree(LumaArray<LumaPoint3D>* buffer, const LumaArray<LumaPoint2D>& points);
 };

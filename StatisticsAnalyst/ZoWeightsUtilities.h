@@ -29,6 +29,7 @@
 #include <string>
 #include <vector>
 
+#include "StatisticsAnalyst/Export.h"
 #include "StatisticsAnalyst/ZoAnalysisFrame.h"
 #include "StatisticsAnalyst/ZoPatternsInformation.h"
 #include "host/LumaArray.h"
@@ -48,7 +49,7 @@ struct ZoSWMFileUniqueIndex {
   std::int32_t Count = 0;
 };
 
-class ZoWeightsUtilities : public ZoAnalysisFrame {
+class SA_API ZoWeightsUtilities : public ZoAnalysisFrame {
  public:
   ZoWeightsUtilities() = default;
 

@@ -6,9 +6,11 @@
 #include <string>
 #include <string_view>
 
+#include "StatisticsAnalyst/Export.h"
+
 namespace LUMA {
 
-class LumaUnicodeString {
+class SA_API LumaUnicodeString {
  public:
   LumaUnicodeString() = default;
   LumaUnicodeString(const char* utf8) : m_text(utf8 ? utf8 : "") {}

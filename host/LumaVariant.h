@@ -7,6 +7,7 @@
 #include <variant>
 #include <vector>
 
+#include "StatisticsAnalyst/Export.h"
 #include "host/LumaUnicodeString.h"
 
 namespace LUMA {
@@ -21,7 +22,7 @@ struct LumaDateTime {
   friend bool operator==(const LumaDateTime&, const LumaDateTime&) = default;
 };
 
-class LumaVariant {
+class SA_API LumaVariant {
  public:
   enum Type { Null, Boolean, Integer, Double, Text, DateTime, Binary };
 

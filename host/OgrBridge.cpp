@@ -32,20 +32,51 @@ void EnsureGdal() {
 }
 
 QuietErrors::QuietErrors() {
-  CPLPushErrorHandler(CPLQuietErrorHandler);
+  CPLPushErrorHandlerEx(&QuietErrors::Handler, this);
   CPLErrorReset();
 }
 
 QuietErrors::~QuietErrors() { CPLPopErrorHandler(); }
 
+void CPL_STDCALL QuietErrors::Handler(CPLErr type, CPLErrorNum, const char* text) {
+  auto* self = static_cast<QuietErrors*>(CPLGetErrorHandlerUserData());
+  if (!self || (type != CE_Failure && type != CE_Fatal)) return;
+  self->m_failed = true;
+  // The first failure usually names the cause; later ones report its effects.
+  if (self->m_first.empty() && text) {
+    try {
+      self->m_first = text;
+    } catch (...) {
+    }
+  }
+}
+
 bool QuietErrors::Failed() const {
   const CPLErr e = CPLGetLastErrorType();
-  return e == CE_Failure || e == CE_Fatal;
+  return m_failed || e == CE_Failure || e == CE_Fatal;
 }
 
 std::string QuietErrors::Message() const {
+  if (!m_first.empty()) return m_first;
   const char* msg = CPLGetLastErrorMsg();
   return msg ? msg : "";
+}
+
+GDALDriver* VectorDriverForExtension(const std::string& extension, bool creatable) {
+  if (extension.empty()) return nullptr;
+  GDALDriverManager* manager = GetGDALDriverManager();
+  for (int i = 0; i < manager->GetDriverCount(); ++i) {
+    GDALDriver* driver = manager->GetDriver(i);
+    if (!CPLFetchBool(driver->GetMetadata(), GDAL_DCAP_VECTOR, false)) continue;
+    if (creatable && !CPLFetchBool(driver->GetMetadata(), GDAL_DCAP_CREATE, false)) continue;
+    const char* list = driver->GetMetadataItem(GDAL_DMD_EXTENSIONS);
+    if (!list) list = driver->GetMetadataItem(GDAL_DMD_EXTENSION);
+    if (!list) continue;
+    const CPLStringList extensions(CSLTokenizeString2(list, " ", 0));
+    for (int k = 0; k < extensions.size(); ++k)
+      if (EQUAL(extensions[k], extension.c_str())) return driver;
+  }
+  return nullptr;
 }
 
 // ---------------------------------------------------------------------------
@@ -189,6 +220,14 @@ ZoGeometry GeometryFromOGR(const OGRGeometry* geometry) {
     return FromLinear(linear.get());
   }
   return FromLinear(geometry);
+}
+
+OGRGeometry* GeometryForLayer(const OGRGeometry& geometry, OGRwkbGeometryType layerType) {
+  OGRGeometry* copy = geometry.clone();
+  if (!copy || layerType == wkbUnknown || wkbFlatten(layerType) == wkbFlatten(copy->getGeometryType())) return copy;
+  const OGRwkbGeometryType target =
+      OGR_GT_SetModifier(wkbFlatten(layerType), copy->Is3D() ? TRUE : FALSE, copy->IsMeasured() ? TRUE : FALSE);
+  return OGRGeometryFactory::forceTo(copy, target);
 }
 
 std::unique_ptr<OGRGeometry> GeometryToOGR(const ZoGeometry& geometry, OGRwkbGeometryType layerType) {

@@ -85,7 +85,8 @@ std::unique_ptr<ZoDataSource> ZoDataSource::OpenOrCreate(const LumaUnicodeString
     VSIStatBufL st;
     if (VSIStatL(path.c_str(), &st) == 0) return Open(path, true, error);
     detail::QuietErrors quiet;
-    GDALDriver* driver = GetGDALDriverManager()->GetDriverByName(DriverForPath(path).c_str());
+    const LumaUnicodeString driverName = DriverForPath(path);
+    GDALDriver* driver = driverName.IsEmpty() ? nullptr : GetGDALDriverManager()->GetDriverByName(driverName.c_str());
     if (!driver) {
       SetError(error, "no driver for " + path.Str(), quiet);
       return nullptr;
@@ -125,11 +126,13 @@ std::unique_ptr<ZoDataSource> ZoDataSource::CreateMemory(const LumaUnicodeString
 }
 
 LumaUnicodeString ZoDataSource::DriverForPath(const LumaUnicodeString& path) {
-  const std::string ext = LowerExtension(path.Str());
-  if (ext == "shp") return "ESRI Shapefile";
-  if (ext == "geojson" || ext == "json") return "GeoJSON";
-  if (ext == "fgb") return "FlatGeobuf";
-  return "GPKG";
+  try {
+    detail::EnsureGdal();
+    GDALDriver* driver = detail::VectorDriverForExtension(LowerExtension(path.Str()), true);
+    return driver ? driver->GetDescription() : "";
+  } catch (...) {
+    return "";
+  }
 }
 
 LumaUnicodeString ZoDataSource::GetPath() const { return m_impl->path; }
@@ -148,7 +151,7 @@ ZoDatasetVector* ZoDataSource::GetDataset(int index) {
 
 ZoDatasetVector* ZoDataSource::GetDataset(const LumaUnicodeString& name) {
   for (auto& ds : m_impl->datasets)
-    if (name.EqualsNoCase(ds->GetOGRLayer()->GetName())) return ds.get();
+    if (name.EqualsNoCase(detail::HostAccess::Layer(*ds)->GetName())) return ds.get();
   return nullptr;
 }
 
@@ -196,16 +199,54 @@ ZoDatasetVector* ZoDataSource::CreateDatasetVector(const LumaUnicodeString& name
   }
 }
 
+ZoDatasetVector* ZoDataSource::CreateDatasetVector(const LumaUnicodeString& name, const ZoDatasetVector& like,
+                                                   bool overwrite, LumaUnicodeString* error) {
+  try {
+    detail::QuietErrors quiet;
+    OGRLayer* model = detail::HostAccess::Layer(like);
+    if (name.IsEmpty() || !model) {
+      if (error) *error = "empty dataset name";
+      return nullptr;
+    }
+    if (GetDataset(name)) {
+      if (!overwrite) {
+        if (error) *error = "dataset " + name.Str() + " exists";
+        return nullptr;
+      }
+      if (!DeleteDataset(name)) {
+        SetError(error, "cannot replace dataset " + name.Str(), quiet);
+        return nullptr;
+      }
+    }
+    m_impl->batch->Commit();
+    const OGRwkbGeometryType type = model->GetGeomType();
+    const OGRSpatialReference* modelSrs = type == wkbNone ? nullptr : model->GetSpatialRef();
+    detail::SrsPtr srs(modelSrs ? modelSrs->Clone() : nullptr);
+    CPLStringList options;
+    if (GetDriverName().Str() == "ESRI Shapefile") options.SetNameValue("ENCODING", "UTF-8");
+    OGRLayer* layer = m_impl->gdal->CreateLayer(name.c_str(), srs.get(), type, options.List());
+    if (!layer) {
+      SetError(error, "cannot create dataset " + name.Str(), quiet);
+      return nullptr;
+    }
+    m_impl->datasets.push_back(Impl::MakeDataset(this, m_impl->gdal, m_impl->batch.get(), layer));
+    return m_impl->datasets.back().get();
+  } catch (...) {
+    if (error) *error = "cannot create dataset " + name.Str();
+    return nullptr;
+  }
+}
+
 bool ZoDataSource::DeleteDataset(const LumaUnicodeString& name) {
   try {
     detail::QuietErrors quiet;
     for (std::size_t i = 0; i < m_impl->datasets.size(); ++i) {
-      if (!name.EqualsNoCase(m_impl->datasets[i]->GetOGRLayer()->GetName())) continue;
+      if (!name.EqualsNoCase(detail::HostAccess::Layer(*m_impl->datasets[i])->GetName())) continue;
       m_impl->batch->Commit();
       // The OGR layer index follows the dataset list, which mirrors it.
       int index = -1;
       for (int k = 0; k < m_impl->gdal->GetLayerCount(); ++k)
-        if (m_impl->gdal->GetLayer(k) == m_impl->datasets[i]->GetOGRLayer()) index = k;
+        if (m_impl->gdal->GetLayer(k) == detail::HostAccess::Layer(*m_impl->datasets[i])) index = k;
       if (index < 0) return false;
       // Cut recordsets loose while the layer still exists, then drop it.
       std::unique_ptr<ZoDatasetVector> gone = std::move(m_impl->datasets[i]);
@@ -219,7 +260,19 @@ bool ZoDataSource::DeleteDataset(const LumaUnicodeString& name) {
   }
 }
 
-GDALDataset* ZoDataSource::GetGDAL() const { return m_impl->gdal; }
+std::vector<LumaUnicodeString> ZoDataSource::GetFileList() const {
+  std::vector<LumaUnicodeString> files;
+  try {
+    detail::QuietErrors quiet;
+    char** list = m_impl->gdal->GetFileList();
+    for (char** p = list; p && *p; ++p) files.emplace_back(*p);
+    CSLDestroy(list);
+  } catch (...) {
+  }
+  return files;
+}
+
+GDALDataset* detail::HostAccess::Gdal(const ZoDataSource& source) { return source.m_impl->gdal; }
 
 std::unique_ptr<ZoDatasetVector> ZoDataSource::Impl::MakeDataset(ZoDataSource* owner, GDALDataset* gdal,
                                                                  detail::WriteBatch* batch, OGRLayer* layer) {

@@ -577,9 +577,7 @@ bool ZoDatasetVector::AppendRecords(ZoRecordset* source,
       const OGRFeature* in = source->m_impl->current.get();
       OGRFeatureUniquePtr out(OGRFeature::CreateFeature(defn));
       if (withGeometry && in && in->GetGeometryRef()) {
-        std::unique_ptr<OGRGeometry> g =
-            detail::GeometryToOGR(detail::GeometryFromOGR(in->GetGeometryRef()), layerType);
-        if (g) out->SetGeometryDirectly(g.release());
+        if (OGRGeometry* g = detail::GeometryForLayer(*in->GetGeometryRef(), layerType)) out->SetGeometryDirectly(g);
       }
       for (const Pair& p : pairs) {
         if (p.from == kFieldSystemId) {
@@ -636,6 +634,6 @@ bool ZoDatasetVector::Commit() {
   }
 }
 
-OGRLayer* ZoDatasetVector::GetOGRLayer() const { return m_impl->state.layer; }
+OGRLayer* detail::HostAccess::Layer(const ZoDatasetVector& dataset) { return dataset.m_impl->state.layer; }
 
 }  // namespace ZOC

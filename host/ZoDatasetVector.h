@@ -16,15 +16,18 @@
 #include <utility>
 #include <vector>
 
+#include "StatisticsAnalyst/Export.h"
 #include "host/LumaFieldInfo.h"
 #include "host/LumaUnicodeString.h"
 #include "host/LumaVariant.h"
 #include "host/ZoPrjCoordSys.h"
 #include "host/ZoQueryDef.h"
 
-class OGRLayer;
-
 namespace ZOC {
+
+namespace detail {
+struct HostAccess;
+}
 
 using LUMA::LumaFieldInfo;
 using LUMA::LumaFieldInfos;
@@ -38,7 +41,7 @@ enum ZoDatasetType : int { DatasetTabular = 0, DatasetPoint = 1, DatasetLine = 3
 // The name of the system identifier field.
 inline constexpr const char* kSystemIdField = "QlID";
 
-class ZoDatasetVector {
+class SA_API ZoDatasetVector {
  public:
   ~ZoDatasetVector();
   ZoDatasetVector(const ZoDatasetVector&) = delete;
@@ -71,7 +74,8 @@ class ZoDatasetVector {
   ZoRecordset* Query(const ZoQueryDef& query);
   void ReleaseRecordset(ZoRecordset* recordset);
 
-  // Appends a copy of every record of `source` in its order: its geometry,
+  // Appends a copy of every record of `source` in its order: its geometry (as
+  // stored, converted only where this dataset's geometry kind differs),
   // and for each (source field, target field) pair of the mapping the value.
   // The source field may be "QlID". Reports per-record progress when a
   // progress object is given and stops with false when it is cancelled.
@@ -92,11 +96,9 @@ class ZoDatasetVector {
   // Makes pending writes durable (writes are batched in transactions).
   bool Commit();
 
-  // Host-internal.
-  OGRLayer* GetOGRLayer() const;
-
  private:
   friend class ZoDataSource;
+  friend struct detail::HostAccess;
   friend class ZoRecordset;
   struct Impl;
   explicit ZoDatasetVector(std::unique_ptr<Impl> impl);

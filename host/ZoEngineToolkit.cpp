@@ -5,6 +5,7 @@
 
 #include "host/ZoDataSource.h"
 #include "host/ZoDatasetVector.h"
+#include "host/detail/DatasetInternals.h"
 #include "host/detail/OgrBridge.h"
 
 namespace ZOC {
@@ -72,7 +73,7 @@ bool ZoEngineToolkit::CreateValidFields(ZoDatasetVector* target, LumaFieldInfos&
     std::vector<std::string> taken;
     for (const LumaFieldInfo& f : target->GetFieldInfos()) taken.push_back(f.GetName().Str());
     // Columns the format keeps for itself.
-    if (OGRLayer* layer = target->GetOGRLayer()) {
+    if (OGRLayer* layer = detail::HostAccess::Layer(*target)) {
       if (const char* fid = layer->GetFIDColumn(); fid && *fid) taken.emplace_back(fid);
       if (const char* geom = layer->GetGeometryColumn(); geom && *geom) taken.emplace_back(geom);
     }

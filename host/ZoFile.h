@@ -2,13 +2,14 @@
 // ZoFile: file-system helpers, and ZoTempFileGuard, which deletes a file when
 // it goes out of scope unless released, so temporary and partial outputs are
 // removed on every exit path.
+#include "StatisticsAnalyst/Export.h"
 #include "host/LumaUnicodeString.h"
 
 namespace ZOC {
 
 using LUMA::LumaUnicodeString;
 
-class ZoFile {
+class SA_API ZoFile {
  public:
   static bool IsExist(const LumaUnicodeString& path);
   // True when no file is left at the path afterwards (a missing file counts).

@@ -14,6 +14,7 @@
 // first axis and turning counter-clockwise.
 #include <cstddef>
 
+#include "StatisticsAnalyst/Export.h"
 #include "host/LumaArray.h"
 #include "host/LumaPoint.h"
 
@@ -26,7 +27,7 @@ class ZoPrjCoordSys;
 
 enum ZoGeometryType : int { GeoNone = 0, GeoPoint = 1, GeoLine = 3, GeoRegion = 5, GeoCircle = 15, GeoEllipse = 20 };
 
-class ZoGeometry {
+class SA_API ZoGeometry {
  public:
   ZoGeometry() = default;  // empty, type GeoNone
 
@@ -67,7 +68,7 @@ class ZoGeometry {
   LumaArray<int> m_ringCounts;
 };
 
-class ZoGeoCircle {
+class SA_API ZoGeoCircle {
  public:
   ZoGeoCircle(const LumaPoint2D& centre, double radius) : m_centre(centre), m_radius(radius) {}
   // A one-ring region; an empty geometry when the radius is not positive and finite.
@@ -78,7 +79,7 @@ class ZoGeoCircle {
   double m_radius;
 };
 
-class ZoGeoEllipse {
+class SA_API ZoGeoEllipse {
  public:
   // semiAxis1 lies along the direction `angleDegrees` counter-clockwise from
   // the x axis; semiAxis2 is perpendicular to it. Either may be the longer.

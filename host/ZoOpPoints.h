@@ -2,6 +2,7 @@
 // ZoOpPoints: point operations of the host.
 #include <cstddef>
 
+#include "StatisticsAnalyst/Export.h"
 #include "host/LumaArray.h"
 #include "host/LumaPoint.h"
 
@@ -10,7 +11,7 @@ namespace ZOC {
 using LUMA::LumaArray;
 using LUMA::LumaPoint2D;
 
-class ZoOpPoints {
+class SA_API ZoOpPoints {
  public:
   // Euclidean distance.
   static double Distance(const LumaPoint2D& a, const LumaPoint2D& b);

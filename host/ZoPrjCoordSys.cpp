@@ -31,6 +31,36 @@ bool IsUndefinedSrs(const OGRSpatialReference& srs) {
          !srs.IsVertical();
 }
 
+// The longitude at the middle of the arc that the given longitudes cover on
+// a circle of `turn` units, when they straddle the antimeridian: the largest
+// gap between consecutive longitudes lies inside the ±half-turn range rather
+// than across ±180. False when they do not straddle it (or are not finite).
+bool StraddlingCentre(const LumaPoint2D* points, std::size_t count, double turn, double& centre) {
+  const double half = turn / 2;
+  std::vector<double> lons(count);
+  for (std::size_t i = 0; i < count; ++i) {
+    if (!std::isfinite(points[i].x)) return false;
+    double lon = std::fmod(points[i].x + half, turn);
+    if (lon < 0) lon += turn;
+    lons[i] = lon - half;  // in [-half, half)
+  }
+  std::sort(lons.begin(), lons.end());
+  if (lons.size() < 2) return false;
+  double largest = lons.front() + turn - lons.back();  // the gap across ±180
+  std::size_t after = 0;
+  for (std::size_t i = 1; i < lons.size(); ++i) {
+    if (lons[i] - lons[i - 1] > largest) {
+      largest = lons[i] - lons[i - 1];
+      after = i;
+    }
+  }
+  if (after == 0) return false;
+  // The points run from lons[after] eastwards across ±180 to lons[after - 1].
+  centre = 0.5 * (lons[after] + lons[after - 1] + turn);
+  if (centre >= half) centre -= turn;
+  return true;
+}
+
 struct TransformDelete {
   void operator()(OGRCoordinateTransformation* ct) const { OGRCoordinateTransformation::DestroyCT(ct); }
 };
@@ -167,6 +197,9 @@ bool ZoPrjCoordSys::Forward(LumaPoint2D* points, std::size_t count) const {
   try {
     if (GetTypeID() != Geographic || count == 0) return true;
     if (!points) return false;
+    // Centre coordinates are in the system's angular unit; the projection wants degrees.
+    const double toDegrees = m_impl->srs->GetAngularUnits() / (std::numbers::pi / 180.0);
+    if (!(toDegrees > 0.0) || !std::isfinite(toDegrees)) return false;
     double lon0 = 0.0, lat0 = 0.0;
     if (m_impl->hasExtent) {
       lon0 = 0.5 * (m_impl->minX + m_impl->maxX);
@@ -183,9 +216,8 @@ bool ZoPrjCoordSys::Forward(LumaPoint2D* points, std::size_t count) const {
       lon0 = 0.5 * (x0 + x1);
       lat0 = 0.5 * (y0 + y1);
     }
-    // Centre coordinates are in the system's angular unit; the projection wants degrees.
-    const double toDegrees = m_impl->srs->GetAngularUnits() / (std::numbers::pi / 180.0);
-    if (!(toDegrees > 0.0) || !std::isfinite(toDegrees)) return false;
+    double straddling = 0.0;
+    if (StraddlingCentre(points, count, 360.0 / toDegrees, straddling)) lon0 = straddling;
     detail::QuietErrors quiet;
     detail::SrsPtr target = m_impl->MakeAeqd(lon0 * toDegrees, lat0 * toDegrees);
     if (!target) return false;
@@ -213,6 +245,19 @@ bool ZoPrjCoordSys::Forward(LumaPoint2D* points, std::size_t count) const {
     return true;
   } catch (...) {
     return false;
+  }
+}
+
+void ZoPrjCoordSys::UnwrapLongitudes(LumaArray<LumaPoint2D>& points) const {
+  if (GetTypeID() != Geographic || points.empty()) return;
+  const double toDegrees = m_impl->srs->GetAngularUnits() / (std::numbers::pi / 180.0);
+  if (!(toDegrees > 0.0) || !std::isfinite(toDegrees)) return;
+  const double turn = 360.0 / toDegrees, half = turn / 2;
+  double centre = 0.0;
+  if (!StraddlingCentre(points.data(), points.size(), turn, centre)) return;
+  for (LumaPoint2D& p : points) {
+    while (p.x < centre - half) p.x += turn;
+    while (p.x >= centre + half) p.x -= turn;
   }
 }
 

@@ -11,10 +11,16 @@
 // identity for types 0 and 2; for geographic data an azimuthal equidistant
 // projection in metres on the system's own ellipsoid, centred on the extent
 // the system was given with SetExtent (the dataset's extent), or on the
-// centre of the points projected when no extent was given.
+// centre of the points projected when no extent was given. Points that
+// straddle the antimeridian (±180°) are the exception: a longitude extent
+// then spans nearly the whole circle and its middle lies on the far side of
+// the earth, so the centre's longitude is taken on the circle instead: the
+// middle of the arc the points cover, found by removing the largest gap
+// between their longitudes.
 #include <cstddef>
 #include <memory>
 
+#include "StatisticsAnalyst/Export.h"
 #include "host/LumaArray.h"
 #include "host/LumaPoint.h"
 #include "host/LumaUnicodeString.h"
@@ -27,7 +33,7 @@ using LUMA::LumaArray;
 using LUMA::LumaPoint2D;
 using LUMA::LumaUnicodeString;
 
-class ZoPrjCoordSys {
+class SA_API ZoPrjCoordSys {
  public:
   enum TypeID { Planar = 0, Geographic = 1, Projected = 2 };
 
@@ -61,6 +67,11 @@ class ZoPrjCoordSys {
   // point; the points are then unspecified.
   bool Forward(LumaPoint2D* points, std::size_t count) const;
   bool Forward(LumaArray<LumaPoint2D>& points) const { return Forward(points.data(), points.size()); }
+  // Geographic data only: shifts longitudes by whole turns so that points
+  // straddling the antimeridian read as one continuous patch (e.g. 179.9 and
+  // -179.9 become 179.9 and 180.1); other data is left as it is. Planar
+  // geometry on the result (hulls, rectangles) is then meaningful.
+  void UnwrapLongitudes(LumaArray<LumaPoint2D>& points) const;
   // The PROJ definition Forward uses for geographic data centred at (lon, lat).
   LumaUnicodeString ForwardDefinition(double lon0, double lat0) const;
 

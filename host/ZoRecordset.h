@@ -9,6 +9,7 @@
 #include <cstdint>
 #include <memory>
 
+#include "StatisticsAnalyst/Export.h"
 #include "host/LumaUnicodeString.h"
 #include "host/LumaVariant.h"
 #include "host/ZoGeometry.h"
@@ -20,7 +21,7 @@ using LUMA::LumaVariant;
 
 class ZoDatasetVector;
 
-class ZoRecordset {
+class SA_API ZoRecordset {
  public:
   ~ZoRecordset();
   ZoRecordset(const ZoRecordset&) = delete;

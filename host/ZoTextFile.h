@@ -6,13 +6,14 @@
 #include <string>
 #include <string_view>
 
+#include "StatisticsAnalyst/Export.h"
 #include "host/LumaUnicodeString.h"
 
 namespace ZOC {
 
 using LUMA::LumaUnicodeString;
 
-class ZoTextFile {
+class SA_API ZoTextFile {
  public:
   enum Mode { ModeRead, ModeWrite, ModeAppend };
 

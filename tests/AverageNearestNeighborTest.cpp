@@ -117,13 +117,12 @@ TEST(AverageNearestNeighbor, FailuresLeaveTheResultAlone) {
 
 TEST(AverageNearestNeighbor, CancelledThroughTheProgressFactory) {
   auto layer = satest::MakePointLayer(satest::RandomPoints(200, 10.0, 2));
-  ZoProgress::SetFactory([] {
+  satest::ScopedProgressFactory cancelHalfway([] {
     return std::make_unique<ZoCallbackProgress>([](const ZoProgressState& s) { return s.percent < 50; });
   });
   ZoAnalyzingPatterns patterns;
   Exponent r;
   EXPECT_FALSE(patterns.AverageNearestNeighbor(layer.dataset, 0.0, Euclidean, r, true, 0.0, true));
-  ZoProgress::SetFactory(nullptr);
   EXPECT_NE(patterns.GetStrErrorMes().Str().find("[IMb030]"), std::string::npos);
 }
 

@@ -1,7 +1,9 @@
-// Global Moran's I and General G: against a dense textbook computation, the
-// in-memory and streamed paths against each other, and the failure cases.
+// Global Moran's I and General G: the indices against their definitions, the
+// moments against every permutation of the values, the in-memory and streamed
+// paths against each other, and the failure cases.
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <cmath>
 #include <cstdlib>
 #include <filesystem>
@@ -16,65 +18,40 @@ using Dense = std::vector<std::vector<double>>;
 
 namespace {
 
-// Moran's I and its randomization moments straight from the definitions
-// over a dense matrix (Cliff and Ord).
-Exponent DenseMoran(const std::vector<double>& x, const Dense& w) {
+// Moran's I straight from its definition over a dense matrix.
+double DenseMoran(const std::vector<double>& x, const Dense& w) {
   const double n = x.size();
-  double mean = 0;
+  double mean = 0, s0 = 0, num = 0, d2 = 0;
   for (double v : x) mean += v / n;
-  double s0 = 0, s1 = 0, s2 = 0, num = 0, d2 = 0, d4 = 0;
   for (std::size_t i = 0; i < x.size(); ++i) {
-    double ri = 0, ci = 0;
-    for (std::size_t j = 0; j < x.size(); ++j) {
-      s0 += w[i][j];
-      s1 += 0.5 * (w[i][j] + w[j][i]) * (w[i][j] + w[j][i]);
-      ri += w[i][j];
-      ci += w[j][i];
-      num += w[i][j] * (x[i] - mean) * (x[j] - mean);
-    }
-    s2 += (ri + ci) * (ri + ci);
-    d2 += std::pow(x[i] - mean, 2);
-    d4 += std::pow(x[i] - mean, 4);
+    for (std::size_t j = 0; j < x.size(); ++j) s0 += w[i][j], num += w[i][j] * (x[i] - mean) * (x[j] - mean);
+    d2 += (x[i] - mean) * (x[i] - mean);
   }
-  const double I = n / s0 * num / d2, E = -1 / (n - 1), b2 = n * d4 / (d2 * d2);
-  const double EI2 = (n * ((n * n - 3 * n + 3) * s1 - n * s2 + 3 * s0 * s0) -
-                      b2 * ((n * n - n) * s1 - 2 * n * s2 + 6 * s0 * s0)) /
-                     ((n - 1) * (n - 2) * (n - 3) * s0 * s0);
-  const double V = EI2 - E * E;
-  return {I, E, V, (I - E) / std::sqrt(V), 0};
+  return n / s0 * num / d2;
 }
 
-// General G with the rule that features without any weight stay out of the
-// numerator, the denominator and the value moments.
-Exponent DenseGeneralG(const std::vector<double>& x, const Dense& w) {
-  const std::size_t N = x.size();
-  const double n = N;
-  double s0 = 0, s1 = 0, s2 = 0, a = 0, d = 0, m1 = 0, m2 = 0, m3 = 0, m4 = 0;
-  for (std::size_t i = 0; i < N; ++i) {
-    bool flagged = false;
-    double ri = 0, ci = 0;
-    for (std::size_t j = 0; j < N; ++j) {
-      flagged = flagged || std::fabs(w[i][j]) >= 1e-20;
-      if (j == i) continue;
-      ri += w[i][j], ci += w[j][i];
-      s1 += 0.5 * std::pow(w[i][j] + w[j][i], 2);
-    }
-    s0 += ri;
-    s2 += (ri + ci) * (ri + ci);
-    if (!flagged) continue;
-    for (std::size_t j = 0; j < N; ++j)
-      if (j != i) a += x[i] * w[i][j] * x[j], d += x[i] * x[j];
-    m1 += x[i], m2 += x[i] * x[i], m3 += std::pow(x[i], 3), m4 += std::pow(x[i], 4);
-  }
-  const double G = a / d, E = s0 / (n * (n - 1));
-  const double b0 = (n * n - 3 * n + 3) * s1 - n * s2 + 3 * s0 * s0;
-  const double b1 = -((n * n - n) * s1 - 2 * n * s2 + 6 * s0 * s0);
-  const double b2 = -(2 * n * s1 - (n + 3) * s2 + 6 * s0 * s0);
-  const double b3 = 4 * (n - 1) * s1 - 2 * (n + 1) * s2 + 8 * s0 * s0;
-  const double b4 = s1 - s2 + s0 * s0;
-  const double q = std::pow(m1 * m1 - m2, 2) * n * (n - 1) * (n - 2) * (n - 3);
-  const double V = (b0 * m2 * m2 + b1 * m4 + b2 * m1 * m1 * m2 + b3 * m1 * m3 + b4 * std::pow(m1, 4)) / q - E * E;
-  return {G, E, V, (G - E) / std::sqrt(V), 0};
+// General G straight from its definition, for weights where every feature
+// has a neighbour.
+double DenseG(const std::vector<double>& x, const Dense& w) {
+  double a = 0, d = 0;
+  for (std::size_t i = 0; i < x.size(); ++i)
+    for (std::size_t j = 0; j < x.size(); ++j)
+      if (j != i) a += w[i][j] * x[i] * x[j], d += x[i] * x[j];
+  return a / d;
+}
+
+// The exact mean and variance of a statistic under randomization: its value
+// over every permutation of the values across the features (n! of them).
+template <class Statistic>
+std::pair<double, double> PermutationMoments(std::vector<double> x, const Dense& w, Statistic statistic) {
+  std::sort(x.begin(), x.end());
+  double count = 0, sum = 0, sumSq = 0;
+  do {
+    const double s = statistic(x, w);
+    count += 1, sum += s, sumSq += s * s;
+  } while (std::next_permutation(x.begin(), x.end()));
+  const double mean = sum / count;
+  return {mean, sumSq / count - mean * mean};
 }
 
 // The dense matrix of the in-memory weights of a layer.
@@ -134,7 +111,7 @@ TEST(GlobalStatistics, InMemoryAndStreamedMatchTheDenseDefinitions) {
       ZoAnalyzingPatterns patterns;
       Exponent memory, streamed, g;
       ASSERT_TRUE(patterns.SpatialAutocorrelation(layer.dataset, info, memory, false)) << what;
-      ExpectClose(memory, DenseMoran(values, w), 1e-10, what);
+      EXPECT_NEAR(memory.Index, DenseMoran(values, w), 1e-10 * std::fabs(memory.Index)) << what;
 
       // The same weights through a weights file take the streamed path.
       ZoWeightsUtilities builder;
@@ -149,7 +126,7 @@ TEST(GlobalStatistics, InMemoryAndStreamedMatchTheDenseDefinitions) {
 
       if (!standardize) {
         ASSERT_TRUE(patterns.HighOrLowCluster(layer.dataset, info, g, false)) << patterns.GetStrErrorMes().Str();
-        ExpectClose(g, DenseGeneralG(values, w), 1e-10, what + " G");
+        EXPECT_NEAR(g.Index, DenseG(values, w), 1e-10 * g.Index) << what;
         Exponent gFile;
         ASSERT_TRUE(patterns.HighOrLowCluster(layer.dataset, fromFile, gFile, false));
         ExpectClose(gFile, g, 1e-12, what + " G streamed");
@@ -160,9 +137,7 @@ TEST(GlobalStatistics, InMemoryAndStreamedMatchTheDenseDefinitions) {
 
 TEST(GlobalStatistics, LargeDatasetsStreamThroughATemporaryFileThatIsRemoved) {
   satest::TempDir tmp;
-  const char* old = std::getenv("TMPDIR");
-  const std::string saved = old ? old : "";
-  setenv("TMPDIR", tmp.path().c_str(), 1);
+  satest::ScopedEnv tmpdir("TMPDIR", tmp.path().string());
   const auto points = satest::RandomPoints(10001, 100.0, 8);
   const auto values = TrendValues(points);
   auto layer = satest::MakePointLayer(points, values);
@@ -181,31 +156,23 @@ TEST(GlobalStatistics, LargeDatasetsStreamThroughATemporaryFileThatIsRemoved) {
   const double n = 10001;
   double mean = 0;
   for (double v : values) mean += v / n;
-  std::vector<double> row(10001, 0), col(10001, 0);
-  double s0 = 0, s1 = 0, cp = 0, d2 = 0;
+  double s0 = 0, cp = 0, d2 = 0;
   for (const auto& unit : units) {
     const int i = unit.Index / 10001, j = unit.Index % 10001;
-    const int t = ZoStatisticsUtilities::FindWeightIndex(units, j * 10001 + i);
-    const double wt = t >= 0 ? units[t].Weight : 0;
-    s0 += unit.Weight, s1 += unit.Weight * unit.Weight + unit.Weight * wt;
-    row[i] += unit.Weight, col[j] += unit.Weight;
+    s0 += unit.Weight;
     cp += unit.Weight * (values[i] - mean) * (values[j] - mean);
   }
   for (double v : values) d2 += (v - mean) * (v - mean);
   EXPECT_NEAR(streamed.Index, n / s0 * cp / d2, 1e-10);
 
   // A cancelled run leaves no temporary file either.
-  ZoProgress::SetFactory([] {
-    return std::make_unique<ZoCallbackProgress>([](const ZoProgressState& s) { return s.percent < 30; });
-  });
+  satest::ScopedProgressFactory cancelEarly(
+      [] { return std::make_unique<ZoCallbackProgress>([](const ZoProgressState& s) { return s.percent < 30; }); });
   Exponent untouched{1, 2, 3, 4, 5};
   EXPECT_FALSE(patterns.SpatialAutocorrelation(layer.dataset, info, untouched, true));
-  ZoProgress::SetFactory(nullptr);
   EXPECT_EQ(Ids(patterns), (std::vector<std::string>{"IMb030", "ESa041"}));
   EXPECT_EQ(untouched.Index, 1);
   EXPECT_TRUE(std::filesystem::is_empty(tmp.path()));
-  if (old) setenv("TMPDIR", saved.c_str(), 1);
-  else unsetenv("TMPDIR");
 }
 
 TEST(GlobalStatistics, HandCheckableCases) {
@@ -248,17 +215,51 @@ TEST(GlobalStatistics, GeneralGFlagsAndFailures) {
   EXPECT_FALSE(patterns.HighOrLowCluster(zeros.dataset, info, r, false));
   EXPECT_EQ(Ids(patterns), (std::vector<std::string>{"ESa021", "ESa035"}));
 
-  // An isolated feature changes E[G] and Var[G] through n, not G.
+  // A 3 x 2 grid at unit spacing with a band of 2: 13 of the 15 pairs are
+  // neighbours (all but the two long diagonals), S0 = 26. The values
+  // 3 1 4 / 1 5 9 sum to 23 with squares summing to 133, so all pairs give
+  // Σ x_i x_j = (23² - 133) / 2 = 198; the long diagonals 3·9 and 4·1 leave
+  // 167 to the neighbours: G = 2·167 / 396, E[G] = 26 / (6·5).
   std::vector<LumaPoint2D> p = {{0, 0}, {1, 0}, {2, 0}, {0, 1}, {1, 1}, {2, 1}};
   std::vector<double> v = {3, 1, 4, 1, 5, 9};
   auto base = satest::MakePointLayer(p, v);
+  Exponent a, b;
+  ASSERT_TRUE(patterns.HighOrLowCluster(base.dataset, info, a, false));
+  EXPECT_NEAR(a.Index, 334.0 / 396.0, 1e-14);
+  EXPECT_NEAR(a.ExpectedIndex, 26.0 / 30.0, 1e-14);
+  // An isolated feature (value 2) stays out of the numerator and of the
+  // values' moments but counts in n and pairs with the others in the
+  // denominator: Σ_i x_i (25 - x_i) = 25·23 - 133 = 442, E[G] = 26 / (7·6).
   p.push_back({40, 40});
   v.push_back(2);
   auto withIsolated = satest::MakePointLayer(p, v);
-  Exponent a, b;
-  ASSERT_TRUE(patterns.HighOrLowCluster(base.dataset, info, a, false));
   ASSERT_TRUE(patterns.HighOrLowCluster(withIsolated.dataset, info, b, false));
-  EXPECT_NE(a.ExpectedIndex, b.ExpectedIndex);
-  EXPECT_NE(a.Variance, b.Variance);
-  ExpectClose(b, DenseGeneralG(v, DenseWeights(withIsolated, info)), 1e-12, "isolated");
+  EXPECT_NEAR(b.Index, 334.0 / 442.0, 1e-14);
+  EXPECT_NEAR(b.ExpectedIndex, 26.0 / 42.0, 1e-14);
+}
+
+TEST(GlobalStatistics, MomentsAreThoseOfEveryPermutation) {
+  // Under randomization E and Var are the mean and variance over all n!
+  // arrangements of the values; seven features make 5040 of them.
+  const auto points = satest::RandomPoints(7, 10.0, 5);
+  const std::vector<double> values = {2.5, 7, 1, 4, 4, 9.5, 3};
+  auto layer = satest::MakePointLayer(points, values);
+  for (auto c : {InverseDistance, FixedDistanceBand, KNearestNeighbors, ZoneOfIndifference}) {
+    for (bool standardize : {false, true}) {
+      const std::string what = "c=" + std::to_string(c) + " std=" + std::to_string(standardize);
+      const ZoPatternsInformation info = Info(c, standardize);
+      const Dense w = DenseWeights(layer, info);
+      ZoAnalyzingPatterns patterns;
+      Exponent r;
+      ASSERT_TRUE(patterns.SpatialAutocorrelation(layer.dataset, info, r, false)) << what;
+      const auto [meanI, varI] = PermutationMoments(values, w, DenseMoran);
+      EXPECT_NEAR(r.ExpectedIndex, meanI, 1e-12) << what;
+      EXPECT_NEAR(r.Variance, varI, 1e-10 * varI) << what;
+      if (standardize) continue;  // General G wants raw weights
+      ASSERT_TRUE(patterns.HighOrLowCluster(layer.dataset, info, r, false)) << what;
+      const auto [meanG, varG] = PermutationMoments(values, w, DenseG);
+      EXPECT_NEAR(r.ExpectedIndex, meanG, 1e-12 * meanG) << what;
+      EXPECT_NEAR(r.Variance, varG, 1e-10 * varG) << what;
+    }
+  }
 }

@@ -128,14 +128,15 @@ TEST(ZoProgress, RangesMapOntoTheWholeRunAndCallbackCancels) {
 
 TEST(ZoProgress, FactoryDecidesWhatAnalysesCreate) {
   int created = 0;
-  ZoProgress::SetFactory([&] {
-    ++created;
-    return std::make_unique<ZoCallbackProgress>([](const ZoProgressState&) { return true; });
-  });
-  auto p = ZoProgress::Create();
-  EXPECT_EQ(created, 1);
-  EXPECT_NE(dynamic_cast<ZoCallbackProgress*>(p.get()), nullptr);
-  ZoProgress::SetFactory(nullptr);
+  {
+    satest::ScopedProgressFactory counting([&] {
+      ++created;
+      return std::make_unique<ZoCallbackProgress>([](const ZoProgressState&) { return true; });
+    });
+    auto p = ZoProgress::Create();
+    EXPECT_EQ(created, 1);
+    EXPECT_NE(dynamic_cast<ZoCallbackProgress*>(p.get()), nullptr);
+  }
   EXPECT_NE(dynamic_cast<ZoTerminalProgress*>(ZoProgress::Create().get()), nullptr);
 
   ZoTerminalProgress::RequestCancel();

@@ -21,6 +21,7 @@
 #include "host/ZoEngineToolkit.h"
 #include "host/ZoProgress.h"
 #include "host/ZoRecordset.h"
+#include "host/detail/DatasetInternals.h"
 
 using namespace ZOC;
 using LUMA::LumaDateTime;
@@ -190,7 +191,7 @@ TEST(HostDataset, CreateValidFieldsPerFormat) {
     LumaFieldInfos fields;
     for (const char* n : c.names) fields.push_back(LumaFieldInfo(n, 4, std::string(n) == "QlID"));
     ASSERT_TRUE(ZoEngineToolkit::CreateValidFields(ds, fields));
-    OGRFeatureDefn* defn = ds->GetOGRLayer()->GetLayerDefn();
+    OGRFeatureDefn* defn = ZOC::detail::HostAccess::Layer(*ds)->GetLayerDefn();
     ASSERT_EQ(defn->GetFieldCount(), static_cast<int>(c.valid.size()));
     for (std::size_t i = 0; i < c.valid.size(); ++i) {
       EXPECT_EQ(fields[i].GetName().Str(), c.valid[i]);
@@ -326,7 +327,7 @@ TEST(HostDataset, OrderedQueriesMatchStableSort) {
     }
   }
   for (int i : {40, 18, 17, 3}) {  // gaps in the IDs
-    ASSERT_EQ(ds->GetOGRLayer()->DeleteFeature(rows[i].id), OGRERR_NONE);
+    ASSERT_EQ(ZOC::detail::HostAccess::Layer(*ds)->DeleteFeature(rows[i].id), OGRERR_NONE);
     rows.erase(rows.begin() + i);
   }
   auto expect = [&](auto less, auto keep) {
@@ -503,8 +504,8 @@ TEST(HostDataset, InterleavedRecordsetsAndWritesDuringIteration) {
     // Moving the layer's cursor behind a recordset's back does not make it read wrong records.
     RsPtr seq(ds->Query(Q(" Order BY QlID")));
     ASSERT_TRUE(seq->MoveNext() && seq->MoveNext());
-    ASSERT_TRUE(OGRFeatureUniquePtr(ds->GetOGRLayer()->GetNextFeature()));
-    ds->GetOGRLayer()->ResetReading();
+    ASSERT_TRUE(OGRFeatureUniquePtr(ZOC::detail::HostAccess::Layer(*ds)->GetNextFeature()));
+    ZOC::detail::HostAccess::Layer(*ds)->ResetReading();
     for (std::size_t i = 2; i < ids.size(); ++i, seq->MoveNext()) expectAt(seq.get(), ids[i]);
     EXPECT_TRUE(seq->IsEOF());
 

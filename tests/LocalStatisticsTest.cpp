@@ -7,7 +7,9 @@
 #include <cstdlib>
 #include <filesystem>
 
-#include "StatisticsAnalyst/LocalStatistics.h"
+#include "StatisticsAnalyst/detail/local/Classification.h"
+#include "StatisticsAnalyst/detail/local/ClusterOutlier.h"
+#include "StatisticsAnalyst/detail/local/HotSpot.h"
 #include "StatisticsAnalyst/ZoClusteringDistributions.h"
 #include "StatisticsAnalyst/ZoStatisticsUtilities.h"
 #include "StatisticsAnalyst/ZoWeightsUtilities.h"
@@ -15,6 +17,7 @@
 #include "host/ZoRecordset.h"
 
 using namespace ZOC;
+namespace local = ZOC::detail::local;
 
 namespace {
 
@@ -128,16 +131,16 @@ TEST(LocalStatistics, ClusterOutlierTypesByTheLagTest) {
   LumaArray<double> d = {1, -1, 1, -1, 1, 1, 1, 1};
   LumaArray<double> lag = {1, -1, -1, 1, -1, 1, 1, 1};
   LumaArray<LumaUnicodeString> types;
-  ASSERT_EQ(local::ClusterOutlierTypes(I, p, d, lag, {}, types), nullptr);
+  ASSERT_TRUE(local::ClusterOutlierTypes(I, p, d, lag, {}, types).ok());
   const std::vector<std::string> expected = {"HH", "LL", "LL", "LH", "HL", "", "", "HH"};
   for (std::size_t i = 0; i < expected.size(); ++i) EXPECT_EQ(types[i].Str(), expected[i]) << i;
   // FDR bins narrow the test: |bin| = 1 removes a type, never adds one.
   LumaArray<LumaUnicodeString> narrowed;
-  ASSERT_EQ(local::ClusterOutlierTypes(I, p, d, lag, {3, 1, 2, 3, 3, 3, 3, 3}, narrowed), nullptr);
+  ASSERT_TRUE(local::ClusterOutlierTypes(I, p, d, lag, {3, 1, 2, 3, 3, 3, 3, 3}, narrowed).ok());
   EXPECT_EQ(narrowed[1].Str(), "");
   EXPECT_EQ(narrowed[5].Str(), "");
-  EXPECT_STREQ(local::ClusterOutlierTypes(I, p, d, lag, {1}, narrowed), "ESa040");
-  EXPECT_STREQ(local::ClusterOutlierTypes(I, {0.1}, d, lag, {}, narrowed), "ESa039");
+  EXPECT_STREQ(local::ClusterOutlierTypes(I, p, d, lag, {1}, narrowed).id(), "ESa040");
+  EXPECT_STREQ(local::ClusterOutlierTypes(I, {0.1}, d, lag, {}, narrowed).id(), "ESa039");
 }
 
 TEST(HotSpotAnalyst, MatchesTheDenseDefinitionWithSelfWeights) {
@@ -277,7 +280,7 @@ TEST(LocalAnalyses, WeightSourcesAgreeAndTemporaryFilesGo) {
   for (std::int64_t i = 0; i < 10001; i += 997) {
     double gi[2], lm[4];
     local::GiStar(x, row(rawUnits, i), i, 1.0, mean, std::sqrt(sq - mean * mean), gi);
-    ASSERT_EQ(local::LocalMoran(x, moments, row(stdUnits, i), i, lm), nullptr);
+    ASSERT_TRUE(local::LocalMoran(x, moments, row(stdUnits, i), i, lm).ok());
     EXPECT_NEAR(giZ[static_cast<std::size_t>(i)], gi[0], 1e-9) << i;
     EXPECT_NEAR(lmI[static_cast<std::size_t>(i)], lm[0], 1e-9) << i;
   }

@@ -25,6 +25,21 @@ TempDir::~TempDir() {
   std::filesystem::remove_all(m_path, ec);
 }
 
+ScopedEnv::ScopedEnv(const char* name, const std::string& value) : m_name(name) {
+  const char* old = std::getenv(name);
+  m_wasSet = old != nullptr;
+  if (old) m_saved = old;
+  setenv(name, value.c_str(), 1);
+}
+
+ScopedEnv::~ScopedEnv() {
+  if (m_wasSet) {
+    setenv(m_name.c_str(), m_saved.c_str(), 1);
+  } else {
+    unsetenv(m_name.c_str());
+  }
+}
+
 int RunCommand(const std::string& command, std::string* output, bool mergeStderr) {
   const std::string full = command + (mergeStderr ? " 2>&1" : "");
   FILE* pipe = popen(full.c_str(), "r");

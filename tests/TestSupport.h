@@ -7,6 +7,7 @@
 
 #include "host/LumaPoint.h"
 #include "host/ZoDataSource.h"
+#include "host/ZoProgress.h"
 
 namespace satest {
 
@@ -26,6 +27,30 @@ class TempDir {
 
  private:
   std::filesystem::path m_path;
+};
+
+// Sets an environment variable for the object's life and restores the previous
+// value, or its absence, however the scope is left (a failed ASSERT included).
+class ScopedEnv {
+ public:
+  ScopedEnv(const char* name, const std::string& value);
+  ~ScopedEnv();
+  ScopedEnv(const ScopedEnv&) = delete;
+  ScopedEnv& operator=(const ScopedEnv&) = delete;
+
+ private:
+  std::string m_name, m_saved;
+  bool m_wasSet;
+};
+
+// Installs a progress factory for the object's life; the default comes back
+// however the scope is left.
+class ScopedProgressFactory {
+ public:
+  explicit ScopedProgressFactory(ZOC::ZoProgress::Factory factory) { ZOC::ZoProgress::SetFactory(std::move(factory)); }
+  ~ScopedProgressFactory() { ZOC::ZoProgress::SetFactory(nullptr); }
+  ScopedProgressFactory(const ScopedProgressFactory&) = delete;
+  ScopedProgressFactory& operator=(const ScopedProgressFactory&) = delete;
 };
 
 // Runs a shell command, returning its exit status; stdout (and stderr when

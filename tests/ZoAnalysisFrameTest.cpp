@@ -6,6 +6,7 @@
 #include <limits>
 
 #include "StatisticsAnalyst/ZoAnalyzingPatterns.h"
+#include "StatisticsAnalyst/ZoClusteringDistributions.h"
 #include "TestSupport.h"
 #include "host/ZoDataSource.h"
 #include "host/ZoRecordset.h"
@@ -69,11 +70,6 @@ std::vector<std::string> Check(Fixture& f, const ZoPatternsInformation& info) {
 using V = std::vector<std::string>;
 
 }  // namespace
-
-TEST(CheckParameterValid, DefaultRecordWithNumericFieldPasses) {
-  Fixture f(4);
-  EXPECT_EQ(Check(f, f.Valid()), V{});
-}
 
 TEST(CheckParameterValid, NullRecordsetAndTooFewRecordsComeFirst) {
   ZoAnalyzingPatterns analysis;
@@ -183,45 +179,6 @@ TEST(CheckFieldValid, FailuresAccumulateInOrder) {
   EXPECT_NE(analysis.GetStrErrorMes().Str().find('\n'), std::string::npos);
 }
 
-TEST(ZoPatternsInformation, DefaultsAndMemberwiseCopy) {
-  const ZoPatternsInformation d;
-  EXPECT_EQ(d.FieldName, "");
-  EXPECT_EQ(d.Conceptualization, InverseDistance);
-  EXPECT_EQ(d.DistanceTolerance, -1.0);
-  EXPECT_EQ(d.Exponent, 1.0);
-  EXPECT_EQ(d.KNeighbors, 1);
-  EXPECT_FALSE(d.Standardization);
-  EXPECT_FALSE(d.FDRCorrection);
-  EXPECT_EQ(d.DistanceMethod, Euclidean);
-
-  ZoPatternsInformation a;
-  a.FieldName = "CRIME";
-  a.Conceptualization = KNearestNeighbors;
-  a.DistanceTolerance = 3.5;
-  a.Exponent = 2;
-  a.KNeighbors = 8;
-  a.Standardization = true;
-  a.SecondFieldName = "W";
-  a.FDRCorrection = true;
-  a.WeightsFilePath = "/tmp/w.swmb";
-  a.DistanceMethod = Manhattan;
-  ZoPatternsInformation b(a), c;
-  c = a;
-  a.FieldName = "changed";  // deep copies: the copies keep their own text
-  for (const ZoPatternsInformation* x : {&b, &c}) {
-    EXPECT_EQ(x->FieldName, "CRIME");
-    EXPECT_EQ(x->Conceptualization, KNearestNeighbors);
-    EXPECT_EQ(x->DistanceTolerance, 3.5);
-    EXPECT_EQ(x->Exponent, 2);
-    EXPECT_EQ(x->KNeighbors, 8);
-    EXPECT_TRUE(x->Standardization);
-    EXPECT_EQ(x->SecondFieldName, "W");
-    EXPECT_TRUE(x->FDRCorrection);
-    EXPECT_EQ(x->WeightsFilePath, "/tmp/w.swmb");
-    EXPECT_EQ(x->DistanceMethod, Manhattan);
-  }
-}
-
 TEST(ZoAnalyzingPatterns, CopiesCarryTheMessageButNoOpenFlagMatrix) {
   satest::TempDir dir;
   const std::string flags = dir.File("k.flags");
@@ -236,4 +193,33 @@ TEST(ZoAnalyzingPatterns, CopiesCarryTheMessageButNoOpenFlagMatrix) {
     LumaArray<double> row;
     EXPECT_FALSE(p->ReadWeightMatrixBinaryK(1, row));  // nothing open in the copy
   }
+}
+
+TEST(ZoAnalysisFrame, SetProgressDrivesEveryAnalysisWithoutTheFactory) {
+  // The factory would hand out a progress that never cancels; the object set
+  // with SetProgress cancels at once, and every analysis has to obey it.
+  ZoProgress::SetFactory([] { return std::make_unique<ZoCallbackProgress>([](const ZoProgressState&) { return true; }); });
+  int calls = 0;
+  ZoCallbackProgress cancel([&](const ZoProgressState&) { return ++calls < 3; });
+  auto layer = satest::MakePointLayer(satest::RandomPoints(50, 10.0, 4));
+  ZoPatternsInformation info;
+  info.FieldName = "VALUE";
+  info.Conceptualization = KNearestNeighbors;
+  info.KNeighbors = 3;
+  ZoAnalyzingPatterns patterns;
+  patterns.SetProgress(&cancel);
+  ZoAnalyzingPatterns::ZoAnalyzingExponent r;
+  EXPECT_FALSE(patterns.SpatialAutocorrelation(layer.dataset, info, r, true));
+  EXPECT_NE(patterns.GetStrErrorMes().Str().find("[IMb030]"), std::string::npos) << patterns.GetStrErrorMes().Str();
+  calls = 0;
+  EXPECT_FALSE(patterns.AverageNearestNeighbor(layer.dataset, 0.0, Euclidean, r, true, 0.0, true));
+  EXPECT_NE(patterns.GetStrErrorMes().Str().find("[IMb030]"), std::string::npos);
+  ZoClusteringDistributions local;
+  local.SetProgress(&cancel);
+  calls = 0;
+  auto result = ZoDataSource::CreateMemory("result");
+  EXPECT_FALSE(local.HotSpotAnalyst(layer.dataset, result->CreateDatasetVector("r", DatasetPoint, ZoPrjCoordSys()),
+                                    info, true));
+  EXPECT_NE(local.GetStrErrorMes().Str().find("[IMb030]"), std::string::npos) << local.GetStrErrorMes().Str();
+  ZoProgress::SetFactory(nullptr);
 }

@@ -149,21 +149,6 @@ TEST(GetSpatialWeight, KNearestMatchesBruteForceWithCoincidentFeatures) {
   }
 }
 
-TEST(GetSpatialWeight, DefaultBandGivesEveryFeatureANeighbour) {
-  const auto points = satest::RandomPoints(300, 1000.0, 11);
-  auto layer = satest::MakePointLayer(points);
-  ZoPatternsInformation info;
-  info.FieldName = "VALUE";
-  info.Conceptualization = FixedDistanceBand;
-  ZoRecordsetPtr records(layer.dataset->Query(ZoQueryDef()));
-  ZoStatisticsUtilities utilities;
-  LUMA::LumaArray<WeightMatrixUnit> units;
-  ASSERT_TRUE(utilities.GetSpatialWeight(records.get(), info, units, false));
-  std::vector<int> perRow(points.size(), 0);
-  for (const auto& u : units) ++perRow[static_cast<std::size_t>(u.Index) / points.size()];
-  EXPECT_EQ(std::count(perRow.begin(), perRow.end(), 0), 0);
-}
-
 TEST(GetSpatialWeight, FailuresNameTheirCause) {
   auto layer = satest::MakePointLayer(satest::RandomPoints(20, 1000.0, 3));
   ZoPatternsInformation info;
@@ -203,32 +188,6 @@ TEST(GetSpatialWeight, CancellationStopsTheBuild) {
   ZoRecordsetPtr records(layer.dataset->Query(ZoQueryDef()));
   EXPECT_FALSE(utilities.GetSpatialWeight(records.get(), info, units, true));
   EXPECT_NE(utilities.GetStrErrorMes().Str().find("[IMb030]"), std::string::npos);
-}
-
-TEST(GetSpatialWeight, ContiguityOnRealPolygons) {
-  auto source = ZoDataSource::Open(satest::DataPath("columbus.gpkg"), false);
-  ASSERT_TRUE(source);
-  ZoDatasetVector* dataset = source->GetDataset(0);
-  std::size_t counts[2] = {0, 0};
-  for (int q = 0; q < 2; ++q) {
-    ZoPatternsInformation info;
-    info.FieldName = "CRIME";
-    info.Conceptualization = q == 0 ? ContiguityEdgesOnly : ContiguityEdgesCorners;
-    info.Standardization = true;
-    ZoRecordsetPtr records(dataset->Query(ZoQueryDef()));
-    ZoStatisticsUtilities utilities;
-    LUMA::LumaArray<WeightMatrixUnit> units;
-    ASSERT_TRUE(utilities.GetSpatialWeight(records.get(), info, units, false)) << utilities.GetStrErrorMes().Str();
-    counts[q] = units.size();
-    // Symmetric structure, standardized rows summing to one.
-    std::map<int, double> sums;
-    for (const auto& u : units) {
-      sums[u.Index / 49] += u.Weight;
-      EXPECT_GE(ZoStatisticsUtilities::FindWeightIndex(units, (u.Index % 49) * 49 + u.Index / 49), 0);
-    }
-    for (auto [row, s] : sums) EXPECT_NEAR(s, 1.0, 1e-12) << row;
-  }
-  EXPECT_LT(counts[0], counts[1]);  // somewhere four regions meet at one corner
 }
 
 TEST(WeightLookup, FindIndexAndDenseRow) {

@@ -67,10 +67,10 @@ TEST(Zostat, AnnJsonHasTheFiveQuantities) {
   for (const char* key : {"\"expected_mean_distance\": ", "\"observed_mean_distance\": ", "\"z_score\": ",
                           "\"p_value\": "})
     EXPECT_NE(out.find(key), std::string::npos) << key;
-  // A negative area is the library's failure, with its identifier.
+  // A negative area is a command-line mistake, with its identifier.
   const std::string bad = Zostat("ann --area -5 --input " + satest::DataPath("baltim.gpkg"), &status, true);
-  EXPECT_EQ(status, 1);
-  EXPECT_NE(bad.find("[ESa051]"), std::string::npos) << bad;
+  EXPECT_EQ(status, 2);
+  EXPECT_NE(bad.find("[EUa057]"), std::string::npos) << bad;
   Zostat("ann --distance-method chebyshev --input " + satest::DataPath("baltim.gpkg"), &status, true);
   EXPECT_EQ(status, 2);
 }

@@ -12,6 +12,7 @@ namespace {
 
 int RunAnn(const Options& options) {
   InputLayer input = OpenInput(options);
+  CheckDistanceMethod(options, input);
   const double area = options.GetDouble("area", 0.0);
   const bool defaultWidth = !options.Has("width");
   const double width = options.GetDouble("width", 0.0);
@@ -19,7 +20,7 @@ int RunAnn(const Options& options) {
 
   ZOC::ZoAnalyzingPatterns patterns;
   ZOC::ZoAnalyzingPatterns::ZoAnalyzingExponent r;
-  if (!patterns.AverageNearestNeighbor(input.dataset, area, method, r, defaultWidth, width, !options.Has("json")))
+  if (!patterns.AverageNearestNeighbor(input.dataset, area, method, r, defaultWidth, width, ShowProgress(options)))
     throw Failure(patterns.GetStrErrorMes().Str());
 
   if (options.Has("json")) {

@@ -1,9 +1,17 @@
 #include "Command.h"
 
+#include <unistd.h>
+
 #include <cstdio>
 #include <filesystem>
 
+#include "host/ZoDatasetVector.h"
+#include "host/ZoMessageIds.h"
+#include "host/ZoProgress.h"
+
 namespace zostat {
+
+namespace msg = ZOC::msg;
 
 std::vector<OptionSpec> CommonOptions() {
   return {{"json", false, "print machine-readable JSON on stdout"},
@@ -16,60 +24,100 @@ std::vector<OptionSpec> InputOptions() {
           {"layer", true, "layer of the input (default: the first layer)"}};
 }
 
+namespace {
+
+// Why GDAL could not open an existing path, as an identifier: each of these
+// needs a different remedy.
+const char* WhyCannotOpen(const std::string& path) {
+  std::error_code ec;
+  const std::filesystem::file_status status = std::filesystem::status(path, ec);
+  if (!std::filesystem::exists(status)) {
+    // GDAL also opens names that are not files (/vsizip/..., PG:...).
+    const bool virtualName = path.rfind("/vsi", 0) == 0 || path.find(':') != std::string::npos;
+    return virtualName ? msg::EUa004 : msg::EUa001;
+  }
+  if (std::filesystem::is_directory(status)) return msg::EUa002;
+  if (::access(path.c_str(), R_OK) != 0) return msg::EUa005;
+  if (std::filesystem::is_regular_file(status) && std::filesystem::file_size(path, ec) == 0 && !ec) return msg::EUa003;
+  return msg::EUa004;
+}
+
+std::string LayerNames(ZOC::ZoDataSource& source) {
+  std::string names;
+  for (int i = 0; i < source.GetDatasetCount(); ++i)
+    names += (i ? ", " : "") + source.GetDataset(i)->GetName().Str();
+  return names;
+}
+
+}  // namespace
+
 InputLayer OpenInput(const Options& options) {
   InputLayer input;
   const std::string path = options.Require("input");
   LUMA::LumaUnicodeString error;
   input.source = ZOC::ZoDataSource::Open(path, false, &error);
-  if (!input.source) throw Failure("cannot open '" + path + "': " + error.Str());
+  if (!input.source) throw Failure(MessageText(WhyCannotOpen(path), "'" + path + "': " + error.Str()));
   if (options.Has("layer")) {
     input.dataset = input.source->GetDataset(options.Get("layer"));
-    if (!input.dataset) throw Failure("'" + path + "' has no layer '" + options.Get("layer") + "'");
+    if (!input.dataset)
+      throw Failure(MessageText(msg::EUa006, "'" + path + "' has no layer '" + options.Get("layer") +
+                                                 "'; its layers: " + LayerNames(*input.source)));
   } else {
-    if (input.source->GetDatasetCount() < 1) throw Failure("'" + path + "' has no layers");
+    if (input.source->GetDatasetCount() < 1) throw Failure(MessageText(msg::EUa007, "'" + path + "'"));
     input.dataset = input.source->GetDataset(0);
   }
   return input;
 }
 
 std::vector<OptionSpec> OutputOptions(const std::string& layerHelp) {
-  return {{"output", true, "datasource to write to (created when missing; format from the extension, .gpkg by default)"},
+  return {{"output", true, "file to write to; the format comes from its extension (.gpkg, .shp, .geojson, .fgb, .csv, ...)"},
           {"output-layer", true, layerHelp},
-          {"overwrite", false, "replace an existing layer of that name"}};
+          {"overwrite", false, "replace an existing layer of that name (or a single-layer file) once the result is complete"}};
+}
+
+OutputLayer::OutputLayer(const Options& options, const std::string& defaultLayer, const InputLayer& input) {
+  Prepare(options, defaultLayer, &input);
+  m_dataset = m_writer->CreateResult(input.dataset, ZOC::DatasetTabular, ZOC::ZoPrjCoordSys());
+  if (!m_dataset) throw Failure(m_writer->GetError().Str());
 }
 
 OutputLayer::OutputLayer(const Options& options, const std::string& defaultLayer, int datasetType,
-                         const ZOC::ZoPrjCoordSys& cs)
-    : m_path(options.Require("output")), m_layer(options.Get("output-layer", defaultLayer)) {
-  if (m_layer.empty()) throw UsageError("give --output-layer");
-  const bool overwrite = options.Has("overwrite");
-  std::error_code ec;
-  m_existed = std::filesystem::exists(m_path, ec);
-  LUMA::LumaUnicodeString error;
-  m_source = ZOC::ZoDataSource::OpenOrCreate(m_path, &error);
-  if (!m_source) throw Failure("cannot open or create '" + m_path + "': " + error.Str());
-  if (m_source->GetDataset(m_layer) && !overwrite) {
-    Discard();
-    throw Failure("'" + m_path + "' already has a layer '" + m_layer + "'; use --overwrite to replace it");
-  }
-  m_dataset = m_source->CreateDatasetVector(m_layer, datasetType, cs, overwrite, &error);
-  if (!m_dataset) {
-    Discard();
-    throw Failure("cannot create the layer '" + m_layer + "' in '" + m_path + "': " + error.Str());
+                         const ZOC::ZoPrjCoordSys& cs) {
+  Prepare(options, defaultLayer, nullptr);
+  m_dataset = m_writer->CreateResult(nullptr, datasetType, cs);
+  if (!m_dataset) throw Failure(m_writer->GetError().Str());
+}
+
+OutputLayer::~OutputLayer() = default;
+
+void OutputLayer::Prepare(const Options& options, const std::string& defaultLayer, const InputLayer* input) {
+  m_path = options.Require("output");
+  m_layer = options.Get("output-layer", defaultLayer);
+  if (m_layer.empty()) throw UsageError(msg::EUa055, "give --output-layer");
+  // The output must be none of the files the command reads.
+  std::vector<LUMA::LumaUnicodeString> reads;
+  if (input && input->source) reads = input->source->GetFileList();
+  for (const char* name : {"input", "weights", "weights-file", "flag-matrix"})
+    if (options.Has(name)) reads.emplace_back(options.Get(name));
+  m_writer = std::make_unique<ZOC::ZoResultWriter>();
+  if (!m_writer->Prepare(m_path, m_layer, options.Has("overwrite"), reads)) {
+    const std::string error = m_writer->GetError().Str();
+    if (m_writer->IsUsageError()) throw UsageError(error);
+    throw Failure(error);
   }
 }
 
-OutputLayer::~OutputLayer() {
-  if (!m_keep) Discard();
+void OutputLayer::Keep() {
+  const std::unique_ptr<ZOC::ZoProgress> progress = ZOC::ZoProgress::Create();
+  if (!m_writer->Commit(progress.get())) throw Failure(m_writer->GetError().Str());
+  m_layer = m_writer->GetLayerName().Str();
 }
 
-void OutputLayer::Discard() {
-  if (!m_source) return;
-  if (m_dataset) m_source->DeleteDataset(m_layer);
-  m_dataset = nullptr;
-  m_source.reset();
-  std::error_code ec;
-  if (!m_existed) std::filesystem::remove(m_path, ec);
+void CheckDistanceMethod(const Options& options, const InputLayer& input) {
+  if (options.Get("distance-method", "euclidean") != "manhattan") return;
+  if (input.dataset->GetPrjCoordSys().GetTypeID() == ZOC::ZoPrjCoordSys::Geographic)
+    throw UsageError(msg::EUa058, "--distance-method manhattan does not apply to geographic data; "
+                                  "distances there are measured on the ellipsoid");
 }
 
 void Print(const std::string& text) {

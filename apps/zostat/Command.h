@@ -9,6 +9,7 @@
 #include "Options.h"
 #include "host/LumaUnicodeString.h"
 #include "host/ZoDataSource.h"
+#include "host/ZoResultWriter.h"
 
 namespace zostat {
 
@@ -43,28 +44,41 @@ InputLayer OpenInput(const Options& options);
 // --output and --output-layer (and --overwrite), for commands that write.
 std::vector<OptionSpec> OutputOptions(const std::string& layerHelp);
 
-// A new layer in the --output datasource (created when missing; the format
-// comes from the extension, GeoPackage by default). An existing layer of the
-// name is refused unless --overwrite. If the command fails, Discard removes
-// the layer, and the datasource too when this object created it.
+// The result layer of a command. The output is checked before any work (its
+// format from the extension, not one of the input files, an existing layer
+// only with --overwrite); the command writes into dataset(), which lives in
+// memory, and Keep() puts the finished result into the output under a
+// temporary name and replaces the old layer or file only once it is
+// complete. Without Keep() the output is never touched.
 class OutputLayer {
  public:
+  // Shaped like `input`'s layer (geometry kind and coordinate system as read).
+  OutputLayer(const Options& options, const std::string& defaultLayer, const InputLayer& input);
+  // A layer of `datasetType` in `cs`.
   OutputLayer(const Options& options, const std::string& defaultLayer, int datasetType,
               const ZOC::ZoPrjCoordSys& cs);
   ~OutputLayer();
   ZOC::ZoDatasetVector* dataset() const { return m_dataset; }
   const std::string& path() const { return m_path; }
+  // The layer's name as the output stores it (after Keep, a Shapefile's is its file name).
   const std::string& layer() const { return m_layer; }
-  void Discard();
-  // The command succeeded: keep what was written.
-  void Keep() { m_keep = true; }
+  // The command succeeded: write the result; throws Failure when that fails.
+  void Keep();
 
  private:
+  void Prepare(const Options& options, const std::string& defaultLayer, const InputLayer* input);
   std::string m_path, m_layer;
-  bool m_existed = false, m_keep = false;
-  std::unique_ptr<ZOC::ZoDataSource> m_source;
+  std::unique_ptr<ZOC::ZoResultWriter> m_writer;
   ZOC::ZoDatasetVector* m_dataset = nullptr;
 };
+
+// Whether analyses should run with a progress object. Always: it is also how
+// they see Ctrl-C and SIGTERM; --json and --quiet only stop the drawing.
+inline bool ShowProgress(const Options&) { return true; }
+
+// Refuses --distance-method manhattan on geographic data, where distances
+// are measured along the ellipsoid (exit status 2).
+void CheckDistanceMethod(const Options& options, const InputLayer& input);
 
 // Prints to stdout.
 void Print(const std::string& text);

@@ -51,11 +51,13 @@ void PrintResult(const Options& options, const Exponent& r, const char* name, co
 template <class Analysis>
 int RunGlobal(const Options& options, Analysis analysis, const char* name, const char* statistic, const char* high,
               const char* low) {
+  options.Require("field");
   InputLayer input = OpenInput(options);
+  CheckDistanceMethod(options, input);
   const ZOC::ZoPatternsInformation info = ParseWeightsOptions(options);
   ZOC::ZoAnalyzingPatterns patterns;
   Exponent r;
-  if (!analysis(patterns, input.dataset, info, r, !options.Has("json")))
+  if (!analysis(patterns, input.dataset, info, r, ShowProgress(options)))
     throw Failure(patterns.GetStrErrorMes().Str());
   PrintResult(options, r, name, statistic, high, low);
   return 0;

@@ -16,7 +16,8 @@ void WriteRequestedMap(const Options& options, ZOC::ZoDatasetVector* result, con
 
 namespace {
 
-// How many result features hold each value of a field.
+// How many result features hold each value of a field, read from the
+// result as computed (in memory, before any output format shortens names).
 std::map<std::string, long long> Tally(ZOC::ZoDatasetVector* dataset, const std::string& field) {
   std::map<std::string, long long> counts;
   ZOC::ZoRecordsetPtr records(dataset->Query(ZOC::ZoQueryDef()));
@@ -52,18 +53,20 @@ void PrintSummary(const Options& options, const OutputLayer& out, const std::str
 }
 
 int RunHotSpot(const Options& options) {
+  options.Require("field");
   InputLayer input = OpenInput(options);
+  CheckDistanceMethod(options, input);
   ZOC::ZoPatternsInformation info = ParseWeightsOptions(options);
   info.SecondFieldName = options.Get("self-weight-field");
   info.FDRCorrection = options.Has("fdr");
-  OutputLayer out(options, input.dataset->GetName().Str() + "_hotspots", input.dataset->GetType(),
-                  input.dataset->GetPrjCoordSys());
+  OutputLayer out(options, input.dataset->GetName().Str() + "_hotspots", input);
   ZOC::ZoClusteringDistributions clustering;
-  if (!clustering.HotSpotAnalyst(input.dataset, out.dataset(), info, !options.Has("json")))
+  if (!clustering.HotSpotAnalyst(input.dataset, out.dataset(), info, ShowProgress(options)))
     throw Failure(clustering.GetStrErrorMes().Str());
   WriteRequestedMap(options, out.dataset(), "Gi_ConfInvl", "Hot spots of " + info.FieldName.Str());
+  const auto bins = Tally(out.dataset(), "Gi_ConfInvl");
   out.Keep();
-  PrintSummary(options, out, "bins", {"-3", "-2", "-1", "0", "1", "2", "3"}, Tally(out.dataset(), "Gi_ConfInvl"),
+  PrintSummary(options, out, "bins", {"-3", "-2", "-1", "0", "1", "2", "3"}, bins,
                {{"-3", "cold spot, 99% confidence"}, {"-2", "cold spot, 95% confidence"},
                 {"-1", "cold spot, 90% confidence"}, {"0", "not significant"},
                 {"1", "hot spot, 90% confidence"}, {"2", "hot spot, 95% confidence"},
@@ -72,17 +75,19 @@ int RunHotSpot(const Options& options) {
 }
 
 int RunClusterOutlier(const Options& options) {
+  options.Require("field");
   InputLayer input = OpenInput(options);
+  CheckDistanceMethod(options, input);
   ZOC::ZoPatternsInformation info = ParseWeightsOptions(options);
   info.FDRCorrection = options.Has("fdr");
-  OutputLayer out(options, input.dataset->GetName().Str() + "_clusters", input.dataset->GetType(),
-                  input.dataset->GetPrjCoordSys());
+  OutputLayer out(options, input.dataset->GetName().Str() + "_clusters", input);
   ZOC::ZoClusteringDistributions clustering;
-  if (!clustering.ClusterOutlier(input.dataset, out.dataset(), info, !options.Has("json")))
+  if (!clustering.ClusterOutlier(input.dataset, out.dataset(), info, ShowProgress(options)))
     throw Failure(clustering.GetStrErrorMes().Str());
   WriteRequestedMap(options, out.dataset(), "ALMI_Type", "Clusters and outliers of " + info.FieldName.Str());
+  const auto types = Tally(out.dataset(), "ALMI_Type");
   out.Keep();
-  PrintSummary(options, out, "types", {"HH", "LL", "HL", "LH", ""}, Tally(out.dataset(), "ALMI_Type"),
+  PrintSummary(options, out, "types", {"HH", "LL", "HL", "LH", ""}, types,
                {{"HH", "high values among high neighbours (cluster)"},
                 {"LL", "low values among low neighbours (cluster)"},
                 {"HL", "high value among low neighbours (outlier)"},

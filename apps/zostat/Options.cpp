@@ -1,15 +1,74 @@
 #include "Options.h"
 
+#include <cctype>
 #include <charconv>
 #include <cmath>
 
+#include "host/ZoMessageIds.h"
+#include "host/ZoStringEx.h"
+
 namespace zostat {
+
+namespace msg = ZOC::msg;
+
+std::string MessageText(const char* id, const std::string& detail) {
+  std::string text = ZOC::ZoStringEx::LoadResString(id).Str();
+  if (!detail.empty()) text += " (" + detail + ")";
+  return text;
+}
+
+UsageError::UsageError(const char* id, const std::string& detail) : std::runtime_error(MessageText(id, detail)) {}
+
+bool HasIdentifier(const std::string& text) {
+  auto is = [&](std::size_t i, int (*test)(int)) { return test(static_cast<unsigned char>(text[i])) != 0; };
+  // "[" two upper-case letters, one lower-case letter, three digits.
+  for (std::size_t i = 0; i + 7 <= text.size(); ++i) {
+    if (text[i] == '[' && is(i + 1, std::isupper) && is(i + 2, std::isupper) && is(i + 3, std::islower) &&
+        is(i + 4, std::isdigit) && is(i + 5, std::isdigit) && is(i + 6, std::isdigit))
+      return true;
+  }
+  return false;
+}
+
+namespace {
+
+double Number(const std::string& name, const std::string& text) {
+  double value = 0.0;
+  const auto [ptr, ec] = std::from_chars(text.data(), text.data() + text.size(), value);
+  if (text.empty() || ec != std::errc() || ptr != text.data() + text.size() || !std::isfinite(value))
+    throw UsageError(msg::EUa056, "--" + name + " needs a finite number, not '" + text + "'");
+  return value;
+}
+
+}  // namespace
+
+void CheckDomain(const std::string& name, const std::string& value) {
+  if (value.empty()) throw UsageError(msg::EUa053, "option '--" + name + "' needs a value");
+  if (name == "k") {
+    long long k = 0;
+    const auto [ptr, ec] = std::from_chars(value.data(), value.data() + value.size(), k);
+    if (ec != std::errc() || ptr != value.data() + value.size())
+      throw UsageError(msg::EUa056, "--k needs a whole number, not '" + value + "'");
+    if (k < 1 || k > 2147483647LL) throw UsageError(msg::EUa057, "--k must be at least 1, not " + value);
+  } else if (name == "width" || name == "area") {
+    if (!(Number(name, value) > 0.0)) throw UsageError(msg::EUa057, "--" + name + " must be positive, not " + value);
+  } else if (name == "distance-band") {
+    const double band = Number(name, value);
+    if (band < 0.0 && band != -1.0)
+      throw UsageError(msg::EUa057, "--distance-band must be 0 or more, or -1 for the default, not " + value);
+  } else if (name == "exponent") {
+    if (Number(name, value) < 0.0) throw UsageError(msg::EUa057, "--exponent must not be negative, not " + value);
+  } else if (name == "distance-method") {
+    if (value != "euclidean" && value != "manhattan")
+      throw UsageError(msg::EUa059, "--distance-method must be euclidean or manhattan, not '" + value + "'");
+  }
+}
 
 Options Options::Parse(const std::vector<std::string>& args, const std::vector<OptionSpec>& specs) {
   Options options;
   for (std::size_t i = 0; i < args.size(); ++i) {
     const std::string& arg = args[i];
-    if (arg.rfind("--", 0) != 0) throw UsageError("unexpected argument '" + arg + "'");
+    if (arg.rfind("--", 0) != 0) throw UsageError(msg::EUa050, "unexpected argument '" + arg + "'");
     std::string name = arg.substr(2);
     std::string value;
     bool inlineValue = false;
@@ -21,20 +80,43 @@ Options Options::Parse(const std::vector<std::string>& args, const std::vector<O
     const OptionSpec* spec = nullptr;
     for (const auto& s : specs)
       if (s.name == name) spec = &s;
-    if (!spec) throw UsageError("unknown option '--" + name + "'");
-    if (options.Has(name) && !spec->repeatable) throw UsageError("option '--" + name + "' given twice");
+    if (!spec) throw UsageError(msg::EUa052, "unknown option '--" + name + "'");
+    if (options.Has(name) && !spec->repeatable) throw UsageError(msg::EUa054, "option '--" + name + "' given twice");
     if (spec->takesValue) {
       if (!inlineValue) {
-        if (i + 1 >= args.size()) throw UsageError("option '--" + name + "' needs a value");
+        if (i + 1 >= args.size()) throw UsageError(msg::EUa053, "option '--" + name + "' needs a value");
         value = args[++i];
       }
+      CheckDomain(name, value);
     } else if (inlineValue) {
-      throw UsageError("option '--" + name + "' takes no value");
+      throw UsageError(msg::EUa053, "option '--" + name + "' takes no value");
     }
     options.m_values[name] = value;
     options.m_all[name].push_back(value);
   }
+  bool takesWeightsFile = false;
+  for (const auto& s : specs) takesWeightsFile = takesWeightsFile || s.name == "weights-file";
+  options.CheckApplicability(takesWeightsFile);
   return options;
+}
+
+// Weights options that only one family of conceptualizations reads.
+void Options::CheckApplicability(bool takesWeightsFile) const {
+  if (!Has("conceptualization") && !Has("weights-file") && !Has("k") && !Has("exponent")) return;
+  const std::string c = Get("conceptualization", "inverse-distance");
+  auto is = [&](const char* name, const char* code) { return c == name || c == code; };
+  if (Has("weights-file") && !is("weights-file", "8"))
+    throw UsageError(msg::EUa058, "--weights-file goes with --conceptualization weights-file");
+  if (is("weights-file", "8") && takesWeightsFile && !Has("weights-file"))
+    throw UsageError(msg::EUa055, "--conceptualization weights-file needs --weights-file");
+  if (is("weights-file", "8") && Has("distance-band"))
+    throw UsageError(msg::EUa058, "--distance-band does not apply to a weights file");
+  if (Has("k") && !is("k-nearest", "7"))
+    throw UsageError(msg::EUa058, "--k goes with --conceptualization k-nearest");
+  if (Has("exponent") && !is("inverse-distance", "1") && !is("inverse-distance-squared", "2") &&
+      !is("zone-of-indifference", "4"))
+    throw UsageError(msg::EUa058,
+                     "--exponent goes with inverse-distance, inverse-distance-squared or zone-of-indifference");
 }
 
 std::string Options::Get(const std::string& name, const std::string& fallback) const {
@@ -44,7 +126,7 @@ std::string Options::Get(const std::string& name, const std::string& fallback) c
 
 std::string Options::Require(const std::string& name) const {
   const auto it = m_values.find(name);
-  if (it == m_values.end() || it->second.empty()) throw UsageError("option '--" + name + "' is required");
+  if (it == m_values.end() || it->second.empty()) throw UsageError(msg::EUa055, "option '--" + name + "' is required");
   return it->second;
 }
 
@@ -54,7 +136,7 @@ double Options::GetDouble(const std::string& name, double fallback) const {
   double value = 0.0;
   const auto [ptr, ec] = std::from_chars(text.data(), text.data() + text.size(), value);
   if (text.empty() || ec != std::errc() || ptr != text.data() + text.size() || std::isnan(value))
-    throw UsageError("option '--" + name + "' needs a number, not '" + text + "'");
+    throw UsageError(msg::EUa056, "option '--" + name + "' needs a number, not '" + text + "'");
   return value;
 }
 
@@ -64,7 +146,7 @@ long long Options::GetInt(const std::string& name, long long fallback) const {
   long long value = 0;
   const auto [ptr, ec] = std::from_chars(text.data(), text.data() + text.size(), value);
   if (text.empty() || ec != std::errc() || ptr != text.data() + text.size())
-    throw UsageError("option '--" + name + "' needs a whole number, not '" + text + "'");
+    throw UsageError(msg::EUa056, "option '--" + name + "' needs a whole number, not '" + text + "'");
   return value;
 }
 

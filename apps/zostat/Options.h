@@ -9,9 +9,17 @@
 namespace zostat {
 
 // A mistake in the command line: reported with the usage, exit status 2.
+// The message begins with its identifier ("[EUa052] Unknown option. ...");
+// one made from plain text gets the general "EUa050" when printed.
 struct UsageError : std::runtime_error {
   using std::runtime_error::runtime_error;
+  UsageError(const char* id, const std::string& detail);
 };
+
+// "[ID] catalogue text (detail)".
+std::string MessageText(const char* id, const std::string& detail);
+// Whether a message already names an identifier such as "[ESa014]".
+bool HasIdentifier(const std::string& text);
 
 struct OptionSpec {
   std::string name;  // without the leading "--"
@@ -22,7 +30,8 @@ struct OptionSpec {
 
 class Options {
  public:
-  // Throws UsageError for an unknown option, a missing value or a repeated option.
+  // Throws UsageError for an unknown option, a missing value, a repeated
+  // option, or a value outside the option's domain (CheckDomain).
   static Options Parse(const std::vector<std::string>& args, const std::vector<OptionSpec>& specs);
 
   bool Has(const std::string& name) const { return m_values.count(name) != 0; }
@@ -36,9 +45,17 @@ class Options {
   std::vector<std::string> GetAll(const std::string& name) const;
 
  private:
+  // Refuses options that the chosen conceptualization does not read.
+  void CheckApplicability(bool takesWeightsFile) const;
   std::map<std::string, std::string> m_values;
   std::map<std::string, std::vector<std::string>> m_all;
 };
+
+// The values an option accepts, wherever it is declared: counts are whole
+// numbers of at least 1, distances and areas finite and positive, the
+// distance band 0 or more or -1, the exponent 0 or more, named choices one of
+// their names, and every other value not empty. Throws UsageError.
+void CheckDomain(const std::string& name, const std::string& value);
 
 // Formats the option list of a command for its usage text.
 std::string DescribeOptions(const std::vector<OptionSpec>& specs);

@@ -18,7 +18,7 @@ int RunWeightsBuild(const Options& options) {
   const std::string flags = options.Get("flag-matrix");
   if (text && options.Has("flag-matrix")) throw UsageError("--flag-matrix goes with binary files, not --text");
   const ZOC::ZoPatternsInformation info = ParseWeightsOptions(options);
-  const bool progress = !options.Has("json");
+  const bool progress = ShowProgress(options);
 
   ZOC::ZoWeightsUtilities weights;
   const bool ok = text ? weights.BuildWeightMatrixText(input.dataset, idField, output, info, progress)

@@ -28,7 +28,7 @@ int RunWeightsShow(const Options& options) {
 
   ZOC::ZoStatisticsUtilities utilities;
   LUMA::LumaArray<ZOC::WeightMatrixUnit> units;
-  if (!utilities.GetSpatialWeight(records.get(), info, units, !options.Has("json")))
+  if (!utilities.GetSpatialWeight(records.get(), info, units, ShowProgress(options)))
     throw Failure(utilities.GetStrErrorMes().IsEmpty() ? std::string("the weights could not be built")
                                                        : utilities.GetStrErrorMes().Str());
   const long long n = static_cast<long long>(ids.size());

@@ -21,7 +21,7 @@ int RunWeightsToTable(const Options& options) {
   OutputLayer out(options, layer, ZOC::DatasetTabular, ZOC::ZoPrjCoordSys());
   ZOC::ZoDatasetVector* table = out.dataset();
   ZOC::ZoWeightsUtilities utilities;
-  const bool progress = !options.Has("json");
+  const bool progress = ShowProgress(options);
   const bool ok = text ? utilities.TextConverToTable(table, weights, progress)
                        : utilities.BinaryConverToTable(table, weights, progress);
   if (!ok) throw Failure(utilities.GetStrErrorMes().Str());

@@ -71,6 +71,13 @@ struct LayerState {
   bool HasGeometry() const;
 };
 
+// The GDAL objects behind the host types, for host code only (the public
+// headers name no GDAL type).
+struct HostAccess {
+  static GDALDataset* Gdal(const ZoDataSource& source);
+  static OGRLayer* Layer(const ZoDatasetVector& dataset);
+};
+
 }  // namespace ZOC::detail
 
 namespace ZOC {

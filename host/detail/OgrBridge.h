@@ -6,6 +6,7 @@
 #include <string>
 #include <string_view>
 
+#include <cpl_error.h>
 #include <gdal_priv.h>
 #include <ogr_feature.h>
 #include <ogr_geometry.h>
@@ -23,7 +24,7 @@ void EnsureGdal();
 
 // Routes GDAL's errors and warnings away from stderr for the lifetime of the
 // object (a library must not print) and remembers whether a failure was
-// raised meanwhile.
+// raised meanwhile, with the text of the first one.
 class QuietErrors {
  public:
   QuietErrors();
@@ -31,7 +32,13 @@ class QuietErrors {
   QuietErrors(const QuietErrors&) = delete;
   QuietErrors& operator=(const QuietErrors&) = delete;
   bool Failed() const;
+  // The first failure's text, else GDAL's last message ("" when none).
   std::string Message() const;
+
+ private:
+  static void CPL_STDCALL Handler(CPLErr type, CPLErrorNum number, const char* text);
+  std::string m_first;
+  bool m_failed = false;
 };
 
 struct SrsRelease {
@@ -54,6 +61,17 @@ ZoGeometry GeometryFromOGR(const OGRGeometry* geometry);
 // parts promoted to the layer's multi type and back). Null for an empty or
 // malformed geometry.
 std::unique_ptr<OGRGeometry> GeometryToOGR(const ZoGeometry& geometry, OGRwkbGeometryType layerType);
+
+// A copy of `geometry` for a layer of `layerType`: as it is (multi parts, Z
+// and M kept) unless the layer's kind differs, then converted to that kind
+// (single parts promoted to multi and back), keeping its own dimensions.
+// Null for a null input.
+OGRGeometry* GeometryForLayer(const OGRGeometry& geometry, OGRwkbGeometryType layerType);
+
+// The first registered GDAL driver that lists `extension` (lower case, no
+// dot) among its vector file extensions and, when `creatable`, can create
+// files; null when none does.
+GDALDriver* VectorDriverForExtension(const std::string& extension, bool creatable);
 
 // Host field type code of an OGR field. `dataset` resolves field domains and may be null.
 int HostFieldType(const OGRFieldDefn& field, const GDALDataset* dataset);

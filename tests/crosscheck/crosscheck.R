@@ -248,5 +248,9 @@ check_distributions("baltim.gpkg", "NSTOR", "PRICE", TRUE)
 check_distributions("cycle_hire.gpkg", NULL, "nbikes", TRUE)
 check_distributions("columbus.gpkg", "CP", "HOVAL", FALSE)
 
+# Density-based clustering against R's dbscan package.
+script <- sub("^--file=", "", grep("^--file=", commandArgs(trailingOnly = FALSE), value = TRUE)[1])
+source(file.path(dirname(script), "density.R"))
+
 cat(sprintf("%d passed, %d failed\n", checks - failures, failures))
 quit(status = if (failures == 0) 0 else 1)

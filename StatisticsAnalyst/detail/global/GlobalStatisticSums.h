@@ -9,26 +9,27 @@
 //   S1 = ½ Σ_{i≠j} (w(i,j) + w(j,i))² = Σ w(i,j)² + Σ w(i,j)·w(j,i),
 // the second sum taken over stored weights (the cross term is 0 elsewhere),
 // and the column sums are gathered by adding w(i, j) to column j.
+//
+// The values are expected finite and within a range whose squares and
+// fourth powers do not overflow (see ScaleToUnitRange).
 #include <cstdint>
 #include <vector>
 
 #include "StatisticsAnalyst/ZoAnalyzingPatterns.h"
+#include "StatisticsAnalyst/detail/common/SparseRow.h"
+#include "StatisticsAnalyst/detail/common/Status.h"
 
-namespace ZOC {
+namespace ZOC::detail::global {
 
-struct ZoSparseRow {
-  std::vector<std::int32_t> columns;
-  std::vector<double> weights;     // w(i, j)
-  std::vector<double> transposed;  // w(j, i)
-};
+using Exponent = ZoAnalyzingPatterns::ZoAnalyzingExponent;
 
 // Moran's I under the randomization assumption.
 class ZoMoranSums {
  public:
   explicit ZoMoranSums(const LumaArray<double>& values);
   void AddRow(std::int64_t i, const ZoSparseRow& row);
-  // Null on success, else the message identifier ("ESa030", "ESa021", "ESa027").
-  const char* Finish(ZoAnalyzingPatterns::ZoAnalyzingExponent& result) const;
+  // Fails with "ESa030", "ESa021" or "ESa027".
+  Status Finish(Exponent& result) const;
 
  private:
   std::vector<double> m_d;  // deviations from the mean
@@ -43,8 +44,8 @@ class ZoGeneralGSums {
  public:
   explicit ZoGeneralGSums(const LumaArray<double>& values);
   void AddRow(std::int64_t i, const ZoSparseRow& row);
-  // Null on success, else "ESa021" or "ESa027".
-  const char* Finish(ZoAnalyzingPatterns::ZoAnalyzingExponent& result) const;
+  // Fails with "ESa021" or "ESa027".
+  Status Finish(Exponent& result) const;
 
  private:
   const LumaArray<double>& m_x;
@@ -53,4 +54,4 @@ class ZoGeneralGSums {
   double m_s0 = 0, m_s1 = 0, m_a = 0, m_d = 0, m_m1 = 0, m_m2 = 0, m_m3 = 0, m_m4 = 0;
 };
 
-}  // namespace ZOC
+}  // namespace ZOC::detail::global

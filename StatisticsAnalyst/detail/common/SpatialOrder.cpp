@@ -1,4 +1,4 @@
-#include "StatisticsAnalyst/SpatialOrder.h"
+#include "StatisticsAnalyst/detail/common/SpatialOrder.h"
 
 #include <algorithm>
 #include <cmath>

@@ -1,16 +1,14 @@
-#include "StatisticsAnalyst/GlobalStatisticSums.h"
+#include "StatisticsAnalyst/detail/global/GlobalStatisticSums.h"
 
 #include <cmath>
 
-#include "StatisticsAnalyst/ZoStatisticsUtilities.h"
+#include "StatisticsAnalyst/detail/common/FeatureData.h"
+#include "StatisticsAnalyst/detail/common/Limits.h"
 #include "host/ZoMessageIds.h"
 
-namespace ZOC {
+namespace ZOC::detail::global {
 
-namespace {
-constexpr double kZero = 1e-20;
-bool IsZero(double v) { return v > -kZero && v < kZero; }
-}  // namespace
+using limits::IsZero;
 
 // ---------------------------------------------------------------- Moran's I
 
@@ -37,7 +35,7 @@ void ZoMoranSums::AddRow(std::int64_t i, const ZoSparseRow& row) {
   m_cp += m_d[ii] * lag;
 }
 
-const char* ZoMoranSums::Finish(ZoAnalyzingPatterns::ZoAnalyzingExponent& result) const {
+Status ZoMoranSums::Finish(Exponent& result) const {
   double s2 = 0, d2 = 0, d4 = 0;
   for (std::size_t i = 0; i < m_d.size(); ++i) {
     const double rc = m_row[i] + m_col[i];
@@ -45,8 +43,8 @@ const char* ZoMoranSums::Finish(ZoAnalyzingPatterns::ZoAnalyzingExponent& result
     d2 += m_d[i] * m_d[i];
     d4 += m_d[i] * m_d[i] * m_d[i] * m_d[i];
   }
-  if (IsZero(m_s0) || IsZero(s2) || IsZero(m_s1)) return msg::ESa030;
-  if (IsZero(d2)) return msg::ESa021;
+  if (IsZero(m_s0) || IsZero(s2) || IsZero(m_s1)) return Status::Fail(msg::ESa030);
+  if (IsZero(d2)) return Status::Fail(msg::ESa021);
   const double n = static_cast<double>(m_d.size());
   const double s1 = m_s1, s0 = m_s0;
   const double b2 = (d4 / n) / ((d2 / n) * (d2 / n));
@@ -56,10 +54,10 @@ const char* ZoMoranSums::Finish(ZoAnalyzingPatterns::ZoAnalyzingExponent& result
       (n * ((n * n - 3 * n + 3) * s1 - n * s2 + 3 * s0 * s0) - b2 * ((n * n - n) * s1 - 2 * n * s2 + 6 * s0 * s0)) /
       ((n - 1) * (n - 2) * (n - 3) * s0 * s0);
   const double variance = expectedSquare - expected * expected;
-  if (variance < 0 || IsZero(variance)) return msg::ESa027;
+  if (variance < 0 || IsZero(variance)) return Status::Fail(msg::ESa027);
   const double z = (index - expected) / std::sqrt(variance);
-  result = {index, expected, variance, z, ZoStatisticsUtilities::GetPvalue(z)};
-  return nullptr;
+  result = {index, expected, variance, z, ClampedPvalue(z)};
+  return Status::Ok();
 }
 
 // ---------------------------------------------------------------- General G
@@ -94,8 +92,8 @@ void ZoGeneralGSums::AddRow(std::int64_t i, const ZoSparseRow& row) {
   m_m4 += x * x * x * x;
 }
 
-const char* ZoGeneralGSums::Finish(ZoAnalyzingPatterns::ZoAnalyzingExponent& result) const {
-  if (IsZero(m_d)) return msg::ESa021;
+Status ZoGeneralGSums::Finish(Exponent& result) const {
+  if (IsZero(m_d)) return Status::Fail(msg::ESa021);
   double s2 = 0;
   for (std::size_t i = 0; i < m_row.size(); ++i) s2 += (m_row[i] + m_col[i]) * (m_row[i] + m_col[i]);
   const double n = static_cast<double>(m_row.size());
@@ -109,13 +107,13 @@ const char* ZoGeneralGSums::Finish(ZoAnalyzingPatterns::ZoAnalyzingExponent& res
   const double b4 = s1 - s2 + s0 * s0;
   const double m1 = m_m1, m2 = m_m2, m3 = m_m3, m4 = m_m4;
   const double q = (m1 * m1 - m2) * (m1 * m1 - m2) * n * (n - 1) * (n - 2) * (n - 3);
-  if (IsZero(q)) return msg::ESa021;
+  if (IsZero(q)) return Status::Fail(msg::ESa021);
   const double expectedSquare = (b0 * m2 * m2 + b1 * m4 + b2 * m1 * m1 * m2 + b3 * m1 * m3 + b4 * m1 * m1 * m1 * m1) / q;
   const double variance = expectedSquare - expected * expected;
-  if (variance < 0 || IsZero(variance)) return msg::ESa027;
+  if (variance < 0 || IsZero(variance)) return Status::Fail(msg::ESa027);
   const double z = (g - expected) / std::sqrt(variance);
-  result = {g, expected, variance, z, ZoStatisticsUtilities::GetPvalue(z)};
-  return nullptr;
+  result = {g, expected, variance, z, ClampedPvalue(z)};
+  return Status::Ok();
 }
 
-}  // namespace ZOC
+}  // namespace ZOC::detail::global

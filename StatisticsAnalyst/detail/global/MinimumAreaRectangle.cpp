@@ -1,30 +1,21 @@
-// The minimum-area enclosing rectangle of a convex hull by rotating calipers.
+#include "StatisticsAnalyst/detail/global/MinimumAreaRectangle.h"
+
 #include <cmath>
 #include <limits>
 
-#include "StatisticsAnalyst/ZoAnalyzingPatterns.h"
 #include "host/ZoMessageIds.h"
 
-namespace ZOC {
+namespace ZOC::detail::global {
 
 namespace {
 double Dot(const LumaPoint2D& a, const LumaPoint2D& b) { return a.x * b.x + a.y * b.y; }
 LumaPoint2D Sub(const LumaPoint2D& a, const LumaPoint2D& b) { return {a.x - b.x, a.y - b.y}; }
 }  // namespace
 
-unsigned char ZoAnalyzingPatterns::GetMinAreaRect1(const LumaArray<LumaPoint2D>& hull, LumaPoint2D& centre,
-                                                   LumaPoint2D& u, LumaPoint2D& v, double& length, double& width,
-                                                   double& area) {
-  if (hull.size() < 2) {
-    AddErrorMessage(msg::ESa013);
-    return 0;
-  }
+Status MinimumAreaRectangle(const LumaArray<LumaPoint2D>& hull, Rectangle& rect) {
   // The ring is closed: vertices 0..m-1 are distinct, vertex m repeats vertex 0.
+  if (hull.size() < 2) return Status::Fail(msg::ESa013);
   const std::size_t m = hull.size() - 1;
-  if (m < 1) {
-    AddErrorMessage(msg::ESa013);
-    return 0;
-  }
   auto next = [m](std::size_t i) { return i + 1 == m ? 0 : i + 1; };
 
   // Contact vertices of the three sides other than the base: largest and
@@ -62,20 +53,17 @@ unsigned char ZoAnalyzingPatterns::GetMinAreaRect1(const LumaArray<LumaPoint2D>&
     if (a < best) {
       best = a;
       found = true;
-      length = maxU - minU;
-      width = maxV;
-      u = uk;
-      v = vk;
-      centre = {base.x + 0.5 * ((maxU + minU) * uk.x + maxV * vk.x),
-                base.y + 0.5 * ((maxU + minU) * uk.y + maxV * vk.y)};
+      rect.length = maxU - minU;
+      rect.width = maxV;
+      rect.u = uk;
+      rect.v = vk;
+      rect.centre = {base.x + 0.5 * ((maxU + minU) * uk.x + maxV * vk.x),
+                     base.y + 0.5 * ((maxU + minU) * uk.y + maxV * vk.y)};
     }
   }
-  if (!found) {
-    AddErrorMessage(msg::ESa053);
-    return 0;
-  }
-  area = best;
-  return 1;
+  if (!found) return Status::Fail(msg::ESa053);
+  rect.area = best;
+  return Status::Ok();
 }
 
-}  // namespace ZOC
+}  // namespace ZOC::detail::global

@@ -1,0 +1,77 @@
+// DBSCAN: the automatic search distance and the host's point aggregation.
+#include <algorithm>
+#include <memory>
+
+#include "StatisticsAnalyst/ZoStatisticsUtilities.h"
+#include "StatisticsAnalyst/detail/clustering/DensityClustering.h"
+#include "host/ZoAggregation.h"
+#include "host/ZoMessageIds.h"
+#include "host/ZoStringEx.h"
+
+namespace ZOC::clustering {
+
+bool DensityRun::AutomaticDistance(const LumaArray<LumaPoint2D>& points, int minPoints, double& distance) {
+  ZoStatisticsUtilities utilities;
+  LumaArray<LUMA::LumaPoint3D> buffer;
+  std::unique_ptr<ZoKdTreec> tree(utilities.CreateKDTreec(&buffer, points));
+  if (!tree) {
+    AddErrorMessage(msg::ESa032);
+    return false;
+  }
+  // The batch search counts the point itself among its k nearest, so k =
+  // minPoints reaches the (minPoints − 1)-th nearest other point.
+  LumaArray<double> distances;
+  const int k = std::max(minPoints, 1);
+  if (!utilities.GetDistTolerance(tree.get(), points, k, distances, Euclidean) ||
+      distances.size() != points.size()) {
+    AddErrorMessage(msg::ESa024);
+    return false;
+  }
+  distance = percentile(distances, 50.0);
+  if (distance > -1e-10 && distance < 1e-10) {
+    // More than half of the points coincide with their neighbours: take the
+    // second smallest distinct distance, or a token distance when there is none.
+    std::sort(distances.begin(), distances.end());
+    distances.erase(std::unique(distances.begin(), distances.end()), distances.end());
+    distance = distances.size() >= 2 ? distances[1] : 0.0001;
+  }
+  return true;
+}
+
+unsigned char DensityRun::DBSCAN_Method(ZoRecordset* records, ZoDatasetVector* result, int minPoints,
+                                        double distance, int unit) {
+  if (!records) return AddErrorMessage(msg::EEg024), 0;
+  if (minPoints < 1) return AddErrorMessage(msg::EUe001), 0;
+  LumaArray<LumaPoint2D> points;
+  if (!ReadPoints(records, points)) return 0;
+  if (distance <= 0) {
+    // The automatic distance is measured between the points themselves, so it
+    // is in their unit whatever the record's unit says.
+    if (!AutomaticDistance(points, minPoints, distance)) return 0;
+  } else {
+    distance = InPointUnits(records, distance, unit);
+  }
+  if (m_bar) {
+    m_bar->SetBothPosRange(10, 80);
+    m_bar->SetMessage(ZoStringEx::Format(ZoStringEx::LoadResString(msg::IMb391), 2, 3));
+  }
+  LumaArray<std::int32_t> ids;
+  const int aggregated = ZoAggregation::AggregatePoints(points, distance, minPoints, ids, m_bar);
+  if (aggregated == -1) return Fail(Status::Cancelled);
+  if (aggregated != 1) return 0;
+
+  Column cluster{"Cluster_ID", LUMA::FieldInt32, std::vector<double>(ids.size())};
+  std::int32_t clusters = 0;
+  for (std::size_t i = 0; i < ids.size(); ++i) {
+    cluster.values[i] = ids[i] != 0 ? ids[i] : -1;
+    clusters = std::max(clusters, ids[i]);
+    if (ids[i] == 0) ++m_summary.Noise;
+  }
+  m_summary.Clusters = clusters;
+  m_summary.Distance = distance;
+  std::vector<Column> columns;
+  columns.push_back(std::move(cluster));
+  return WriteResult(records, result, columns) ? 1 : 0;
+}
+
+}  // namespace ZOC::clustering

@@ -1,0 +1,122 @@
+#pragma once
+// Density-based clustering: the call frame (checks, reading the points,
+// writing the result) and the three methods. The algorithms themselves work
+// on plain point arrays so that they can be tested without datasets.
+#include <cstdint>
+#include <vector>
+
+#include "StatisticsAnalyst/ZoAnalysisFrame.h"
+#include "StatisticsAnalyst/ZoClusterInformation.h"
+#include "host/LumaArray.h"
+#include "host/LumaPoint.h"
+
+namespace ZOC::clustering {
+
+using LUMA::LumaArray;
+using LUMA::LumaPoint2D;
+
+// The q-th percentile (0..100) by linear interpolation between the sorted
+// values; 0 for no values.
+double percentile(LumaArray<double> values, double q);
+
+// Status of a computation: done, failed (memory, a non-finite point) or
+// cancelled through the progress object.
+enum class Status { Done, Failed, Cancelled };
+
+// ---- HDBSCAN (Hdbscan.cpp, BoruvkaMst.cpp)
+
+// An edge of the minimum spanning tree of mutual reachability.
+struct MstEdge {
+  std::uint32_t a = 0, b = 0;
+  double weight = 0.0;
+};
+
+// Core distance of every point: the distance to its (minPoints − 1)-th
+// nearest other point (0 when minPoints ≤ 1).
+Status CoreDistances(const LumaArray<LumaPoint2D>& points, int minPoints, std::vector<double>& core);
+
+// The minimum spanning tree over the mutual reachability distance
+// max(core(a), core(b), d(a, b)), by Borůvka's algorithm over a KD tree.
+// Ties between equal weights go to the lower (min, max) index pair, so the
+// tree is unique. n − 1 edges for n points.
+Status MutualReachabilityMst(const LumaArray<LumaPoint2D>& points, const std::vector<double>& core,
+                             std::vector<MstEdge>& edges, ZoProgress* progress);
+
+struct HdbscanResult {
+  std::vector<std::int32_t> label;     // 1.. or -1 for noise
+  std::vector<double> probability;     // membership probability, 0 for noise
+  std::vector<double> outlier;         // GLOSH score
+  std::vector<unsigned char> exemplar; // 1 for the exemplars of a cluster
+  std::vector<double> stability;       // stability of the point's cluster, 0 for noise
+  int clusters = 0;
+};
+
+// The whole method: core distances, spanning tree, condensed tree with
+// smallest cluster size minPoints, excess-of-mass selection.
+Status Hdbscan(const LumaArray<LumaPoint2D>& points, int minPoints, HdbscanResult& result, ZoProgress* progress);
+// From the spanning tree and core distances on (exposed for tests).
+void CondenseAndSelect(std::size_t n, std::vector<MstEdge> edges, const std::vector<double>& core, int minPoints,
+                       HdbscanResult& result);
+
+// ---- OPTICS (Optics.cpp)
+
+struct OpticsResult {
+  std::vector<std::uint32_t> order;     // the OPTICS ordering of the point indices
+  std::vector<double> reachability;     // per point; +infinity where undefined
+  std::vector<double> core;             // per point; +infinity where undefined
+  std::vector<std::int64_t> predecessor;  // per point; -1 where none
+  std::vector<std::int32_t> label;      // 1.. or -1 for noise
+  int clusters = 0;
+};
+
+// Ordering and reachability with largest radius `maxDistance` (≤ 0: none)
+// and MinPts `minPoints` (the point itself counts).
+Status Optics(const LumaArray<LumaPoint2D>& points, int minPoints, double maxDistance, OpticsResult& result,
+              ZoProgress* progress);
+// The ξ cluster extraction (ξ as a fraction, 0 < xi < 1) over an ordering:
+// fills `label` and `clusters`.
+void ExtractXi(double xi, int minPoints, OpticsResult& result);
+
+// ---- The call frame (DensityFrame.cpp, Dbscan.cpp)
+
+class DensityRun : public ZoAnalysisFrame {
+ public:
+  unsigned char Run(ZoDatasetVector* source, ZoDatasetVector* result, const ZoClusterInformation& info,
+                    bool showProgress, ZoClusterSummary* summary);
+
+ private:
+  unsigned char DBSCAN_Method(ZoRecordset* records, ZoDatasetVector* result, int minPoints, double distance,
+                              int unit);
+  unsigned char HDBSCAN_Method(ZoRecordset* records, ZoDatasetVector* result, int minPoints);
+  unsigned char OPTICS_Method(ZoRecordset* records, ZoDatasetVector* result, int minPoints, double distance,
+                              int unit, double parameter);
+
+  // The points of the records in their order, projected for measuring, and
+  // their QlIDs. "ESa008" when a point cannot be taken or projected.
+  bool ReadPoints(ZoRecordset* records, LumaArray<LumaPoint2D>& points);
+  // A distance in `unit` as a distance between the read points.
+  double InPointUnits(ZoRecordset* records, double distance, int unit) const;
+  // The automatic DBSCAN distance: the median distance to the
+  // (minPoints − 1)-th nearest other point, or the fallbacks for a zero
+  // median. False after "ESa032" or "ESa024".
+  bool AutomaticDistance(const LumaArray<LumaPoint2D>& points, int minPoints, double& distance);
+  // A status that is not Done as its message ("IMb030" or "EBa003").
+  unsigned char Fail(Status status);
+
+  // One result value per point and field, in field order.
+  struct Column {
+    const char* name;
+    int type;
+    std::vector<double> values;
+  };
+  // Creates "Source_ID" and the columns on the result, gives it the
+  // source's coordinate system and appends every source record with its
+  // values. "ELc071" (with "IMb030" when cancelled).
+  bool WriteResult(ZoRecordset* records, ZoDatasetVector* result, std::vector<Column>& columns);
+
+  std::vector<std::int64_t> m_ids;
+  ZoProgress* m_bar = nullptr;
+  ZoClusterSummary m_summary;
+};
+
+}  // namespace ZOC::clustering

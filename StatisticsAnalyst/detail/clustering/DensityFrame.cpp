@@ -1,0 +1,154 @@
+// The frame of density-based clustering: the checks in their fixed order,
+// reading the points, the distance unit and writing the result.
+#include <ogr_spatialref.h>
+
+#include <algorithm>
+#include <cmath>
+#include <new>
+
+#include "StatisticsAnalyst/ZoStatisticsUtilities.h"
+#include "StatisticsAnalyst/detail/clustering/DensityClustering.h"
+#include "host/ZoEngineToolkit.h"
+#include "host/ZoMessageIds.h"
+#include "host/ZoStringEx.h"
+
+namespace ZOC::clustering {
+
+double percentile(LumaArray<double> values, double q) {
+  if (values.empty()) return 0.0;
+  std::sort(values.begin(), values.end());
+  const std::size_t n = values.size();
+  const double x = static_cast<double>(n - 1) * q / 100.0;
+  const double lo = std::floor(x);
+  const double f = x - lo;
+  const auto l = static_cast<std::size_t>(std::clamp(lo, 0.0, static_cast<double>(n - 1)));
+  const std::size_t h = std::min(l + 1, n - 1);
+  return values[l] * (1.0 - f) + values[h] * f;
+}
+
+unsigned char DensityRun::Run(ZoDatasetVector* source, ZoDatasetVector* result, const ZoClusterInformation& info,
+                              bool showProgress, ZoClusterSummary* summary) {
+  ClearErrorMessage();
+  try {
+    if (!source) return AddErrorMessage(msg::EEg002), 0;
+    if (!result) return AddErrorMessage(msg::EEg032), 0;
+    if (!source->IsOpen() && !source->Open()) return AddErrorMessage(msg::EEe018), 0;
+    if (source->GetType() != DatasetPoint) return AddErrorMessage(msg::EEe018), 0;
+    if (!result->IsOpen()) result->Open();
+    if (result->GetType() != source->GetType()) return AddErrorMessage(msg::EEe017), 0;
+    if (info.MinPoints > source->GetRecordCount()) {
+      SetStrErrorMes(ZoStringEx::Format(ZoStringEx::LoadResString(msg::ESa074),
+                                        {LumaUnicodeString(std::to_string(info.MinPoints))}));
+      return 0;
+    }
+    ZoRecordsetPtr records = QueryOrderedBy(source, kSystemIdField);
+    if (!records) return 0;
+    ZoCallProgress progress(m_progress, showProgress);
+    if (progress) {
+      progress->SetBothPosRange(0, 100);
+      progress->SetTitleMessage(ZoStringEx::LoadResString(msg::IMb390));
+      progress->SetMessage(ZoStringEx::Format(ZoStringEx::LoadResString(msg::IMb391), 1, 3));
+    }
+    m_bar = progress.get();
+    m_summary = ZoClusterSummary();
+    unsigned char ok = 0;
+    switch (info.Method) {
+      case 1:
+        ok = DBSCAN_Method(records.get(), result, info.MinPoints, info.SearchDistance, info.DistanceUnit);
+        break;
+      case 2:
+        ok = HDBSCAN_Method(records.get(), result, info.MinPoints);
+        break;
+      case 3:
+        ok = OPTICS_Method(records.get(), result, info.MinPoints, info.SearchDistance, info.DistanceUnit,
+                           static_cast<double>(info.OpticsParameter));
+        break;
+      default:
+        return 0;
+    }
+    if (ok && summary) *summary = m_summary;
+    return ok;
+  } catch (const std::bad_alloc&) {
+    AddErrorMessage(msg::EBa003);
+    return 0;
+  }
+}
+
+bool DensityRun::ReadPoints(ZoRecordset* records, LumaArray<LumaPoint2D>& points) {
+  const std::int64_t n = records->GetRecordCount();
+  points.clear();
+  m_ids.clear();
+  points.reserve(static_cast<std::size_t>(std::max<std::int64_t>(n, 0)));
+  m_ids.reserve(points.capacity());
+  ZoGeometry geometry;
+  LumaPoint2D p;
+  for (bool more = records->MoveFirst(); more && !records->IsEOF(); more = records->MoveNext()) {
+    if (!records->GetGeometry(geometry) || !ZoStatisticsUtilities::GetBaryCenter(&geometry, p) ||
+        !std::isfinite(p.x) || !std::isfinite(p.y)) {
+      AddErrorMessage(msg::ESa008);
+      return false;
+    }
+    points.push_back(p);
+    m_ids.push_back(records->GetID());
+  }
+  if (static_cast<std::int64_t>(points.size()) != n ||
+      !ZoStatisticsUtilities::Forward(points, records->GetDataset()->GetPrjCoordSys())) {
+    AddErrorMessage(msg::ESa008);
+    return false;
+  }
+  return true;
+}
+
+double DensityRun::InPointUnits(ZoRecordset* records, double distance, int unit) const {
+  if (unit <= 0) return distance;
+  const ZoPrjCoordSys& cs = records->GetDataset()->GetPrjCoordSys();
+  const double metres = distance * static_cast<double>(unit) / 10000.0;
+  if (cs.GetTypeID() == ZoPrjCoordSys::Geographic) return metres;  // the points are in metres
+  const OGRSpatialReference* srs = cs.GetOGR();
+  if (cs.GetTypeID() != ZoPrjCoordSys::Projected || !srs) return distance;  // no known unit
+  const double perUnit = srs->GetLinearUnits();
+  return perUnit > 0 ? metres / perUnit : distance;
+}
+
+unsigned char DensityRun::Fail(Status status) {
+  AddErrorMessage(status == Status::Cancelled ? msg::IMb030 : msg::EBa003);
+  return 0;
+}
+
+bool DensityRun::WriteResult(ZoRecordset* records, ZoDatasetVector* result, std::vector<Column>& columns) {
+  LUMA::LumaFieldInfos fields;
+  fields.push_back(LUMA::LumaFieldInfo("Source_ID", LUMA::FieldInt32));
+  for (const Column& c : columns) fields.push_back(LUMA::LumaFieldInfo(c.name, c.type));
+  if (!ZoEngineToolkit::CreateValidFields(result, fields)) {
+    AddErrorMessage(msg::ELc071);
+    return false;
+  }
+  const ZoPrjCoordSys& cs = records->GetDataset()->GetPrjCoordSys();
+  if (!result->GetPrjCoordSys().IsSame(cs)) result->SetPrjCoordSys(cs);
+  std::vector<LumaUnicodeString> names;
+  for (const auto& f : fields) names.push_back(f.GetName());
+  if (m_bar) {
+    m_bar->SetBothPosRange(80, 100);
+    m_bar->SetMessage(ZoStringEx::Format(ZoStringEx::LoadResString(msg::IMb391), 3, 3));
+  }
+  const bool appended = result->AppendRecords(
+      records, {}, m_bar, names, [&](std::int64_t k, std::vector<LUMA::LumaVariant>& values) {
+        const auto i = static_cast<std::size_t>(k);
+        if (i >= m_ids.size()) return false;
+        values[0] = LUMA::LumaVariant(m_ids[i]);
+        for (std::size_t c = 0; c < columns.size(); ++c) {
+          const double v = columns[c].values[i];
+          values[c + 1] = columns[c].type == LUMA::FieldInt32 ? LUMA::LumaVariant(static_cast<int>(v))
+                                                              : LUMA::LumaVariant(v);
+        }
+        return true;
+      });
+  if (!appended || !result->Commit()) {
+    if (m_bar && m_bar->IsCanceled()) AddErrorMessage(msg::IMb030);
+    AddErrorMessage(msg::ELc071);
+    return false;
+  }
+  return true;
+}
+
+}  // namespace ZOC::clustering

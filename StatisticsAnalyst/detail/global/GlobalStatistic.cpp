@@ -1,0 +1,161 @@
+#include "StatisticsAnalyst/detail/global/GlobalStatistic.h"
+
+#include "StatisticsAnalyst/WeightsFileRows.h"
+#include "StatisticsAnalyst/detail/common/FeatureData.h"
+#include "StatisticsAnalyst/detail/common/Limits.h"
+#include "host/ZoMessageIds.h"
+#include "host/ZoStringEx.h"
+
+namespace ZOC::detail::global {
+
+namespace {
+
+struct KindTexts {
+  const char* title;
+  const char* format;
+  const char* summary;
+  bool nonNegative;
+};
+
+KindTexts TextsOf(Kind kind) {
+  return kind == Kind::Moran ? KindTexts{msg::IMb328, msg::IMb329, msg::ESa041, false}
+                             : KindTexts{msg::IMb334, msg::IMb335, msg::ESa035, true};
+}
+
+// The statistic stage of a call: its progress and per-feature format.
+struct Stage {
+  ZoCallProgress& progress;
+  LumaUnicodeString format;
+
+  // Progress of the statistic stage: positions 61-100 of the run.
+  void Enter(const KindTexts& texts) {
+    if (!progress) return;
+    progress->SetBothPosRange(61, 100);
+    progress->SetTitleMessage(ZoStringEx::LoadResString(texts.title));
+    progress->SetMessage(ZoStringEx::LoadResString(texts.title));
+    format = ZoStringEx::LoadResString(texts.format);
+  }
+  bool Step(std::int64_t i, std::int64_t n) { return progress.Step(format, i, n); }
+};
+
+template <class Sums>
+Status Finish(const Sums& sums, Exponent& result) {
+  Exponent r;
+  Status status = sums.Finish(r);
+  if (status) result = r;
+  return status;
+}
+
+// Feeds sorted in-memory units row by row.
+template <class Sums>
+Status FeedUnits(const LumaArray<WeightMatrixUnit>& units, std::int64_t n, Sums& sums, Stage& stage) {
+  ZoSparseRow row;
+  std::size_t u = 0;
+  for (std::int64_t i = 0; i < n; ++i) {
+    if (!stage.Step(i, n)) return Status::Fail(msg::IMb030);
+    row.columns.clear();
+    row.weights.clear();
+    row.transposed.clear();
+    // Units are sorted by key i·n + j; w(j, i) is found by one binary search
+    // per stored weight, never by visiting all n² positions.
+    for (; u < units.size() && units[u].Index < (i + 1) * n; ++u) {
+      const auto j = static_cast<std::int32_t>(units[u].Index - i * n);
+      const int t = ZoStatisticsUtilities::FindWeightIndex(units, static_cast<int>(j * n + i));
+      row.columns.push_back(j);
+      row.weights.push_back(units[u].Weight);
+      row.transposed.push_back(t >= 0 ? units[static_cast<std::size_t>(t)].Weight : 0.0);
+    }
+    sums.AddRow(i, row);
+  }
+  return Status::Ok();
+}
+
+template <class Sums>
+Status InMemory(ZoRecordset* records, const ZoPatternsInformation& info, const KindTexts& texts, Stage& stage,
+                Exponent& result) {
+  if (stage.progress) stage.progress->SetBothPosRange(0, 60);
+  LumaArray<double> values;
+  Status status = ReadFieldValues(records, info.FieldName, texts.nonNegative, values);
+  if (!status) return status;  // reported alone, as the weights' failures are
+  ScaleToUnitRange(values);
+  LumaArray<WeightMatrixUnit> units;
+  ZoStatisticsUtilities utilities;
+  utilities.SetProgress(stage.progress.get());
+  if (!utilities.GetSpatialWeight(records, info, units, static_cast<bool>(stage.progress)))
+    return Status::FromText(utilities.GetStrErrorMes());
+  stage.Enter(texts);
+  if (values.empty() || units.empty()) return Status::Fail(msg::ESa031).Then(texts.summary);
+  Sums sums(values);
+  status = FeedUnits(units, static_cast<std::int64_t>(values.size()), sums, stage);
+  if (status) status = Finish(sums, result);
+  return status.Then(texts.summary);
+}
+
+// Opens the rows of the weights file: built here for conceptualizations 1 to
+// 7 (K nearest included: its transpose is taken in memory, not from an n × n
+// file), or the caller's file for 8.
+Status OpenRows(ZoDatasetVector* dataset, const ZoPatternsInformation& info, ZoProgress* progress,
+                ZoWeightsFileRows& file) {
+  if (info.Conceptualization >= InverseDistance && info.Conceptualization <= KNearestNeighbors) {
+    if (!file.BuildTemporary(dataset, info, progress)) return Status::FromText(file.Error());
+  } else if (info.Conceptualization != SpatialWeightsFile) {
+    return Status::Fail(msg::ESa026);
+  }
+  const bool callers = info.Conceptualization == SpatialWeightsFile;
+  if (!file.Open(dataset, callers ? info.WeightsFilePath : file.TemporaryPath())) return Status::FromText(file.Error());
+  return Status::Ok();
+}
+
+template <class Sums>
+Status Streamed(ZoRecordset* records, const ZoPatternsInformation& info, const KindTexts& texts, Stage& stage,
+                Exponent& result) {
+  if (stage.progress) {
+    stage.progress->SetBothPosRange(0, 60);
+    stage.progress->SetTitleMessage(ZoStringEx::LoadResString(texts.title));
+  }
+  ZoDatasetVector* dataset = records->GetDataset();
+  LumaArray<double> values;
+  Status status = ReadFieldValues(records, info.FieldName, texts.nonNegative, values);
+  ZoWeightsFileRows file;
+  if (status) status = OpenRows(dataset, info, stage.progress.get(), file);
+  // A caller's file orders its features by its own unique-ID field: read the
+  // values in that order so that row i and value i belong to one feature.
+  if (status && !file.UniqueIdField().EqualsNoCase(kSystemIdField)) {
+    ZoQueryDef query;
+    query.m_order = LumaUnicodeString(" Order BY ") + file.UniqueIdField();
+    ZoRecordsetPtr ordered(dataset->Query(query));
+    status = ordered ? ReadFieldValues(ordered.get(), info.FieldName, texts.nonNegative, values)
+                     : Status::Fail(msg::EKa013);
+  }
+  if (!status) return status.Then(texts.summary);
+  ScaleToUnitRange(values);
+
+  stage.Enter(texts);
+  Sums sums(values);
+  ZoSparseRow row;
+  const std::int64_t n = file.Count();
+  for (std::int64_t i = 0; i < n; ++i) {
+    if (!stage.Step(i, n)) return Status::Fail(msg::IMb030).Then(texts.summary);
+    if (!file.Next(i, row)) return Status::FromText(file.Error(), texts.summary);
+    sums.AddRow(i, row);
+  }
+  file.Close();
+  return Finish(sums, result).Then(texts.summary);
+}
+
+}  // namespace
+
+Status Run(ZoRecordset* records, const ZoPatternsInformation& info, Kind kind, ZoCallProgress& progress,
+           Exponent& result) {
+  const KindTexts texts = TextsOf(kind);
+  Stage stage{progress, {}};
+  const bool streamed = info.Conceptualization == SpatialWeightsFile ||
+                        records->GetRecordCount() > limits::kInMemoryFeatures;
+  if (kind == Kind::Moran)
+    return streamed ? Streamed<ZoMoranSums>(records, info, texts, stage, result)
+                    : InMemory<ZoMoranSums>(records, info, texts, stage, result);
+  return streamed ? Streamed<ZoGeneralGSums>(records, info, texts, stage, result)
+                  : InMemory<ZoGeneralGSums>(records, info, texts, stage, result);
+}
+
+}  // namespace ZOC::detail::global

@@ -1,0 +1,22 @@
+#pragma once
+// Global Moran's I and General G over a whole dataset: the weights held in
+// memory as sorted units up to limits::kInMemoryFeatures features, or
+// streamed row by row from a binary weights file (a temporary one, or the
+// caller's file for conceptualization 8). Both paths feed the same sums.
+#include "StatisticsAnalyst/ZoAnalysisFrame.h"
+#include "StatisticsAnalyst/detail/global/GlobalStatisticSums.h"
+
+namespace ZOC::detail::global {
+
+enum class Kind { Moran, GeneralG };
+
+// The statistic of the analysis field of `records` (ordered by QlID and
+// already checked by the frame). Progress, when the call shows any, runs
+// 0-60 over the weights and 61-100 over the statistic. On failure the status
+// carries the weights' or the sums' messages; the kind's summary ("ESa041",
+// "ESa035") follows every failure except those of the in-memory weights and,
+// for General G, a negative value found before any weights were made.
+Status Run(ZoRecordset* records, const ZoPatternsInformation& info, Kind kind, ZoCallProgress& progress,
+           Exponent& result);
+
+}  // namespace ZOC::detail::global

@@ -1,0 +1,25 @@
+#pragma once
+// The confidence bins of the local statistics: plain, and corrected for the
+// false discovery rate over all features.
+//
+// A z-score that is not finite (constant values give ±inf or NaN, as the
+// arithmetic has it) is never significant: its bin is 0. A constant field
+// has no hot spots.
+#include "host/LumaArray.h"
+
+namespace ZOC::detail::local {
+
+using LUMA::LumaArray;
+
+// Plain bins: ±3 for p < 0.01, ±2 for p < 0.05, ±1 for p < 0.1 (strict), the
+// sign of z; z = 0 or NaN leaves the bin as it is. False for unequal lengths.
+bool Confidence(const LumaArray<double>& z, const LumaArray<double>& p, LumaArray<int>& bins);
+// Benjamini–Hochberg step-up at the 0.1, 0.05 and 0.01 levels, walking the
+// p-values from the largest: at rank m (of n) a level counts when m·level/n
+// ≥ p; the count of passed levels replaces the running level until it
+// reaches 3, where it stays. The sign comes from the z-score against the mean
+// of the finite z-scores (a z at the mean counts as positive). Ties among
+// equal p keep ascending feature order. False for unequal lengths.
+bool FdrAdjusted(const LumaArray<double>& z, const LumaArray<double>& p, LumaArray<int>& bins);
+
+}  // namespace ZOC::detail::local

@@ -1,0 +1,195 @@
+#include "StatisticsAnalyst/detail/local/LocalPipeline.h"
+
+#include <memory>
+#include <utility>
+
+#include "StatisticsAnalyst/WeightsFileRows.h"
+#include "StatisticsAnalyst/detail/common/FeatureData.h"
+#include "StatisticsAnalyst/detail/common/Limits.h"
+#include "host/ZoEngineToolkit.h"
+#include "host/ZoMessageIds.h"
+#include "host/ZoStringEx.h"
+
+namespace ZOC::detail::local {
+
+namespace {
+
+// A copy of a source field for the result; system fields get a fixed name.
+LUMA::LumaFieldInfo CopyOf(ZoDatasetVector* source, const LumaUnicodeString& name, const char* systemName) {
+  LUMA::LumaFieldInfo field;
+  source->GetFieldInfo(name, field);
+  if (field.IsSystemField()) {
+    field.SetName(systemName);
+    field.SetCaption(systemName);
+    field.SetSystemField(false);
+  }
+  return field;
+}
+
+// The result's fields: the copied source fields first, then the statistic's.
+struct ResultFields {
+  LUMA::LumaFieldInfos fields;
+  std::vector<std::pair<LumaUnicodeString, LumaUnicodeString>> copied;  // source name -> result name
+  std::vector<LumaUnicodeString> own;
+
+  void Copy(ZoDatasetVector* source, const LumaUnicodeString& name, const char* systemName) {
+    if (name.IsEmpty()) return;
+    fields.push_back(CopyOf(source, name, systemName));
+    copied.push_back({name, fields.back().GetName()});
+  }
+};
+
+// The weights rows in feature order, from memory or from a weights file.
+class Rows {
+ public:
+  Status Open(ZoRecordset* records, const ZoPatternsInformation& info, bool standardizes, ZoProgress* progress) {
+    const std::int64_t n = records->GetRecordCount();
+    m_n = n;
+    m_inMemory = info.Conceptualization != SpatialWeightsFile && n <= limits::kInMemoryFeatures;
+    ZoDatasetVector* source = records->GetDataset();
+    if (m_inMemory) {
+      ZoPatternsInformation weightsInfo = info;
+      weightsInfo.Standardization = standardizes && info.Standardization;
+      ZoStatisticsUtilities utilities;
+      utilities.SetProgress(progress);
+      if (!utilities.GetSpatialWeight(records, weightsInfo, m_units, progress != nullptr))
+        return Status::FromText(utilities.GetStrErrorMes());
+      return Status::Ok();
+    }
+    const bool callers = info.Conceptualization == SpatialWeightsFile;
+    if (!callers && !m_file.BuildTemporary(source, info, progress)) return Status::FromText(m_file.Error());
+    // The file's rows are raw; they are divided by their row sums when the
+    // statistic standardizes and the caller asks.
+    if (!m_file.Open(source, callers ? info.WeightsFilePath : m_file.TemporaryPath(),
+                     standardizes && info.Standardization, false))
+      return Status::FromText(m_file.Error(), msg::ESa046);
+    return Status::Ok();
+  }
+
+  Status Next(std::int64_t i, ZoSparseRow& row) {
+    if (!m_inMemory) return m_file.Next(i, row) ? Status::Ok() : Status::FromText(m_file.Error());
+    row.columns.clear();
+    row.weights.clear();
+    for (; m_u < m_units.size() && m_units[m_u].Index < (i + 1) * m_n; ++m_u) {
+      row.columns.push_back(static_cast<std::int32_t>(m_units[m_u].Index - i * m_n));
+      row.weights.push_back(m_units[m_u].Weight);
+    }
+    return Status::Ok();
+  }
+
+  void Close() { m_file.Close(); }
+
+ private:
+  std::int64_t m_n = 0;
+  bool m_inMemory = true;
+  LumaArray<WeightMatrixUnit> m_units;
+  std::size_t m_u = 0;
+  ZoWeightsFileRows m_file;
+};
+
+// A named weights file orders the features by its unique-ID field: the
+// records are queried again in that order, and the field is copied too.
+Status OrderByWeightsFile(ZoDatasetVector* source, const ZoPatternsInformation& info, LumaUnicodeString& uniqueField,
+                          ZoRecordsetPtr& ordered) {
+  ZoStatisticsUtilities utilities;
+  LumaArray<ZoSWMFileUniqueIndex> index;
+  ZoConceptualizationModel model;
+  unsigned char standardized;
+  LumaArray<double> sums;
+  std::int64_t position;
+  std::FILE* file = utilities.CheckSWMFileValid(source, info.WeightsFilePath, uniqueField, index, model, standardized,
+                                                sums, position);
+  if (!file) return Status::Fail(msg::ESa046);
+  std::fclose(file);
+  ZoQueryDef query;
+  query.m_order = LumaUnicodeString(" Order BY ") + uniqueField;
+  ordered.reset(source->Query(query));
+  return ordered ? Status::Ok() : Status::Fail(msg::EKa013);
+}
+
+Status CreateFields(ZoDatasetVector* source, ZoDatasetVector* result, const ZoPatternsInformation& info,
+                    const LumaUnicodeString& uniqueField, const LocalStatistic& statistic, ResultFields& out) {
+  out.Copy(source, uniqueField, "UniqueID");
+  out.Copy(source, info.FieldName, "Assessment");
+  out.Copy(source, statistic.ExtraField(), statistic.ExtraFieldCopyName());
+  const std::size_t firstOwn = out.fields.size();
+  statistic.AddFields(out.fields);
+  for (std::size_t f = firstOwn; f < out.fields.size(); ++f) out.own.push_back(out.fields[f].GetName());
+  if (!ZoEngineToolkit::CreateValidFields(result, out.fields)) return Status::Fail(msg::ELc071);
+  if (!result->GetPrjCoordSys().IsSame(source->GetPrjCoordSys())) result->SetPrjCoordSys(source->GetPrjCoordSys());
+  return Status::Ok();
+}
+
+Status ReadInputs(ZoRecordset* records, const ZoPatternsInformation& info, const LocalStatistic& statistic,
+                  LumaArray<double>& values, LumaArray<double>& extra) {
+  Status status = ReadFieldValues(records, info.FieldName, false, values);
+  if (status && !statistic.ExtraField().IsEmpty())
+    status = ReadFieldValues(records, statistic.ExtraField(), false, extra);
+  if (status) ScaleToUnitRange(values);
+  return status;
+}
+
+Status ComputeRows(Rows& rows, std::int64_t n, ZoCallProgress& progress, LocalStatistic& statistic) {
+  const LumaUnicodeString format = ZoStringEx::LoadResString(statistic.Format());
+  ZoSparseRow row;
+  for (std::int64_t i = 0; i < n; ++i) {
+    if (!progress.Step(format, i, n)) return Status::Fail(msg::IMb030);
+    if (Status status = rows.Next(i, row); !status) return status;
+    if (Status status = statistic.Row(i, row); !status) return status;
+  }
+  rows.Close();
+  return Status::Ok();
+}
+
+Status WriteResult(ZoRecordset* records, ZoDatasetVector* result, const ResultFields& fields,
+                   ZoCallProgress& progress, const LocalStatistic& statistic, std::size_t n) {
+  if (progress) {
+    progress->SetBothPosRange(61, 100);
+    progress->SetMessage(ZoStringEx::LoadResString(msg::IMb037));
+  }
+  const bool appended = result->AppendRecords(
+      records, fields.copied, progress.get(), fields.own, [&](std::int64_t k, std::vector<LUMA::LumaVariant>& values) {
+        if (k < 0 || static_cast<std::size_t>(k) >= n) return false;
+        statistic.Values(static_cast<std::size_t>(k), values);
+        return true;
+      });
+  if (appended && result->Commit()) return Status::Ok();
+  if (progress && progress->IsCanceled()) return Status::Fail(msg::IMb030).Then(msg::ELc071);
+  return Status::Fail(msg::ELc071);
+}
+
+}  // namespace
+
+Status RunLocal(ZoDatasetVector* source, ZoRecordset* records, ZoDatasetVector* result,
+                const ZoPatternsInformation& info, ZoCallProgress& progress, LocalStatistic& statistic) {
+  LumaUnicodeString uniqueField;
+  ZoRecordsetPtr ordered;
+  if (info.Conceptualization == SpatialWeightsFile) {
+    if (Status status = OrderByWeightsFile(source, info, uniqueField, ordered); !status) return status;
+    records = ordered.get();
+  }
+  ResultFields fields;
+  if (Status status = CreateFields(source, result, info, uniqueField, statistic, fields); !status) return status;
+
+  if (progress) {
+    progress->SetBothPosRange(0, 30);
+    progress->SetTitleMessage(ZoStringEx::LoadResString(statistic.Title()));
+    progress->SetMessage(ZoStringEx::LoadResString(msg::IMb330));
+  }
+  LumaArray<double> values, extra;
+  if (Status status = ReadInputs(records, info, statistic, values, extra); !status) return status;
+  Rows rows;
+  if (Status status = rows.Open(records, info, statistic.Standardizes(), progress.get()); !status) return status;
+
+  if (progress) {
+    progress->SetBothPosRange(31, 60);
+    progress->SetTitleMessage(ZoStringEx::LoadResString(statistic.Title()));
+  }
+  if (Status status = statistic.Prepare(values, extra); !status) return status;
+  if (Status status = ComputeRows(rows, static_cast<std::int64_t>(values.size()), progress, statistic); !status)
+    return status;
+  if (Status status = statistic.Classify(info.FDRCorrection != 0); !status) return status;
+  return WriteResult(records, result, fields, progress, statistic, values.size());
+}
+
+}  // namespace ZOC::detail::local

@@ -1,0 +1,58 @@
+#pragma once
+// The road every local (per-feature) statistic runs: read the analysis
+// values (and any per-feature extra such as a self weight), take the weights
+// row by row from memory or from a binary weights file, compute each
+// feature's statistic from its row, classify all features, then copy every
+// source record into the result dataset with the statistic's fields in one
+// pass. A statistic supplies only what is its own (LocalStatistic below),
+// so a new local statistic is one small class.
+#include <cstdint>
+#include <vector>
+
+#include "StatisticsAnalyst/ZoAnalysisFrame.h"
+#include "StatisticsAnalyst/detail/common/SparseRow.h"
+#include "StatisticsAnalyst/detail/common/Status.h"
+#include "host/LumaArray.h"
+#include "host/LumaFieldInfo.h"
+#include "host/LumaVariant.h"
+
+namespace ZOC::detail::local {
+
+using LUMA::LumaArray;
+
+class LocalStatistic {
+ public:
+  virtual ~LocalStatistic() = default;
+
+  // Progress title and per-feature format ("%1 of %2") of the statistic stage.
+  virtual const char* Title() const = 0;
+  virtual const char* Format() const = 0;
+  // A field copied beside the analysis field and read per feature (Gi*'s
+  // self weight), with the fixed name the copy gets when it is a system
+  // field; empty for none.
+  virtual LumaUnicodeString ExtraField() const { return {}; }
+  virtual const char* ExtraFieldCopyName() const { return ""; }
+  // Whether the caller's row standardization applies to the weights.
+  virtual bool Standardizes() const = 0;
+  // The statistic's own result fields, in write order.
+  virtual void AddFields(LUMA::LumaFieldInfos& fields) const = 0;
+
+  // Called once with every feature's value (finite, possibly scaled by a
+  // power of two: the statistic must not depend on the scale) and the extra
+  // field's values (empty when there is none).
+  virtual Status Prepare(const LumaArray<double>& values, const LumaArray<double>& extra) = 0;
+  // Feature i's statistic from its weights row (rows come in order).
+  virtual Status Row(std::int64_t i, const ZoSparseRow& row) = 0;
+  // Classifies every feature once all rows are in.
+  virtual Status Classify(bool falseDiscoveryRate) = 0;
+  // Feature i's values for the fields of AddFields.
+  virtual void Values(std::size_t i, std::vector<LUMA::LumaVariant>& values) const = 0;
+};
+
+// Runs the statistic on the source's records (ordered by QlID and checked by
+// the caller) into the empty result dataset. Failures carry the steps'
+// messages.
+Status RunLocal(ZoDatasetVector* source, ZoRecordset* records, ZoDatasetVector* result,
+                const ZoPatternsInformation& info, ZoCallProgress& progress, LocalStatistic& statistic);
+
+}  // namespace ZOC::detail::local

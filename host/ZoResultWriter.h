@@ -1,0 +1,70 @@
+#pragma once
+// ZoResultWriter: writes a result layer into an output file so that what the
+// file held is replaced only once the whole result has arrived.
+//
+//   Prepare       before any work: the driver comes from the path's extension
+//                 through GDAL; an output that is one of the protected files
+//                 (the input's) is refused, and so is an existing layer (or
+//                 an existing single-layer file) unless overwriting is allowed.
+//   CreateResult  the dataset the analysis writes into, in memory.
+//   Commit        after the analysis succeeded: the result is written under a
+//                 temporary name (a temporary layer inside an existing
+//                 GeoPackage or other file that can hold several layers,
+//                 otherwise a new file in a temporary folder beside the
+//                 target), read back to check that it holds every feature,
+//                 field and geometry, and only then put in place of the old
+//                 layer or file.
+// Nothing touches the output before Commit; a failed or cancelled Commit
+// leaves it as it was, with no temporary layer or file behind. Failures leave
+// a message beginning with its identifier in GetError().
+#include <memory>
+#include <vector>
+
+#include "host/LumaUnicodeString.h"
+#include "host/ZoPrjCoordSys.h"
+
+namespace ZOC {
+
+class ZoDatasetVector;
+class ZoProgress;
+
+class ZoResultWriter {
+ public:
+  ZoResultWriter();
+  ~ZoResultWriter();
+  ZoResultWriter(const ZoResultWriter&) = delete;
+  ZoResultWriter& operator=(const ZoResultWriter&) = delete;
+
+  // `protectedFiles` are files the output must not be (compared as files, so
+  // a link or another spelling of the same path is caught).
+  bool Prepare(const LumaUnicodeString& path, const LumaUnicodeString& layer, bool overwrite,
+               const std::vector<LumaUnicodeString>& protectedFiles);
+  // After a failed Prepare: true when the path alone was at fault (an
+  // extension no driver writes), which a command line reports as misuse.
+  bool IsUsageError() const;
+
+  // The result dataset: shaped like `like` (its geometry kind with multi
+  // parts, Z and M, and its coordinate system as read) when given, else of
+  // `datasetType` in `cs`. Owned by the writer. Before it returns, one
+  // feature of that shape is written to a scratch file of the output's format
+  // and read back, so a format that cannot hold the result is refused
+  // ("EUa017") before the analysis runs; null then.
+  ZoDatasetVector* CreateResult(const ZoDatasetVector* like, int datasetType, const ZoPrjCoordSys& cs);
+
+  // Writes the result into the output; polls `progress` (may be null) for
+  // cancellation ("IMb030").
+  bool Commit(ZoProgress* progress);
+
+  LumaUnicodeString GetError() const;
+  LumaUnicodeString GetPath() const;
+  // The result layer as the output names it (a Shapefile's is its file name).
+  LumaUnicodeString GetLayerName() const;
+  // Features written by the last successful Commit.
+  long long GetWrittenCount() const;
+
+ private:
+  struct Impl;
+  std::unique_ptr<Impl> m_impl;
+};
+
+}  // namespace ZOC

@@ -1,0 +1,370 @@
+// Density-based clustering: DBSCAN, the HDBSCAN spanning tree and OPTICS
+// against brute-force computations, the automatic search distance on
+// hand-built point sets, and the call's checks and failure paths.
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <cmath>
+#include <limits>
+#include <map>
+#include <set>
+
+#include "StatisticsAnalyst/ZoClusteringDistributions.h"
+#include "StatisticsAnalyst/detail/clustering/DensityClustering.h"
+#include "TestSupport.h"
+#include "host/ZoAggregation.h"
+#include "host/ZoRecordset.h"
+
+using namespace ZOC;
+using LUMA::LumaPoint2D;
+
+namespace {
+
+// The distance as the KD tree computes it, so that equal values compare equal.
+double Dist(const LumaPoint2D& a, const LumaPoint2D& b) {
+  const double dx = a.x - b.x, dy = a.y - b.y;
+  return std::sqrt(dx * dx + dy * dy);
+}
+
+struct Result {
+  std::unique_ptr<ZoDataSource> source = ZoDataSource::CreateMemory("result");
+  ZoDatasetVector* dataset = source->CreateDatasetVector("result", DatasetPoint, ZoPrjCoordSys());
+};
+
+std::vector<double> Column(ZoDatasetVector* ds, const char* field) {
+  std::vector<double> out;
+  ZoRecordsetPtr r(ds->Query(ZoQueryDef()));
+  LUMA::LumaVariant v;
+  for (r->MoveFirst(); !r->IsEOF(); r->MoveNext()) r->GetFieldValue(field, v), out.push_back(v.ToDouble());
+  return out;
+}
+
+// Points in clumps with scattered points between them, some coincident.
+std::vector<LumaPoint2D> Clumps(unsigned seed) {
+  std::vector<LumaPoint2D> p = satest::RandomPoints(120, 100.0, seed);
+  for (const LumaPoint2D& c : {LumaPoint2D{20, 20}, LumaPoint2D{70, 30}, LumaPoint2D{40, 80}})
+    for (const LumaPoint2D& q : satest::RandomPoints(60, 10.0, seed + 1)) p.push_back({c.x + q.x, c.y + q.y});
+  for (int i = 0; i < 5; ++i) p.push_back(p[3]);
+  return p;
+}
+
+ZoClusterInformation Info(int method, int minPoints, double distance = 0.0) {
+  ZoClusterInformation info;
+  info.Method = method;
+  info.MinPoints = minPoints;
+  info.SearchDistance = distance;
+  info.DistanceUnit = 0;
+  return info;
+}
+
+}  // namespace
+
+TEST(DensityClustering, PercentileInterpolatesLinearly) {
+  EXPECT_DOUBLE_EQ(clustering::percentile({4, 1, 3, 2}, 50.0), 2.5);
+  EXPECT_DOUBLE_EQ(clustering::percentile({4, 1, 3, 2}, 0.0), 1.0);
+  EXPECT_DOUBLE_EQ(clustering::percentile({4, 1, 3, 2}, 100.0), 4.0);
+  EXPECT_DOUBLE_EQ(clustering::percentile({10, 0, 5}, 25.0), 2.5);
+}
+
+// DBSCAN by its definition, over all pairs: the core points, the components
+// of the core points within eps of each other, and the non-core points that
+// no core point reaches.
+TEST(DensityClustering, AggregationMatchesBruteForceDbscan) {
+  const std::vector<LumaPoint2D> p = Clumps(7);
+  const std::size_t n = p.size();
+  for (const auto& [eps, minPts] : {std::pair{4.0, 5}, std::pair{6.0, 10}, std::pair{2.0, 1}}) {
+    LumaArray<std::int32_t> ids;
+    ASSERT_EQ(ZoAggregation::AggregatePoints(LumaArray<LumaPoint2D>(p.begin(), p.end()), eps, minPts, ids), 1);
+    std::vector<char> core(n);
+    for (std::size_t i = 0; i < n; ++i) {
+      int count = 0;
+      for (std::size_t j = 0; j < n; ++j) count += Dist(p[i], p[j]) <= eps;
+      core[i] = count >= minPts;
+    }
+    std::int32_t lastNew = 0;
+    for (std::size_t i = 0; i < n; ++i) {
+      bool reached = false;
+      for (std::size_t j = 0; j < n; ++j) {
+        if (!core[j] || Dist(p[i], p[j]) > eps) continue;
+        reached = true;
+        if (core[i]) {
+          EXPECT_EQ(ids[i], ids[j]) << "core points " << i << " and " << j;
+        }
+      }
+      EXPECT_EQ(ids[i] == 0, !reached) << "point " << i;
+      if (!core[i]) continue;
+      // Clusters are numbered in the order of their first core point.
+      EXPECT_LE(ids[i], lastNew + 1);
+      lastNew = std::max(lastNew, ids[i]);
+    }
+    for (std::size_t i = 0; i < n; ++i) {  // a border point joins a cluster that reaches it
+      if (core[i] || ids[i] == 0) continue;
+      bool ok = false;
+      for (std::size_t j = 0; j < n; ++j) ok |= core[j] && ids[j] == ids[i] && Dist(p[i], p[j]) <= eps;
+      EXPECT_TRUE(ok) << "border point " << i;
+    }
+  }
+}
+
+TEST(DensityClustering, DbscanWritesSourceIdsAndNoiseAsMinusOne) {
+  const std::vector<LumaPoint2D> p = Clumps(11);
+  satest::MemoryLayer layer = satest::MakePointLayer(p);
+  Result result;
+  ZoClusteringDistributions analysis;
+  ZoClusterSummary summary;
+  ASSERT_TRUE(analysis.DensityBasedClustering(layer.dataset, result.dataset, Info(1, 6, 3.0), false, &summary))
+      << analysis.GetStrErrorMes().Str();
+  LumaArray<std::int32_t> ids;
+  ZoAggregation::AggregatePoints(LumaArray<LumaPoint2D>(p.begin(), p.end()), 3.0, 6, ids);
+  const std::vector<double> written = Column(result.dataset, "Cluster_ID");
+  ASSERT_EQ(written.size(), p.size());
+  long long noise = 0;
+  for (std::size_t i = 0; i < p.size(); ++i) {
+    EXPECT_EQ(written[i], ids[i] == 0 ? -1 : ids[i]);
+    noise += ids[i] == 0;
+  }
+  EXPECT_GT(noise, 0);
+  EXPECT_EQ(summary.Noise, noise);
+  EXPECT_EQ(summary.Clusters, *std::max_element(ids.begin(), ids.end()));
+  std::vector<double> source = Column(result.dataset, "Source_ID"), expected;
+  for (std::size_t i = 0; i < p.size(); ++i) expected.push_back(static_cast<double>(i));  // the memory layer's QlIDs
+  EXPECT_EQ(source, expected);
+}
+
+TEST(DensityClustering, AutomaticDistanceIsTheMedianNeighbourDistance) {
+  ZoClusteringDistributions analysis;
+  ZoClusterSummary summary;
+  // Minimum points 5: the median distance to the fourth nearest other point.
+  const std::vector<LumaPoint2D> p = satest::RandomPoints(41, 50.0, 3);
+  std::vector<double> fourth;
+  for (const LumaPoint2D& a : p) {
+    std::vector<double> d;
+    for (const LumaPoint2D& b : p) d.push_back(Dist(a, b));
+    std::sort(d.begin(), d.end());
+    fourth.push_back(d[4]);  // d[0] is the point itself
+  }
+  std::nth_element(fourth.begin(), fourth.begin() + 20, fourth.end());
+  {
+    satest::MemoryLayer layer = satest::MakePointLayer(p);
+    Result result;
+    ASSERT_TRUE(analysis.DensityBasedClustering(layer.dataset, result.dataset, Info(1, 5), false, &summary));
+    EXPECT_DOUBLE_EQ(summary.Distance, fourth[20]);
+  }
+  // More than half of the points coincide: the median is 0, and the second
+  // smallest distinct neighbour distance (after 0) is used.
+  std::vector<LumaPoint2D> q(7, LumaPoint2D{5, 5});
+  for (double x : {8.0, 9.5, 12.0, 20.0, 27.0}) q.push_back({x, 5});
+  {
+    satest::MemoryLayer layer = satest::MakePointLayer(q);
+    Result result;
+    ASSERT_TRUE(analysis.DensityBasedClustering(layer.dataset, result.dataset, Info(1, 2), false, &summary));
+    EXPECT_DOUBLE_EQ(summary.Distance, 1.5);  // nearest-neighbour distances: 0 ×7, 1.5, 1.5, 2.5, 7, 7
+  }
+  // All points coincide: 0.0001, and they form one cluster.
+  {
+    satest::MemoryLayer layer = satest::MakePointLayer(std::vector<LumaPoint2D>(6, LumaPoint2D{1, 2}));
+    Result result;
+    ASSERT_TRUE(analysis.DensityBasedClustering(layer.dataset, result.dataset, Info(1, 6), false, &summary));
+    EXPECT_DOUBLE_EQ(summary.Distance, 0.0001);
+    EXPECT_EQ(Column(result.dataset, "Cluster_ID"), std::vector<double>(6, 1.0));
+    for (int method : {2, 3}) {  // no distance to split on: one level, no cluster below the whole
+      Result other;
+      ASSERT_TRUE(analysis.DensityBasedClustering(layer.dataset, other.dataset, Info(method, 3), false, &summary));
+      for (const char* field : {"Cluster_ID", method == 2 ? "Outlier" : "Reachability"})
+        for (double v : Column(other.dataset, field)) EXPECT_TRUE(std::isfinite(v)) << field;
+    }
+  }
+}
+
+TEST(DensityClustering, ChecksFailInOrderAndLeaveTheResultEmpty) {
+  satest::MemoryLayer layer = satest::MakePointLayer(satest::RandomPoints(12, 10.0, 5));
+  ZoClusteringDistributions analysis;
+  {
+    Result result;  // minimum points equal to the count is accepted
+    EXPECT_TRUE(analysis.DensityBasedClustering(layer.dataset, result.dataset, Info(1, 12), false));
+  }
+  for (int method : {1, 2, 3}) {
+    Result result;  // one more is refused, the message replaced by the formatted text
+    EXPECT_FALSE(analysis.DensityBasedClustering(layer.dataset, result.dataset, Info(method, 13), false));
+    EXPECT_EQ(analysis.GetStrErrorMes().Str().rfind("[ESa074] ", 0), 0u);
+    EXPECT_NE(analysis.GetStrErrorMes().Str().find("13"), std::string::npos);
+    EXPECT_EQ(result.dataset->GetRecordCount(), 0);
+  }
+  for (int method : {0, 4}) {
+    Result result;
+    EXPECT_FALSE(analysis.DensityBasedClustering(layer.dataset, result.dataset, Info(method, 3), false));
+    EXPECT_TRUE(analysis.GetStrErrorMes().IsEmpty());
+    EXPECT_EQ(result.dataset->GetRecordCount(), 0);
+  }
+  Result result;
+  EXPECT_FALSE(analysis.DensityBasedClustering(nullptr, result.dataset, Info(1, 3), false));
+  EXPECT_NE(analysis.GetStrErrorMes().Str().find("[EEg002]"), std::string::npos);
+  EXPECT_FALSE(analysis.DensityBasedClustering(layer.dataset, nullptr, Info(1, 3), false));
+  EXPECT_NE(analysis.GetStrErrorMes().Str().find("[EEg032]"), std::string::npos);
+  auto lines = ZoDataSource::CreateMemory();
+  ZoDatasetVector* line = lines->CreateDatasetVector("l", DatasetLine, ZoPrjCoordSys());
+  ZoDatasetVector* lineResult = lines->CreateDatasetVector("r", DatasetLine, ZoPrjCoordSys());
+  EXPECT_FALSE(analysis.DensityBasedClustering(line, lineResult, Info(1, 3), false));
+  EXPECT_NE(analysis.GetStrErrorMes().Str().find("[EEe018]"), std::string::npos);
+  EXPECT_FALSE(analysis.DensityBasedClustering(layer.dataset, lineResult, Info(1, 3), false));
+  EXPECT_NE(analysis.GetStrErrorMes().Str().find("[EEe017]"), std::string::npos);
+  EXPECT_FALSE(analysis.DensityBasedClustering(layer.dataset, result.dataset, Info(2, 1), false));
+  EXPECT_NE(analysis.GetStrErrorMes().Str().find("[EUe002]"), std::string::npos);
+  EXPECT_EQ(result.dataset->GetRecordCount(), 0);
+}
+
+TEST(DensityClustering, CancellationWritesNothing) {
+  struct Cancelled : ZoProgressBase {
+    void OnChange(const ZoProgressState&) override {}
+    bool PollCancel() override { return true; }
+  } progress;
+  satest::MemoryLayer layer = satest::MakePointLayer(satest::RandomPoints(5000, 100.0, 9));
+  for (int method : {1, 2, 3}) {
+    Result result;
+    ZoClusteringDistributions analysis;
+    analysis.SetProgress(&progress);
+    EXPECT_FALSE(analysis.DensityBasedClustering(layer.dataset, result.dataset, Info(method, 4, 2.0), true));
+    EXPECT_NE(analysis.GetStrErrorMes().Str().find("[IMb030]"), std::string::npos) << method;
+    EXPECT_EQ(result.dataset->GetRecordCount(), 0);
+  }
+}
+
+// Prim's algorithm over all pairs gives the weight of the minimum spanning
+// tree of mutual reachability; Borůvka's tree must weigh the same, and be a tree.
+TEST(DensityClustering, BoruvkaTreeWeighsAsMuchAsPrims) {
+  for (unsigned seed : {1u, 2u}) {
+    const std::vector<LumaPoint2D> p = Clumps(seed);
+    const LumaArray<LumaPoint2D> points(p.begin(), p.end());
+    const std::size_t n = p.size();
+    for (int minPoints : {2, 5}) {
+      std::vector<double> core;
+      ASSERT_EQ(clustering::CoreDistances(points, minPoints, core), clustering::Status::Done);
+      std::vector<clustering::MstEdge> edges;
+      ASSERT_EQ(clustering::MutualReachabilityMst(points, core, edges, nullptr), clustering::Status::Done);
+      ASSERT_EQ(edges.size(), n - 1);
+      auto mrd = [&](std::size_t a, std::size_t b) { return std::max({core[a], core[b], Dist(p[a], p[b])}); };
+      std::vector<double> key(n, std::numeric_limits<double>::infinity());
+      std::vector<char> in(n, 0);
+      double prim = 0.0;
+      key[0] = 0.0;
+      for (std::size_t step = 0; step < n; ++step) {
+        std::size_t v = n;
+        for (std::size_t i = 0; i < n; ++i)
+          if (!in[i] && (v == n || key[i] < key[v])) v = i;
+        in[v] = 1, prim += key[v];
+        for (std::size_t i = 0; i < n; ++i)
+          if (!in[i]) key[i] = std::min(key[i], mrd(v, i));
+      }
+      double boruvka = 0.0;
+      std::set<std::pair<std::uint32_t, std::uint32_t>> seen;
+      for (const auto& e : edges) {
+        boruvka += e.weight;
+        EXPECT_DOUBLE_EQ(e.weight, mrd(e.a, e.b));
+        EXPECT_TRUE(seen.insert({e.a, e.b}).second);
+      }
+      EXPECT_NEAR(boruvka, prim, 1e-9 * prim) << "seed " << seed << " minPoints " << minPoints;
+    }
+  }
+}
+
+TEST(DensityClustering, HdbscanFindsTheClumpsAndScoresTheStrays) {
+  std::vector<LumaPoint2D> p;
+  for (const LumaPoint2D& c : {LumaPoint2D{0, 0}, LumaPoint2D{100, 0}})
+    for (const LumaPoint2D& q : satest::RandomPoints(50, 10.0, 4)) p.push_back({c.x + q.x, c.y + q.y});
+  p.push_back({50, 300});  // far from both, farther than they are from each other
+  satest::MemoryLayer layer = satest::MakePointLayer(p);
+  Result result;
+  ZoClusteringDistributions analysis;
+  ZoClusterSummary summary;
+  ASSERT_TRUE(analysis.DensityBasedClustering(layer.dataset, result.dataset, Info(2, 5), false, &summary))
+      << analysis.GetStrErrorMes().Str();
+  const auto label = Column(result.dataset, "Cluster_ID"), prob = Column(result.dataset, "Prob");
+  const auto outlier = Column(result.dataset, "Outlier"), exemplar = Column(result.dataset, "Exemplar");
+  const auto stability = Column(result.dataset, "Stability");
+  EXPECT_EQ(summary.Clusters, 2);
+  EXPECT_EQ(label[100], -1);
+  EXPECT_EQ(prob[100], 0.0);
+  EXPECT_EQ(*std::max_element(outlier.begin(), outlier.end()), outlier[100]);
+  std::map<int, int> exemplars;
+  for (std::size_t i = 0; i < 100; ++i) {
+    EXPECT_EQ(label[i], i < 50 ? 1 : 2);
+    EXPECT_GE(prob[i], 0.0);
+    EXPECT_LE(prob[i], 1.0);
+    EXPECT_GT(stability[i], 0.0);
+    EXPECT_EQ(stability[i], stability[i < 50 ? 0 : 50]);
+    exemplars[static_cast<int>(label[i])] += exemplar[i] == 1;
+  }
+  EXPECT_GE(exemplars[1], 1);
+  EXPECT_GE(exemplars[2], 1);
+}
+
+// OPTICS by its definition over all pairs, lowest index first among equal
+// reachabilities.
+TEST(DensityClustering, OpticsMatchesBruteForceOrdering) {
+  const std::vector<LumaPoint2D> p = Clumps(5);
+  const std::size_t n = p.size();
+  const double eps = 6.0;
+  const int minPoints = 4;
+  clustering::OpticsResult found;
+  ASSERT_EQ(clustering::Optics(LumaArray<LumaPoint2D>(p.begin(), p.end()), minPoints, eps, found, nullptr),
+            clustering::Status::Done);
+  const double inf = std::numeric_limits<double>::infinity();
+  std::vector<double> core(n, inf), reach(n, inf);
+  for (std::size_t i = 0; i < n; ++i) {
+    std::vector<double> d;
+    for (const LumaPoint2D& q : p)
+      if (Dist(p[i], q) <= eps) d.push_back(Dist(p[i], q));
+    std::sort(d.begin(), d.end());
+    if (d.size() >= static_cast<std::size_t>(minPoints)) core[i] = d[minPoints - 1];
+  }
+  std::vector<char> done(n, 0);
+  std::vector<std::uint32_t> order;
+  while (order.size() < n) {
+    std::size_t next = n;
+    for (std::size_t i = 0; i < n; ++i)
+      if (!done[i] && reach[i] < inf && (next == n || reach[i] < reach[next])) next = i;
+    if (next == n)
+      for (std::size_t i = 0; i < n && next == n; ++i)
+        if (!done[i]) next = i;
+    done[next] = 1;
+    order.push_back(static_cast<std::uint32_t>(next));
+    if (core[next] == inf) continue;
+    for (std::size_t i = 0; i < n; ++i)
+      if (!done[i] && Dist(p[next], p[i]) <= eps) reach[i] = std::min(reach[i], std::max(core[next], Dist(p[next], p[i])));
+  }
+  EXPECT_EQ(found.order, order);
+  for (std::size_t i = 0; i < n; ++i) EXPECT_EQ(found.reachability[i], reach[i]) << i;
+
+  // The three clumps stand out in the reachability plot.
+  clustering::ExtractXi(0.05, minPoints, found);
+  EXPECT_GE(found.clusters, 3);
+  std::set<int> clumps;
+  for (std::size_t i = 120; i < 300; i += 60) clumps.insert(found.label[i + 30]);
+  EXPECT_EQ(clumps.size(), 3u);
+  EXPECT_EQ(clumps.count(-1), 0u);
+}
+
+// A distance in kilometres on metre data clusters as the same distance in
+// the layer's own unit.
+TEST(DensityClustering, DistanceUnitsConvertToTheLayersUnit) {
+  std::vector<LumaPoint2D> p;
+  for (const LumaPoint2D& q : Clumps(13)) p.push_back({500000 + q.x * 100, 200000 + q.y * 100});
+  satest::MemoryLayer layer = satest::MakePointLayer(p, {}, "EPSG:27700");
+  ZoClusteringDistributions analysis;
+  std::vector<std::vector<double>> labels;
+  for (const auto& [distance, unit] : {std::pair{400.0, 0}, std::pair{0.4, 10000000}, std::pair{400.0, 10000}}) {
+    for (int method : {1, 3}) {
+      ZoClusterInformation info = Info(method, 5, distance);
+      info.DistanceUnit = unit;
+      Result result;
+      ZoClusterSummary summary;
+      ASSERT_TRUE(analysis.DensityBasedClustering(layer.dataset, result.dataset, info, false, &summary));
+      EXPECT_DOUBLE_EQ(summary.Distance, 400.0);
+      labels.push_back(Column(result.dataset, "Cluster_ID"));
+    }
+  }
+  EXPECT_EQ(labels[0], labels[2]);
+  EXPECT_EQ(labels[0], labels[4]);
+  EXPECT_EQ(labels[1], labels[3]);
+  EXPECT_EQ(labels[1], labels[5]);
+}
