@@ -28,7 +28,7 @@ namespace centrography {
 struct MeasureCall;
 }
 
-class ZoSpatialMeasure : public ZoAnalysisFrame {
+class SA_API ZoSpatialMeasure : public ZoAnalysisFrame {
  public:
   using ZoMeasuringInformation = ZOC::ZoMeasuringInformation;
   using ZoStatisticsType = ZOC::ZoStatisticsType;

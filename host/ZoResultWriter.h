@@ -20,6 +20,7 @@
 #include <memory>
 #include <vector>
 
+#include "StatisticsAnalyst/Export.h"
 #include "host/LumaUnicodeString.h"
 #include "host/ZoPrjCoordSys.h"
 
@@ -28,7 +29,7 @@ namespace ZOC {
 class ZoDatasetVector;
 class ZoProgress;
 
-class ZoResultWriter {
+class SA_API ZoResultWriter {
  public:
   ZoResultWriter();
   ~ZoResultWriter();
