@@ -16,20 +16,24 @@ from collections import Counter
 
 # (stage, pattern over the demangled frame name); first match from the leaf wins.
 STAGES = [
-    ("spatial index (R-tree)", r"rtree|CreateSpatialIndex|RunDeferredSpatialIndex"),
+    ("spatial index (R-tree)", r"rtree|CreateSpatialIndex|RunDeferredSpatialIndex|BuildSpatialIndex"),
     ("neighbour search", r"ZoKdTree::Search|searchLevel|KNearestRow|RadiusRow|NearestDistances|SearchSlots"),
     ("kd-tree build", r"ZoKdTree::ZoKdTree|ZoKdTree::Build|buildIndex|divideTree"),
-    ("statistic", r"ZoMoranSums|ZoGeneralGSums|local::GiStar|local::LocalMoran|local::Fdr|local::Confidence|"
-                  r"local::ClusterOutlierTypes|MoranMoments|FeedUnits|NormalCdf|pnorm"),
+    ("statistic", r"ZoMoranSums::|ZoGeneralGSums::|local::GiStar|local::LocalMoran|local::Fdr|local::Confidence|"
+                  r"local::ClusterOutlierTypes|MoranMoments|FeedUnits|NormalCdf|pnorm|HotSpot::|ClusterOutlier::|"
+                  r"LocalStatistic|Classif"),
+    ("in-memory weights (CSR) build", r"CsrWeights::Append|CsrWeights::Start|BuildInMemory"),
+    ("in-memory weights (CSR) rows", r"CsrWeights::Row"),
+    ("OpenMP wait", r"gomp_|GOMP_"),
     ("reading points", r"PickUpBaryCenters|GetBaryCenter|ReadPoints"),
     ("weights check (dataset unchanged)", r"CheckSWMFileValid"),
     ("weights re-read", r"ZoWeightsFileRows::Open|ZoWeightsFileRows::Next|ReadWeightMatrixBinarySparse"),
     ("unique-ID pass", r"PrepareBuild"),
     ("weights write", r"WriteBinaryRows|BuildBinary|WriteRows|WriteFileHead|WriteUniqueIDFieldSWMB"),
-    ("reading values", r"ReadValues|ReadAnalysisValues|ZoRecordset::GetFieldValue"),
+    ("reading values", r"ReadValues|ReadAnalysisValues|ReadFeatures|ReadFieldValues|ZoRecordset::GetFieldValue"),
     ("query (FID/order pass)", r"ZoDatasetVector::Query|QueryOrderedBy|OpenAnalysisRecords"),
-    ("result write", r"AppendRecords|CreateFeature|ZoDatasetVector::Commit|WriteResult"),
-    ("open/close datasource", r"ZoDataSource|GDALOpen|GDALClose|OpenOrCreate|CreateDatasetVector"),
+    ("result write", r"AppendRecords|CreateFeature|ZoDatasetVector::Commit|WriteResult|ZoResultWriter|CopyFeatures"),
+    ("open/close datasource (GDAL's deferred R-tree runs at close)", r"ZoDataSource|GDALOpen|GDALClose|OpenOrCreate|CreateDatasetVector"),
     ("local: values and rows", r"ZoClusteringDistributions::RunLocal"),
     ("start-up (dynamic loading)", r"_dl_start|_dl_init|dl_main|_dl_relocate"),
 ]
@@ -62,8 +66,8 @@ def main():
         frames.append(parts[1] if len(parts) > 1 else parts[0])
     total = sum(counts.values()) or 1
     for name, c in counts.most_common():
-        print(f"{name:36s} {100.0 * c / total:5.1f} %  {c / freq:6.2f} s")
-    print(f"{'total':36s} 100.0 %  {total / freq:6.2f} s")
+        print(f"{name:40s} {100.0 * c / total:5.1f} %  {c / freq:6.2f} s")
+    print(f"{'total':40s} 100.0 %  {total / freq:6.2f} s")
 
 
 if __name__ == "__main__":
