@@ -56,6 +56,10 @@ class SA_API ZoPatternsInformation {
   // The weights matrix file; required with SpatialWeightsFile.
   LumaUnicodeString WeightsFilePath;
   ZoDistanceMethod DistanceMethod = Euclidean;
+  // Bytes the weights an analysis builds for itself may take in memory; 0 or
+  // less means a quarter of physical memory. Weights beyond it go through a
+  // temporary weights file instead, with the same results.
+  std::int64_t WeightsMemoryBudget = 0;
 };
 
 }  // namespace ZOC

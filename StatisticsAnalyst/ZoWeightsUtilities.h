@@ -135,13 +135,16 @@ class SA_API ZoWeightsUtilities : public ZoAnalysisFrame {
   // message for a key out of place.
   unsigned char ReadHeader(const std::string& line, LumaArray<LumaUnicodeString>& values);
 
+  // The conceptualization's own checks against the records ("ESa025",
+  // "ESa050", "ESa042", "ESa023").
+  bool CheckParameter(ZoRecordset* records, const ZoPatternsInformation& info);
+
  private:
   // "EAf017" when the path is empty or does not end in ".swmb" (any case);
   // otherwise deletes an existing file there and passes. The new file is
   // written under a temporary name beside it and renamed at the end.
   bool CheckFilePath(const LumaUnicodeString& path);
   bool CheckUniqueIDField(ZoDatasetVector* dataset, const LumaUnicodeString& field);
-  bool CheckParameter(ZoRecordset* records, const ZoPatternsInformation& info);
   // Steps shared by every builder: dataset, output path, unique-ID field,
   // ordered query, parameters, unique IDs (unique, "ESa044"). Returns the
   // records (moved to the first record) or null.

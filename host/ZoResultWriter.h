@@ -21,6 +21,7 @@
 #include <memory>
 #include <vector>
 
+#include "StatisticsAnalyst/Export.h"
 #include "host/LumaUnicodeString.h"
 #include "host/ZoPrjCoordSys.h"
 

@@ -1,5 +1,7 @@
 #include "WeightsOptions.h"
 
+#include <algorithm>
+
 #include <string>
 
 namespace zostat {
@@ -32,6 +34,9 @@ std::vector<OptionSpec> WeightsOptions() {
       {"row-standardize", false, "divide each weight by its row's sum"},
       {"distance-method", true, "euclidean (default) or manhattan"},
       {"weights-file", true, "weights matrix file for --conceptualization weights-file"},
+      {"memory-budget", true,
+       "MB the weights built for the run may take in memory (default a quarter of physical memory); "
+       "beyond it they go through a temporary file"},
   };
 }
 
@@ -64,6 +69,12 @@ ZOC::ZoPatternsInformation ParseWeightsOptions(const Options& options) {
   info.Standardization = options.Has("row-standardize");
   info.DistanceMethod = ParseDistanceMethod(options);
   info.WeightsFilePath = options.Get("weights-file");
+  if (options.Has("memory-budget")) {
+    const double mb = options.GetDouble("memory-budget", 0.0);
+    if (!(mb > 0.0) || mb > 1e12) throw UsageError("--memory-budget must be a positive number of MB");
+    // At least one byte: a tiny budget still means "use the file".
+    info.WeightsMemoryBudget = std::max<std::int64_t>(1, static_cast<std::int64_t>(mb * 1048576.0));
+  }
   return info;
 }
 

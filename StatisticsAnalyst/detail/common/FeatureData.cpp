@@ -45,6 +45,42 @@ Status ReadFeaturePoints(ZoRecordset* records, LUMA::LumaArray<LUMA::LumaPoint2D
   return Status::Ok();
 }
 
+Status ReadFeatures(ZoRecordset* records, const LUMA::LumaUnicodeString& field, bool nonNegative,
+                    LUMA::LumaArray<double>& values, const LUMA::LumaUnicodeString& extraField,
+                    LUMA::LumaArray<double>& extra, LUMA::LumaArray<LUMA::LumaPoint2D>* points,
+                    Status& pointsStatus) {
+  const auto n = static_cast<std::size_t>(std::max<std::int64_t>(records->GetRecordCount(), 0));
+  values.clear(), extra.clear();
+  values.reserve(n);
+  if (!extraField.IsEmpty()) extra.reserve(n);
+  if (points) points->clear(), points->reserve(n);
+  pointsStatus = Status::Ok();
+  Status extraStatus;
+  LUMA::LumaVariant value;
+  ZoGeometry geometry;
+  LUMA::LumaPoint2D p;
+  for (bool more = records->MoveFirst(); more && !records->IsEOF(); more = records->MoveNext()) {
+    records->GetFieldValue(field, value);
+    const double x = value.ToDouble();
+    if (!std::isfinite(x)) return Status::Fail(msg::EUc001, {QlIdText(records), field});
+    if (nonNegative && x < 0.0) return Status::Fail(msg::ESa022);
+    values.push_back(x);
+    if (!extraField.IsEmpty() && extraStatus) {
+      records->GetFieldValue(extraField, value);
+      const double e = value.ToDouble();
+      if (std::isfinite(e)) extra.push_back(e);
+      else extraStatus = Status::Fail(msg::EUc001, {QlIdText(records), extraField});
+    }
+    if (points && pointsStatus) {
+      if (!records->GetGeometry(geometry) || geometry.IsEmpty() || !ZoStatisticsUtilities::GetBaryCenter(&geometry, p))
+        pointsStatus = Status::Fail(msg::EUc002, {QlIdText(records)}), points->clear();
+      else
+        points->push_back(p);
+    }
+  }
+  return extraStatus;
+}
+
 double ScaleToUnitRange(LUMA::LumaArray<double>& values) {
   double largest = 0.0;
   for (double v : values) largest = std::max(largest, std::fabs(v));

@@ -27,6 +27,20 @@ Status ReadFieldValues(ZoRecordset* records, const LUMA::LumaUnicodeString& fiel
 // fails with "EUc002" naming the record's QlID.
 Status ReadFeaturePoints(ZoRecordset* records, LUMA::LumaArray<LUMA::LumaPoint2D>& points);
 
+// What an analysis reads from every feature, in one pass over the records:
+// the values (as ReadFieldValues reads them), optionally a second field's
+// values (`extra`, checked alike) and the representative points (as
+// ReadFeaturePoints reads them, when `points` is not null). A failure of the
+// analysis values is returned at once; a failure of the extra values is
+// returned after the pass (a bad analysis value anywhere is reported first,
+// as when each is read in its own pass); a point's failure is left in
+// `pointsStatus` (and the points emptied) for the caller to report where it
+// would have read them.
+Status ReadFeatures(ZoRecordset* records, const LUMA::LumaUnicodeString& field, bool nonNegative,
+                    LUMA::LumaArray<double>& values, const LUMA::LumaUnicodeString& extraField,
+                    LUMA::LumaArray<double>& extra, LUMA::LumaArray<LUMA::LumaPoint2D>* points,
+                    Status& pointsStatus);
+
 // Values far from 1 in magnitude overflow (or underflow) the squares and
 // fourth powers the statistics sum. Every statistic here is unchanged when
 // all values are multiplied by one factor, so values whose largest magnitude

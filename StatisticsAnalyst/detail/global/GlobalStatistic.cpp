@@ -94,9 +94,13 @@ Status InMemory(ZoRecordset* records, const ZoPatternsInformation& info, const K
 // Opens the rows of the weights file: built here for conceptualizations 1 to
 // 7 (K nearest included: its transpose is taken in memory, not from an n × n
 // file), or the caller's file for 8.
-Status OpenRows(ZoDatasetVector* dataset, const ZoPatternsInformation& info, ZoProgress* progress,
-                ZoWeightsFileRows& file) {
+// The weights built here stay in memory when they fit the caller's budget.
+Status OpenRows(ZoRecordset* records, const ZoPatternsInformation& info, ZoProgress* progress,
+                ZoWeightsFileRows& file, ZoWeightsFileRows::GivenPoints* given) {
+  ZoDatasetVector* dataset = records->GetDataset();
   if (info.Conceptualization >= InverseDistance && info.Conceptualization <= KNearestNeighbors) {
+    if (file.BuildInMemory(records, info, progress, true, true, given)) return Status::Ok();
+    if (!file.Error().IsEmpty()) return Status::FromText(file.Error());
     if (!file.BuildTemporary(dataset, info, progress)) return Status::FromText(file.Error());
   } else if (info.Conceptualization != SpatialWeightsFile) {
     return Status::Fail(msg::ESa026);
@@ -114,10 +118,15 @@ Status Streamed(ZoRecordset* records, const ZoPatternsInformation& info, const K
     stage.progress->SetTitleMessage(ZoStringEx::LoadResString(texts.title));
   }
   ZoDatasetVector* dataset = records->GetDataset();
-  LumaArray<double> values;
-  Status status = ReadFieldValues(records, info.FieldName, texts.nonNegative, values);
+  // Values and points come from one pass when the weights are built from points.
+  LumaArray<double> values, none;
+  ZoWeightsFileRows::GivenPoints given;
+  const bool fromPoints = (info.Conceptualization >= InverseDistance && info.Conceptualization <= ZoneOfIndifference) ||
+                          info.Conceptualization == KNearestNeighbors;
+  Status status = ReadFeatures(records, info.FieldName, texts.nonNegative, values, {}, none,
+                               fromPoints ? &given.points : nullptr, given.status);
   ZoWeightsFileRows file;
-  if (status) status = OpenRows(dataset, info, stage.progress.get(), file);
+  if (status) status = OpenRows(records, info, stage.progress.get(), file, fromPoints ? &given : nullptr);
   // A caller's file orders its features by its own unique-ID field: read the
   // values in that order so that row i and value i belong to one feature.
   if (status && !file.UniqueIdField().EqualsNoCase(kSystemIdField)) {

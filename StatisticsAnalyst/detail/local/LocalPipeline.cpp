@@ -42,7 +42,8 @@ struct ResultFields {
 // The weights rows in feature order, from memory or from a weights file.
 class Rows {
  public:
-  Status Open(ZoRecordset* records, const ZoPatternsInformation& info, bool standardizes, ZoProgress* progress) {
+  Status Open(ZoRecordset* records, const ZoPatternsInformation& info, bool standardizes, ZoProgress* progress,
+              ZoWeightsFileRows::GivenPoints* given) {
     const std::int64_t n = records->GetRecordCount();
     m_n = n;
     m_inMemory = info.Conceptualization != SpatialWeightsFile && n <= limits::kInMemoryFeatures;
@@ -57,11 +58,16 @@ class Rows {
       return Status::Ok();
     }
     const bool callers = info.Conceptualization == SpatialWeightsFile;
+    // The rows are raw; they are divided by their row sums when the
+    // statistic standardizes and the caller asks. Weights built here stay in
+    // memory when they fit the caller's budget, else go through a file.
+    const bool normalize = standardizes && info.Standardization;
+    if (!callers) {
+      if (m_file.BuildInMemory(records, info, progress, normalize, false, given)) return Status::Ok();
+      if (!m_file.Error().IsEmpty()) return Status::FromText(m_file.Error());
+    }
     if (!callers && !m_file.BuildTemporary(source, info, progress)) return Status::FromText(m_file.Error());
-    // The file's rows are raw; they are divided by their row sums when the
-    // statistic standardizes and the caller asks.
-    if (!m_file.Open(source, callers ? info.WeightsFilePath : m_file.TemporaryPath(),
-                     standardizes && info.Standardization, false))
+    if (!m_file.Open(source, callers ? info.WeightsFilePath : m_file.TemporaryPath(), normalize, false))
       return Status::FromText(m_file.Error(), msg::ESa046);
     return Status::Ok();
   }
@@ -120,11 +126,13 @@ Status CreateFields(ZoDatasetVector* source, ZoDatasetVector* result, const ZoPa
   return Status::Ok();
 }
 
+// Values, the extra field and, when the weights are built from points, the
+// points: all from one pass.
 Status ReadInputs(ZoRecordset* records, const ZoPatternsInformation& info, const LocalStatistic& statistic,
-                  LumaArray<double>& values, LumaArray<double>& extra) {
-  Status status = ReadFieldValues(records, info.FieldName, false, values);
-  if (status && !statistic.ExtraField().IsEmpty())
-    status = ReadFieldValues(records, statistic.ExtraField(), false, extra);
+                  LumaArray<double>& values, LumaArray<double>& extra, ZoWeightsFileRows::GivenPoints* given) {
+  Status noPoints;
+  Status status = ReadFeatures(records, info.FieldName, false, values, statistic.ExtraField(), extra,
+                               given ? &given->points : nullptr, given ? given->status : noPoints);
   if (status) ScaleToUnitRange(values);
   return status;
 }
@@ -177,9 +185,14 @@ Status RunLocal(ZoDatasetVector* source, ZoRecordset* records, ZoDatasetVector* 
     progress->SetMessage(ZoStringEx::LoadResString(msg::IMb330));
   }
   LumaArray<double> values, extra;
-  if (Status status = ReadInputs(records, info, statistic, values, extra); !status) return status;
+  ZoWeightsFileRows::GivenPoints given;
+  const bool fromPoints = (info.Conceptualization >= InverseDistance && info.Conceptualization <= ZoneOfIndifference) ||
+                          info.Conceptualization == KNearestNeighbors;
+  ZoWeightsFileRows::GivenPoints* points = fromPoints ? &given : nullptr;
+  if (Status status = ReadInputs(records, info, statistic, values, extra, points); !status) return status;
   Rows rows;
-  if (Status status = rows.Open(records, info, statistic.Standardizes(), progress.get()); !status) return status;
+  if (Status status = rows.Open(records, info, statistic.Standardizes(), progress.get(), points); !status)
+    return status;
 
   if (progress) {
     progress->SetBothPosRange(31, 60);

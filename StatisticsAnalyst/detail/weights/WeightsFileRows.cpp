@@ -4,6 +4,7 @@
 #include <new>
 #include <numeric>
 
+#include "StatisticsAnalyst/WeightsRowBuilder.h"
 #include "host/ZoStringEx.h"
 #include "host/ZoMessageIds.h"
 #include "StatisticsAnalyst/detail/common/Limits.h"
@@ -33,6 +34,72 @@ bool ZoWeightsFileRows::BuildTemporary(ZoDatasetVector* dataset, const ZoPattern
     m_error += builder.GetStrErrorMes();
     return false;
   }
+  return true;
+}
+
+bool ZoWeightsFileRows::BuildInMemory(ZoRecordset* records, const ZoPatternsInformation& info, ZoProgress* progress,
+                                      bool normalize, bool transposed, GivenPoints* given) {
+  Close();
+  const std::uint64_t budget = detail::weights::ResolveBudget(info.WeightsMemoryBudget);
+  const std::int64_t n = records->GetRecordCount();
+  // K nearest stores about K weights a row: when those alone exceed the
+  // budget, the neighbour search is not run twice.
+  if (info.Conceptualization == KNearestNeighbors && info.KNeighbors > 0 &&
+      detail::weights::CsrWeights::Bytes(n, n * info.KNeighbors) > budget)
+    return false;
+  ZoWeightsUtilities checks;
+  if (!checks.CheckParameter(records, info)) {
+    m_error += checks.GetStrErrorMes();
+    return false;
+  }
+  ZoPatternsInformation rowsInfo = info;
+  rowsInfo.DistanceMethod =
+      ZoStatisticsUtilities::ValidateDistanceMethod(info.DistanceMethod, records->GetDataset()->GetPrjCoordSys());
+  ZoStatisticsUtilities utilities;
+  ZoWeightsRowBuilder rows(utilities);
+  const bool contiguity =
+      info.Conceptualization == ContiguityEdgesOnly || info.Conceptualization == ContiguityEdgesCorners;
+  if (given && !contiguity && !given->status) {
+    m_error += given->status.Text();
+    Fail(msg::ESa008);
+    return false;
+  }
+  const bool prepared = given && !contiguity
+                            ? rows.PrepareFromPoints(std::move(given->points),
+                                                     records->GetDataset()->GetPrjCoordSys(), rowsInfo)
+                            : rows.Prepare(records, rowsInfo);
+  if (!prepared) {
+    m_error += utilities.GetStrErrorMes();
+    if (rows.FailedId()) Fail(rows.FailedId());
+    return false;
+  }
+  if (!m_csr.Start(rows.Count(), budget)) return false;
+  ZoCallProgress call(progress, progress != nullptr);
+  LumaUnicodeString format;
+  if (call) {
+    call->SetTitleMessage(ZoStringEx::LoadResString(msg::IMb330));
+    format = ZoStringEx::LoadResString(msg::IMb331);
+  }
+  // Rows are computed a block at a time in spatial order, kept in feature order.
+  constexpr std::int64_t kBlock = 1 << 15;
+  ZoWeightsRowBuilder::Block block;
+  for (std::int64_t first = 0; first < rows.Count(); first += kBlock) {
+    rows.FillBlock(first, std::min(kBlock, rows.Count() - first), block);
+    for (std::int64_t k = 0; k < block.Count(); ++k) {
+      if (call && !call.Step(format, first + k, rows.Count())) {
+        m_csr.Release();
+        Fail(msg::IMb030);
+        return false;
+      }
+      if (!m_csr.Append(block.Columns(k), block.Weights(k), block.Size(k))) return false;
+    }
+  }
+  // The temporary file would hold row sums when standardizing, and its
+  // relationship decides whether w(j, i) is read from row j.
+  const bool symmetric = info.Conceptualization >= InverseDistance && info.Conceptualization <= ContiguityEdgesCorners;
+  m_csr.SetReading(info.Standardization, normalize, transposed, symmetric);
+  m_field = kSystemIdField;
+  m_inMemory = true;
   return true;
 }
 
@@ -87,6 +154,8 @@ bool ZoWeightsFileRows::Open(ZoDatasetVector* dataset, const LumaUnicodeString& 
 }
 
 void ZoWeightsFileRows::Close() {
+  m_csr.Release();
+  m_inMemory = false;
   if (m_file) std::fclose(m_file);
   m_file = nullptr;
   m_offsets.clear();
@@ -102,6 +171,14 @@ double ZoWeightsFileRows::Normalized(double raw, std::int64_t row) const {
 
 bool ZoWeightsFileRows::Next(std::int64_t i, ZoSparseRow& row) {
   const std::int64_t n = Count();
+  if (m_inMemory) {
+    if (i < 0 || i >= n) {
+      Fail(msg::ESa026);
+      return false;
+    }
+    m_csr.Row(i, row);
+    return true;
+  }
   if (!m_file || i < 0 || i >= n ||
       !m_utilities.ReadWeightMatrixBinarySparse(m_file, m_index[static_cast<std::size_t>(i)].Count,
                                                 static_cast<int>(n), m_readColumns, m_readWeights)) {

@@ -18,8 +18,10 @@
 #include <vector>
 
 #include "StatisticsAnalyst/detail/common/SparseRow.h"
+#include "StatisticsAnalyst/detail/common/Status.h"
 #include "StatisticsAnalyst/ZoStatisticsUtilities.h"
 #include "StatisticsAnalyst/ZoWeightsUtilities.h"
+#include "StatisticsAnalyst/detail/weights/CsrWeights.h"
 #include "host/ZoFile.h"
 
 namespace ZOC {
@@ -35,6 +37,22 @@ class ZoWeightsFileRows {
   // keyed by "QlID", for conceptualizations 1 to 7; the build reports to
   // `progress` when it is not null.
   bool BuildTemporary(ZoDatasetVector* dataset, const ZoPatternsInformation& info, ZoProgress* progress);
+  // Instead of a temporary file: the weights of conceptualizations 1 to 7
+  // over `records` (ordered by "QlID") held in memory as compressed sparse
+  // rows, when they take at most info.WeightsMemoryBudget bytes (0: a quarter
+  // of physical memory). The rows then read as Open(…, normalize, transposed)
+  // would read them from the file. False with an empty Error() when they do
+  // not fit (nothing is held; build the file instead), false with a message
+  // when the weights cannot be made.
+  // `given`: the features' points already read with their values (and how
+  // reading them went), used instead of reading them again; null: read here.
+  struct GivenPoints {
+    LumaArray<LumaPoint2D> points;
+    detail::Status status;
+  };
+  bool BuildInMemory(ZoRecordset* records, const ZoPatternsInformation& info, ZoProgress* progress,
+                     bool normalize = true, bool transposed = true, GivenPoints* given = nullptr);
+  bool InMemory() const { return m_inMemory; }
   // Opens and checks a weights file for the dataset and reads what the rows
   // need: the index, the normalizers and, for asymmetric weights, the raw weights.
   // With normalize false the rows keep their raw weights; with transposed
@@ -45,7 +63,7 @@ class ZoWeightsFileRows {
   // The temporary file made by BuildTemporary, or "".
   const LumaUnicodeString& TemporaryPath() const { return m_temporary.Path(); }
   const LumaUnicodeString& UniqueIdField() const { return m_field; }
-  std::int64_t Count() const { return static_cast<std::int64_t>(m_index.size()); }
+  std::int64_t Count() const { return m_inMemory ? m_csr.Count() : static_cast<std::int64_t>(m_index.size()); }
   // Row i (rows are read in order, i = 0, 1, ...). False with "ESa026".
   bool Next(std::int64_t i, ZoSparseRow& row);
   // The messages of every failure so far.
@@ -71,6 +89,8 @@ class ZoWeightsFileRows {
   LumaArray<std::int32_t> m_readColumns;
   LumaArray<double> m_readWeights;
   LumaUnicodeString m_error;
+  detail::weights::CsrWeights m_csr;
+  bool m_inMemory = false;
 };
 
 }  // namespace ZOC

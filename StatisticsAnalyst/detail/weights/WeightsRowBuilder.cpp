@@ -118,13 +118,29 @@ void ZoWeightsRowBuilder::FillBlock(std::int64_t first, std::int64_t count, Bloc
       const auto ka = m_keys[static_cast<std::size_t>(a)], kb = m_keys[static_cast<std::size_t>(b)];
       return ka < kb || (ka == kb && a < b);
     });
-  std::vector<std::int64_t> columns;
-  std::vector<double> weights;
+  // Each row is searched on its own, so the rows do not depend on how the
+  // threads share them out; a static schedule over the spatial order gives
+  // each thread one compact stretch of the plane.
+  std::vector<std::vector<std::int64_t>> columns(static_cast<std::size_t>(count));
+  std::vector<std::vector<double>> weights(static_cast<std::size_t>(count));
+  // An exception must not leave a parallel region: it is carried out after it.
+  bool outOfMemory = false;
+#pragma omp parallel for schedule(static)
+  for (std::int64_t k = 0; k < count; ++k) {
+    const auto r = static_cast<std::size_t>(order[static_cast<std::size_t>(k)] - first);
+    try {
+      Row(order[static_cast<std::size_t>(k)], columns[r], weights[r]);
+    } catch (...) {
+#pragma omp atomic write
+      outOfMemory = true;
+    }
+  }
+  if (outOfMemory) throw std::bad_alloc();
   for (std::int64_t i : order) {
-    Row(i, columns, weights);
-    block.m_spans[static_cast<std::size_t>(i - first)] = {block.m_columns.size(), columns.size()};
-    block.m_columns.insert(block.m_columns.end(), columns.begin(), columns.end());
-    block.m_weights.insert(block.m_weights.end(), weights.begin(), weights.end());
+    const auto r = static_cast<std::size_t>(i - first);
+    block.m_spans[r] = {block.m_columns.size(), columns[r].size()};
+    block.m_columns.insert(block.m_columns.end(), columns[r].begin(), columns[r].end());
+    block.m_weights.insert(block.m_weights.end(), weights[r].begin(), weights[r].end());
   }
 }
 

@@ -1,0 +1,58 @@
+#pragma once
+// CsrWeights: the weights of a whole dataset held in memory as compressed
+// sparse rows (row offsets, column numbers, weights, row sums), within a
+// memory budget. It serves rows exactly as a binary weights file's rows are
+// read back (ZoWeightsFileRows): the same stored weights in the same order,
+// the same row sums and the same normalization, so an analysis gives the same
+// numbers whichever of the two holds its weights.
+#include <cstdint>
+#include <vector>
+
+#include "StatisticsAnalyst/detail/common/SparseRow.h"
+
+namespace ZOC::detail::weights {
+
+// The budget for in-memory weights when the caller gives none (0 or less):
+// a quarter of the machine's physical memory.
+std::uint64_t DefaultBudget();
+// `requested` bytes when positive, else DefaultBudget().
+std::uint64_t ResolveBudget(std::int64_t requested);
+
+class CsrWeights {
+ public:
+  // Bytes held for n rows with `stored` weights in all.
+  static std::uint64_t Bytes(std::int64_t n, std::int64_t stored);
+
+  // Starts empty rows for n features within `budget` bytes; false (nothing
+  // held) when even the row tables do not fit.
+  bool Start(std::int64_t n, std::uint64_t budget);
+  // Appends the next row: the weights a weights file would store (those not
+  // counted as zero) and their sum. False, and everything released, when the
+  // row would take the weights over the budget.
+  bool Append(const std::int64_t* columns, const double* weights, std::size_t size);
+  void Release();
+
+  std::int64_t Count() const { return static_cast<std::int64_t>(m_sums.size()); }
+  std::int64_t Stored() const { return static_cast<std::int64_t>(m_columns.size()); }
+
+  // How Row reads: `normalize` divides each weight by its row's sum (a zero
+  // sum gives zeros) when `standardized`; `transposed` also gives each w(j, i),
+  // taken from row j unless `symmetric`, where w(j, i) is w(i, j) over row
+  // j's sum.
+  void SetReading(bool standardized, bool normalize, bool transposed, bool symmetric);
+  // Row i (0 ≤ i < Count()).
+  void Row(std::int64_t i, ZoSparseRow& row) const;
+
+ private:
+  double Normalized(double raw, std::int64_t row) const;
+  double Raw(std::int64_t row, std::int32_t column) const;
+
+  std::uint64_t m_budget = 0;
+  std::vector<std::int64_t> m_offsets;
+  std::vector<std::int32_t> m_columns;
+  std::vector<double> m_weights;
+  std::vector<double> m_sums;
+  bool m_standardized = false, m_normalize = false, m_transposed = false, m_symmetric = true;
+};
+
+}  // namespace ZOC::detail::weights

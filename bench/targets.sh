@@ -1,0 +1,37 @@
+#!/usr/bin/env bash
+# The performance targets in one run: at N points (default 1000000),
+# k-nearest 8, moran and general-g against `ogr2ogr -f CSV /vsistdout/` of
+# the same file, hotspot and cluster-outlier against `ogr2ogr` copying the
+# points to a new GeoPackage. Elapsed and CPU (user + system) seconds, peak
+# memory, and the ratios of both times.
+#   bench/targets.sh BUILD_DIR [N]
+here=$(cd "$(dirname "$0")" && pwd)
+source "$here/common.sh" "$1"
+n=${2:-1000000}
+random_points "$n"
+knn=(--field VALUE --conceptualization k-nearest --k 8 --quiet --json)
+
+# "elapsed cpu peak-MB" of a command, output discarded.
+measure() {
+  /usr/bin/time -f "%e %U %S %M" -o "$tmp/t" "$@" >/dev/null 2>"$tmp/err" || { cat "$tmp/err" >&2; return 1; }
+  read -r e u s m < "$tmp/t"
+  python3 -c "print('$e', round($u + $s, 2), $m // 1024)"
+}
+csv=$(measure ogr2ogr -f CSV /vsistdout/ "$points")
+copy=$(measure ogr2ogr -f GPKG "$tmp/copy.gpkg" "$points")
+printf '%-18s %9s %9s %8s   %s\n' run "elapsed s" "CPU s" "peak MB" "ratio elapsed / CPU"
+row() {  # name "e c m" reference
+  read -r e c m <<< "$2"
+  read -r re rc _ <<< "$3"
+  printf '%-18s %9s %9s %8s   %s\n' "$1" "$e" "$c" "$m" \
+    "$(python3 -c "print(f'{$e / $re:.2f}x / {$c / max($rc, 0.01):.2f}x of $4')")"
+}
+printf '%-18s %9s %9s %8s\n' "CSV dump" $csv
+printf '%-18s %9s %9s %8s\n' "GeoPackage copy" $copy
+row moran "$(measure "$z" moran --input "$points" "${knn[@]}")" "$csv" "the CSV dump"
+row general-g "$(measure "$z" general-g --input "$points" "${knn[@]}")" "$csv" "the CSV dump"
+row hotspot "$(measure "$z" hotspot --input "$points" "${knn[@]}" --output "$tmp/gi.gpkg" --overwrite)" "$copy" \
+  "the GeoPackage copy"
+row cluster-outlier "$(measure "$z" cluster-outlier --input "$points" "${knn[@]}" --output "$tmp/lm.gpkg" --overwrite)" \
+  "$copy" "the GeoPackage copy"
+row "moran (file path)" "$(measure "$z" moran --input "$points" "${knn[@]}" --memory-budget 0.001)" "$csv" "the CSV dump"
