@@ -5,6 +5,7 @@
 
 #include <cpl_vsi.h>
 
+#include "host/detail/PrjAccess.h"
 #include "host/detail/DatasetInternals.h"
 
 namespace ZOC {
@@ -184,7 +185,7 @@ ZoDatasetVector* ZoDataSource::CreateDatasetVector(const LumaUnicodeString& name
     CPLStringList options;
     const std::string driver = GetDriverName().Str();
     if (driver == "ESRI Shapefile") options.SetNameValue("ENCODING", "UTF-8");
-    detail::SrsPtr srs(cs.GetOGR() ? cs.GetOGR()->Clone() : nullptr);
+    detail::SrsPtr srs(detail::PrjAccess::Get(cs) ? detail::PrjAccess::Get(cs)->Clone() : nullptr);
     if (type == wkbNone) srs.reset();
     OGRLayer* layer = m_impl->gdal->CreateLayer(name.c_str(), srs.get(), type, options.List());
     if (!layer) {
@@ -282,7 +283,7 @@ std::unique_ptr<ZoDatasetVector> ZoDataSource::Impl::MakeDataset(ZoDataSource* o
   impl->state.gdal = gdal;
   impl->state.batch = batch;
   impl->state.RefreshFieldTypes();
-  impl->cs.SetFromOGR(layer->GetSpatialRef());
+  detail::PrjAccess::Set(impl->cs, layer->GetSpatialRef());
   OGREnvelope env;
   if (layer->GetGeomType() != wkbNone && layer->GetExtent(&env, TRUE) == OGRERR_NONE && env.IsInit())
     impl->cs.SetExtent(env.MinX, env.MinY, env.MaxX, env.MaxY);

@@ -8,6 +8,7 @@
 #include "host/ZoDataSource.h"
 #include "host/ZoProgress.h"
 #include "host/ZoRecordset.h"
+#include "host/detail/PrjAccess.h"
 #include "host/detail/DatasetInternals.h"
 
 namespace ZOC {
@@ -416,7 +417,7 @@ bool ZoDatasetVector::SetPrjCoordSys(const ZoPrjCoordSys& cs) {
     if (st.HasGeometry() && st.layer->TestCapability(OLCAlterGeomFieldDefn)) {
       st.batch->Commit();
       OGRGeomFieldDefn changed(st.layer->GetLayerDefn()->GetGeomFieldDefn(0));
-      detail::SrsPtr srs(cs.GetOGR() ? cs.GetOGR()->Clone() : nullptr);
+      detail::SrsPtr srs(detail::PrjAccess::Get(cs) ? detail::PrjAccess::Get(cs)->Clone() : nullptr);
       changed.SetSpatialRef(srs.get());
       st.layer->AlterGeomFieldDefn(0, &changed, ALTER_GEOM_FIELD_DEFN_SRS_FLAG);
       st.cursorOwner = nullptr;

@@ -1,4 +1,5 @@
 #include "host/ZoPrjCoordSys.h"
+#include "host/detail/PrjAccess.h"
 
 #include <algorithm>
 #include <cmath>
@@ -114,23 +115,29 @@ bool ZoPrjCoordSys::SetFromUserInput(const LumaUnicodeString& definition) {
     if (srs.SetFromUserInput(definition.c_str(), OGRSpatialReference::SET_FROM_USER_INPUT_LIMITATIONS_get()) !=
         OGRERR_NONE)
       return false;
-    SetFromOGR(&srs);
+    detail::PrjAccess::Set(*this, &srs);
     return true;
   } catch (...) {
     return false;
   }
 }
 
-void ZoPrjCoordSys::SetFromOGR(const OGRSpatialReference* srs) {
+void detail::PrjAccess::Set(ZoPrjCoordSys& cs, const OGRSpatialReference* srs) {
   if (!srs || IsUndefinedSrs(*srs)) {
-    m_impl->srs.reset();
+    cs.m_impl->srs.reset();
     return;
   }
-  m_impl->srs.reset(srs->Clone());
-  m_impl->srs->SetAxisMappingStrategy(OAMS_TRADITIONAL_GIS_ORDER);
+  cs.m_impl->srs.reset(srs->Clone());
+  cs.m_impl->srs->SetAxisMappingStrategy(OAMS_TRADITIONAL_GIS_ORDER);
 }
 
-const OGRSpatialReference* ZoPrjCoordSys::GetOGR() const { return m_impl->srs.get(); }
+const OGRSpatialReference* detail::PrjAccess::Get(const ZoPrjCoordSys& cs) { return cs.m_impl->srs.get(); }
+
+double ZoPrjCoordSys::GetLinearUnits() const {
+  if (GetTypeID() != Projected || !m_impl->srs) return 0.0;
+  const double perUnit = m_impl->srs->GetLinearUnits();
+  return perUnit > 0 ? perUnit : 0.0;
+}
 
 int ZoPrjCoordSys::GetTypeID() const {
   const OGRSpatialReference* srs = m_impl->srs.get();

@@ -1,6 +1,6 @@
 #pragma once
 // ZoPrjCoordSys: a dataset's coordinate system, over PROJ (through GDAL's
-// OGRSpatialReference).
+// spatial references, which host code reaches through detail::PrjAccess).
 //
 // Type codes (GetTypeID): 0 planar without a known definition (no coordinate
 // system, or an "undefined" one such as the undefined geographic or Cartesian
@@ -25,9 +25,11 @@
 #include "host/LumaPoint.h"
 #include "host/LumaUnicodeString.h"
 
-class OGRSpatialReference;
-
 namespace ZOC {
+
+namespace detail {
+struct PrjAccess;
+}
 
 using LUMA::LumaArray;
 using LUMA::LumaPoint2D;
@@ -45,10 +47,6 @@ class SA_API ZoPrjCoordSys {
   // From "EPSG:4326", WKT or a PROJ string; false (and unchanged) when PROJ
   // cannot read it.
   bool SetFromUserInput(const LumaUnicodeString& definition);
-  // Host-internal: adopts a copy of a GDAL spatial reference (null = undefined).
-  void SetFromOGR(const OGRSpatialReference* srs);
-  // Host-internal: the GDAL spatial reference, or null when undefined.
-  const OGRSpatialReference* GetOGR() const;
 
   int GetTypeID() const;
   bool IsUndefined() const;
@@ -58,6 +56,9 @@ class SA_API ZoPrjCoordSys {
   // system has none (planar, undefined).
   double GetSemiMajorAxis() const;
   double GetFlattening() const;
+  // Metres per unit of a projected system's coordinates; 0 when the system
+  // has no known linear unit (planar, undefined, geographic).
+  double GetLinearUnits() const;
   bool IsSame(const ZoPrjCoordSys& other) const;
 
   // The extent (in this system's units) that centres the forward projection.
@@ -76,6 +77,7 @@ class SA_API ZoPrjCoordSys {
   LumaUnicodeString ForwardDefinition(double lon0, double lat0) const;
 
  private:
+  friend struct detail::PrjAccess;
   struct Impl;
   std::unique_ptr<Impl> m_impl;
 };

@@ -8,7 +8,7 @@
 #include <filesystem>
 #include <omp.h>
 
-#include "StatisticsAnalyst/WeightsFileRows.h"
+#include "StatisticsAnalyst/detail/weights/WeightsFileRows.h"
 #include "StatisticsAnalyst/ZoAnalyzingPatterns.h"
 #include "StatisticsAnalyst/ZoClusteringDistributions.h"
 #include "StatisticsAnalyst/detail/weights/CsrWeights.h"

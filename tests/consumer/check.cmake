@@ -23,11 +23,9 @@ foreach(file IN LISTS installed)
 endforeach()
 
 # No installed header names a GDAL type: the host classes keep them behind
-# their Impl. The headers listed in SA_GDAL_TYPES_PENDING still do; the list
-# goes away once their GDAL accessors have left the public interface.
-set(SA_GDAL_TYPES_PENDING host/ZoDataSource.h host/ZoDatasetVector.h host/ZoPrjCoordSys.h)
+# their Impl, and host code reaches them through host/detail/.
 foreach(file IN LISTS installed)
-  if(NOT file MATCHES "\\.h$" OR file IN_LIST SA_GDAL_TYPES_PENDING)
+  if(NOT file MATCHES "\\.h$")
     continue()
   endif()
   file(STRINGS "${prefix}/include/zoc/${file}" lines)

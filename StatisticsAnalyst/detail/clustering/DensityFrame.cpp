@@ -1,6 +1,5 @@
 // The frame of density-based clustering: the checks in their fixed order,
 // reading the points, the distance unit and writing the result.
-#include <ogr_spatialref.h>
 
 #include <algorithm>
 #include <cmath>
@@ -102,10 +101,8 @@ double DensityRun::InPointUnits(ZoRecordset* records, double distance, int unit)
   const ZoPrjCoordSys& cs = records->GetDataset()->GetPrjCoordSys();
   const double metres = distance * static_cast<double>(unit) / 10000.0;
   if (cs.GetTypeID() == ZoPrjCoordSys::Geographic) return metres;  // the points are in metres
-  const OGRSpatialReference* srs = cs.GetOGR();
-  if (cs.GetTypeID() != ZoPrjCoordSys::Projected || !srs) return distance;  // no known unit
-  const double perUnit = srs->GetLinearUnits();
-  return perUnit > 0 ? metres / perUnit : distance;
+  const double perUnit = cs.GetLinearUnits();
+  return perUnit > 0 ? metres / perUnit : distance;  // else no known unit
 }
 
 unsigned char DensityRun::Fail(Status status) {

@@ -4,7 +4,7 @@
 
 #include <algorithm>
 
-#include "StatisticsAnalyst/WeightsFileFormat.h"
+#include "StatisticsAnalyst/detail/weights/WeightsFileFormat.h"
 #include "StatisticsAnalyst/detail/common/Limits.h"
 
 namespace ZOC::detail::weights {

@@ -4,7 +4,7 @@
 #include <new>
 #include <numeric>
 
-#include "StatisticsAnalyst/WeightsRowBuilder.h"
+#include "StatisticsAnalyst/detail/weights/WeightsRowBuilder.h"
 #include "host/ZoStringEx.h"
 #include "host/ZoMessageIds.h"
 #include "StatisticsAnalyst/detail/common/Limits.h"
