@@ -5,8 +5,8 @@
 
 #include "StatisticsAnalyst/detail/common/Status.h"
 #include "host/ZoFile.h"
-#include "host/ZoStringEx.h"
 #include "host/ZoMessageIds.h"
+#include "host/ZoStringEx.h"
 
 namespace ZOC {
 

@@ -48,8 +48,8 @@ class SA_API ZoAnalyzingPatterns : public ZoAnalysisFrame {
   // feature; values of any finite magnitude (1e200 included) are exact.
   // Messages: the frame's checks, the weights' own, "ESa031", "ESa030",
   // "ESa021" (no variance), "ESa027", "ESa026", "IMb030", then "ESa041".
-  bool SpatialAutocorrelation(ZoDatasetVector* dataset, const ZoPatternsInformation& info,
-                              ZoAnalyzingExponent& result, bool showProgress);
+  bool SpatialAutocorrelation(ZoDatasetVector* dataset, const ZoPatternsInformation& info, ZoAnalyzingExponent& result,
+                              bool showProgress);
   // Getis–Ord General G of a non-negative field ("ESa022" otherwise): G,
   // E[G], Var[G], z and p, on the same two paths. "ESa035" is appended when
   // the statistic itself fails. The p-value never exceeds 1.
@@ -87,8 +87,8 @@ class SA_API ZoAnalyzingPatterns : public ZoAnalysisFrame {
   // once, and the first rectangle of strictly smallest area is kept. u is the
   // unit direction of the length L, v = (−u.y, u.x) that of the width W.
   // False with "ESa013" for fewer than two ring points.
-  unsigned char GetMinAreaRect1(const LumaArray<LumaPoint2D>& hull, LumaPoint2D& centre, LumaPoint2D& u,
-                                LumaPoint2D& v, double& length, double& width, double& area);
+  unsigned char GetMinAreaRect1(const LumaArray<LumaPoint2D>& hull, LumaPoint2D& centre, LumaPoint2D& u, LumaPoint2D& v,
+                                double& length, double& width, double& area);
 
   ZoStatisticsUtilities m_utilities;
   std::FILE* m_flagMatrix = nullptr;

@@ -3,9 +3,9 @@
 #include "StatisticsAnalyst/ZoClusteringDistributions.h"
 
 #include "StatisticsAnalyst/ZoStatisticsUtilities.h"
+#include "StatisticsAnalyst/detail/clustering/DensityClustering.h"
 #include "StatisticsAnalyst/detail/local/ClusterOutlier.h"
 #include "StatisticsAnalyst/detail/local/HotSpot.h"
-#include "StatisticsAnalyst/detail/clustering/DensityClustering.h"
 #include "host/ZoMessageIds.h"
 
 namespace ZOC {
@@ -40,8 +40,7 @@ ZoRecordsetPtr ZoClusteringDistributions::OpenLocalRecords(ZoDatasetVector* sour
 }
 
 unsigned char ZoClusteringDistributions::HotSpotAnalyst(ZoDatasetVector* source, ZoDatasetVector* result,
-                                                        const ZoPatternsInformation& info,
-                                                        unsigned char showProgress) {
+                                                        const ZoPatternsInformation& info, unsigned char showProgress) {
   ClearErrorMessage();
   return Guard([&]() -> unsigned char {
     ZoRecordsetPtr records = OpenLocalRecords(source, result, info, info.SecondFieldName);
@@ -53,8 +52,7 @@ unsigned char ZoClusteringDistributions::HotSpotAnalyst(ZoDatasetVector* source,
 }
 
 unsigned char ZoClusteringDistributions::ClusterOutlier(ZoDatasetVector* source, ZoDatasetVector* result,
-                                                        const ZoPatternsInformation& info,
-                                                        unsigned char showProgress) {
+                                                        const ZoPatternsInformation& info, unsigned char showProgress) {
   ClearErrorMessage();
   return Guard([&]() -> unsigned char {
     ZoRecordsetPtr records = OpenLocalRecords(source, result, info, {});

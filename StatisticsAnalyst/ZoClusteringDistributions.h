@@ -65,8 +65,8 @@ class SA_API ZoClusteringDistributions : public ZoAnalysisFrame {
  private:
   // The checks every local analysis starts with, in their fixed order, and
   // the source's records in QlID order; null after the messages.
-  ZoRecordsetPtr OpenLocalRecords(ZoDatasetVector* source, ZoDatasetVector* result,
-                                  const ZoPatternsInformation& info, const LumaUnicodeString& selfWeightField);
+  ZoRecordsetPtr OpenLocalRecords(ZoDatasetVector* source, ZoDatasetVector* result, const ZoPatternsInformation& info,
+                                  const LumaUnicodeString& selfWeightField);
 };
 
 }  // namespace ZOC

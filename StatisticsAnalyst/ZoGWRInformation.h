@@ -39,12 +39,12 @@ struct ZoGWRInformation {
 
 struct ZoGWRResult {
   std::int64_t FeatureCount = 0;
-  double Bandwidth = 0.0;            // used (given or found)
+  double Bandwidth = 0.0;  // used (given or found)
   bool BandwidthSearched = false;
   double AICc = 0.0;
   double EffectiveParameters = 0.0;  // trace of the hat matrix
   double RSS = 0.0;
-  double Sigma = 0.0;                // sqrt(RSS / (n − trace))
+  double Sigma = 0.0;  // sqrt(RSS / (n − trace))
   double R2 = 0.0, AdjustedR2 = 0.0;
 };
 

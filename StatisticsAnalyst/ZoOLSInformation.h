@@ -34,7 +34,7 @@ struct ZoOLSCoefficient {
   double RobustStdError = 0.0;  // White's heteroskedasticity-consistent (HC0)
   double RobustTValue = 0.0;
   double RobustPValue = 0.0;
-  double VIF = 0.0;             // variance inflation factor; NaN for the intercept
+  double VIF = 0.0;  // variance inflation factor; NaN for the intercept
 };
 
 struct ZoOLSResult {
@@ -44,10 +44,10 @@ struct ZoOLSResult {
   double RSS = 0.0;
   double R2 = 0.0, AdjustedR2 = 0.0;
   double AICc = 0.0;
-  double FStatistic = 0.0, FPValue = 0.0;          // joint F, (p − 1, n − p) degrees of freedom
-  double WaldStatistic = 0.0, WaldPValue = 0.0;    // joint Wald (robust), χ² with p − 1 df
-  double KoenkerBP = 0.0, KoenkerBPPValue = 0.0;   // studentized Breusch–Pagan, χ² with p − 1 df
-  double JarqueBera = 0.0, JarqueBeraPValue = 0.0; // residual normality, χ² with 2 df
+  double FStatistic = 0.0, FPValue = 0.0;           // joint F, (p − 1, n − p) degrees of freedom
+  double WaldStatistic = 0.0, WaldPValue = 0.0;     // joint Wald (robust), χ² with p − 1 df
+  double KoenkerBP = 0.0, KoenkerBPPValue = 0.0;    // studentized Breusch–Pagan, χ² with p − 1 df
+  double JarqueBera = 0.0, JarqueBeraPValue = 0.0;  // residual normality, χ² with 2 df
   double ConditionIndex = 0.0;
   bool HasResidualMoran = false;
   ZoAnalyzingPatterns::ZoAnalyzingExponent ResidualMoran;

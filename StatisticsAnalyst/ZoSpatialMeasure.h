@@ -48,8 +48,8 @@ class SA_API ZoSpatialMeasure : public ZoAnalysisFrame {
   // One point per group at the weighted spatial median (iteratively
   // re-weighted mean from the unweighted mean centre, relative tolerance
   // info.Tolerance or 1e-6, absolute 1e-8, at most 99 steps). "ESa017".
-  unsigned char MeasureMedianCenter(ZoDatasetVector* input, ZoDatasetVector* output,
-                                    const ZoMeasuringInformation& info, unsigned char showProgress);
+  unsigned char MeasureMedianCenter(ZoDatasetVector* input, ZoDatasetVector* output, const ZoMeasuringInformation& info,
+                                    unsigned char showProgress);
   // Copies of the group's features with the smallest weighted sum of
   // distances to the others (all tied features). The result must be of the
   // input's type ("EEe017"). Costs k² distances for a group of k features.

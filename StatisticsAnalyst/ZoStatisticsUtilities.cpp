@@ -14,8 +14,8 @@
 #include "StatisticsAnalyst/detail/common/Limits.h"
 #include "StatisticsAnalyst/detail/common/SpatialOrder.h"
 #include "StatisticsAnalyst/detail/weights/WeightsRowBuilder.h"
-#include "host/ZoStringEx.h"
 #include "host/ZoMessageIds.h"
+#include "host/ZoStringEx.h"
 
 namespace ZOC {
 
@@ -176,13 +176,12 @@ ZoKdTree* ZoStatisticsUtilities::CreateKDTree(LumaArray<LumaPoint3D>* buffer, co
   return Guard([&] { return CreateTree<ZoKdTree>(buffer, points); });
 }
 
-ZoKdTreec* ZoStatisticsUtilities::CreateKDTreec(LumaArray<LumaPoint3D>* buffer,
-                                                const LumaArray<LumaPoint2D>& points) {
+ZoKdTreec* ZoStatisticsUtilities::CreateKDTreec(LumaArray<LumaPoint3D>* buffer, const LumaArray<LumaPoint2D>& points) {
   return Guard([&] { return CreateTree<ZoKdTreec>(buffer, points); });
 }
 
-bool ZoStatisticsUtilities::GetDistTolerance(ZoKdTree* tree, const LumaPoint2D& point, const int& k,
-                                             double& distance, const ZoDistanceMethod& method) {
+bool ZoStatisticsUtilities::GetDistTolerance(ZoKdTree* tree, const LumaPoint2D& point, const int& k, double& distance,
+                                             const ZoDistanceMethod& method) {
   if (!tree) {
     AddErrorMessage(msg::ESa038);
     return false;
@@ -230,8 +229,8 @@ bool ZoStatisticsUtilities::GetDistTolerance(ZoKdTreec* tree, const LumaArray<Lu
 #pragma omp for schedule(static)
     for (std::int64_t i = 0; i < n; ++i) {
       if (!ok) continue;
-      const std::size_t found = tree->SearchKdTreec(To3D(points[static_cast<std::size_t>(i)]), kk, idx.data(),
-                                                    dist->data(), method);
+      const std::size_t found =
+          tree->SearchKdTreec(To3D(points[static_cast<std::size_t>(i)]), kk, idx.data(), dist->data(), method);
       distances[static_cast<std::size_t>(i)] =
           found ? *std::max_element(dist->begin(), dist->begin() + static_cast<std::ptrdiff_t>(found)) : 0.0;
     }
@@ -289,8 +288,10 @@ int ZoStatisticsUtilities::FindWeightIndex(const LumaArray<WeightMatrixUnit>& un
     const std::int64_t mid = (low + high) / 2;
     const int k = units[static_cast<std::size_t>(mid)].Index;
     if (k == key) return static_cast<int>(mid);
-    if (k < key) low = mid + 1;
-    else high = mid - 1;
+    if (k < key)
+      low = mid + 1;
+    else
+      high = mid - 1;
   }
   return -1;
 }
@@ -333,8 +334,7 @@ bool ZoStatisticsUtilities::CheckWeightsRequest(ZoRecordset* records, const ZoPa
     case InverseDistanceSquared:
     case FixedDistanceBand:
     case ZoneOfIndifference:
-    case KNearestNeighbors:
-      break;
+    case KNearestNeighbors: break;
     case ContiguityEdgesOnly:
     case ContiguityEdgesCorners:
       if (records->GetDataset()->GetType() != DatasetRegion) {
@@ -342,8 +342,7 @@ bool ZoStatisticsUtilities::CheckWeightsRequest(ZoRecordset* records, const ZoPa
         return false;
       }
       break;
-    default:
-      return false;  // weights files are read by the analyses themselves
+    default: return false;  // weights files are read by the analyses themselves
   }
   if (records->GetRecordCount() > kMaxInMemoryFeatures) {
     AddErrorMessage(msg::EUb003);

@@ -103,8 +103,7 @@ double ZoStatisticsUtilities::GetPvalue(const double& z) {
   if (z > 6.0 || z < -6.0) return 0.0;
   const double t = 1.0 / (1.0 + 0.2316419 * std::fabs(z));
   const double phi = std::exp(-z * z / 2.0) / std::sqrt(kTwoPi);
-  const double poly =
-      t * (0.31938153 + t * (-0.356563782 + t * (1.781477973 + t * (-1.821255978 + t * 1.330274429))));
+  const double poly = t * (0.31938153 + t * (-0.356563782 + t * (1.781477973 + t * (-1.821255978 + t * 1.330274429))));
   return 2.0 * (1.0 - (1.0 - phi * poly));
 }
 

@@ -68,8 +68,10 @@ std::FILE* ZoStatisticsUtilities::CheckSWMFileValid(ZoDatasetVector* dataset, co
     }
     uniqueIndex = std::move(layout.index);
     standardization = layout.standardization != 0 ? 1 : 0;
-    if (standardization) rowSums = std::move(layout.rowSums);
-    else rowSums.assign(uniqueIndex.size(), 1.0);
+    if (standardization)
+      rowSums = std::move(layout.rowSums);
+    else
+      rowSums.assign(uniqueIndex.size(), 1.0);
     model = static_cast<ZoConceptualizationModel>(layout.conceptualization);
     position = layout.rowsStart;
     return file;
@@ -102,8 +104,7 @@ unsigned char ZoStatisticsUtilities::ReadWeightMatrixBinarySparse(std::FILE* fil
   return 1;
 }
 
-unsigned char ZoStatisticsUtilities::ReadWeightMatrixBinary(std::FILE* file, int count, int n,
-                                                            LumaArray<double>& row) {
+unsigned char ZoStatisticsUtilities::ReadWeightMatrixBinary(std::FILE* file, int count, int n, LumaArray<double>& row) {
   if (!file) {
     AddErrorMessage(msg::EEg020);
     return 0;

@@ -1,15 +1,15 @@
 #include "StatisticsAnalyst/ZoWeightsUtilities.h"
 
+#include <unistd.h>
 #include <memory>
 #include <new>
-#include <unistd.h>
 
 #include "StatisticsAnalyst/detail/weights/BinaryWeightsReader.h"
 #include "StatisticsAnalyst/detail/weights/WeightsFileFormat.h"
 #include "StatisticsAnalyst/detail/weights/WeightsRowBuilder.h"
 #include "host/ZoFile.h"
-#include "host/ZoStringEx.h"
 #include "host/ZoMessageIds.h"
+#include "host/ZoStringEx.h"
 
 namespace ZOC {
 
@@ -107,8 +107,7 @@ bool ZoWeightsUtilities::CheckParameter(ZoRecordset* records, const ZoPatternsIn
     case InverseDistance:
     case InverseDistanceSquared:
     case FixedDistanceBand:
-    case ZoneOfIndifference:
-      return true;
+    case ZoneOfIndifference: return true;
     default:
       // No weights file stores another relationship.
       AddErrorMessage(msg::ESa023);
@@ -235,8 +234,8 @@ struct BinaryRowSink {
 }  // namespace
 
 int ZoWeightsUtilities::WriteBinaryRows(std::FILE* file, std::FILE* flags, ZoRecordset* records,
-                                        const ZoPatternsInformation& info,
-                                        LumaArray<ZoSWMFileUniqueIndex>& uniqueIndex, LumaArray<double>& rowSums) {
+                                        const ZoPatternsInformation& info, LumaArray<ZoSWMFileUniqueIndex>& uniqueIndex,
+                                        LumaArray<double>& rowSums) {
   ZoStatisticsUtilities utilities;
   ZoWeightsRowBuilder rows(utilities);
   if (!rows.Prepare(records, info)) {
@@ -254,8 +253,8 @@ int ZoWeightsUtilities::WriteDistanceSWMB(std::FILE* file, ZoRecordset* records,
 }
 
 int ZoWeightsUtilities::WriteContiguitySWMB(std::FILE* file, ZoRecordset* records, ZoConceptualizationModel model,
-                                            unsigned char standardization,
-                                            LumaArray<ZoSWMFileUniqueIndex>& uniqueIndex, LumaArray<double>& rowSums) {
+                                            unsigned char standardization, LumaArray<ZoSWMFileUniqueIndex>& uniqueIndex,
+                                            LumaArray<double>& rowSums) {
   ZoPatternsInformation info;
   info.Conceptualization = model;
   info.Standardization = standardization != 0;
@@ -284,12 +283,9 @@ unsigned char ZoWeightsUtilities::BuildWeightMatrixBinary(ZoDatasetVector* datas
   return BuildBinary(dataset, uniqueIdField, path, nullptr, info, showProgress);
 }
 
-unsigned char ZoWeightsUtilities::BuildWeightMatrixBinaryK(ZoDatasetVector* dataset,
-                                                           const LumaUnicodeString& uniqueIdField,
-                                                           const LumaUnicodeString& path,
-                                                           const LumaUnicodeString& flagPath,
-                                                           const ZoPatternsInformation& info,
-                                                           unsigned char showProgress) {
+unsigned char ZoWeightsUtilities::BuildWeightMatrixBinaryK(
+    ZoDatasetVector* dataset, const LumaUnicodeString& uniqueIdField, const LumaUnicodeString& path,
+    const LumaUnicodeString& flagPath, const ZoPatternsInformation& info, unsigned char showProgress) {
   ClearErrorMessage();
   return BuildBinary(dataset, uniqueIdField, path, &flagPath, info, showProgress);
 }
@@ -408,8 +404,8 @@ bool ZoWeightsUtilities::MarkFlagMatrix(std::FILE* file, std::FILE* out, const w
       AddErrorMessage(msg::IMb030);
       return false;
     }
-    if (const char* id = wf::ReadBinaryRow(file, layout.index[static_cast<std::size_t>(i)].Count, layout.count,
-                                           records)) {
+    if (const char* id =
+            wf::ReadBinaryRow(file, layout.index[static_cast<std::size_t>(i)].Count, layout.count, records)) {
       AddErrorMessage(id);
       return false;
     }

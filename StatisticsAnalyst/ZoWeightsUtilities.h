@@ -97,10 +97,8 @@ class SA_API ZoWeightsUtilities : public ZoAnalysisFrame {
   // Appends one row per stored neighbour record to a tabular dataset (type 0)
   // with fields "UniqueID", "NeighborsID" (int32) and "Weight" (double; the
   // stored weight divided by its row's sum when the file is standardized).
-  unsigned char BinaryConverToTable(ZoDatasetVector* target, const LumaUnicodeString& path,
-                                    unsigned char showProgress);
-  unsigned char TextConverToTable(ZoDatasetVector* target, const LumaUnicodeString& path,
-                                  unsigned char showProgress);
+  unsigned char BinaryConverToTable(ZoDatasetVector* target, const LumaUnicodeString& path, unsigned char showProgress);
+  unsigned char TextConverToTable(ZoDatasetVector* target, const LumaUnicodeString& path, unsigned char showProgress);
 
   // ---- File layout pieces ----
   // Writes L, the header text, the unique-index table (counts as given) and,

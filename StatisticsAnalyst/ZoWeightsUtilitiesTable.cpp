@@ -3,11 +3,11 @@
 #include <new>
 #include <stdexcept>
 
-#include "StatisticsAnalyst/detail/weights/WeightsFileReader.h"
 #include "StatisticsAnalyst/ZoWeightsUtilities.h"
+#include "StatisticsAnalyst/detail/weights/WeightsFileReader.h"
 #include "host/ZoEngineToolkit.h"
-#include "host/ZoStringEx.h"
 #include "host/ZoMessageIds.h"
+#include "host/ZoStringEx.h"
 
 namespace ZOC {
 

@@ -4,20 +4,18 @@
 #include <new>
 #include <stdexcept>
 
+#include "StatisticsAnalyst/ZoWeightsUtilities.h"
 #include "StatisticsAnalyst/detail/weights/WeightsFileFormat.h"
 #include "StatisticsAnalyst/detail/weights/WeightsFileReader.h"
 #include "StatisticsAnalyst/detail/weights/WeightsRowBuilder.h"
-#include "StatisticsAnalyst/ZoWeightsUtilities.h"
 #include "host/ZoFile.h"
+#include "host/ZoMessageIds.h"
 #include "host/ZoStringEx.h"
 #include "host/ZoTextFile.h"
-#include "host/ZoMessageIds.h"
 
 namespace ZOC {
 
 namespace wf = weightsfile;
-
-
 
 namespace {
 
@@ -49,9 +47,9 @@ class TextBuildProgress {
 std::int64_t WriteTextHead(ZoTextFile& file, ZoDatasetVector* dataset, const LumaUnicodeString& uniqueIdField,
                            const ZoPatternsInformation& info, const LumaArray<ZoSWMFileUniqueIndex>& uniqueIndex) {
   const std::size_t n = uniqueIndex.size();
-  std::string line = wf::HeaderText(dataset->GetName().Str(), dataset->GetType(), static_cast<int>(n),
-                                    uniqueIdField.Str(), info.Conceptualization, info.Standardization ? 1 : 0, 0,
-                                    false);
+  std::string line =
+      wf::HeaderText(dataset->GetName().Str(), dataset->GetType(), static_cast<int>(n), uniqueIdField.Str(),
+                     info.Conceptualization, info.Standardization ? 1 : 0, 0, false);
   bool ok = file.WriteLine(line);
   line.clear();
   for (const auto& entry : uniqueIndex) {
@@ -125,8 +123,7 @@ unsigned char ZoWeightsUtilities::ReadHeader(const std::string& line, LumaArray<
 unsigned char ZoWeightsUtilities::BuildWeightMatrixText(ZoDatasetVector* dataset,
                                                         const LumaUnicodeString& uniqueIdField,
                                                         const LumaUnicodeString& path,
-                                                        const ZoPatternsInformation& info,
-                                                        unsigned char showProgress) {
+                                                        const ZoPatternsInformation& info, unsigned char showProgress) {
   ClearErrorMessage();
   try {
     LumaArray<ZoSWMFileUniqueIndex> uniqueIndex;
@@ -157,8 +154,8 @@ unsigned char ZoWeightsUtilities::BuildWeightMatrixText(ZoDatasetVector* dataset
     ZoStatisticsUtilities utilities;
     ZoWeightsRowBuilder rows(utilities);
     ZoPatternsInformation rowsInfo = info;
-    rowsInfo.DistanceMethod = ZoStatisticsUtilities::ValidateDistanceMethod(info.DistanceMethod,
-                                                                            dataset->GetPrjCoordSys());
+    rowsInfo.DistanceMethod =
+        ZoStatisticsUtilities::ValidateDistanceMethod(info.DistanceMethod, dataset->GetPrjCoordSys());
     if (!rows.Prepare(records.get(), rowsInfo)) {
       AppendErrorText(utilities.GetStrErrorMes());
       if (rows.FailedId()) AddErrorMessage(rows.FailedId());

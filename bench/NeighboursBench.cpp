@@ -9,8 +9,8 @@
 #include <map>
 #include <numbers>
 
-#include "StatisticsAnalyst/detail/weights/WeightsRowBuilder.h"
 #include "StatisticsAnalyst/ZoAnalyzingPatterns.h"
+#include "StatisticsAnalyst/detail/weights/WeightsRowBuilder.h"
 #include "TestSupport.h"
 
 using namespace ZOC;

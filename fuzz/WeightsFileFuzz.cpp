@@ -9,11 +9,11 @@
 // exception is a finding; so is a reader that accepts a file another
 // reader of the same form refuses (the binary readers share one checked
 // reader and must agree).
+#include <unistd.h>
 #include <cstdint>
 #include <cstdio>
 #include <cstdlib>
 #include <string>
-#include <unistd.h>
 
 #include "StatisticsAnalyst/ZoStatisticsUtilities.h"
 #include "StatisticsAnalyst/ZoWeightsUtilities.h"
@@ -74,7 +74,8 @@ bool CheckAndReadRows(World& world, const std::string& path) {
 bool ToTable(World& world, const std::string& path, bool text) {
   ZoWeightsUtilities weights;
   ZoDatasetVector* table = world.table;
-  const bool ok = text ? weights.TextConverToTable(table, path, false) : weights.BinaryConverToTable(table, path, false);
+  const bool ok =
+      text ? weights.TextConverToTable(table, path, false) : weights.BinaryConverToTable(table, path, false);
   // A refused conversion leaves the table as it was: no field, no row.
   if (!ok && (table->GetRecordCount() != 0 || table->GetFieldInfos().size() > 1)) std::abort();
   if (ok) world.NewTable();

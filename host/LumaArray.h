@@ -17,7 +17,10 @@ class LumaArray : public std::vector<T> {
   void SetSize(std::size_t n) { this->resize(n); }
   bool IsEmpty() const { return this->empty(); }
   // Appends and returns the index of the new element.
-  std::size_t Add(const T& value) { this->push_back(value); return this->size() - 1; }
+  std::size_t Add(const T& value) {
+    this->push_back(value);
+    return this->size() - 1;
+  }
   void RemoveAll() { this->clear(); }
   T* GetData() { return this->data(); }
   const T* GetData() const { return this->data(); }

@@ -31,19 +31,40 @@ char32_t DecodeUtf8(std::string_view text, std::size_t& i) {
   const auto b0 = static_cast<unsigned char>(text[i]);
   int extra = 0;
   char32_t c = 0;
-  if (b0 < 0x80) { ++i; return b0; }
-  if ((b0 & 0xE0) == 0xC0) { extra = 1; c = b0 & 0x1F; }
-  else if ((b0 & 0xF0) == 0xE0) { extra = 2; c = b0 & 0x0F; }
-  else if ((b0 & 0xF8) == 0xF0) { extra = 3; c = b0 & 0x07; }
-  else { ++i; return kReplacement; }
-  if (i + extra >= text.size()) { ++i; return kReplacement; }
+  if (b0 < 0x80) {
+    ++i;
+    return b0;
+  }
+  if ((b0 & 0xE0) == 0xC0) {
+    extra = 1;
+    c = b0 & 0x1F;
+  } else if ((b0 & 0xF0) == 0xE0) {
+    extra = 2;
+    c = b0 & 0x0F;
+  } else if ((b0 & 0xF8) == 0xF0) {
+    extra = 3;
+    c = b0 & 0x07;
+  } else {
+    ++i;
+    return kReplacement;
+  }
+  if (i + extra >= text.size()) {
+    ++i;
+    return kReplacement;
+  }
   for (int k = 1; k <= extra; ++k) {
     const auto b = static_cast<unsigned char>(text[i + k]);
-    if ((b & 0xC0) != 0x80) { ++i; return kReplacement; }
+    if ((b & 0xC0) != 0x80) {
+      ++i;
+      return kReplacement;
+    }
     c = (c << 6) | (b & 0x3F);
   }
   static constexpr char32_t kMin[] = {0, 0x80, 0x800, 0x10000};
-  if (c < kMin[extra] || c > 0x10FFFF || (c >= 0xD800 && c <= 0xDFFF)) { ++i; return kReplacement; }
+  if (c < kMin[extra] || c > 0x10FFFF || (c >= 0xD800 && c <= 0xDFFF)) {
+    ++i;
+    return kReplacement;
+  }
   i += extra + 1;
   return c;
 }

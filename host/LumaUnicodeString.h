@@ -34,8 +34,14 @@ class SA_API LumaUnicodeString {
   LumaUnicodeString Upper() const;  // ASCII letters only
   LumaUnicodeString Trimmed() const;
 
-  LumaUnicodeString& operator+=(const LumaUnicodeString& s) { m_text += s.m_text; return *this; }
-  LumaUnicodeString& operator+=(const char* s) { m_text += s; return *this; }
+  LumaUnicodeString& operator+=(const LumaUnicodeString& s) {
+    m_text += s.m_text;
+    return *this;
+  }
+  LumaUnicodeString& operator+=(const char* s) {
+    m_text += s;
+    return *this;
+  }
   friend LumaUnicodeString operator+(LumaUnicodeString a, const LumaUnicodeString& b) { return a += b; }
   friend LumaUnicodeString operator+(LumaUnicodeString a, const char* b) { return a += b; }
   friend LumaUnicodeString operator+(const char* a, const LumaUnicodeString& b) { return LumaUnicodeString(a) += b; }

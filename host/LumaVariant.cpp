@@ -52,8 +52,8 @@ LumaUnicodeString LumaVariant::ToString() const {
     case DateTime: {
       const LumaDateTime& d = GetDateTime();
       char buf[64];
-      std::snprintf(buf, sizeof buf, "%04d-%02d-%02dT%02d:%02d:%06.3f", d.year, d.month, d.day, d.hour,
-                    d.minute, d.second);
+      std::snprintf(buf, sizeof buf, "%04d-%02d-%02dT%02d:%02d:%06.3f", d.year, d.month, d.day, d.hour, d.minute,
+                    d.second);
       return LumaUnicodeString(buf);
     }
     case Binary: return std::to_string(GetBinary().size()) + " bytes";

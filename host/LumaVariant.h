@@ -59,8 +59,7 @@ class SA_API LumaVariant {
   friend bool operator==(const LumaVariant&, const LumaVariant&) = default;
 
  private:
-  std::variant<std::monostate, bool, std::int64_t, double, LumaUnicodeString, LumaDateTime,
-               std::vector<unsigned char>>
+  std::variant<std::monostate, bool, std::int64_t, double, LumaUnicodeString, LumaDateTime, std::vector<unsigned char>>
       m_value;
 };
 

@@ -25,7 +25,6 @@ constexpr bool StrictlyAscending() {
 }
 static_assert(StrictlyAscending(), "message identifiers must be sorted and unique");
 
-
 }  // namespace
 
 std::span<const MessageEntry> MessageCatalogue() noexcept { return kMessages; }

@@ -85,15 +85,13 @@ GDALDriver* VectorDriverForExtension(const std::string& extension, bool creatabl
 int DatasetTypeFromOGR(OGRwkbGeometryType type) {
   switch (wkbFlatten(type)) {
     case wkbPoint:
-    case wkbMultiPoint:
-      return 1;
+    case wkbMultiPoint: return 1;
     case wkbLineString:
     case wkbMultiLineString:
     case wkbCircularString:
     case wkbCompoundCurve:
     case wkbMultiCurve:
-    case wkbCurve:
-      return 3;
+    case wkbCurve: return 3;
     case wkbPolygon:
     case wkbMultiPolygon:
     case wkbCurvePolygon:
@@ -101,10 +99,8 @@ int DatasetTypeFromOGR(OGRwkbGeometryType type) {
     case wkbSurface:
     case wkbTriangle:
     case wkbTIN:
-    case wkbPolyhedralSurface:
-      return 5;
-    default:
-      return 0;  // none, unknown, collections
+    case wkbPolyhedralSurface: return 5;
+    default: return 0;  // none, unknown, collections
   }
 }
 
@@ -125,8 +121,7 @@ OGRwkbGeometryType OGRTypeForDataset(int datasetType) {
 
 namespace {
 
-void AppendCurve(const OGRSimpleCurve& curve, LumaArray<LumaPoint2D>& points, LumaArray<int>& counts,
-                 bool closeRing) {
+void AppendCurve(const OGRSimpleCurve& curve, LumaArray<LumaPoint2D>& points, LumaArray<int>& counts, bool closeRing) {
   const int n = curve.getNumPoints();
   if (n <= 0) return;
   for (int i = 0; i < n; ++i) points.push_back({curve.getX(i), curve.getY(i)});
@@ -168,9 +163,7 @@ ZoGeometry FromLinear(const OGRGeometry* g) {
         if (!p->IsEmpty()) return ZoGeometry::MakePoint({p->getX(), p->getY()});
       return {};
     case wkbLineString:
-    case wkbLinearRing:
-      AppendCurve(*g->toSimpleCurve(), points, counts, false);
-      break;
+    case wkbLinearRing: AppendCurve(*g->toSimpleCurve(), points, counts, false); break;
     case wkbMultiLineString:
       for (const OGRLineString* line : *g->toMultiLineString()) AppendCurve(*line, points, counts, false);
       break;
@@ -195,8 +188,7 @@ ZoGeometry FromLinear(const OGRGeometry* g) {
       if (!multi || wkbFlatten(multi->getGeometryType()) != wkbMultiPolygon) return {};
       return FromLinear(multi.get());
     }
-    default:
-      return {};  // collections and other kinds
+    default: return {};  // collections and other kinds
   }
   if (points.empty()) return {};
   return ZoGeometry::MakeLine(std::move(points), std::move(counts));
@@ -244,9 +236,7 @@ std::unique_ptr<OGRGeometry> GeometryToOGR(const ZoGeometry& geometry, OGRwkbGeo
 
   std::unique_ptr<OGRGeometry> result;
   switch (geometry.GetType()) {
-    case GeoPoint:
-      result = std::make_unique<OGRPoint>(pts[0].x, pts[0].y);
-      break;
+    case GeoPoint: result = std::make_unique<OGRPoint>(pts[0].x, pts[0].y); break;
     case GeoLine: {
       auto multi = std::make_unique<OGRMultiLineString>();
       std::size_t at = 0;
@@ -286,8 +276,7 @@ std::unique_ptr<OGRGeometry> GeometryToOGR(const ZoGeometry& geometry, OGRwkbGeo
         result = std::move(multi);
       break;
     }
-    default:
-      return nullptr;
+    default: return nullptr;
   }
   if (!result || result->IsEmpty()) return nullptr;
 
@@ -299,8 +288,7 @@ std::unique_ptr<OGRGeometry> GeometryToOGR(const ZoGeometry& geometry, OGRwkbGeo
   if ((want == wkbMultiPoint && have == wkbPoint) || (want == wkbMultiLineString && have == wkbLineString) ||
       (want == wkbMultiPolygon && have == wkbPolygon)) {
     result.reset(OGRGeometryFactory::forceTo(result.release(), want));
-  } else if ((want == wkbLineString && have == wkbMultiLineString) ||
-             (want == wkbPolygon && have == wkbMultiPolygon)) {
+  } else if ((want == wkbLineString && have == wkbMultiLineString) || (want == wkbPolygon && have == wkbMultiPolygon)) {
     if (result->toGeometryCollection()->getNumGeometries() == 1)
       result.reset(OGRGeometryFactory::forceTo(result.release(), want));
   }
@@ -378,13 +366,13 @@ bool EnsureDomain(GDALDataset* dataset, const char* name) {
     OGRField mn, mx;
     mn.Integer = 0;
     mx.Integer = 255;
-    domain = std::make_unique<OGRRangeFieldDomain>(name, "unsigned 8-bit integer", OFTInteger, OFSTNone, mn, true,
-                                                   mx, true);
+    domain =
+        std::make_unique<OGRRangeFieldDomain>(name, "unsigned 8-bit integer", OFTInteger, OFSTNone, mn, true, mx, true);
   } else {
     if (!DriverListsWord(dataset, GDAL_DMD_CREATION_FIELD_DOMAIN_TYPES, "Glob")) return false;
     const bool time = std::strcmp(name, kTimeDomain) == 0;
-    domain = std::make_unique<OGRGlobFieldDomain>(name, time ? "time of day HH:MM:SS" : "value kept as text",
-                                                  OFTString, OFSTNone, time ? kTimeGlob : "*");
+    domain = std::make_unique<OGRGlobFieldDomain>(name, time ? "time of day HH:MM:SS" : "value kept as text", OFTString,
+                                                  OFSTNone, time ? kTimeGlob : "*");
   }
   std::string reason;
   return dataset->AddFieldDomain(std::move(domain), reason);
@@ -462,8 +450,7 @@ bool RealOf(const LumaVariant& v, double& out) {
 
 int HostFieldType(const OGRFieldDefn& field, const GDALDataset* dataset) {
   const std::string& domainName = field.GetDomainName();
-  const OGRFieldDomain* domain =
-      (!domainName.empty() && dataset) ? dataset->GetFieldDomain(domainName) : nullptr;
+  const OGRFieldDomain* domain = (!domainName.empty() && dataset) ? dataset->GetFieldDomain(domainName) : nullptr;
   switch (field.GetType()) {
     case OFTInteger:
       if (field.GetSubType() == OFSTBoolean) return LUMA::FieldBoolean;
@@ -490,13 +477,29 @@ std::unique_ptr<OGRFieldDefn> MakeFieldDefn(const LUMA::LumaFieldInfo& info, GDA
   int width = 0;
   const char* domain = nullptr;
   switch (info.GetType()) {
-    case LUMA::FieldBoolean: type = OFTInteger; subType = OFSTBoolean; break;
-    case LUMA::FieldByte: type = OFTInteger; width = 3; domain = kByteDomain; break;
-    case LUMA::FieldInt16: type = OFTInteger; subType = OFSTInt16; break;
+    case LUMA::FieldBoolean:
+      type = OFTInteger;
+      subType = OFSTBoolean;
+      break;
+    case LUMA::FieldByte:
+      type = OFTInteger;
+      width = 3;
+      domain = kByteDomain;
+      break;
+    case LUMA::FieldInt16:
+      type = OFTInteger;
+      subType = OFSTInt16;
+      break;
     case LUMA::FieldInt32: type = OFTInteger; break;
-    case LUMA::FieldSingle: type = OFTReal; subType = OFSTFloat32; break;
+    case LUMA::FieldSingle:
+      type = OFTReal;
+      subType = OFSTFloat32;
+      break;
     case LUMA::FieldDouble: type = OFTReal; break;
-    case LUMA::FieldText: type = OFTString; width = info.GetSize() > 0 ? info.GetSize() : 0; break;
+    case LUMA::FieldText:
+      type = OFTString;
+      width = info.GetSize() > 0 ? info.GetSize() : 0;
+      break;
     case LUMA::FieldInt64: type = OFTInteger64; break;
     case LUMA::FieldBinary: type = OFTBinary; break;
     case LUMA::FieldDateTime: type = OFTDateTime; break;
@@ -515,8 +518,7 @@ std::unique_ptr<OGRFieldDefn> MakeFieldDefn(const LUMA::LumaFieldInfo& info, GDA
         domain = kOtherDomain;
       }
       break;
-    default:
-      return nullptr;
+    default: return nullptr;
   }
   if (!DriverCreates(dataset, type)) {
     type = OFTString;
@@ -692,9 +694,7 @@ bool WriteFieldValue(OGRFeature& feature, int index, int hostType, const LumaVar
       feature.SetField(index, single);
       return true;
     }
-    default:
-      feature.SetField(index, value.ToString().c_str());
-      return true;
+    default: feature.SetField(index, value.ToString().c_str()); return true;
   }
 }
 

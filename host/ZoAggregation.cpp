@@ -59,8 +59,11 @@ int ZoAggregation::AggregatePoints(const LUMA::LumaArray<LUMA::LumaPoint2D>& poi
     tree.SetMaxBucketSize(30);
     if (!tree.Build()) return 0;
     clusterIds.assign(n, 0);
-    Expansion run{tree, buffer, distance, static_cast<std::size_t>(minCount < 1 ? 1 : minCount), clusterIds,
-                  std::vector<unsigned char>(n, Unvisited), {}, {}, {}};
+    Expansion run{tree,       buffer,
+                  distance,   static_cast<std::size_t>(minCount < 1 ? 1 : minCount),
+                  clusterIds, std::vector<unsigned char>(n, Unvisited),
+                  {},         {},
+                  {}};
     std::int32_t clusters = 0;
     std::size_t visited = 0;
     auto poll = [&]() {

@@ -11,8 +11,8 @@
 // Every point's neighbourhood is asked of the KD tree exactly once, never all
 // pairs; memory is the labels plus one queue of points and the neighbours of
 // one point.
-#include "StatisticsAnalyst/Export.h"
 #include <cstdint>
+#include "StatisticsAnalyst/Export.h"
 
 #include "host/LumaArray.h"
 #include "host/LumaPoint.h"

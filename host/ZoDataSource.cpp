@@ -5,8 +5,8 @@
 
 #include <cpl_vsi.h>
 
-#include "host/detail/PrjAccess.h"
 #include "host/detail/DatasetInternals.h"
+#include "host/detail/PrjAccess.h"
 
 namespace ZOC {
 
@@ -18,8 +18,8 @@ struct ZoDataSource::Impl {
 
   // Builds the dataset object of one layer; its coordinate system carries
   // the layer's extent.
-  static std::unique_ptr<ZoDatasetVector> MakeDataset(ZoDataSource* owner, GDALDataset* gdal,
-                                                      detail::WriteBatch* batch, OGRLayer* layer);
+  static std::unique_ptr<ZoDatasetVector> MakeDataset(ZoDataSource* owner, GDALDataset* gdal, detail::WriteBatch* batch,
+                                                      OGRLayer* layer);
 };
 
 namespace {
@@ -55,8 +55,7 @@ ZoDataSource::~ZoDataSource() {
   m_impl->gdal = nullptr;
 }
 
-std::unique_ptr<ZoDataSource> ZoDataSource::Open(const LumaUnicodeString& path, bool update,
-                                                 LumaUnicodeString* error) {
+std::unique_ptr<ZoDataSource> ZoDataSource::Open(const LumaUnicodeString& path, bool update, LumaUnicodeString* error) {
   try {
     detail::EnsureGdal();
     detail::QuietErrors quiet;
@@ -157,8 +156,7 @@ ZoDatasetVector* ZoDataSource::GetDataset(const LumaUnicodeString& name) {
 }
 
 ZoDatasetVector* ZoDataSource::CreateDatasetVector(const LumaUnicodeString& name, int datasetType,
-                                                   const ZoPrjCoordSys& cs, bool overwrite,
-                                                   LumaUnicodeString* error) {
+                                                   const ZoPrjCoordSys& cs, bool overwrite, LumaUnicodeString* error) {
   try {
     detail::QuietErrors quiet;
     if (name.IsEmpty()) {

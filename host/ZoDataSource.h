@@ -26,8 +26,7 @@ class SA_API ZoDataSource {
                                             LumaUnicodeString* error = nullptr);
   // Opens the datasource at path for update, or creates it when it does not
   // exist, with the driver DriverForPath names; fails when it names none.
-  static std::unique_ptr<ZoDataSource> OpenOrCreate(const LumaUnicodeString& path,
-                                                    LumaUnicodeString* error = nullptr);
+  static std::unique_ptr<ZoDataSource> OpenOrCreate(const LumaUnicodeString& path, LumaUnicodeString* error = nullptr);
   // A new datasource in GDAL's in-memory driver.
   static std::unique_ptr<ZoDataSource> CreateMemory(const LumaUnicodeString& name = "memory");
   // The driver a path would be created with ("GPKG", "ESRI Shapefile", ...):

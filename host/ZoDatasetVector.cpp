@@ -8,8 +8,8 @@
 #include "host/ZoDataSource.h"
 #include "host/ZoProgress.h"
 #include "host/ZoRecordset.h"
-#include "host/detail/PrjAccess.h"
 #include "host/detail/DatasetInternals.h"
+#include "host/detail/PrjAccess.h"
 
 namespace ZOC {
 
@@ -256,8 +256,8 @@ struct KeyColumn {
           const OGRFieldType t = f.GetFieldDefnRef(field)->GetType();
           if (t == OFTDate || t == OFTDateTime || t == OFTTime) {
             const OGRField* raw = f.GetRawFieldRef(field);
-            v = detail::DateTimeKey(raw->Date.Year, raw->Date.Month, raw->Date.Day, raw->Date.Hour,
-                                    raw->Date.Minute, raw->Date.Second);
+            v = detail::DateTimeKey(raw->Date.Year, raw->Date.Month, raw->Date.Day, raw->Date.Hour, raw->Date.Minute,
+                                    raw->Date.Second);
           } else {
             v = f.GetFieldAsDouble(field);
           }
@@ -508,8 +508,8 @@ ZoRecordset* ZoDatasetVector::Query(const ZoQueryDef& query) {
       }
     }
     impl->natural = identity;
-    impl->ascending = std::adjacent_find(fids.begin(), fids.end(), [](GIntBig a, GIntBig b) { return a >= b; }) ==
-                      fids.end();
+    impl->ascending =
+        std::adjacent_find(fids.begin(), fids.end(), [](GIntBig a, GIntBig b) { return a >= b; }) == fids.end();
 
     ZoRecordset* rs = new ZoRecordset(std::move(impl));
     st.live.push_back(rs->m_impl.get());

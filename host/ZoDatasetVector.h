@@ -79,8 +79,7 @@ class SA_API ZoDatasetVector {
   // and for each (source field, target field) pair of the mapping the value.
   // The source field may be "QlID". Reports per-record progress when a
   // progress object is given and stops with false when it is cancelled.
-  bool AppendRecords(ZoRecordset* source,
-                     const std::vector<std::pair<LumaUnicodeString, LumaUnicodeString>>& fieldMap,
+  bool AppendRecords(ZoRecordset* source, const std::vector<std::pair<LumaUnicodeString, LumaUnicodeString>>& fieldMap,
                      ZoProgress* progress = nullptr);
   // The same, and each new record also gets values for `extraFields`:
   // fill(k, values) is called for the k-th record (0-based, in the source's
@@ -88,10 +87,8 @@ class SA_API ZoDatasetVector {
   // append with false. Writing results while appending stores every record
   // once, which is far cheaper than updating it afterwards.
   using ExtraValues = std::function<bool(std::int64_t, std::vector<LUMA::LumaVariant>&)>;
-  bool AppendRecords(ZoRecordset* source,
-                     const std::vector<std::pair<LumaUnicodeString, LumaUnicodeString>>& fieldMap,
-                     ZoProgress* progress, const std::vector<LumaUnicodeString>& extraFields,
-                     const ExtraValues& fill);
+  bool AppendRecords(ZoRecordset* source, const std::vector<std::pair<LumaUnicodeString, LumaUnicodeString>>& fieldMap,
+                     ZoProgress* progress, const std::vector<LumaUnicodeString>& extraFields, const ExtraValues& fill);
 
   // Makes pending writes durable (writes are batched in transactions).
   bool Commit();

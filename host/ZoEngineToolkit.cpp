@@ -13,8 +13,8 @@ namespace ZOC {
 namespace {
 
 struct NameRules {
-  std::size_t maxBytes = 0;   // 0: no limit
-  bool asciiWordOnly = false; // only [A-Za-z0-9_]
+  std::size_t maxBytes = 0;    // 0: no limit
+  bool asciiWordOnly = false;  // only [A-Za-z0-9_]
 };
 
 NameRules RulesFor(const std::string& driver) {

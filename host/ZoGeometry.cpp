@@ -153,16 +153,10 @@ ZoGeometry ZoGeometry::MakeRegion(LumaArray<LumaPoint2D> points, LumaArray<int> 
 bool ZoGeometry::GetBaryCenter(LumaPoint2D& centre) const {
   if (m_points.empty()) return false;
   switch (m_type) {
-    case GeoPoint:
-      centre = m_points.front();
-      return true;
-    case GeoLine:
-      centre = PolylineCentroid(m_points, m_partCounts);
-      return true;
-    case GeoRegion:
-      break;
-    default:
-      return false;
+    case GeoPoint: centre = m_points.front(); return true;
+    case GeoLine: centre = PolylineCentroid(m_points, m_partCounts); return true;
+    case GeoRegion: break;
+    default: return false;
   }
 
   // Shells add their area and holes take theirs away, whichever way each ring

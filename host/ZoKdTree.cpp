@@ -29,8 +29,9 @@ struct PointCloud {
   }
 };
 
-using L2Tree = nanoflann::KDTreeSingleIndexAdaptor<nanoflann::L2_Simple_Adaptor<double, PointCloud, double, std::size_t>,
-                                                   PointCloud, 3, std::size_t>;
+using L2Tree =
+    nanoflann::KDTreeSingleIndexAdaptor<nanoflann::L2_Simple_Adaptor<double, PointCloud, double, std::size_t>,
+                                        PointCloud, 3, std::size_t>;
 using L1Tree = nanoflann::KDTreeSingleIndexAdaptor<nanoflann::L1_Adaptor<double, PointCloud, double, std::size_t>,
                                                    PointCloud, 3, std::size_t>;
 
@@ -59,9 +60,7 @@ struct ManhattanMetric {
 };
 
 // Total order of candidates: distance first, then index.
-inline bool Before(double d1, std::size_t i1, double d2, std::size_t i2) {
-  return d1 < d2 || (d1 == d2 && i1 < i2);
-}
+inline bool Before(double d1, std::size_t i1, double d2, std::size_t i2) { return d1 < d2 || (d1 == d2 && i1 < i2); }
 
 // k-nearest result set kept as a max-heap (worst candidate on top) in two
 // parallel caller-owned arrays, so a search allocates nothing itself.

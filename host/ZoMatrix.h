@@ -4,8 +4,8 @@
 // Element access is bounds-checked: GetElement outside the matrix reads 0.0
 // and PutElement outside it is ignored, so a caller's index arithmetic can
 // never touch memory it does not own.
-#include "StatisticsAnalyst/Export.h"
 #include <memory>
+#include "StatisticsAnalyst/Export.h"
 
 namespace ZOC {
 

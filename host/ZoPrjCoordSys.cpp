@@ -28,8 +28,7 @@ bool IsUndefinedSrs(const OGRSpatialReference& srs) {
   if (srs.IsEmpty() || srs.IsLocal()) return true;
   const char* name = srs.GetName();
   if (name && (EQUAL(name, "Undefined geographic SRS") || EQUAL(name, "Undefined Cartesian SRS"))) return true;
-  return !srs.IsGeographic() && !srs.IsProjected() && !srs.IsGeocentric() && !srs.IsCompound() &&
-         !srs.IsVertical();
+  return !srs.IsGeographic() && !srs.IsProjected() && !srs.IsGeocentric() && !srs.IsCompound() && !srs.IsVertical();
 }
 
 // The longitude at the middle of the arc that the given longitudes cover on

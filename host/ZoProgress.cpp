@@ -1,11 +1,11 @@
 #include "host/ZoProgress.h"
 
+#include <unistd.h>
 #include <algorithm>
 #include <chrono>
 #include <cstdio>
 #include <mutex>
 #include <string_view>
-#include <unistd.h>
 
 namespace ZOC {
 
@@ -95,11 +95,11 @@ void ZoTerminalProgress::OnChange(const ZoProgressState& state) {
   std::string_view text = state.message.empty() ? state.title : state.message;
   // Catalogue texts begin with their identifier ("[IMb331] ..."); a progress
   // line reads better without it.
-  if (const auto close = text.find("] "); !text.empty() && text[0] == '[' && close != std::string_view::npos && close < 10)
+  if (const auto close = text.find("] ");
+      !text.empty() && text[0] == '[' && close != std::string_view::npos && close < 10)
     text.remove_prefix(close + 2);
-  std::fprintf(stderr, "\r\033[K[%.*s%*s] %5.1f%% %.*s", filled, "==============================",
-               kWidth - filled, "", state.percent, static_cast<int>(std::min<std::size_t>(text.size(), 60)),
-               text.data());
+  std::fprintf(stderr, "\r\033[K[%.*s%*s] %5.1f%% %.*s", filled, "==============================", kWidth - filled, "",
+               state.percent, static_cast<int>(std::min<std::size_t>(text.size(), 60)), text.data());
   std::fflush(stderr);
   m_drawn = true;
 }

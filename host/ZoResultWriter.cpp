@@ -88,8 +88,8 @@ bool BuildSpatialIndex(GDALDataset& ds, OGRLayer& layer) {
       text.insert(at, 1, '\'');
     return "'" + text + "'";
   };
-  const std::string sql = "SELECT CreateSpatialIndex(" + quoted(layer.GetName()) + ", " +
-                          quoted(layer.GetGeometryColumn()) + ")";
+  const std::string sql =
+      "SELECT CreateSpatialIndex(" + quoted(layer.GetName()) + ", " + quoted(layer.GetGeometryColumn()) + ")";
   CPLErrorReset();
   if (OGRLayer* answer = ds.ExecuteSQL(sql.c_str(), nullptr, nullptr)) ds.ReleaseResultSet(answer);
   return CPLGetLastErrorType() < CE_Failure;
@@ -225,7 +225,7 @@ OGRGeometry* SampleGeometry(OGRwkbGeometryType type) {
   const OGRwkbGeometryType flat = OGR_GT_GetLinear(wkbFlatten(type));
   const char* wkt = flat == wkbLineString || flat == wkbMultiLineString ? "LINESTRING (0 0,1 1)"
                     : flat == wkbPolygon || flat == wkbMultiPolygon     ? "POLYGON ((0 0,1 0,1 1,0 0))"
-                                                                         : "POINT (0 0)";
+                                                                        : "POINT (0 0)";
   OGRGeometry* g = nullptr;
   OGRGeometryFactory::createFromWkt(wkt, nullptr, &g);
   if (!g || wkbFlatten(type) == wkbUnknown) return g;
@@ -403,8 +403,10 @@ bool ZoResultWriter::Impl::SwapLayers(GDALDataset& ds, OGRLayer* temporary) {
   if (OGRLayer* old = FindLayer(ds, layer)) ok = ds.DeleteLayer(LayerIndex(ds, old)) == OGRERR_NONE;
   if (ok) ok = temporary->Rename(layer.c_str()) == OGRERR_NONE;
   if (transaction) {
-    if (ok) ok = ds.CommitTransaction() == OGRERR_NONE;
-    else ds.RollbackTransaction();
+    if (ok)
+      ok = ds.CommitTransaction() == OGRERR_NONE;
+    else
+      ds.RollbackTransaction();
   }
   return ok || Fail(msg::EUa018, quiet.Message());
 }

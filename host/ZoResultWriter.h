@@ -17,9 +17,9 @@
 // Nothing touches the output before Commit; a failed or cancelled Commit
 // leaves it as it was, with no temporary layer or file behind. Failures leave
 // a message beginning with its identifier in GetError().
-#include "StatisticsAnalyst/Export.h"
 #include <memory>
 #include <vector>
+#include "StatisticsAnalyst/Export.h"
 
 #include "StatisticsAnalyst/Export.h"
 #include "host/LumaUnicodeString.h"

@@ -47,8 +47,7 @@ std::vector<std::string> ZoStringEx::ListIdentifiers() {
   return ids;
 }
 
-LumaUnicodeString ZoStringEx::Format(const LumaUnicodeString& pattern,
-                                     std::initializer_list<LumaUnicodeString> args) {
+LumaUnicodeString ZoStringEx::Format(const LumaUnicodeString& pattern, std::initializer_list<LumaUnicodeString> args) {
   try {
     const std::string& in = pattern.Str();
     std::string out;

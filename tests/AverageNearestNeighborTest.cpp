@@ -36,7 +36,7 @@ double BruteMinRectArea(const std::vector<LumaPoint2D>& points) {
 }
 
 bool RunAnn(satest::MemoryLayer& layer, double area, Exponent& r, ZoDistanceMethod method = Euclidean,
-         bool defaultWidth = true, double width = 0.0, std::string* message = nullptr) {
+            bool defaultWidth = true, double width = 0.0, std::string* message = nullptr) {
   ZoAnalyzingPatterns patterns;
   const bool ok = patterns.AverageNearestNeighbor(layer.dataset, area, method, r, defaultWidth, width, false);
   if (message) *message = patterns.GetStrErrorMes().Str();
@@ -117,9 +117,8 @@ TEST(AverageNearestNeighbor, FailuresLeaveTheResultAlone) {
 
 TEST(AverageNearestNeighbor, CancelledThroughTheProgressFactory) {
   auto layer = satest::MakePointLayer(satest::RandomPoints(200, 10.0, 2));
-  satest::ScopedProgressFactory cancelHalfway([] {
-    return std::make_unique<ZoCallbackProgress>([](const ZoProgressState& s) { return s.percent < 50; });
-  });
+  satest::ScopedProgressFactory cancelHalfway(
+      [] { return std::make_unique<ZoCallbackProgress>([](const ZoProgressState& s) { return s.percent < 50; }); });
   ZoAnalyzingPatterns patterns;
   Exponent r;
   EXPECT_FALSE(patterns.AverageNearestNeighbor(layer.dataset, 0.0, Euclidean, r, true, 0.0, true));

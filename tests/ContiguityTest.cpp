@@ -70,7 +70,8 @@ std::size_t Links(const Rows& rows) {
 }
 
 bool Has(const Rows& rows, int i, int j) {
-  for (int k : rows[static_cast<std::size_t>(i)]) if (k == j) return true;
+  for (int k : rows[static_cast<std::size_t>(i)])
+    if (k == j) return true;
   return false;
 }
 
@@ -84,17 +85,21 @@ TEST(Contiguity, UnitSquareLatticesMatchTheirNeighbourRule) {
     // Exact rows compare order too: ascending feature numbers.
     EXPECT_EQ(rook, LatticeRows(side, side, false)) << side;
     EXPECT_EQ(queen, LatticeRows(side, side, true)) << side;
-    EXPECT_EQ(rook[0].size(), 2u);           // corner
-    EXPECT_EQ(rook[1].size(), 3u);           // edge
+    EXPECT_EQ(rook[0].size(), 2u);  // corner
+    EXPECT_EQ(rook[1].size(), 3u);  // edge
     EXPECT_EQ(queen[0].size(), 3u);
     EXPECT_EQ(queen[1].size(), 5u);
-    EXPECT_EQ(queen[side + 1].size(), 8u);   // interior
+    EXPECT_EQ(queen[side + 1].size(), 8u);  // interior
     EXPECT_EQ(rook[side + 1].size(), 4u);
   }
 }
 
 TEST(Contiguity, PointContactsGapsAndNearMisses) {
-  struct Case { const char* name; ZoGeometry other; bool rook, queen; };
+  struct Case {
+    const char* name;
+    ZoGeometry other;
+    bool rook, queen;
+  };
   const std::vector<Case> cases = {
       {"shared edge", Rect(1, 0, 2, 1), true, true},
       {"extra vertex mid-edge", Ring({{1, 0}, {2, 0}, {2, 1}, {1, 1}, {1, 0.5}}), true, true},
@@ -108,8 +113,8 @@ TEST(Contiguity, PointContactsGapsAndNearMisses) {
       {"overlapping", Rect(0.5, 0.5, 2, 2), true, true},
       {"inside, no contact", Rect(0.25, 0.25, 0.75, 0.75), true, true},
       // Leaves the square's corner 5 degrees above its top edge: a point contact.
-      {"narrow wedge at a corner", Ring({{1, 1}, {1 + std::cos(kPi * 175 / 180), 1 + std::sin(kPi * 175 / 180)}, {1, 2}}),
-       false, true},
+      {"narrow wedge at a corner",
+       Ring({{1, 1}, {1 + std::cos(kPi * 175 / 180), 1 + std::sin(kPi * 175 / 180)}, {1, 2}}), false, true},
   };
   for (const Case& c : cases) {
     Rows rook, queen;
@@ -127,7 +132,7 @@ TEST(Contiguity, MultiPartRegionsAndHoles) {
   const LumaArray<LumaPoint2D> parts = {{0, 0}, {1, 0}, {1, 1}, {0, 1}, {5, 0}, {6, 0}, {6, 1}, {5, 1}};
   const LumaArray<LumaPoint2D> holed = {{10, 0}, {13, 0}, {13, 3}, {10, 3}, {11, 1}, {11, 2}, {12, 2}, {12, 1}};
   const std::vector<ZoGeometry> regions = {
-      ZoGeometry::MakeRegion(parts, {4, 4}),  Rect(6, 0, 7, 1),   Rect(2, 2, 3, 3),
+      ZoGeometry::MakeRegion(parts, {4, 4}),      Rect(6, 0, 7, 1),   Rect(2, 2, 3, 3),
       ZoGeometry::MakeRegion(holed, {4, 4}, {2}), Rect(11, 1, 12, 2), Rect(11.2, 1.2, 11.8, 1.8)};
   Rows rook, queen;
   Contiguity(regions, rook, queen);
@@ -274,8 +279,8 @@ void CheckAgainstGeos(const char* file, std::size_t expectedCount, std::size_t& 
         std::unique_ptr<OGRGeometry> bi(ogr[i]->Boundary()), bj(ogr[j]->Boundary());
         std::unique_ptr<OGRGeometry> shared(bi->Intersection(bj.get()));
         ASSERT_TRUE(shared) << file << " pair " << i << " " << j;
-        geosRook = LinearLength(*shared) > 0.0 || ogr[i]->Overlaps(ogr[j].get()) ||
-                   ogr[i]->Contains(ogr[j].get()) || ogr[j]->Contains(ogr[i].get());
+        geosRook = LinearLength(*shared) > 0.0 || ogr[i]->Overlaps(ogr[j].get()) || ogr[i]->Contains(ogr[j].get()) ||
+                   ogr[j]->Contains(ogr[i].get());
       }
       if (CPLGetLastErrorType() != CE_None) {
         // A few tracts of ny8 are self-intersecting, and GEOS may give up on them.

@@ -330,7 +330,8 @@ TEST(DensityClustering, OpticsMatchesBruteForceOrdering) {
     order.push_back(static_cast<std::uint32_t>(next));
     if (core[next] == inf) continue;
     for (std::size_t i = 0; i < n; ++i)
-      if (!done[i] && Dist(p[next], p[i]) <= eps) reach[i] = std::min(reach[i], std::max(core[next], Dist(p[next], p[i])));
+      if (!done[i] && Dist(p[next], p[i]) <= eps)
+        reach[i] = std::min(reach[i], std::max(core[next], Dist(p[next], p[i])));
   }
   EXPECT_EQ(found.order, order);
   for (std::size_t i = 0; i < n; ++i) EXPECT_EQ(found.reachability[i], reach[i]) << i;

@@ -67,15 +67,15 @@ LumaDateTime Dt(int y, int mo, int d, int h, int mi, double s, int tz = 0) {
 }
 
 const std::vector<std::pair<std::string, int>> kAllTypes = {
-    {"f_bool", 1},   {"f_byte", 2},  {"f_int16", 3}, {"f_int32", 4},  {"f_single", 6},
+    {"f_bool", 1},   {"f_byte", 2},  {"f_int16", 3},  {"f_int32", 4},   {"f_single", 6},
     {"f_double", 7}, {"f_text", 10}, {"f_int64", 16}, {"f_binary", 18}, {"f_datetime", 22},
     {"f_date", 23},  {"f_time", 24}, {"f_other", 127}};
 
 // Rows A, all null, and B of values in kAllTypes order: ordinary values, then extremes.
 const std::vector<std::vector<LumaVariant>> kTypeRows = {
-    {true, 200, -1234, 2000000000, 1.5, 3.141592653589793, "h\xC3\xA9llo w\xC3\xB6rld",
-     std::int64_t{(1LL << 40) + 5}, std::vector<unsigned char>{0, 1, 2, 255}, Dt(2021, 3, 4, 5, 6, 7.5, 100),
-     Dt(2020, 2, 29, 0, 0, 0), Dt(0, 0, 0, 13, 14, 15.25), "(2:a,b)"},
+    {true, 200, -1234, 2000000000, 1.5, 3.141592653589793, "h\xC3\xA9llo w\xC3\xB6rld", std::int64_t{(1LL << 40) + 5},
+     std::vector<unsigned char>{0, 1, 2, 255}, Dt(2021, 3, 4, 5, 6, 7.5, 100), Dt(2020, 2, 29, 0, 0, 0),
+     Dt(0, 0, 0, 13, 14, 15.25), "(2:a,b)"},
     {},
     {false, 255, -32768, -2147483647 - 1, -0.125, -1e300, "", std::int64_t{-(1LL << 53) - 1},
      std::vector<unsigned char>{7}, Dt(1999, 12, 31, 23, 59, 59, 0) /* time zone unknown */, Dt(1900, 1, 1, 0, 0, 0),
@@ -128,7 +128,7 @@ TEST(HostDataset, GeoPackageRoundTripOfEveryFieldType) {
     ZoDatasetVector* empty = src->CreateDatasetVector("e", DatasetPoint, ZoPrjCoordSys());
     ASSERT_TRUE(ds && empty);
     WriteTypeRows(ds);
-    CheckTypeRows(ds);  // before closing, through the same objects
+    CheckTypeRows(ds);                      // before closing, through the same objects
     EXPECT_FALSE(ds->SetPrjCoordSys(utm));  // only while a dataset is empty
     EXPECT_TRUE(empty->SetPrjCoordSys(utm));
   }
@@ -149,8 +149,10 @@ TEST(HostDataset, GeoPackageRoundTripOfEveryFieldType) {
   ASSERT_TRUE(rs);
   EXPECT_FALSE(rs->SetFieldValue("f_int32", LumaVariant(1)));  // nothing pending
   ASSERT_TRUE(rs->Edit());
-  for (const auto& [field, bad] : {std::pair{"f_byte", LumaVariant(256)}, {"f_int16", LumaVariant(40000)},
-                                   {"f_int32", LumaVariant("seven")}, {"QlID", LumaVariant(5)},
+  for (const auto& [field, bad] : {std::pair{"f_byte", LumaVariant(256)},
+                                   {"f_int16", LumaVariant(40000)},
+                                   {"f_int32", LumaVariant("seven")},
+                                   {"QlID", LumaVariant(5)},
                                    {"nosuch", LumaVariant(5)}})
     EXPECT_FALSE(rs->SetFieldValue(field, bad)) << field;
   const std::vector<std::tuple<const char*, LumaVariant, LumaVariant>> converted = {
@@ -177,7 +179,9 @@ TEST(HostDataset, CreateValidFieldsPerFormat) {
   };
   const std::vector<Case> cases = {
       {"out.shp",  // 10 bytes, ASCII; system fields are created as ordinary ones
-       {"population_density", "population_total", "POPULATION_x", "bad name!", "QlID", "Gr\xC3\xB6\xC3\x9F" "e"},
+       {"population_density", "population_total", "POPULATION_x", "bad name!", "QlID",
+        "Gr\xC3\xB6\xC3\x9F"
+        "e"},
        {"population", "populati_1", "POPULATI_2", "bad_name_", "QlID_1", "Gr__e"}},
       {"n.gpkg",  // long names and spaces are fine: only reserved columns and duplicates change
        {"a long name with spaces", "fid", "geom", "X", "x", "x_1", ""},
@@ -219,16 +223,19 @@ TEST(HostDataset, DatasetTypeCodesAndGeometriesFromGdal) {
     LumaArray<int> polyCounts, ringCounts;
   };
   const std::vector<Case> cases = {
-      {wkbPoint25D, 1, "POINT Z (1 2 3)", GeoPoint, {1}, {}},          // Z dropped
+      {wkbPoint25D, 1, "POINT Z (1 2 3)", GeoPoint, {1}, {}},             // Z dropped
       {wkbMultiPoint, 1, "MULTIPOINT ((5 6),(7 8))", GeoPoint, {1}, {}},  // its first point
       {wkbPoint, 1, nullptr, GeoNone, {}, {}},
       {wkbLineString, 3, "LINESTRING (0 0,1 1,2 0)", GeoLine, {3}, {}},
       {wkbMultiLineString, 3, "MULTILINESTRING ((0 0,1 0),(2 2,3 3,4 4))", GeoLine, {2, 3}, {}},
       {wkbCompoundCurve, 3, nullptr, GeoNone, {}, {}},
       {wkbPolygon, 5, "POLYGON ((0 0,4 0,4 4,0 4,0 0),(1 1,2 1,2 2,1 1))", GeoRegion, {5, 4}, {2}},
-      {wkbMultiPolygon, 5,
-       "MULTIPOLYGON (((0 0,1 0,1 1,0 0)),((5 5,6 5,6 6,5 6,5 5),(5.2 5.2,5.4 5.2,5.4 5.4,5.2 5.2)))", GeoRegion,
-       {4, 5, 4}, {1, 2}},
+      {wkbMultiPolygon,
+       5,
+       "MULTIPOLYGON (((0 0,1 0,1 1,0 0)),((5 5,6 5,6 6,5 6,5 5),(5.2 5.2,5.4 5.2,5.4 5.4,5.2 5.2)))",
+       GeoRegion,
+       {4, 5, 4},
+       {1, 2}},
       {wkbCurvePolygon, 5, "CURVEPOLYGON (CIRCULARSTRING (0 0,1 1,2 0,1 -1,0 0))", GeoRegion, {}, {1}},
       {wkbMultiSurface, 5, nullptr, GeoNone, {}, {}},
       {wkbNone, 0, nullptr, GeoNone, {}, {}},
@@ -356,10 +363,12 @@ TEST(HostDataset, OrderedQueriesMatchStableSort) {
   EXPECT_EQ(run("ORDER   BY  G  desc "), expect([](const Row& a, const Row& b) { return a.g > b.g; }, all));
   EXPECT_EQ(run(" Order BY s DESC, g"),
             expect([](const Row& a, const Row& b) { return a.s != b.s ? a.s > b.s : a.g < b.g; }, all));
-  EXPECT_EQ(run(" Order BY d, \"s\" ASC, QlID DESC"), expect([](const Row& a, const Row& b) {
-              if (a.d != b.d) return a.d < b.d;
-              return a.s != b.s ? a.s < b.s : a.id > b.id;
-            }, all));
+  EXPECT_EQ(run(" Order BY d, \"s\" ASC, QlID DESC"), expect(
+                                                          [](const Row& a, const Row& b) {
+                                                            if (a.d != b.d) return a.d < b.d;
+                                                            return a.s != b.s ? a.s < b.s : a.id > b.id;
+                                                          },
+                                                          all));
   // Filter and order together; the identifier may be named in a filter.
   EXPECT_EQ(run(" Order BY s", "g >= 2"), expect([](const Row& a, const Row& b) { return a.s < b.s; },
                                                  [](const Row& r) { return r.g.has_value() && *r.g >= 2; }));
@@ -369,8 +378,8 @@ TEST(HostDataset, OrderedQueriesMatchStableSort) {
   EXPECT_EQ(run(" Order BY QlID DESC", "QlID < " + std::to_string(rows[20].id)), below);
 
   // Malformed clauses, unknown fields, bad filters.
-  for (const char* bad : {"Order g", "Order BY nosuch", "Order BY g sideways", "Order BY g,", "ORDER BY", "BY g",
-                          "g", "Order BY g DESC DESC", "Order BY \"g", "OrderBY g"})
+  for (const char* bad : {"Order g", "Order BY nosuch", "Order BY g sideways", "Order BY g,", "ORDER BY", "BY g", "g",
+                          "Order BY g DESC DESC", "Order BY \"g", "OrderBY g"})
     EXPECT_FALSE(RsPtr(ds->Query(Q(bad)))) << bad;
   for (const char* bad : {"g >>> 2", "nosuch = 1", "s = 'unterminated"})
     EXPECT_FALSE(RsPtr(ds->Query(Q("", bad)))) << bad;
@@ -551,8 +560,20 @@ TEST(HostDataset, FormatsRoundTrip) {
   const std::vector<ZoGeometry> shapes = {
       ZoGeometry::MakeRegion({{0, 0}, {4, 0}, {4, 4}, {0, 4}, {0, 0}, {1, 1}, {1, 2}, {2, 2}, {2, 1}, {1, 1}}, {5, 5},
                              {2}),
-      ZoGeometry::MakeRegion({{0, 0}, {1, 0}, {1, 1}, {0, 0}, {5, 5}, {8, 5}, {8, 8}, {5, 8}, {5, 5}, {6, 6}, {6, 7},
-                              {7, 7}, {7, 6}, {6, 6}},
+      ZoGeometry::MakeRegion({{0, 0},
+                              {1, 0},
+                              {1, 1},
+                              {0, 0},
+                              {5, 5},
+                              {8, 5},
+                              {8, 8},
+                              {5, 8},
+                              {5, 5},
+                              {6, 6},
+                              {6, 7},
+                              {7, 7},
+                              {7, 6},
+                              {6, 6}},
                              {4, 5, 5}, {1, 2})};
   satest::TempDir dir;
   for (const char* file : {"r.gpkg", "r.geojson", "r.fgb", "r.shp"}) {

@@ -7,12 +7,12 @@
 #include <cstdlib>
 #include <filesystem>
 
-#include "StatisticsAnalyst/detail/local/Classification.h"
-#include "StatisticsAnalyst/detail/local/ClusterOutlier.h"
-#include "StatisticsAnalyst/detail/local/HotSpot.h"
 #include "StatisticsAnalyst/ZoClusteringDistributions.h"
 #include "StatisticsAnalyst/ZoStatisticsUtilities.h"
 #include "StatisticsAnalyst/ZoWeightsUtilities.h"
+#include "StatisticsAnalyst/detail/local/Classification.h"
+#include "StatisticsAnalyst/detail/local/ClusterOutlier.h"
+#include "StatisticsAnalyst/detail/local/HotSpot.h"
 #include "TestSupport.h"
 #include "host/ZoRecordset.h"
 
@@ -164,8 +164,7 @@ TEST(HotSpotAnalyst, MatchesTheDenseDefinitionWithSelfWeights) {
     info.SecondFieldName = selfField;
     Result result;
     ZoClusteringDistributions analysis;
-    ASSERT_TRUE(analysis.HotSpotAnalyst(layer.dataset, result.dataset, info, false))
-        << analysis.GetStrErrorMes().Str();
+    ASSERT_TRUE(analysis.HotSpotAnalyst(layer.dataset, result.dataset, info, false)) << analysis.GetStrErrorMes().Str();
     const auto z = Column(result.dataset, "Gi_Zscore");
     const auto p = Column(result.dataset, "Gi_Pvalue");
     const auto bins = Column(result.dataset, "Gi_ConfInvl");
@@ -286,16 +285,17 @@ TEST(LocalAnalyses, WeightSourcesAgreeAndTemporaryFilesGo) {
   }
 
   // A cancelled streamed run leaves no temporary file.
-  ZoProgress::SetFactory([] {
-    return std::make_unique<ZoCallbackProgress>([](const ZoProgressState& s) { return s.percent < 20; });
-  });
+  ZoProgress::SetFactory(
+      [] { return std::make_unique<ZoCallbackProgress>([](const ZoProgressState& s) { return s.percent < 20; }); });
   Result cancelled;
   EXPECT_FALSE(analysis.HotSpotAnalyst(layer.dataset, cancelled.dataset, info, true));
   ZoProgress::SetFactory(nullptr);
   EXPECT_EQ(Ids(analysis), std::vector<std::string>{"IMb030"});
   EXPECT_TRUE(std::filesystem::is_empty(tmp.path()));
-  if (old) setenv("TMPDIR", saved.c_str(), 1);
-  else unsetenv("TMPDIR");
+  if (old)
+    setenv("TMPDIR", saved.c_str(), 1);
+  else
+    unsetenv("TMPDIR");
 }
 
 TEST(LocalAnalyses, WeightsFileRunCarriesTheUniqueIdField) {

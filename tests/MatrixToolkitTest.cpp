@@ -118,8 +118,10 @@ TEST(MatrixToolkit, JacobiEigenvaluesMatchEigenWithTheirOrderAndSignRules) {
   EXPECT_NEAR(values[1], solver.eigenvalues()(0), 1e-12);
   bool sawMinusOnes = false;
   for (int k = 0; k < 2; ++k) {
-    if (vectors.GetElement(0, k) == -1.0 && vectors.GetElement(1, k) == -1.0) sawMinusOnes = true;
-    else EXPECT_GE(vectors.GetElement(0, k) + vectors.GetElement(1, k), 0.0);
+    if (vectors.GetElement(0, k) == -1.0 && vectors.GetElement(1, k) == -1.0)
+      sawMinusOnes = true;
+    else
+      EXPECT_GE(vectors.GetElement(0, k) + vectors.GetElement(1, k), 0.0);
   }
   EXPECT_TRUE(sawMinusOnes);
 

@@ -249,8 +249,7 @@ TEST(KNearestTies, SamePointsInThreeFormatsGiveOneMoransI) {
     out << "{\"type\":\"FeatureCollection\",\"features\":[";
     for (int i = 0; i < 49; ++i)
       out << (i ? "," : "") << "{\"type\":\"Feature\",\"properties\":{\"v\":" << (i * 37 % 11)
-          << "},\"geometry\":{\"type\":\"Point\",\"coordinates\":[" << 0.01 * (i % 7) << "," << 0.01 * (i / 7)
-          << "]}}";
+          << "},\"geometry\":{\"type\":\"Point\",\"coordinates\":[" << 0.01 * (i % 7) << "," << 0.01 * (i / 7) << "]}}";
     out << "]}";
   }
   std::vector<std::string> outputs;

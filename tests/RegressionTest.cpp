@@ -79,8 +79,8 @@ Sample MakeSample(std::size_t n, unsigned seed) {
 }
 
 void ExpectRelative(double ours, double theirs, double tolerance, const char* what) {
-  EXPECT_LE(std::fabs(ours - theirs), tolerance * std::max(std::fabs(theirs), 1e-300)) << what << ": " << ours
-                                                                                        << " vs " << theirs;
+  EXPECT_LE(std::fabs(ours - theirs), tolerance * std::max(std::fabs(theirs), 1e-300))
+      << what << ": " << ours << " vs " << theirs;
 }
 
 // Solves with a QR factorisation; (XᵀX)⁻¹ = R⁻¹R⁻ᵀ stays accurate for the offset field.
@@ -192,8 +192,7 @@ TEST(OrdinaryLeastSquares, RefusesModelsItCannotEstimate) {
   ExpectFailure(layer->dataset, layer->result, "Y", {"NOPE"}, "ECd001");
   ExpectFailure(layer->dataset, layer->result, "Y", {}, "EUf001");
   // 12 features carry at most 8 explanatory fields (9 coefficients + 3).
-  ExpectFailure(layer->dataset, layer->result, "Y", {"X1", "X2", "X1", "X2", "X1", "X2", "X1", "X2", "X1"},
-                "EUf005");
+  ExpectFailure(layer->dataset, layer->result, "Y", {"X1", "X2", "X1", "X2", "X1", "X2", "X1", "X2", "X1"}, "EUf005");
 }
 
 // ---- Geographically weighted regression.
@@ -221,7 +220,7 @@ Reference ReferenceGwr(const Sample& s, ZOC::ZoGWRKernel kernel, bool adaptive, 
     const double bw = adaptive ? sorted[static_cast<std::size_t>(b) - 1] : b;
     for (long j = 0; j < n; ++j)
       w(j) = kernel == ZOC::GWRGaussian ? std::exp(-0.5 * (d(j) / bw) * (d(j) / bw))
-                                         : (d(j) < bw ? std::pow(1 - (d(j) / bw) * (d(j) / bw), 2) : 0.0);
+                                        : (d(j) < bw ? std::pow(1 - (d(j) / bw) * (d(j) / bw), 2) : 0.0);
     const Eigen::MatrixXd xtw = s.X.transpose() * w.asDiagonal();
     const Eigen::MatrixXd c = (xtw * s.X).ldlt().solve(xtw);  // p × n
     r.beta.row(i) = (c * s.y).transpose();
@@ -268,8 +267,10 @@ TEST(GeographicallyWeightedRegression, EveryKernelAndBandwidthMatchesAPlainWeigh
     double b;
   };
   // The last adaptive case has more neighbours than the tree is asked for.
-  const Case cases[] = {{ZOC::GWRGaussian, ZOC::GWRFixed, 2.0},   {ZOC::GWRBisquare, ZOC::GWRFixed, 3.5},
-                        {ZOC::GWRGaussian, ZOC::GWRAdaptive, 12}, {ZOC::GWRBisquare, ZOC::GWRAdaptive, 15},
+  const Case cases[] = {{ZOC::GWRGaussian, ZOC::GWRFixed, 2.0},
+                        {ZOC::GWRBisquare, ZOC::GWRFixed, 3.5},
+                        {ZOC::GWRGaussian, ZOC::GWRAdaptive, 12},
+                        {ZOC::GWRBisquare, ZOC::GWRAdaptive, 15},
                         {ZOC::GWRBisquare, ZOC::GWRAdaptive, 270}};
   int k = 0;
   for (const Case& c : cases) {
@@ -333,7 +334,8 @@ TEST(GeographicallyWeightedRegression, ResultsDoNotDependOnTheThreadCount) {
         layer->source->CreateDatasetVector("t" + std::to_string(runs.size()), ZOC::DatasetPoint, ZOC::ZoPrjCoordSys());
     ZOC::ZoSpatialRelModeling modeling;
     ZOC::ZoGWRResult r;
-    const auto info = search ? GwrInfo(ZOC::GWRGaussian, ZOC::GWRFixed, -1) : GwrInfo(ZOC::GWRBisquare, ZOC::GWRAdaptive, 40);
+    const auto info =
+        search ? GwrInfo(ZOC::GWRGaussian, ZOC::GWRFixed, -1) : GwrInfo(ZOC::GWRBisquare, ZOC::GWRAdaptive, 40);
     ASSERT_TRUE(modeling.GeographicWeightedRegression(layer->dataset, out, info, r, false));
     runs.push_back(ReadField(out, "Coef_X2"));
     runs.back().push_back(r.Bandwidth), runs.back().push_back(r.AICc);
@@ -378,7 +380,7 @@ TEST(GeographicallyWeightedRegression, BandwidthsThatCannotFitFailCleanly) {
     const char* id;
   };
   // Bisquare, p = 3: 3 neighbours leave 2 with weight, 4 leave 3 (an exact local fit).
-  const Case cases[] = {{ZOC::GWRAdaptive, 3, "EUf009"},  {ZOC::GWRAdaptive, 4, "EUf010"},
+  const Case cases[] = {{ZOC::GWRAdaptive, 3, "EUf009"},   {ZOC::GWRAdaptive, 4, "EUf010"},
                         {ZOC::GWRAdaptive, 4.5, "EUf008"}, {ZOC::GWRAdaptive, 31, "EUf008"},
                         {ZOC::GWRFixed, -2, "EUf008"},     {ZOC::GWRFixed, 1e-3, "EUf009"}};
   for (const Case& c : cases) {

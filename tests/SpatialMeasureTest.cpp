@@ -60,8 +60,7 @@ Feature Line(double x0, double y0, double x1, double y1, std::vector<LumaVariant
 }
 
 // Points with a weight field "W".
-Layer WeightedPoints(const std::vector<LUMA::LumaPoint2D>& points, const std::vector<double>& weights,
-                     int resultType) {
+Layer WeightedPoints(const std::vector<LUMA::LumaPoint2D>& points, const std::vector<double>& weights, int resultType) {
   std::vector<Feature> features;
   for (std::size_t i = 0; i < points.size(); ++i)
     features.push_back(Point(points[i].x, points[i].y, {weights.empty() ? 1.0 : weights[i]}));
@@ -125,7 +124,8 @@ TEST(SpatialMeasureTest, StandardDistanceOfThreePoints) {
     ASSERT_TRUE(ok) << measure.GetStrErrorMes().Str();
     const auto rows = Rows(layer.result);
     ASSERT_EQ(rows.size(), 1u);
-    EXPECT_EQ(FieldNames(layer.result), (std::vector<std::string>{"CircleCenterX", "CircleCenterY", "StandardDistance"}));
+    EXPECT_EQ(FieldNames(layer.result),
+              (std::vector<std::string>{"CircleCenterX", "CircleCenterY", "StandardDistance"}));
     EXPECT_NEAR(rows[0]["CircleCenterX"].ToDouble(), 2.0 / 3.0, 1e-12);
     EXPECT_NEAR(rows[0]["CircleCenterY"].ToDouble(), 2.0 / 3.0, 1e-12);
     EXPECT_NEAR(rows[0]["StandardDistance"].ToDouble(), size * 4.0 / 3.0, 1e-12);
@@ -239,9 +239,8 @@ TEST(SpatialMeasureTest, StatisticsSummariesPerGroup) {
   info.StatisticsTypes.insert(info.StatisticsTypes.end(), {StatisticsFirst, StatisticsLast});
   ZoSpatialMeasure measure;
   ASSERT_TRUE(measure.MeasureMeanCenter(layer.dataset, layer.result, info, false)) << measure.GetStrErrorMes().Str();
-  EXPECT_EQ(FieldNames(layer.result),
-            (std::vector<std::string>{"G_Group", "I_MAX", "I_MIN", "I_Sum", "I_Mean", "I_First", "I_Last", "I_Median",
-                                      "T_First", "T_Last"}));
+  EXPECT_EQ(FieldNames(layer.result), (std::vector<std::string>{"G_Group", "I_MAX", "I_MIN", "I_Sum", "I_Mean",
+                                                                "I_First", "I_Last", "I_Median", "T_First", "T_Last"}));
   std::map<std::string, int> types;
   for (const auto& f : layer.result->GetFieldInfos()) types[f.GetName().Str()] = f.GetType();
   EXPECT_EQ(types["I_Mean"], LUMA::FieldDouble);
@@ -271,16 +270,16 @@ TEST(SpatialMeasureTest, StatisticsSummariesPerGroup) {
   // The median of an even count is the mean of the middle two.
   LumaVariant median;
   centrography::StatisticsSummaries::GetMedian({LumaVariant(4), LumaVariant(9.0), LumaVariant(1), LumaVariant(5)},
-                                                median);
+                                               median);
   EXPECT_DOUBLE_EQ(median.ToDouble(), 4.5);
 }
 
 // Validation in order, each with its message.
 TEST(SpatialMeasureTest, ValidationFailures) {
-  const std::vector<LumaFieldInfo> fields = {LumaFieldInfo("N", LUMA::FieldDouble), LumaFieldInfo("T", LUMA::FieldText)};
-  Layer layer = MakeLayer(DatasetPoint, fields, {Point(0, 0, {1.0, "a"}), Point(1, 1, {2.0, "b"}),
-                                                  Point(2, 0, {3.0, "c"})},
-                          DatasetPoint);
+  const std::vector<LumaFieldInfo> fields = {LumaFieldInfo("N", LUMA::FieldDouble),
+                                             LumaFieldInfo("T", LUMA::FieldText)};
+  Layer layer = MakeLayer(DatasetPoint, fields,
+                          {Point(0, 0, {1.0, "a"}), Point(1, 1, {2.0, "b"}), Point(2, 0, {3.0, "c"})}, DatasetPoint);
   const auto fails = [&](const ZoMeasuringInformation& info, const char* id, ZoDatasetVector* in,
                          ZoDatasetVector* out) {
     ZoSpatialMeasure measure;
@@ -383,8 +382,9 @@ TEST(SpatialMeasureTest, CentralFeatureAgainstBruteForce) {
     features.push_back(Point(x.back(), y.back(), {wt.back(), sw.back()}));
   }
   for (const ZoDistanceMethod method : {Euclidean, Manhattan}) {
-    Layer layer = MakeLayer(DatasetPoint, {LumaFieldInfo("W", LUMA::FieldDouble), LumaFieldInfo("S", LUMA::FieldDouble)},
-                            features, DatasetPoint);
+    Layer layer =
+        MakeLayer(DatasetPoint, {LumaFieldInfo("W", LUMA::FieldDouble), LumaFieldInfo("S", LUMA::FieldDouble)},
+                  features, DatasetPoint);
     ZoMeasuringInformation info;
     info.WeightField = "W";
     info.SelfWeightField = "S";

@@ -1,9 +1,9 @@
 #include "TestSupport.h"
 
+#include <sys/wait.h>
 #include <cstdio>
 #include <cstdlib>
 #include <random>
-#include <sys/wait.h>
 
 #include "host/ZoRecordset.h"
 

@@ -42,11 +42,13 @@ Bytes ReadAll(const std::string& path) {
 }
 
 void WriteAll(const std::string& path, const Bytes& bytes) {
-  std::ofstream(path, std::ios::binary).write(reinterpret_cast<const char*>(bytes.data()), std::streamsize(bytes.size()));
+  std::ofstream(path, std::ios::binary)
+      .write(reinterpret_cast<const char*>(bytes.data()), std::streamsize(bytes.size()));
 }
 
 void PutInt(Bytes& b, std::int32_t v) {
-  for (int k = 0; k < 4; ++k) b.push_back(static_cast<unsigned char>((static_cast<std::uint32_t>(v) >> (8 * k)) & 0xFF));
+  for (int k = 0; k < 4; ++k)
+    b.push_back(static_cast<unsigned char>((static_cast<std::uint32_t>(v) >> (8 * k)) & 0xFF));
 }
 void PutDouble(Bytes& b, double v) {
   std::uint64_t u;
@@ -98,10 +100,12 @@ TEST(WeightsBinary, HandWorkedFileIsByteExact) {
     PutHeader(expected, std::string("QUILLARD@QUILLARD;DATASETNAME@points;DATASETTYPE@1;COUNTS@4;UNIQUEID@ID;"
                                     "CONCEPTUALIZATION@3;STANDARDIZATION@") +
                             (standardize ? "1" : "0") + ";DISTANCEMETHOD@1;");
-    for (auto [id, count] : {std::pair{10, 2}, {20, 0}, {30, 1}, {40, 1}}) PutInt(expected, id), PutInt(expected, count);
+    for (auto [id, count] : {std::pair{10, 2}, {20, 0}, {30, 1}, {40, 1}})
+      PutInt(expected, id), PutInt(expected, count);
     if (standardize)
       for (double s : {2.0, 0.0, 1.0, 1.0}) PutDouble(expected, s);
-    for (auto [i, j] : {std::pair{0, 2}, {0, 3}, {2, 0}, {3, 0}}) PutInt(expected, i), PutInt(expected, j), PutDouble(expected, 1.0);
+    for (auto [i, j] : {std::pair{0, 2}, {0, 3}, {2, 0}, {3, 0}})
+      PutInt(expected, i), PutInt(expected, j), PutDouble(expected, 1.0);
     EXPECT_EQ(ReadAll(path), expected) << "standardize=" << standardize;
   }
 }
@@ -270,8 +274,8 @@ TEST(WeightsBinary, FlagMatrixIsTransposedAndRebuildsFromTheFile) {
   unsigned char standardization;
   LumaArray<double> sums;
   std::int64_t position;
-  std::FILE* f = u.CheckSWMFileValid(layer.dataset, dir.File("k.swmb"), field, index, model, standardization, sums,
-                                     position);
+  std::FILE* f =
+      u.CheckSWMFileValid(layer.dataset, dir.File("k.swmb"), field, index, model, standardization, sums, position);
   ASSERT_NE(f, nullptr);
   Bytes expected(n * n, 0);
   LumaArray<double> row;
@@ -329,14 +333,15 @@ TEST(WeightsBinary, ChangedDatasetsAndDamagedFilesAreRefused) {
   const std::size_t headerEnd = 4 + bytes[0] + 256 * bytes[1];
 
   damaged({}, "ESa045");
-  damaged(Bytes(bytes.begin(), bytes.begin() + 20), "ESa045");                // cut inside the header
-  damaged(Bytes(bytes.begin(), bytes.begin() + headerEnd + 12), "ESa046");    // cut inside the index
-  damaged(Bytes(bytes.begin(), bytes.end() - 3), "ESa046");                   // a short last row
+  damaged(Bytes(bytes.begin(), bytes.begin() + 20), "ESa045");              // cut inside the header
+  damaged(Bytes(bytes.begin(), bytes.begin() + headerEnd + 12), "ESa046");  // cut inside the index
+  damaged(Bytes(bytes.begin(), bytes.end() - 3), "ESa046");                 // a short last row
   Bytes extra = bytes;
   extra.push_back(0);
-  damaged(extra, "ESa046");                                                   // more bytes than the rows announce
+  damaged(extra, "ESa046");  // more bytes than the rows announce
   Bytes negative = bytes;
-  negative[headerEnd + 4] = 0xFF, negative[headerEnd + 5] = 0xFF, negative[headerEnd + 6] = 0xFF, negative[headerEnd + 7] = 0xFF;
+  negative[headerEnd + 4] = 0xFF, negative[headerEnd + 5] = 0xFF, negative[headerEnd + 6] = 0xFF,
+                       negative[headerEnd + 7] = 0xFF;
   damaged(negative, "ESa046");
   Bytes hugeLength = bytes;
   hugeLength[0] = 0xFF, hugeLength[1] = 0xFF, hugeLength[2] = 0xFF, hugeLength[3] = 0x7F;
@@ -347,13 +352,15 @@ TEST(WeightsBinary, ChangedDatasetsAndDamagedFilesAreRefused) {
     PutHeader(b, text);
     return b;
   };
-  const std::string ok = "QUILLARD@QUILLARD;DATASETNAME@points;DATASETTYPE@1;COUNTS@4;UNIQUEID@ID;"
-                         "CONCEPTUALIZATION@3;STANDARDIZATION@0;DISTANCEMETHOD@1;";
+  const std::string ok =
+      "QUILLARD@QUILLARD;DATASETNAME@points;DATASETTYPE@1;COUNTS@4;UNIQUEID@ID;"
+      "CONCEPTUALIZATION@3;STANDARDIZATION@0;DISTANCEMETHOD@1;";
   damaged(header("QUILLARD@QUILLARD;DATASETNAME@points;DATASETTYPE@1;Counts@4;"), "ESa045");
-  damaged(header("QUILLARD@QUILLARD;DATASETNAME@points;"), "ESa045");                 // parts missing
-  damaged(header(ok + "EXTRA@1;"), "ESa045");                                         // a ninth part
-  damaged(header("QUILLARD@QUILLARD;DATASETNAME;" + ok.substr(30)), "ESa045");        // no value
-  damaged(header("QUILLARD@QUILLARD;DATASETNAME@" + std::string(200, 'x') + ";DATASETTYPE@1;COUNTS@4;UNIQUEID@ID;"
+  damaged(header("QUILLARD@QUILLARD;DATASETNAME@points;"), "ESa045");           // parts missing
+  damaged(header(ok + "EXTRA@1;"), "ESa045");                                   // a ninth part
+  damaged(header("QUILLARD@QUILLARD;DATASETNAME;" + ok.substr(30)), "ESa045");  // no value
+  damaged(header("QUILLARD@QUILLARD;DATASETNAME@" + std::string(200, 'x') +
+                 ";DATASETTYPE@1;COUNTS@4;UNIQUEID@ID;"
                  "CONCEPTUALIZATION@3;STANDARDIZATION@0;DISTANCEMETHOD@1;"),
           "ESa045");  // 200 code units or more
   damaged(header("QUILLARD@QUILLARD;DATASETNAME@points;DATASETTYPE@1;COUNTS@four;UNIQUEID@ID;"

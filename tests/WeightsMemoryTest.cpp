@@ -4,14 +4,14 @@
 // the last bit: row by row, and through every analysis that uses them.
 #include <gtest/gtest.h>
 
+#include <omp.h>
 #include <cmath>
 #include <filesystem>
-#include <omp.h>
 
-#include "StatisticsAnalyst/detail/weights/WeightsFileRows.h"
 #include "StatisticsAnalyst/ZoAnalyzingPatterns.h"
 #include "StatisticsAnalyst/ZoClusteringDistributions.h"
 #include "StatisticsAnalyst/detail/weights/CsrWeights.h"
+#include "StatisticsAnalyst/detail/weights/WeightsFileRows.h"
 #include "TestSupport.h"
 
 using namespace ZOC;

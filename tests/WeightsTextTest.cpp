@@ -10,8 +10,8 @@
 #include <tuple>
 #include <vector>
 
-#include "StatisticsAnalyst/detail/weights/WeightsFileReader.h"
 #include "StatisticsAnalyst/ZoWeightsUtilities.h"
+#include "StatisticsAnalyst/detail/weights/WeightsFileReader.h"
 #include "TestSupport.h"
 #include "host/ZoFile.h"
 #include "host/ZoProgress.h"
@@ -162,13 +162,12 @@ TEST(WeightsText, HandWorkedFilesTablesAndDumps) {
   // Inverse distance within 10: 1/2, 1/3, 1/5, 1/7 and 1/10 on the boundary.
   IdLayer spread = MakeIdLayer({{1, 0.0}, {2, 2.0}, {3, 5.0}, {4, 15.0}});
   ASSERT_TRUE(u.BuildWeightMatrixText(spread.dataset, "UID", text, Band(10, true, InverseDistance), 0));
-  const std::vector<std::string> inverse = {
-      "1 2 3 4 ",
-      "0.7000000000 0.8333333333 0.6333333333 0.1000000000 ",
-      "0 1 0.5000000000;0 2 0.2000000000;",
-      "1 0 0.5000000000;1 2 0.3333333333;",
-      "2 0 0.2000000000;2 1 0.3333333333;2 3 0.1000000000;",
-      "3 2 0.1000000000;"};
+  const std::vector<std::string> inverse = {"1 2 3 4 ",
+                                            "0.7000000000 0.8333333333 0.6333333333 0.1000000000 ",
+                                            "0 1 0.5000000000;0 2 0.2000000000;",
+                                            "1 0 0.5000000000;1 2 0.3333333333;",
+                                            "2 0 0.2000000000;2 1 0.3333333333;2 3 0.1000000000;",
+                                            "3 2 0.1000000000;"};
   const auto inverseLines = Lines(text);
   ASSERT_FALSE(inverseLines.empty());
   EXPECT_EQ(std::vector<std::string>(inverseLines.begin() + 1, inverseLines.end()), inverse);
@@ -237,24 +236,24 @@ TEST(WeightsText, DamagedTextFilesFailCleanly) {
   };
   const std::string head0 = head("2", 0), head1 = head("2", 1);
   const std::vector<std::pair<std::string, const char*>> cases = {
-      {"", "ESa045"},                                                   // empty file
-      {"QUILLARD@QUILLARD;DATASETNAME@d;Counts@2;\n7 8 \n", "ESa045"},  // a key out of place
+      {"", "ESa045"},                                                                 // empty file
+      {"QUILLARD@QUILLARD;DATASETNAME@d;Counts@2;\n7 8 \n", "ESa045"},                // a key out of place
       {"QUILLARD@QUILLARD;DATASETNAME@d;DATASETTYPE@1;COUNTS@2;\n7 8 \n", "ESa045"},  // no STANDARDIZATION
-      {head("two", 0) + "7 8 \n", "ESa045"},                     // COUNTS no number
-      {head("-2", 0), "ESa045"},                                  // or negative
-      {head0, "ESa046"},                                           // no ID line
-      {head0 + "7 \n;\n", "ESa046"},                               // fewer IDs than COUNTS
-      {head0 + "7 8 9 \n;\n;\n", "ESa046"},                        // more IDs
-      {head0 + "7 x \n;\n;\n", "ESa046"},                          // an ID that is no number
-      {head1 + "7 8 \n", "ESa046"},                                // no row-sum line
-      {head1 + "7 8 \n1.0000000000 \n", "ESa046"},                 // too few row sums
-      {head0 + "7 8 \n0 1 1.0000000000;\n1 0 abc;\n", "ESa046"},   // garbage weight
-      {head0 + "7 8 \n0 2 1.0000000000;\n;\n", "ESa046"},          // column out of range
-      {head0 + "7 8 \n-1 1 1.0000000000;\n;\n", "ESa046"},         // row out of range
-      {head0 + "7 8 \n0 1;\n;\n", "ESa046"},                       // too few pieces
-      {head0 + "7 8 \n0 1 1.0 4;\n;\n", "ESa046"},                 // too many pieces
-      {head0 + "7 8 \n0 1 nan;\n;\n", "ESa046"},                   // not a finite weight
-      {head0 + "7 8 \n;\n;\n0 1 1.0;\n", "ESa046"},                // a row more than COUNTS
+      {head("two", 0) + "7 8 \n", "ESa045"},                                          // COUNTS no number
+      {head("-2", 0), "ESa045"},                                                      // or negative
+      {head0, "ESa046"},                                                              // no ID line
+      {head0 + "7 \n;\n", "ESa046"},                                                  // fewer IDs than COUNTS
+      {head0 + "7 8 9 \n;\n;\n", "ESa046"},                                           // more IDs
+      {head0 + "7 x \n;\n;\n", "ESa046"},                                             // an ID that is no number
+      {head1 + "7 8 \n", "ESa046"},                                                   // no row-sum line
+      {head1 + "7 8 \n1.0000000000 \n", "ESa046"},                                    // too few row sums
+      {head0 + "7 8 \n0 1 1.0000000000;\n1 0 abc;\n", "ESa046"},                      // garbage weight
+      {head0 + "7 8 \n0 2 1.0000000000;\n;\n", "ESa046"},                             // column out of range
+      {head0 + "7 8 \n-1 1 1.0000000000;\n;\n", "ESa046"},                            // row out of range
+      {head0 + "7 8 \n0 1;\n;\n", "ESa046"},                                          // too few pieces
+      {head0 + "7 8 \n0 1 1.0 4;\n;\n", "ESa046"},                                    // too many pieces
+      {head0 + "7 8 \n0 1 nan;\n;\n", "ESa046"},                                      // not a finite weight
+      {head0 + "7 8 \n;\n;\n0 1 1.0;\n", "ESa046"},                                   // a row more than COUNTS
   };
   ZoWeightsUtilities u;
   for (const auto& [content, id] : cases) {
@@ -296,9 +295,9 @@ TEST(WeightsText, DamagedBinaryFilesFailCleanly) {
   const RawSwmb good;
   ASSERT_EQ(convert(good.Bytes()), 2) << u.GetStrErrorMes().Str();
   const std::vector<std::function<void(RawSwmb&)>> damage = {
-      [](RawSwmb& r) { std::get<1>(r.records[1]) = 5; },  // column out of range
-      [](RawSwmb& r) { r.index[0].second = -1; },          // negative neighbour count
-      [](RawSwmb& r) { r.count = 2000000000; },            // far beyond the file: refused before allocating
+      [](RawSwmb& r) { std::get<1>(r.records[1]) = 5; },          // column out of range
+      [](RawSwmb& r) { r.index[0].second = -1; },                 // negative neighbour count
+      [](RawSwmb& r) { r.count = 2000000000; },                   // far beyond the file: refused before allocating
       [](RawSwmb& r) { r.standardized = 1, r.records.clear(); },  // no row sums
   };
   for (std::size_t i = 0; i < damage.size(); ++i) {

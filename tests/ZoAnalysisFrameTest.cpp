@@ -198,7 +198,8 @@ TEST(ZoAnalyzingPatterns, CopiesCarryTheMessageButNoOpenFlagMatrix) {
 TEST(ZoAnalysisFrame, SetProgressDrivesEveryAnalysisWithoutTheFactory) {
   // The factory would hand out a progress that never cancels; the object set
   // with SetProgress cancels at once, and every analysis has to obey it.
-  ZoProgress::SetFactory([] { return std::make_unique<ZoCallbackProgress>([](const ZoProgressState&) { return true; }); });
+  ZoProgress::SetFactory(
+      [] { return std::make_unique<ZoCallbackProgress>([](const ZoProgressState&) { return true; }); });
   int calls = 0;
   ZoCallbackProgress cancel([&](const ZoProgressState&) { return ++calls < 3; });
   auto layer = satest::MakePointLayer(satest::RandomPoints(50, 10.0, 4));
@@ -218,8 +219,8 @@ TEST(ZoAnalysisFrame, SetProgressDrivesEveryAnalysisWithoutTheFactory) {
   local.SetProgress(&cancel);
   calls = 0;
   auto result = ZoDataSource::CreateMemory("result");
-  EXPECT_FALSE(local.HotSpotAnalyst(layer.dataset, result->CreateDatasetVector("r", DatasetPoint, ZoPrjCoordSys()),
-                                    info, true));
+  EXPECT_FALSE(
+      local.HotSpotAnalyst(layer.dataset, result->CreateDatasetVector("r", DatasetPoint, ZoPrjCoordSys()), info, true));
   EXPECT_NE(local.GetStrErrorMes().Str().find("[IMb030]"), std::string::npos) << local.GetStrErrorMes().Str();
   ZoProgress::SetFactory(nullptr);
 }

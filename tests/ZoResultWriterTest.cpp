@@ -53,8 +53,7 @@ void WriteSource(const std::string& path, int count) {
 // Prepares `writer` for `path` and fills its result from the source: every
 // geometry and a field "Result_Score" (long enough to be shortened by some
 // formats) holding 0.5·k.
-ZoDatasetVector* FillResult(ZoResultWriter& writer, ZoDatasetVector* source, const std::string& path,
-                            bool overwrite) {
+ZoDatasetVector* FillResult(ZoResultWriter& writer, ZoDatasetVector* source, const std::string& path, bool overwrite) {
   if (!writer.Prepare(path, "res", overwrite, {})) {
     ADD_FAILURE() << writer.GetError().Str();
     return nullptr;
@@ -102,7 +101,8 @@ TEST(ZoResultWriter, EveryFormatHoldsTheWholeResult) {
     OGRLayer* layer = back->GetLayer(0);
     EXPECT_EQ(std::string(layer->GetName()), writer.GetLayerName().Str());
     ASSERT_EQ(layer->GetFeatureCount(TRUE), kFeatures);
-    const int scoreField = layer->GetLayerDefn()->GetFieldIndex(std::string(file) == "r.shp" ? "Result_Sco" : "Result_Score");
+    const int scoreField =
+        layer->GetLayerDefn()->GetFieldIndex(std::string(file) == "r.shp" ? "Result_Sco" : "Result_Score");
     ASSERT_GE(scoreField, 0);
     int k = 0;
     for (auto& f : *layer) {

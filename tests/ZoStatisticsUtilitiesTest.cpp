@@ -64,8 +64,8 @@ std::map<int, double> BruteForce(const std::vector<LumaPoint2D>& p, const ZoPatt
           weight = d <= band ? 1.0 : 1.0 / std::pow(d + 1.0 - band, info.Exponent);
         } else {
           if (d > band) continue;
-          weight = d < 1.0 ? 1.0
-                   : info.Conceptualization == InverseDistance ? 1.0 / std::pow(d, info.Exponent)
+          weight = d < 1.0                                            ? 1.0
+                   : info.Conceptualization == InverseDistance        ? 1.0 / std::pow(d, info.Exponent)
                    : info.Conceptualization == InverseDistanceSquared ? 1.0 / std::pow(d * d, info.Exponent)
                                                                       : 1.0;
         }

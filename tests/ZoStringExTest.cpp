@@ -23,9 +23,9 @@ bool WellFormed(const std::string& id) {
 std::string Text(const char* id) { return ZoStringEx::LoadResString(id).Str(); }
 
 // Progress formats that the analyses fill with (i + 1, n).
-const char* const kPerItemFormats[] = {"IMb322", "IMb323", "IMb325", "IMb327", "IMb329", "IMb331", "IMb335",
-                                       "IMb337", "IMb339", "IMb341", "IMb358", "IMb360", "IMb363", "IMb391",
-                                       "IMf002", "IMf004", "IMf005"};
+const char* const kPerItemFormats[] = {"IMb322", "IMb323", "IMb325", "IMb327", "IMb329", "IMb331",
+                                       "IMb335", "IMb337", "IMb339", "IMb341", "IMb358", "IMb360",
+                                       "IMb363", "IMb391", "IMf002", "IMf004", "IMf005"};
 
 }  // namespace
 
@@ -89,9 +89,9 @@ TEST(ZoStringEx, ProgressTextsFitHowTheyAreUsed) {
   // with what they name (a count, a feature's QlID, an exception's text).
   const std::vector<std::string> formattedErrors = {"ESa074", "EUc001", "EUc002", "EUc011"};
   for (const std::string& id : ZoStringEx::ListIdentifiers()) {
-    const bool formatted = std::count(formattedErrors.begin(), formattedErrors.end(), id) > 0 || std::find_if(std::begin(kPerItemFormats), std::end(kPerItemFormats),
-                                                          [&](const char* f) { return id == f; }) !=
-                                                 std::end(kPerItemFormats);
+    const bool formatted = std::count(formattedErrors.begin(), formattedErrors.end(), id) > 0 ||
+                           std::find_if(std::begin(kPerItemFormats), std::end(kPerItemFormats),
+                                        [&](const char* f) { return id == f; }) != std::end(kPerItemFormats);
     if (!formatted) {
       EXPECT_EQ(Text(id.c_str()).find('%'), std::string::npos) << id;
     }

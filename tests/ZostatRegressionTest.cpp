@@ -51,10 +51,10 @@ TEST(ZostatRegression, OlsAndGwrPrintTheirJsonShapesAndWriteTheirLayers) {
 TEST(ZostatRegression, AFailedFitLeavesNoOutput) {
   satest::TempDir dir;
   int status = -1;
-  const std::string out = Zostat("gwr --quiet --input " + satest::DataPath("columbus.gpkg") +
-                                  " --dependent CRIME --explanatory INC,HOVAL --bandwidth 3 --output " +
-                                  dir.File("r.gpkg"),
-                              &status);
+  const std::string out =
+      Zostat("gwr --quiet --input " + satest::DataPath("columbus.gpkg") +
+                 " --dependent CRIME --explanatory INC,HOVAL --bandwidth 3 --output " + dir.File("r.gpkg"),
+             &status);
   EXPECT_EQ(status, 1);
   EXPECT_NE(out.find("[EUf009]"), std::string::npos) << out;
   EXPECT_FALSE(std::filesystem::exists(dir.File("r.gpkg")));

@@ -64,8 +64,8 @@ TEST(Zostat, AnnJsonHasTheFiveQuantities) {
   const std::string out = Zostat("ann --json --input " + satest::DataPath("baltim.gpkg"), &status);
   ASSERT_EQ(status, 0) << out;
   EXPECT_EQ(out.rfind("{\"ratio\": ", 0), 0u) << out;
-  for (const char* key : {"\"expected_mean_distance\": ", "\"observed_mean_distance\": ", "\"z_score\": ",
-                          "\"p_value\": "})
+  for (const char* key :
+       {"\"expected_mean_distance\": ", "\"observed_mean_distance\": ", "\"z_score\": ", "\"p_value\": "})
     EXPECT_NE(out.find(key), std::string::npos) << key;
   // A negative area is a command-line mistake, with its identifier.
   const std::string bad = Zostat("ann --area -5 --input " + satest::DataPath("baltim.gpkg"), &status, true);
@@ -86,17 +86,17 @@ TEST(Zostat, WeightsShowListsNeighboursByQlID) {
                       0),
             0u)
       << out.substr(0, 200);
-  const std::string text = Zostat("weights show --input " + satest::DataPath("baltim.gpkg") +
-                                      " --field PRICE --conceptualization 7 --k 3",
-                                  &status);
+  const std::string text =
+      Zostat("weights show --input " + satest::DataPath("baltim.gpkg") + " --field PRICE --conceptualization 7 --k 3",
+             &status);
   ASSERT_EQ(status, 0);
   EXPECT_EQ(std::count(text.begin(), text.end(), '\n'), 1 + 211 * 3);
   Zostat("weights show --input " + satest::DataPath("baltim.gpkg") + " --field PRICE --conceptualization 9", &status,
          true);
   EXPECT_EQ(status, 2);
-  const std::string failed = Zostat("weights show --input " + satest::DataPath("baltim.gpkg") +
-                                        " --field PRICE --conceptualization contiguity-edges",
-                                    &status, true);
+  const std::string failed = Zostat(
+      "weights show --input " + satest::DataPath("baltim.gpkg") + " --field PRICE --conceptualization contiguity-edges",
+      &status, true);
   EXPECT_EQ(status, 1);
   EXPECT_NE(failed.find("[ESa025]"), std::string::npos) << failed;
 }
@@ -124,8 +124,8 @@ TEST(Zostat, HotspotAndClusterOutlierWriteLayersAndSummaries) {
   satest::TempDir dir;
   int status = -1;
   const std::string out = dir.File("result.gpkg");
-  std::string text = Zostat("hotspot --json --input " + satest::DataPath("baltim.gpkg") +
-                                " --field PRICE --output " + out + " --conceptualization k-nearest --k 6",
+  std::string text = Zostat("hotspot --json --input " + satest::DataPath("baltim.gpkg") + " --field PRICE --output " +
+                                out + " --conceptualization k-nearest --k 6",
                             &status);
   ASSERT_EQ(status, 0) << text;
   EXPECT_EQ(text.rfind("{\"features\": 211, \"bins\": {\"-3\": ", 0), 0u) << text;
@@ -133,9 +133,9 @@ TEST(Zostat, HotspotAndClusterOutlierWriteLayersAndSummaries) {
   text = Zostat("hotspot --input " + satest::DataPath("baltim.gpkg") + " --field PRICE --output " + out, &status, true);
   EXPECT_EQ(status, 1);
   EXPECT_NE(text.find("--overwrite"), std::string::npos) << text;
-  text = Zostat("hotspot --overwrite --fdr --input " + satest::DataPath("baltim.gpkg") + " --field PRICE --output " +
-                    out,
-                &status);
+  text =
+      Zostat("hotspot --overwrite --fdr --input " + satest::DataPath("baltim.gpkg") + " --field PRICE --output " + out,
+             &status);
   EXPECT_EQ(status, 0) << text;
 
   text = Zostat("cluster-outlier --json --input " + satest::DataPath("columbus.gpkg") + " --field CRIME --output " +

@@ -6,6 +6,7 @@
 #include <pybind11/pybind11.h>
 #include <pybind11/stl.h>
 
+#include <unistd.h>
 #include <chrono>
 #include <cmath>
 #include <cstdio>
@@ -15,7 +16,6 @@
 #include <tuple>
 #include <utility>
 #include <vector>
-#include <unistd.h>
 
 #include "StatisticsAnalyst/ZoAnalyzingPatterns.h"
 #include "StatisticsAnalyst/ZoClusteringDistributions.h"
@@ -247,7 +247,7 @@ ExponentTuple Ann(const std::string& path, const std::string& layer, double area
 }
 
 using LocalMethod = unsigned char (ZOC::ZoClusteringDistributions::*)(ZOC::ZoDatasetVector*, ZOC::ZoDatasetVector*,
-                                                                     const ZOC::ZoPatternsInformation&, unsigned char);
+                                                                      const ZOC::ZoPatternsInformation&, unsigned char);
 
 void RunLocal(const std::string& path, const std::string& layer, const std::string& outPath,
               const std::string& outLayer, bool overwrite, const ZOC::ZoPatternsInformation& info,
@@ -282,12 +282,12 @@ std::tuple<int, long long, double> Density(const std::string& path, const std::s
 }
 
 using MeasureMethod = unsigned char (ZOC::ZoSpatialMeasure::*)(ZOC::ZoDatasetVector*, ZOC::ZoDatasetVector*,
-                                                              const ZOC::ZoMeasuringInformation&, unsigned char);
+                                                               const ZOC::ZoMeasuringInformation&, unsigned char);
 
 // One geographic-distribution measure; `resultType` 0 keeps the input's type.
-void Measure(const std::string& path, const std::string& layer, const std::string& outPath,
-             const std::string& outLayer, bool overwrite, const ZOC::ZoMeasuringInformation& info, int resultType,
-             const py::object& progress, MeasureMethod method) {
+void Measure(const std::string& path, const std::string& layer, const std::string& outPath, const std::string& outLayer,
+             bool overwrite, const ZOC::ZoMeasuringInformation& info, int resultType, const py::object& progress,
+             MeasureMethod method) {
   Input input = OpenInput(path, layer);
   Output out(outPath, outLayer, overwrite, &input);
   out.Create(nullptr, resultType ? resultType : input.dataset->GetType(), input.dataset->GetPrjCoordSys());
@@ -325,10 +325,9 @@ LUMA::LumaArray<LUMA::LumaUnicodeString> Names(const std::vector<std::string>& n
 }
 
 // Ordinary least squares; the values under the keys of `zostat ols --json`.
-py::dict Ols(const std::string& path, const std::string& layer, const std::string& outPath,
-             const std::string& outLayer, bool overwrite, const std::string& dependent,
-             const std::vector<std::string>& explanatory, bool residualMoran, const ZOC::ZoPatternsInformation& weights,
-             const py::object& progress) {
+py::dict Ols(const std::string& path, const std::string& layer, const std::string& outPath, const std::string& outLayer,
+             bool overwrite, const std::string& dependent, const std::vector<std::string>& explanatory,
+             bool residualMoran, const ZOC::ZoPatternsInformation& weights, const py::object& progress) {
   Input input = OpenInput(path, layer);
   ZOC::ZoOLSInformation info;
   info.DependentField = dependent;
@@ -367,10 +366,9 @@ py::dict Ols(const std::string& path, const std::string& layer, const std::strin
 }
 
 // Geographically weighted regression; the values of `zostat gwr --json`.
-py::dict Gwr(const std::string& path, const std::string& layer, const std::string& outPath,
-             const std::string& outLayer, bool overwrite, const std::string& dependent,
-             const std::vector<std::string>& explanatory, int kernel, int bandwidthType, double bandwidth,
-             int distanceMethod, const py::object& progress) {
+py::dict Gwr(const std::string& path, const std::string& layer, const std::string& outPath, const std::string& outLayer,
+             bool overwrite, const std::string& dependent, const std::vector<std::string>& explanatory, int kernel,
+             int bandwidthType, double bandwidth, int distanceMethod, const py::object& progress) {
   Input input = OpenInput(path, layer);
   ZOC::ZoGWRInformation info;
   info.DependentField = dependent;
@@ -474,7 +472,8 @@ void BindPatternsInformation(py::module_& m) {
   py::class_<Info>(m, "PatternsInformation")
       .def(py::init<>())
       .def_property(
-          "field", [](const Info& i) { return i.FieldName.Str(); }, [](Info& i, const std::string& v) { i.FieldName = v; })
+          "field", [](const Info& i) { return i.FieldName.Str(); },
+          [](Info& i, const std::string& v) { i.FieldName = v; })
       .def_property(
           "conceptualization", [](const Info& i) { return static_cast<int>(i.Conceptualization); },
           [](Info& i, int v) { i.Conceptualization = static_cast<ZOC::ZoConceptualizationModel>(v); })
@@ -515,8 +514,8 @@ PYBIND11_MODULE(_core, m) {
         return RunGlobal(path, layer, info, progress, &ZOC::ZoAnalyzingPatterns::HighOrLowCluster);
       },
       py::arg("path"), py::arg("layer"), py::arg("info"), py::arg("progress"));
-  m.def("ann", &Ann, py::arg("path"), py::arg("layer"), py::arg("area"), py::arg("distance_method"),
-        py::arg("width"), py::arg("progress"));
+  m.def("ann", &Ann, py::arg("path"), py::arg("layer"), py::arg("area"), py::arg("distance_method"), py::arg("width"),
+        py::arg("progress"));
   m.def(
       "hotspot",
       [](const std::string& path, const std::string& layer, const std::string& outPath, const std::string& outLayer,
@@ -576,7 +575,8 @@ PYBIND11_MODULE(_core, m) {
   m.def("layer_names", [](const std::string& path) {
     Input input = OpenInput(path, "");
     std::vector<std::string> names;
-    for (int i = 0; i < input.source->GetDatasetCount(); ++i) names.push_back(input.source->GetDataset(i)->GetName().Str());
+    for (int i = 0; i < input.source->GetDatasetCount(); ++i)
+      names.push_back(input.source->GetDataset(i)->GetName().Str());
     return names;
   });
 }

@@ -26,11 +26,16 @@ int RunAnn(const Options& options) {
   if (options.Has("json")) {
     JsonWriter json;
     json.BeginObject()
-        .Key("ratio").Number(r.Index)
-        .Key("expected_mean_distance").Number(r.ExpectedIndex)
-        .Key("observed_mean_distance").Number(r.Variance)
-        .Key("z_score").Number(r.ZScore)
-        .Key("p_value").Number(r.PValue)
+        .Key("ratio")
+        .Number(r.Index)
+        .Key("expected_mean_distance")
+        .Number(r.ExpectedIndex)
+        .Key("observed_mean_distance")
+        .Number(r.Variance)
+        .Key("z_score")
+        .Number(r.ZScore)
+        .Key("p_value")
+        .Number(r.PValue)
         .EndObject();
     Print(json.str());
     return 0;
@@ -46,9 +51,9 @@ int RunAnn(const Options& options) {
                 "  p-value:                 %.10g\n"
                 "The pattern looks %s%s.\n",
                 input.dataset->GetName().c_str(), r.Variance, r.ExpectedIndex, r.Index, r.ZScore, r.PValue, pattern,
-                r.ZScore < -2.58 || r.ZScore > 2.58 ? " (significant at the 1% level)"
+                r.ZScore < -2.58 || r.ZScore > 2.58   ? " (significant at the 1% level)"
                 : r.ZScore < -1.96 || r.ZScore > 1.96 ? " (significant at the 5% level)"
-                : " (not significant at the 5% level)");
+                                                      : " (not significant at the 5% level)");
   Print(text);
   return 0;
 }
@@ -62,8 +67,8 @@ Command AnnCommand() {
   options.push_back({"width", true, "rectangle width for degenerate layouts (default 2, or ~2 m on geographic data)"});
   for (auto& o : CommonOptions()) options.push_back(o);
   return {"ann", "average nearest neighbour: ratio, expected and observed distances, z-score, p-value",
-          "--input PATH [--layer L] [--area A] [--distance-method euclidean|manhattan] [--width W] [--json]",
-          options, RunAnn};
+          "--input PATH [--layer L] [--area A] [--distance-method euclidean|manhattan] [--width W] [--json]", options,
+          RunAnn};
 }
 
 }  // namespace zostat

@@ -16,7 +16,7 @@ namespace zostat {
 namespace {
 
 using MeasureMethod = unsigned char (ZOC::ZoSpatialMeasure::*)(ZOC::ZoDatasetVector*, ZOC::ZoDatasetVector*,
-                                                              const ZOC::ZoMeasuringInformation&, unsigned char);
+                                                               const ZOC::ZoMeasuringInformation&, unsigned char);
 
 struct MeasureSpec {
   const char* name;
@@ -30,8 +30,8 @@ struct MeasureSpec {
 ZOC::ZoStatisticsType ParseStatisticsType(std::string type) {
   std::transform(type.begin(), type.end(), type.begin(), [](unsigned char c) { return std::tolower(c); });
   const std::pair<const char*, ZOC::ZoStatisticsType> types[] = {
-      {"max", ZOC::StatisticsMax},     {"min", ZOC::StatisticsMin},   {"sum", ZOC::StatisticsSum},
-      {"mean", ZOC::StatisticsMean},   {"first", ZOC::StatisticsFirst}, {"last", ZOC::StatisticsLast},
+      {"max", ZOC::StatisticsMax},      {"min", ZOC::StatisticsMin},     {"sum", ZOC::StatisticsSum},
+      {"mean", ZOC::StatisticsMean},    {"first", ZOC::StatisticsFirst}, {"last", ZOC::StatisticsLast},
       {"median", ZOC::StatisticsMedian}};
   for (const auto& [name, value] : types)
     if (type == name) return value;
@@ -137,8 +137,10 @@ std::vector<OptionSpec> MeasureOptions(const MeasureSpec& spec) {
                                spec.layerSuffix + ")"))
     options.push_back(o);
   options.push_back({"case-field", true, "field whose equal values form the groups (default: one group)"});
-  options.push_back({"stat", true, "FIELD:TYPE summary per group, TYPE max|min|sum|mean|first|last|median "
-                                   "(repeatable)", true});
+  options.push_back({"stat", true,
+                     "FIELD:TYPE summary per group, TYPE max|min|sum|mean|first|last|median "
+                     "(repeatable)",
+                     true});
   if (spec.weight) options.push_back({"weight-field", true, "numeric field weighting each feature"});
   if (spec.selfWeight) {
     options.push_back({"self-weight-field", true, "numeric field: each feature's own term in its distance sum"});
@@ -159,15 +161,15 @@ Command MakeCommand(const MeasureSpec& spec) {
   if (spec.ellipseSize) usage += " [--ellipse-size 1|2|3]";
   if (spec.orientation) usage += " [--orientation-only]";
   usage += " [--output OUT [--output-layer L] [--overwrite]] [--json]";
-  return {spec.name, spec.summary, usage, MeasureOptions(spec), [spec](const Options& o) { return RunMeasure(o, spec); }};
+  return {spec.name, spec.summary, usage, MeasureOptions(spec),
+          [spec](const Options& o) { return RunMeasure(o, spec); }};
 }
 
 }  // namespace
 
 Command MeanCenterCommand() {
   return MakeCommand({"mean-center", "weighted mean centre of the features, per case group", "_mean_center",
-                      &ZOC::ZoSpatialMeasure::MeasureMeanCenter, ZOC::DatasetPoint, true, false, false, false,
-                      false});
+                      &ZOC::ZoSpatialMeasure::MeasureMeanCenter, ZOC::DatasetPoint, true, false, false, false, false});
 }
 
 Command MedianCenterCommand() {

@@ -44,8 +44,7 @@ const char* WhyCannotOpen(const std::string& path) {
 
 std::string LayerNames(ZOC::ZoDataSource& source) {
   std::string names;
-  for (int i = 0; i < source.GetDatasetCount(); ++i)
-    names += (i ? ", " : "") + source.GetDataset(i)->GetName().Str();
+  for (int i = 0; i < source.GetDatasetCount(); ++i) names += (i ? ", " : "") + source.GetDataset(i)->GetName().Str();
   return names;
 }
 
@@ -70,9 +69,11 @@ InputLayer OpenInput(const Options& options) {
 }
 
 std::vector<OptionSpec> OutputOptions(const std::string& layerHelp) {
-  return {{"output", true, "file to write to; the format comes from its extension (.gpkg, .shp, .geojson, .fgb, .csv, ...)"},
+  return {{"output", true,
+           "file to write to; the format comes from its extension (.gpkg, .shp, .geojson, .fgb, .csv, ...)"},
           {"output-layer", true, layerHelp},
-          {"overwrite", false, "replace an existing layer of that name (or a single-layer file) once the result is complete"}};
+          {"overwrite", false,
+           "replace an existing layer of that name (or a single-layer file) once the result is complete"}};
 }
 
 OutputLayer::OutputLayer(const Options& options, const std::string& defaultLayer, const InputLayer& input) {
@@ -116,8 +117,9 @@ void OutputLayer::Keep() {
 void CheckDistanceMethod(const Options& options, const InputLayer& input) {
   if (options.Get("distance-method", "euclidean") != "manhattan") return;
   if (input.dataset->GetPrjCoordSys().GetTypeID() == ZOC::ZoPrjCoordSys::Geographic)
-    throw UsageError(msg::EUa058, "--distance-method manhattan does not apply to geographic data; "
-                                  "distances there are measured on the ellipsoid");
+    throw UsageError(msg::EUa058,
+                     "--distance-method manhattan does not apply to geographic data; "
+                     "distances there are measured on the ellipsoid");
 }
 
 void Print(const std::string& text) {

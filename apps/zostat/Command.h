@@ -55,8 +55,7 @@ class OutputLayer {
   // Shaped like `input`'s layer (geometry kind and coordinate system as read).
   OutputLayer(const Options& options, const std::string& defaultLayer, const InputLayer& input);
   // A layer of `datasetType` in `cs`.
-  OutputLayer(const Options& options, const std::string& defaultLayer, int datasetType,
-              const ZOC::ZoPrjCoordSys& cs);
+  OutputLayer(const Options& options, const std::string& defaultLayer, int datasetType, const ZOC::ZoPrjCoordSys& cs);
   ~OutputLayer();
   ZOC::ZoDatasetVector* dataset() const { return m_dataset; }
   const std::string& path() const { return m_path; }

@@ -35,18 +35,22 @@ int RunDensity(const Options& options, int method, const std::string& suffix) {
   if (options.Has("json")) {
     JsonWriter json;
     json.BeginObject()
-        .Key("clusters").Integer(summary.Clusters)
-        .Key("noise").Integer(summary.Noise)
-        .Key("distance").Number(summary.Distance)
-        .Key("output").String(out.path())
-        .Key("layer").String(out.layer())
+        .Key("clusters")
+        .Integer(summary.Clusters)
+        .Key("noise")
+        .Integer(summary.Noise)
+        .Key("distance")
+        .Number(summary.Distance)
+        .Key("output")
+        .String(out.path())
+        .Key("layer")
+        .String(out.layer())
         .EndObject();
     Print(json.str());
     return 0;
   }
   char text[512];
-  std::snprintf(text, sizeof text,
-                "Wrote layer '%s' of %s\n  clusters  %d\n  noise     %lld\n  distance  %.10g%s\n",
+  std::snprintf(text, sizeof text, "Wrote layer '%s' of %s\n  clusters  %d\n  noise     %lld\n  distance  %.10g%s\n",
                 out.layer().c_str(), out.path().c_str(), summary.Clusters, summary.Noise, summary.Distance,
                 method == 2 ? " (not used)" : "");
   Print(text);

@@ -25,11 +25,16 @@ void PrintResult(const Options& options, const Exponent& r, const char* name, co
   if (options.Has("json")) {
     JsonWriter json;
     json.BeginObject()
-        .Key("index").Number(r.Index)
-        .Key("expected_index").Number(r.ExpectedIndex)
-        .Key("variance").Number(r.Variance)
-        .Key("z_score").Number(r.ZScore)
-        .Key("p_value").Number(r.PValue)
+        .Key("index")
+        .Number(r.Index)
+        .Key("expected_index")
+        .Number(r.ExpectedIndex)
+        .Key("variance")
+        .Number(r.Variance)
+        .Key("z_score")
+        .Number(r.ZScore)
+        .Key("p_value")
+        .Number(r.PValue)
         .EndObject();
     Print(json.str());
     return;

@@ -30,16 +30,24 @@ int RunInfo(const Options& options) {
   if (options.Has("json")) {
     JsonWriter json;
     json.BeginObject()
-        .Key("dataset_type").Integer(ds.GetType())
-        .Key("record_count").Integer(ds.GetRecordCount())
-        .Key("geographic").Bool(geographic)
-        .Key("coordinate_system").String(csName)
-        .Key("fields").BeginArray();
+        .Key("dataset_type")
+        .Integer(ds.GetType())
+        .Key("record_count")
+        .Integer(ds.GetRecordCount())
+        .Key("geographic")
+        .Bool(geographic)
+        .Key("coordinate_system")
+        .String(csName)
+        .Key("fields")
+        .BeginArray();
     for (const auto& f : fields) {
       json.BeginObject()
-          .Key("name").String(f.GetName().Str())
-          .Key("type").Integer(f.GetType())
-          .Key("system").Bool(f.IsSystemField())
+          .Key("name")
+          .String(f.GetName().Str())
+          .Key("type")
+          .Integer(f.GetType())
+          .Key("system")
+          .Bool(f.IsSystemField())
           .EndObject();
     }
     json.EndArray().Key("layer").String(ds.GetName().Str()).EndObject();

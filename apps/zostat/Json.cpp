@@ -11,10 +11,26 @@ void JsonWriter::Separate() {
   m_needComma = false;
 }
 
-JsonWriter& JsonWriter::BeginObject() { Separate(); m_out += '{'; return *this; }
-JsonWriter& JsonWriter::EndObject() { m_out += '}'; m_needComma = true; return *this; }
-JsonWriter& JsonWriter::BeginArray() { Separate(); m_out += '['; return *this; }
-JsonWriter& JsonWriter::EndArray() { m_out += ']'; m_needComma = true; return *this; }
+JsonWriter& JsonWriter::BeginObject() {
+  Separate();
+  m_out += '{';
+  return *this;
+}
+JsonWriter& JsonWriter::EndObject() {
+  m_out += '}';
+  m_needComma = true;
+  return *this;
+}
+JsonWriter& JsonWriter::BeginArray() {
+  Separate();
+  m_out += '[';
+  return *this;
+}
+JsonWriter& JsonWriter::EndArray() {
+  m_out += ']';
+  m_needComma = true;
+  return *this;
+}
 
 JsonWriter& JsonWriter::Key(std::string_view key) {
   String(key);

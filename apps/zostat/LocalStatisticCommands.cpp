@@ -42,7 +42,8 @@ void PrintSummary(const Options& options, const OutputLayer& out, const std::str
     Print(json.str());
     return;
   }
-  std::string text = "Wrote " + std::to_string(total) + " features to layer '" + out.layer() + "' of " + out.path() + "\n";
+  std::string text =
+      "Wrote " + std::to_string(total) + " features to layer '" + out.layer() + "' of " + out.path() + "\n";
   for (const auto& k : order) {
     char line[160];
     std::snprintf(line, sizeof line, "  %-4s %-44s %lld\n", k.empty() ? "\"\"" : k.c_str(), meaning.at(k).c_str(),
@@ -67,9 +68,12 @@ int RunHotSpot(const Options& options) {
   const auto bins = Tally(out.dataset(), "Gi_ConfInvl");
   out.Keep();
   PrintSummary(options, out, "bins", {"-3", "-2", "-1", "0", "1", "2", "3"}, bins,
-               {{"-3", "cold spot, 99% confidence"}, {"-2", "cold spot, 95% confidence"},
-                {"-1", "cold spot, 90% confidence"}, {"0", "not significant"},
-                {"1", "hot spot, 90% confidence"}, {"2", "hot spot, 95% confidence"},
+               {{"-3", "cold spot, 99% confidence"},
+                {"-2", "cold spot, 95% confidence"},
+                {"-1", "cold spot, 90% confidence"},
+                {"0", "not significant"},
+                {"1", "hot spot, 90% confidence"},
+                {"2", "hot spot, 95% confidence"},
                 {"3", "hot spot, 99% confidence"}});
   return 0;
 }

@@ -111,8 +111,7 @@ void Options::CheckApplicability(bool takesWeightsFile) const {
     throw UsageError(msg::EUa055, "--conceptualization weights-file needs --weights-file");
   if (is("weights-file", "8") && Has("distance-band"))
     throw UsageError(msg::EUa058, "--distance-band does not apply to a weights file");
-  if (Has("k") && !is("k-nearest", "7"))
-    throw UsageError(msg::EUa058, "--k goes with --conceptualization k-nearest");
+  if (Has("k") && !is("k-nearest", "7")) throw UsageError(msg::EUa058, "--k goes with --conceptualization k-nearest");
   if (Has("exponent") && !is("inverse-distance", "1") && !is("inverse-distance-squared", "2") &&
       !is("zone-of-indifference", "4"))
     throw UsageError(msg::EUa058,
@@ -159,8 +158,10 @@ std::string DescribeOptions(const std::vector<OptionSpec>& specs) {
   std::string out;
   for (const auto& s : specs) {
     std::string left = "  --" + s.name + (s.takesValue ? " VALUE" : "");
-    if (left.size() < 28) left.resize(28, ' ');
-    else left += "  ";
+    if (left.size() < 28)
+      left.resize(28, ' ');
+    else
+      left += "  ";
     out += left + s.help + "\n";
   }
   return out;

@@ -39,16 +39,53 @@ void PrintOls(const Options& options, const ZOC::ZoOLSResult& r, const OutputLay
     JsonWriter json;
     json.BeginObject().Key("coefficients").BeginArray();
     for (const auto& c : r.Coefficients)
-      json.BeginObject().Key("name").String(c.Name.Str()).Key("estimate").Number(c.Estimate)
-          .Key("std_error").Number(c.StdError).Key("t").Number(c.TValue).Key("p").Number(c.PValue)
-          .Key("robust_std_error").Number(c.RobustStdError).Key("vif").Number(c.VIF).EndObject();
-    json.EndArray().Key("r2").Number(r.R2).Key("adjusted_r2").Number(r.AdjustedR2).Key("aicc").Number(r.AICc)
-        .Key("f").Number(r.FStatistic).Key("wald").Number(r.WaldStatistic).Key("koenker_bp").Number(r.KoenkerBP)
-        .Key("jarque_bera").Number(r.JarqueBera).Key("condition_index").Number(r.ConditionIndex).Key("residual_moran");
+      json.BeginObject()
+          .Key("name")
+          .String(c.Name.Str())
+          .Key("estimate")
+          .Number(c.Estimate)
+          .Key("std_error")
+          .Number(c.StdError)
+          .Key("t")
+          .Number(c.TValue)
+          .Key("p")
+          .Number(c.PValue)
+          .Key("robust_std_error")
+          .Number(c.RobustStdError)
+          .Key("vif")
+          .Number(c.VIF)
+          .EndObject();
+    json.EndArray()
+        .Key("r2")
+        .Number(r.R2)
+        .Key("adjusted_r2")
+        .Number(r.AdjustedR2)
+        .Key("aicc")
+        .Number(r.AICc)
+        .Key("f")
+        .Number(r.FStatistic)
+        .Key("wald")
+        .Number(r.WaldStatistic)
+        .Key("koenker_bp")
+        .Number(r.KoenkerBP)
+        .Key("jarque_bera")
+        .Number(r.JarqueBera)
+        .Key("condition_index")
+        .Number(r.ConditionIndex)
+        .Key("residual_moran");
     if (r.HasResidualMoran) {
       const auto& m = r.ResidualMoran;
-      json.BeginObject().Key("index").Number(m.Index).Key("expected_index").Number(m.ExpectedIndex)
-          .Key("variance").Number(m.Variance).Key("z_score").Number(m.ZScore).Key("p_value").Number(m.PValue)
+      json.BeginObject()
+          .Key("index")
+          .Number(m.Index)
+          .Key("expected_index")
+          .Number(m.ExpectedIndex)
+          .Key("variance")
+          .Number(m.Variance)
+          .Key("z_score")
+          .Number(m.ZScore)
+          .Key("p_value")
+          .Number(m.PValue)
           .EndObject();
     } else {
       json.Null();
@@ -100,21 +137,35 @@ int RunOls(const Options& options) {
 void PrintGwr(const Options& options, const ZOC::ZoGWRResult& r, const OutputLayer& out) {
   if (options.Has("json")) {
     JsonWriter json;
-    json.BeginObject().Key("bandwidth").Number(r.Bandwidth).Key("aicc").Number(r.AICc)
-        .Key("effective_parameters").Number(r.EffectiveParameters).Key("rss").Number(r.RSS)
-        .Key("sigma").Number(r.Sigma).Key("r2").Number(r.R2).EndObject();
+    json.BeginObject()
+        .Key("bandwidth")
+        .Number(r.Bandwidth)
+        .Key("aicc")
+        .Number(r.AICc)
+        .Key("effective_parameters")
+        .Number(r.EffectiveParameters)
+        .Key("rss")
+        .Number(r.RSS)
+        .Key("sigma")
+        .Number(r.Sigma)
+        .Key("r2")
+        .Number(r.R2)
+        .EndObject();
     Print(json.str());
     return;
   }
   std::string text = "Geographically weighted regression of " + options.Get("dependent") + " on " +
                      std::to_string(r.FeatureCount) + " features\n";
-  text += Line(r.BandwidthSearched ? "  Bandwidth:            %.10g (chosen by AICc)\n" : "  Bandwidth:            %.10g\n",
-               r.Bandwidth);
+  text +=
+      Line(r.BandwidthSearched ? "  Bandwidth:            %.10g (chosen by AICc)\n" : "  Bandwidth:            %.10g\n",
+           r.Bandwidth);
   text += Line("  AICc:                 %.10g\n  Effective parameters: %.6g\n", r.AICc, r.EffectiveParameters);
   text += Line("  Residual sum of sq.:  %.10g\n  Sigma:                %.6g\n", r.RSS, r.Sigma);
   text += Line("  R²: %.6g   adjusted R²: %.6g\n", r.R2, r.AdjustedR2);
-  Print(text + "Wrote local coefficients, standard errors, LocalR2, Predicted, Residual, StdResid and CondNumber "
-               "to layer '" + out.layer() + "' of " + out.path());
+  Print(text +
+        "Wrote local coefficients, standard errors, LocalR2, Predicted, Residual, StdResid and CondNumber "
+        "to layer '" +
+        out.layer() + "' of " + out.path());
 }
 
 int RunGwr(const Options& options) {

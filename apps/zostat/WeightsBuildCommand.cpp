@@ -5,8 +5,8 @@
 // build leaves neither a partial file nor a damaged older one. An existing
 // file is replaced only with --overwrite, and never when it is one of the
 // build's inputs or its other output.
-#include <filesystem>
 #include <unistd.h>
+#include <filesystem>
 
 #include "Command.h"
 #include "Json.h"
@@ -90,11 +90,10 @@ int RunWeightsBuild(const Options& options) {
   ZOC::ZoTempFileGuard builtFlags(withFlags ? Beside(flags, ".tmp") : std::string());
   ZOC::ZoWeightsUtilities weights;
   const std::string to = built.Path().Str();
-  const bool ok =
-      text ? weights.BuildWeightMatrixText(in.dataset, idField, to, info, progress)
-      : withFlags
-          ? weights.BuildWeightMatrixBinaryK(in.dataset, idField, to, builtFlags.Path(), info, progress)
-          : weights.BuildWeightMatrixBinary(in.dataset, idField, to, info, progress);
+  const bool ok = text ? weights.BuildWeightMatrixText(in.dataset, idField, to, info, progress)
+                  : withFlags
+                      ? weights.BuildWeightMatrixBinaryK(in.dataset, idField, to, builtFlags.Path(), info, progress)
+                      : weights.BuildWeightMatrixBinary(in.dataset, idField, to, info, progress);
   if (!ok) throw Failure(weights.GetStrErrorMes().Str());
   if ((withFlags && !ZOC::ZoFile::Rename(builtFlags.Path(), flags)) || !ZOC::ZoFile::Rename(to, output)) {
     if (withFlags) ZOC::ZoFile::Delete(flags);  // never a flag matrix without its weights file
@@ -109,13 +108,19 @@ int RunWeightsBuild(const Options& options) {
   if (options.Has("json")) {
     JsonWriter json;
     json.BeginObject()
-        .Key("output").String(output)
-        .Key("format").String(text ? "text" : "binary")
-        .Key("features").Integer(features)
-        .Key("bytes").Integer(ec ? -1 : static_cast<long long>(bytes));
+        .Key("output")
+        .String(output)
+        .Key("format")
+        .String(text ? "text" : "binary")
+        .Key("features")
+        .Integer(features)
+        .Key("bytes")
+        .Integer(ec ? -1 : static_cast<long long>(bytes));
     json.Key("flag_matrix");
-    if (withFlags) json.String(flags);
-    else json.Null();
+    if (withFlags)
+      json.String(flags);
+    else
+      json.Null();
     Print(json.EndObject().str());
   } else {
     Print("Wrote " + std::string(text ? "text" : "binary") + " weights of " + std::to_string(features) +

@@ -11,8 +11,8 @@ namespace {
 int RunWeightsDump(const Options& options) {
   const std::string weights = options.Require("weights");
   ZOC::ZoWeightsUtilities utilities;
-  const bool ok = options.Has("text") ? utilities.ReadWeightMatrixText(weights)
-                                      : utilities.ReadWeightMatrixTextEx(weights);
+  const bool ok =
+      options.Has("text") ? utilities.ReadWeightMatrixText(weights) : utilities.ReadWeightMatrixTextEx(weights);
   std::fflush(stdout);
   if (!ok) throw Failure(utilities.GetStrErrorMes().Str());
   return 0;

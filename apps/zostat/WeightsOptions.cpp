@@ -12,14 +12,10 @@ struct Named {
   ZOC::ZoConceptualizationModel value;
 };
 constexpr Named kConceptualizations[] = {
-    {"inverse-distance", ZOC::InverseDistance},
-    {"inverse-distance-squared", ZOC::InverseDistanceSquared},
-    {"fixed-distance-band", ZOC::FixedDistanceBand},
-    {"zone-of-indifference", ZOC::ZoneOfIndifference},
-    {"contiguity-edges", ZOC::ContiguityEdgesOnly},
-    {"contiguity-edges-corners", ZOC::ContiguityEdgesCorners},
-    {"k-nearest", ZOC::KNearestNeighbors},
-    {"weights-file", ZOC::SpatialWeightsFile},
+    {"inverse-distance", ZOC::InverseDistance},      {"inverse-distance-squared", ZOC::InverseDistanceSquared},
+    {"fixed-distance-band", ZOC::FixedDistanceBand}, {"zone-of-indifference", ZOC::ZoneOfIndifference},
+    {"contiguity-edges", ZOC::ContiguityEdgesOnly},  {"contiguity-edges-corners", ZOC::ContiguityEdgesCorners},
+    {"k-nearest", ZOC::KNearestNeighbors},           {"weights-file", ZOC::SpatialWeightsFile},
 };
 }  // namespace
 
@@ -28,7 +24,8 @@ std::vector<OptionSpec> WeightsOptions() {
       {"conceptualization", true,
        "inverse-distance (default), inverse-distance-squared, fixed-distance-band, zone-of-indifference, "
        "contiguity-edges, contiguity-edges-corners, k-nearest, weights-file, or 1-8"},
-      {"distance-band", true, "distance band in dataset units; -1 (default) = every feature gets a neighbour, 0 = no limit"},
+      {"distance-band", true,
+       "distance band in dataset units; -1 (default) = every feature gets a neighbour, 0 = no limit"},
       {"exponent", true, "power of the distance for inverse distance (default 1)"},
       {"k", true, "neighbours per feature for k-nearest (default 1)"},
       {"row-standardize", false, "divide each weight by its row's sum"},

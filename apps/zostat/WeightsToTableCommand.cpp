@@ -30,15 +30,18 @@ int RunWeightsToTable(const Options& options) {
   if (options.Has("json")) {
     JsonWriter json;
     json.BeginObject()
-        .Key("output").String(output)
-        .Key("layer").String(layer)
-        .Key("format").String(text ? "text" : "binary")
-        .Key("rows").Integer(rows)
+        .Key("output")
+        .String(output)
+        .Key("layer")
+        .String(layer)
+        .Key("format")
+        .String(text ? "text" : "binary")
+        .Key("rows")
+        .Integer(rows)
         .EndObject();
     Print(json.str());
   } else {
-    Print("Wrote " + std::to_string(rows) + " neighbour rows of " + weights + " to layer '" + layer + "' of " +
-          output);
+    Print("Wrote " + std::to_string(rows) + " neighbour rows of " + weights + " to layer '" + layer + "' of " + output);
   }
   return 0;
 }

@@ -38,12 +38,28 @@ Command DirectionalMeanCommand();
 Command MapCommand();
 
 const std::vector<Command>& Commands() {
-  static const std::vector<Command> commands = {
-      InfoCommand(), AnnCommand(), MoranCommand(), GeneralGCommand(), HotSpotCommand(), ClusterOutlierCommand(),
-      DbscanCommand(), HdbscanCommand(), OpticsCommand(), OlsCommand(), GwrCommand(),
-      WeightsShowCommand(), WeightsBuildCommand(), WeightsToTableCommand(), WeightsDumpCommand(), MeanCenterCommand(),
-      MedianCenterCommand(), CentralFeatureCommand(), StandardDistanceCommand(), EllipseCommand(),
-      DirectionalMeanCommand(), MapCommand()};
+  static const std::vector<Command> commands = {InfoCommand(),
+                                                AnnCommand(),
+                                                MoranCommand(),
+                                                GeneralGCommand(),
+                                                HotSpotCommand(),
+                                                ClusterOutlierCommand(),
+                                                DbscanCommand(),
+                                                HdbscanCommand(),
+                                                OpticsCommand(),
+                                                OlsCommand(),
+                                                GwrCommand(),
+                                                WeightsShowCommand(),
+                                                WeightsBuildCommand(),
+                                                WeightsToTableCommand(),
+                                                WeightsDumpCommand(),
+                                                MeanCenterCommand(),
+                                                MedianCenterCommand(),
+                                                CentralFeatureCommand(),
+                                                StandardDistanceCommand(),
+                                                EllipseCommand(),
+                                                DirectionalMeanCommand(),
+                                                MapCommand()};
   return commands;
 }
 }  // namespace zostat
@@ -161,14 +177,16 @@ int main(int argc, char** argv) {
     CatchStopSignals();
     return command->run(options);
   } catch (const zostat::UsageError& e) {
-    std::fprintf(stderr, "zostat %s: %s\n\n", command->name.c_str(), WithIdentifier(e.what(), ZOC::msg::EUa050).c_str());
+    std::fprintf(stderr, "zostat %s: %s\n\n", command->name.c_str(),
+                 WithIdentifier(e.what(), ZOC::msg::EUa050).c_str());
     PrintCommandUsage(*command, stderr);
     return 2;
   } catch (const zostat::Failure& e) {
     std::fprintf(stderr, "zostat %s: %s\n", command->name.c_str(), WithIdentifier(e.what(), ZOC::msg::EUa019).c_str());
     return 1;
   } catch (const std::bad_alloc&) {
-    std::fprintf(stderr, "zostat %s: %s\n", command->name.c_str(), zostat::MessageText(ZOC::msg::EUa019, "out of memory").c_str());
+    std::fprintf(stderr, "zostat %s: %s\n", command->name.c_str(),
+                 zostat::MessageText(ZOC::msg::EUa019, "out of memory").c_str());
     return 1;
   } catch (const std::exception& e) {
     std::fprintf(stderr, "zostat %s: %s\n", command->name.c_str(),

@@ -92,11 +92,11 @@ struct ZoRecordset::Impl final : detail::RecordsetLink {
   enum class Mode { None, Add, Edit };
 
   ZoDatasetVector* dataset = nullptr;
-  detail::LayerState* state = nullptr;  // null once the dataset is gone
-  std::string filter;                   // the OGR attribute filter of the query
-  std::vector<GIntBig> fids;            // the records, in the query's order
-  bool natural = false;     // fids are the layer's own sequence under `filter`
-  bool ascending = false;   // fids strictly increase (SeekID by bisection)
+  detail::LayerState* state = nullptr;                     // null once the dataset is gone
+  std::string filter;                                      // the OGR attribute filter of the query
+  std::vector<GIntBig> fids;                               // the records, in the query's order
+  bool natural = false;                                    // fids are the layer's own sequence under `filter`
+  bool ascending = false;                                  // fids strictly increase (SeekID by bisection)
   std::vector<std::pair<GIntBig, std::size_t>> seekIndex;  // built on demand otherwise
   std::size_t pos = 0;
   bool sequential = false;  // reading with GetNextFeature

@@ -8,8 +8,8 @@
 // whole zostat run; bench/centrography.sh).
 #include <cmath>
 
-#include "StatisticsAnalyst/detail/centrography/MeasuringFrame.h"
 #include "StatisticsAnalyst/detail/centrography/Measures.h"
+#include "StatisticsAnalyst/detail/centrography/MeasuringFrame.h"
 #include "host/ZoMessageIds.h"
 #include "host/ZoRecordset.h"
 #include "host/ZoStringEx.h"
@@ -39,9 +39,9 @@ double Cost(const LumaArray<LumaPoint2D>& points, const LumaArray<double>& weigh
 }  // namespace
 
 bool GetCentralElement(const LumaArray<LumaPoint2D>& points, const LumaArray<std::int64_t>& ids,
-                       const LumaArray<double>& weights, const LumaArray<double>& selfWeights,
-                       ZoDistanceMethod method, ZoCallProgress* progress, bool reportSteps,
-                       LumaArray<std::int64_t>& centralIds, MessageLog& log) {
+                       const LumaArray<double>& weights, const LumaArray<double>& selfWeights, ZoDistanceMethod method,
+                       ZoCallProgress* progress, bool reportSteps, LumaArray<std::int64_t>& centralIds,
+                       MessageLog& log) {
   const std::size_t n = points.size();
   if (n == 0 || weights.empty()) return true;
   if (weights.size() != n || ids.size() != n || selfWeights.size() != n) {

@@ -3,8 +3,8 @@
 #include <algorithm>
 #include <cmath>
 
-#include "StatisticsAnalyst/detail/centrography/MeasuringFrame.h"
 #include "StatisticsAnalyst/detail/centrography/Measures.h"
+#include "StatisticsAnalyst/detail/centrography/MeasuringFrame.h"
 #include "host/ZoMessageIds.h"
 
 namespace ZOC::centrography {
@@ -15,8 +15,8 @@ constexpr double kPi = 3.14159265358979323846;
 }  // namespace
 
 bool GetDirection(const LumaArray<LumaPoint2D>& points, const LumaArray<double>& weights, double factor,
-                  LumaPoint2D& centre, double& axisX, double& axisY, double& angle,
-                  ZoStatisticsUtilities& utilities, MessageLog& log) {
+                  LumaPoint2D& centre, double& axisX, double& axisY, double& angle, ZoStatisticsUtilities& utilities,
+                  MessageLog& log) {
   const std::size_t n = points.size();
   if (n == 0 || weights.empty()) return true;
   if (n < 3) {
@@ -67,8 +67,7 @@ bool DirectionalDistribution(MeasureCall& call) {
   const auto ellipse = [&](const FeatureGroup& group, ZoGeometry& geometry, std::vector<LumaVariant>& values) {
     LumaPoint2D centre;
     double axisX = 0.0, axisY = 0.0, angle = 0.0;
-    if (!GetDirection(group.points, group.weights, factor, centre, axisX, axisY, angle, *call.utilities,
-                      *call.log)) {
+    if (!GetDirection(group.points, group.weights, factor, centre, axisX, axisY, angle, *call.utilities, *call.log)) {
       call.log->Replace(msg::ESa072);
       return false;
     }
@@ -80,8 +79,7 @@ bool DirectionalDistribution(MeasureCall& call) {
       call.log->Replace(msg::ESa015);
       return false;
     }
-    values = {LumaVariant(centre.x), LumaVariant(centre.y), LumaVariant(axisX), LumaVariant(axisY),
-              LumaVariant(angle)};
+    values = {LumaVariant(centre.x), LumaVariant(centre.y), LumaVariant(axisX), LumaVariant(axisY), LumaVariant(angle)};
     return true;
   };
   return RunRegions(call, msg::IMb326, msg::IMb327,

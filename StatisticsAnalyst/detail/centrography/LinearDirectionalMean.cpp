@@ -2,8 +2,8 @@
 // features, as one line per group through their mean centre.
 #include <cmath>
 
-#include "StatisticsAnalyst/detail/centrography/MeasuringFrame.h"
 #include "StatisticsAnalyst/detail/centrography/Measures.h"
+#include "StatisticsAnalyst/detail/centrography/MeasuringFrame.h"
 #include "host/ZoMessageIds.h"
 
 namespace ZOC::centrography {
@@ -92,7 +92,8 @@ bool ValidateLines(MeasuringFrame& frame, MessageLog& log) {
 bool LinearDirectionalMean(MeasureCall& call) {
   MeasuringFrame frame(call.input, call.output, *call.info, *call.log);
   LumaFieldInfos none, own;
-  for (const char* name : {"AverageX", "AverageY", "AverageLength", "CompassAngle", "DirectionalMean", "CircleVariance"})
+  for (const char* name :
+       {"AverageX", "AverageY", "AverageLength", "CompassAngle", "DirectionalMean", "CircleVariance"})
     own.emplace_back(name, LUMA::FieldDouble);
   if (!ValidateLines(frame, *call.log) || !frame.CreateFields(none, own)) return false;
   ZoCallProgress progress(call.callerProgress, call.showProgress);
@@ -114,8 +115,8 @@ bool LinearDirectionalMean(MeasureCall& call) {
       return false;
     }
     const ZoGeometry line = ZoGeometry::MakeLine({r.backEnd, r.frontEnd}, {2});
-    const double values[] = {r.centre.x, r.centre.y, r.meanLength, r.compassAngle, r.directionalMean,
-                             r.circularVariance};
+    const double values[] = {r.centre.x,     r.centre.y,        r.meanLength,
+                             r.compassAngle, r.directionalMean, r.circularVariance};
     std::vector<std::pair<LumaUnicodeString, LumaVariant>> fields;
     for (std::size_t i = 0; i < own.size(); ++i) fields.emplace_back(own[i].GetName(), LumaVariant(values[i]));
     return frame.Write(line, fields, group.caseValue, frame.GroupValues(kind, group.count));

@@ -1,6 +1,6 @@
 // The mean centre, and the flow it shares with the median centre.
-#include "StatisticsAnalyst/detail/centrography/MeasuringFrame.h"
 #include "StatisticsAnalyst/detail/centrography/Measures.h"
+#include "StatisticsAnalyst/detail/centrography/MeasuringFrame.h"
 #include "host/ZoMessageIds.h"
 #include "host/ZoStringEx.h"
 

@@ -38,9 +38,9 @@ double EllipseFactor(int code);
 
 // Weiszfeld's iteration from the unweighted mean centre. Empty lists leave
 // `centre` as it was; "ESa019" for lists of different lengths.
-bool GetMedianCenter(const LumaArray<LumaPoint2D>& points, const LumaArray<double>& weights,
-                     double relativeTolerance, LumaPoint2D& centre, int limit, double absoluteTolerance,
-                     ZoStatisticsUtilities& utilities, MessageLog& log);
+bool GetMedianCenter(const LumaArray<LumaPoint2D>& points, const LumaArray<double>& weights, double relativeTolerance,
+                     LumaPoint2D& centre, int limit, double absoluteTolerance, ZoStatisticsUtilities& utilities,
+                     MessageLog& log);
 // The relative tolerance the median centre uses for a Tolerance setting.
 double MedianTolerance(double tolerance);
 
@@ -52,8 +52,8 @@ bool GetStandardDist(const LumaArray<LumaPoint2D>& points, const LumaArray<doubl
 // The standard deviational ellipse: axes along the rotated x and y
 // directions (not sorted by length) and the rotation angle in degrees.
 bool GetDirection(const LumaArray<LumaPoint2D>& points, const LumaArray<double>& weights, double factor,
-                  LumaPoint2D& centre, double& axisX, double& axisY, double& angle,
-                  ZoStatisticsUtilities& utilities, MessageLog& log);
+                  LumaPoint2D& centre, double& axisX, double& axisY, double& angle, ZoStatisticsUtilities& utilities,
+                  MessageLog& log);
 
 // A bearing in radians, clockwise from north, of the direction (p, q) =
 // (dx, dy), in [0, 2π); exact zeros and q = -1 follow fixed rules.
@@ -72,9 +72,9 @@ bool GetDirectionalMean(const LumaArray<ZoGeometry>& lines, bool orientationOnly
 // (all of them when tied). "ESa019", "ESa018" (weights within ±1e-10 of 0),
 // "IMb030" when the progress object is cancelled.
 bool GetCentralElement(const LumaArray<LumaPoint2D>& points, const LumaArray<std::int64_t>& ids,
-                       const LumaArray<double>& weights, const LumaArray<double>& selfWeights,
-                       ZoDistanceMethod method, ZoCallProgress* progress, bool reportSteps,
-                       LumaArray<std::int64_t>& centralIds, MessageLog& log);
+                       const LumaArray<double>& weights, const LumaArray<double>& selfWeights, ZoDistanceMethod method,
+                       ZoCallProgress* progress, bool reportSteps, LumaArray<std::int64_t>& centralIds,
+                       MessageLog& log);
 
 // ---- The measures ----
 bool MeanCenter(MeasureCall& call);

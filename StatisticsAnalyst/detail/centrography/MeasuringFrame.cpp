@@ -27,7 +27,10 @@ void FeatureGroup::Clear() {
 
 MeasuringFrame::MeasuringFrame(ZoDatasetVector* input, ZoDatasetVector* output, const ZoMeasuringInformation& info,
                                MessageLog& log)
-    : m_input(input), m_output(output), m_info(info), m_log(log),
+    : m_input(input),
+      m_output(output),
+      m_info(info),
+      m_log(log),
       m_summaries(info.StatisticsFields, info.StatisticsTypes) {}
 
 bool MeasuringFrame::CheckDatasets() {
@@ -215,7 +218,8 @@ bool MeasuringFrame::AddFeature(FeatureGroup& group, const CollectOptions& colle
 
 bool MeasuringFrame::ReadRawValues() {
   m_rawValues.assign(m_info.StatisticsFields.size(), LumaVariant());
-  for (std::size_t i = 0; i < m_rawValues.size(); ++i) m_records->GetFieldValue(m_info.StatisticsFields[i], m_rawValues[i]);
+  for (std::size_t i = 0; i < m_rawValues.size(); ++i)
+    m_records->GetFieldValue(m_info.StatisticsFields[i], m_rawValues[i]);
   return true;
 }
 

@@ -25,11 +25,11 @@ using LUMA::LumaVariant;
 // The features of one group, in the pass's order.
 struct FeatureGroup {
   LumaVariant caseValue;
-  LumaArray<LumaPoint2D> points;        // representative points
-  LumaArray<double> weights;            // weight field, or the unit weight
-  LumaArray<double> selfWeights;        // central feature only
-  LumaArray<std::int64_t> ids;          // "QlID", central feature only
-  LumaArray<ZoGeometry> lines;          // linear directional mean only
+  LumaArray<LumaPoint2D> points;  // representative points
+  LumaArray<double> weights;      // weight field, or the unit weight
+  LumaArray<double> selfWeights;  // central feature only
+  LumaArray<std::int64_t> ids;    // "QlID", central feature only
+  LumaArray<ZoGeometry> lines;    // linear directional mean only
   std::int64_t count = 0;
   void Clear();
 };
@@ -50,8 +50,7 @@ struct CollectOptions {
 
 class MeasuringFrame {
  public:
-  MeasuringFrame(ZoDatasetVector* input, ZoDatasetVector* output, const ZoMeasuringInformation& info,
-                 MessageLog& log);
+  MeasuringFrame(ZoDatasetVector* input, ZoDatasetVector* output, const ZoMeasuringInformation& info, MessageLog& log);
 
   // Null datasets "EEg002" / "EEg032"; opens them when needed.
   bool CheckDatasets();

@@ -3,8 +3,8 @@
 #include <algorithm>
 #include <cmath>
 
-#include "StatisticsAnalyst/detail/centrography/MeasuringFrame.h"
 #include "StatisticsAnalyst/detail/centrography/Measures.h"
+#include "StatisticsAnalyst/detail/centrography/MeasuringFrame.h"
 #include "host/ZoMessageIds.h"
 
 namespace ZOC::centrography {
@@ -19,9 +19,9 @@ bool WithinZero(double v) { return v > -1e-20 && v < 1e-20; }
 
 double MedianTolerance(double tolerance) { return WithinZero(tolerance) ? kDefaultTolerance : tolerance; }
 
-bool GetMedianCenter(const LumaArray<LumaPoint2D>& points, const LumaArray<double>& weights,
-                     double relativeTolerance, LumaPoint2D& centre, int limit, double absoluteTolerance,
-                     ZoStatisticsUtilities& utilities, MessageLog& log) {
+bool GetMedianCenter(const LumaArray<LumaPoint2D>& points, const LumaArray<double>& weights, double relativeTolerance,
+                     LumaPoint2D& centre, int limit, double absoluteTolerance, ZoStatisticsUtilities& utilities,
+                     MessageLog& log) {
   const std::size_t n = points.size();
   if (n == 0 || weights.empty()) return true;
   if (n == 1) {

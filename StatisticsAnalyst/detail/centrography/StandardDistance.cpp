@@ -2,8 +2,8 @@
 // mean centre, as a circle per group; and the flow it shares with the ellipse.
 #include <cmath>
 
-#include "StatisticsAnalyst/detail/centrography/MeasuringFrame.h"
 #include "StatisticsAnalyst/detail/centrography/Measures.h"
+#include "StatisticsAnalyst/detail/centrography/MeasuringFrame.h"
 #include "host/ZoMessageIds.h"
 
 namespace ZOC::centrography {

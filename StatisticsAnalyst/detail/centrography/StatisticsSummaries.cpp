@@ -51,15 +51,12 @@ bool StatisticsSummaries::Start(ZoRecordset* records, MessageLog& log) {
         if (!v.IsNull()) slot = LumaVariant(v.ToDouble());
         break;
       case StatisticsFirst:
-      case StatisticsLast:
-        slot = v;
-        break;
+      case StatisticsLast: slot = v; break;
       case StatisticsMedian:
         m_medians[i].clear();
         if (!v.IsNull()) m_medians[i].push_back(v);
         break;
-      default:
-        break;
+      default: break;
     }
   }
   return true;

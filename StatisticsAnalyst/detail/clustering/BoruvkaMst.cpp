@@ -24,9 +24,9 @@ constexpr std::size_t kPollEvery = 4096;
 struct Node {
   double minX, minY, maxX, maxY;
   double minCore;
-  std::uint32_t begin, end;          // range of tree positions
+  std::uint32_t begin, end;  // range of tree positions
   std::uint32_t left = kNone, right = kNone;
-  std::uint32_t component = kNone;   // the component of all its points, or kNone
+  std::uint32_t component = kNone;  // the component of all its points, or kNone
 };
 
 // A candidate edge ordered by weight, then by its (smaller, larger) original

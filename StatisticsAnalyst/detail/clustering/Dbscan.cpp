@@ -22,8 +22,7 @@ bool DensityRun::AutomaticDistance(const LumaArray<LumaPoint2D>& points, int min
   // minPoints reaches the (minPoints − 1)-th nearest other point.
   LumaArray<double> distances;
   const int k = std::max(minPoints, 1);
-  if (!utilities.GetDistTolerance(tree.get(), points, k, distances, Euclidean) ||
-      distances.size() != points.size()) {
+  if (!utilities.GetDistTolerance(tree.get(), points, k, distances, Euclidean) || distances.size() != points.size()) {
     AddErrorMessage(msg::ESa024);
     return false;
   }
@@ -38,8 +37,8 @@ bool DensityRun::AutomaticDistance(const LumaArray<LumaPoint2D>& points, int min
   return true;
 }
 
-unsigned char DensityRun::DBSCAN_Method(ZoRecordset* records, ZoDatasetVector* result, int minPoints,
-                                        double distance, int unit) {
+unsigned char DensityRun::DBSCAN_Method(ZoRecordset* records, ZoDatasetVector* result, int minPoints, double distance,
+                                        int unit) {
   if (!records) return AddErrorMessage(msg::EEg024), 0;
   if (minPoints < 1) return AddErrorMessage(msg::EUe001), 0;
   LumaArray<LumaPoint2D> points;

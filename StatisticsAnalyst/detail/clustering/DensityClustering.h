@@ -43,11 +43,11 @@ Status MutualReachabilityMst(const LumaArray<LumaPoint2D>& points, const std::ve
                              std::vector<MstEdge>& edges, ZoProgress* progress);
 
 struct HdbscanResult {
-  std::vector<std::int32_t> label;     // 1.. or -1 for noise
-  std::vector<double> probability;     // membership probability, 0 for noise
-  std::vector<double> outlier;         // GLOSH score
-  std::vector<unsigned char> exemplar; // 1 for the exemplars of a cluster
-  std::vector<double> stability;       // stability of the point's cluster, 0 for noise
+  std::vector<std::int32_t> label;      // 1.. or -1 for noise
+  std::vector<double> probability;      // membership probability, 0 for noise
+  std::vector<double> outlier;          // GLOSH score
+  std::vector<unsigned char> exemplar;  // 1 for the exemplars of a cluster
+  std::vector<double> stability;        // stability of the point's cluster, 0 for noise
   int clusters = 0;
 };
 
@@ -61,11 +61,11 @@ void CondenseAndSelect(std::size_t n, std::vector<MstEdge> edges, const std::vec
 // ---- OPTICS (Optics.cpp)
 
 struct OpticsResult {
-  std::vector<std::uint32_t> order;     // the OPTICS ordering of the point indices
-  std::vector<double> reachability;     // per point; +infinity where undefined
-  std::vector<double> core;             // per point; +infinity where undefined
+  std::vector<std::uint32_t> order;       // the OPTICS ordering of the point indices
+  std::vector<double> reachability;       // per point; +infinity where undefined
+  std::vector<double> core;               // per point; +infinity where undefined
   std::vector<std::int64_t> predecessor;  // per point; -1 where none
-  std::vector<std::int32_t> label;      // 1.. or -1 for noise
+  std::vector<std::int32_t> label;        // 1.. or -1 for noise
   int clusters = 0;
 };
 
@@ -85,11 +85,10 @@ class DensityRun : public ZoAnalysisFrame {
                     bool showProgress, ZoClusterSummary* summary);
 
  private:
-  unsigned char DBSCAN_Method(ZoRecordset* records, ZoDatasetVector* result, int minPoints, double distance,
-                              int unit);
+  unsigned char DBSCAN_Method(ZoRecordset* records, ZoDatasetVector* result, int minPoints, double distance, int unit);
   unsigned char HDBSCAN_Method(ZoRecordset* records, ZoDatasetVector* result, int minPoints);
-  unsigned char OPTICS_Method(ZoRecordset* records, ZoDatasetVector* result, int minPoints, double distance,
-                              int unit, double parameter);
+  unsigned char OPTICS_Method(ZoRecordset* records, ZoDatasetVector* result, int minPoints, double distance, int unit,
+                              double parameter);
 
   // The points of the records in their order, projected for measuring, and
   // their QlIDs. "ESa008" when a point cannot be taken or projected.

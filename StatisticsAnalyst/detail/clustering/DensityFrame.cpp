@@ -53,18 +53,13 @@ unsigned char DensityRun::Run(ZoDatasetVector* source, ZoDatasetVector* result, 
     m_summary = ZoClusterSummary();
     unsigned char ok = 0;
     switch (info.Method) {
-      case 1:
-        ok = DBSCAN_Method(records.get(), result, info.MinPoints, info.SearchDistance, info.DistanceUnit);
-        break;
-      case 2:
-        ok = HDBSCAN_Method(records.get(), result, info.MinPoints);
-        break;
+      case 1: ok = DBSCAN_Method(records.get(), result, info.MinPoints, info.SearchDistance, info.DistanceUnit); break;
+      case 2: ok = HDBSCAN_Method(records.get(), result, info.MinPoints); break;
       case 3:
         ok = OPTICS_Method(records.get(), result, info.MinPoints, info.SearchDistance, info.DistanceUnit,
                            static_cast<double>(info.OpticsParameter));
         break;
-      default:
-        return 0;
+      default: return 0;
     }
     if (ok && summary) *summary = m_summary;
     return ok;
@@ -80,8 +75,8 @@ bool DensityRun::ReadPoints(ZoRecordset* records, LumaArray<LumaPoint2D>& points
   ZoGeometry geometry;
   LumaPoint2D p;
   for (bool more = records->MoveFirst(); more && !records->IsEOF(); more = records->MoveNext()) {
-    if (!records->GetGeometry(geometry) || !ZoStatisticsUtilities::GetBaryCenter(&geometry, p) ||
-        !std::isfinite(p.x) || !std::isfinite(p.y)) {
+    if (!records->GetGeometry(geometry) || !ZoStatisticsUtilities::GetBaryCenter(&geometry, p) || !std::isfinite(p.x) ||
+        !std::isfinite(p.y)) {
       AddErrorMessage(msg::ESa008);
       return false;
     }
@@ -126,15 +121,15 @@ bool DensityRun::WriteResult(ZoRecordset* records, ZoDatasetVector* result, std:
     m_bar->SetBothPosRange(80, 100);
     m_bar->SetMessage(ZoStringEx::Format(ZoStringEx::LoadResString(msg::IMb391), 3, 3));
   }
-  const bool appended = result->AppendRecords(
-      records, {}, m_bar, names, [&](std::int64_t k, std::vector<LUMA::LumaVariant>& values) {
+  const bool appended =
+      result->AppendRecords(records, {}, m_bar, names, [&](std::int64_t k, std::vector<LUMA::LumaVariant>& values) {
         const auto i = static_cast<std::size_t>(k);
         if (i >= m_ids.size()) return false;
         values[0] = LUMA::LumaVariant(m_ids[i]);
         for (std::size_t c = 0; c < columns.size(); ++c) {
           const double v = columns[c].values[i];
-          values[c + 1] = columns[c].type == LUMA::FieldInt32 ? LUMA::LumaVariant(static_cast<int>(v))
-                                                              : LUMA::LumaVariant(v);
+          values[c + 1] =
+              columns[c].type == LUMA::FieldInt32 ? LUMA::LumaVariant(static_cast<int>(v)) : LUMA::LumaVariant(v);
         }
         return true;
       });

@@ -67,10 +67,10 @@ Merges SingleLinkage(std::size_t n, std::vector<MstEdge>& edges) {
 struct ClusterTree {
   std::vector<std::uint32_t> parent, first;  // first child (the second is first + 1), kNone for leaves
   std::vector<double> birth, death, stability;
-  std::vector<std::uint64_t> children;       // points at the split (0 for leaves)
+  std::vector<std::uint64_t> children;  // points at the split (0 for leaves)
   std::vector<unsigned char> processed;
-  std::vector<std::uint32_t> pointCluster;   // per point
-  std::vector<double> pointEps;              // per point
+  std::vector<std::uint32_t> pointCluster;  // per point
+  std::vector<double> pointEps;             // per point
 
   std::uint32_t Add(std::uint32_t parentId, double born, double dies) {
     parent.push_back(parentId), first.push_back(kNone), birth.push_back(born), death.push_back(dies);

@@ -72,8 +72,11 @@ Status Optics(const LumaArray<LumaPoint2D>& points, int minPoints, double maxDis
     ZoKdTree tree(buffer.data(), n);
     tree.SetMaxBucketSize(30);
     if (!tree.Build()) return Status::Failed;
-    Ordering run{tree, buffer, maxDistance, static_cast<std::size_t>(std::max(minPoints, 1)), result,
-                 std::vector<unsigned char>(n, 0), {}, {}, {}};
+    Ordering run{tree,        buffer,
+                 maxDistance, static_cast<std::size_t>(std::max(minPoints, 1)),
+                 result,      std::vector<unsigned char>(n, 0),
+                 {},          {},
+                 {}};
     for (std::uint32_t start = 0; start < n; ++start) {
       if (run.done[start]) continue;
       run.Process(start);
@@ -221,7 +224,8 @@ void ExtractXi(double xi, int minPointsIn, OpticsResult& result) {
                    [](const auto& a, const auto& b) { return a.second - a.first > b.second - b.first; });
   std::vector<std::int32_t> byPosition(n, 0);
   for (std::size_t c = 0; c < found.size(); ++c)
-    for (std::size_t i = found[c].first; i <= found[c].second && i < n; ++i) byPosition[i] = static_cast<std::int32_t>(c + 1);
+    for (std::size_t i = found[c].first; i <= found[c].second && i < n; ++i)
+      byPosition[i] = static_cast<std::int32_t>(c + 1);
   // Numbered in the order of their first point.
   std::vector<std::int32_t> number(found.size() + 1, 0);
   result.label.assign(n, -1);
@@ -234,8 +238,8 @@ void ExtractXi(double xi, int minPointsIn, OpticsResult& result) {
   }
 }
 
-unsigned char DensityRun::OPTICS_Method(ZoRecordset* records, ZoDatasetVector* result, int minPoints,
-                                        double distance, int unit, double parameter) {
+unsigned char DensityRun::OPTICS_Method(ZoRecordset* records, ZoDatasetVector* result, int minPoints, double distance,
+                                        int unit, double parameter) {
   if (!records) return AddErrorMessage(msg::EEg024), 0;
   if (minPoints < 1) return AddErrorMessage(msg::EUe001), 0;
   LumaArray<LumaPoint2D> points;

@@ -37,8 +37,7 @@ Status ReadFeaturePoints(ZoRecordset* records, LUMA::LumaArray<LUMA::LumaPoint2D
   ZoGeometry geometry;
   LUMA::LumaPoint2D p;
   for (bool more = records->MoveFirst(); more && !records->IsEOF(); more = records->MoveNext()) {
-    if (!records->GetGeometry(geometry) || geometry.IsEmpty() ||
-        !ZoStatisticsUtilities::GetBaryCenter(&geometry, p))
+    if (!records->GetGeometry(geometry) || geometry.IsEmpty() || !ZoStatisticsUtilities::GetBaryCenter(&geometry, p))
       return Status::Fail(msg::EUc002, {QlIdText(records)});
     points.push_back(p);
   }
@@ -47,8 +46,7 @@ Status ReadFeaturePoints(ZoRecordset* records, LUMA::LumaArray<LUMA::LumaPoint2D
 
 Status ReadFeatures(ZoRecordset* records, const LUMA::LumaUnicodeString& field, bool nonNegative,
                     LUMA::LumaArray<double>& values, const LUMA::LumaUnicodeString& extraField,
-                    LUMA::LumaArray<double>& extra, LUMA::LumaArray<LUMA::LumaPoint2D>* points,
-                    Status& pointsStatus) {
+                    LUMA::LumaArray<double>& extra, LUMA::LumaArray<LUMA::LumaPoint2D>* points, Status& pointsStatus) {
   const auto n = static_cast<std::size_t>(std::max<std::int64_t>(records->GetRecordCount(), 0));
   values.clear(), extra.clear();
   values.reserve(n);
@@ -68,8 +66,10 @@ Status ReadFeatures(ZoRecordset* records, const LUMA::LumaUnicodeString& field, 
     if (!extraField.IsEmpty() && extraStatus) {
       records->GetFieldValue(extraField, value);
       const double e = value.ToDouble();
-      if (std::isfinite(e)) extra.push_back(e);
-      else extraStatus = Status::Fail(msg::EUc001, {QlIdText(records), extraField});
+      if (std::isfinite(e))
+        extra.push_back(e);
+      else
+        extraStatus = Status::Fail(msg::EUc001, {QlIdText(records), extraField});
     }
     if (points && pointsStatus) {
       if (!records->GetGeometry(geometry) || geometry.IsEmpty() || !ZoStatisticsUtilities::GetBaryCenter(&geometry, p))

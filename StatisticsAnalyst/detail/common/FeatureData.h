@@ -38,8 +38,7 @@ Status ReadFeaturePoints(ZoRecordset* records, LUMA::LumaArray<LUMA::LumaPoint2D
 // would have read them.
 Status ReadFeatures(ZoRecordset* records, const LUMA::LumaUnicodeString& field, bool nonNegative,
                     LUMA::LumaArray<double>& values, const LUMA::LumaUnicodeString& extraField,
-                    LUMA::LumaArray<double>& extra, LUMA::LumaArray<LUMA::LumaPoint2D>* points,
-                    Status& pointsStatus);
+                    LUMA::LumaArray<double>& extra, LUMA::LumaArray<LUMA::LumaPoint2D>* points, Status& pointsStatus);
 
 // Values far from 1 in magnitude overflow (or underflow) the squares and
 // fourth powers the statistics sum. Every statistic here is unchanged when

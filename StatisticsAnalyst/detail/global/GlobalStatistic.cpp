@@ -1,8 +1,8 @@
 #include "StatisticsAnalyst/detail/global/GlobalStatistic.h"
 
-#include "StatisticsAnalyst/detail/weights/WeightsFileRows.h"
 #include "StatisticsAnalyst/detail/common/FeatureData.h"
 #include "StatisticsAnalyst/detail/common/Limits.h"
+#include "StatisticsAnalyst/detail/weights/WeightsFileRows.h"
 #include "host/ZoMessageIds.h"
 #include "host/ZoStringEx.h"
 
@@ -95,8 +95,8 @@ Status InMemory(ZoRecordset* records, const ZoPatternsInformation& info, const K
 // 7 (K nearest included: its transpose is taken in memory, not from an n × n
 // file), or the caller's file for 8.
 // The weights built here stay in memory when they fit the caller's budget.
-Status OpenRows(ZoRecordset* records, const ZoPatternsInformation& info, ZoProgress* progress,
-                ZoWeightsFileRows& file, ZoWeightsFileRows::GivenPoints* given) {
+Status OpenRows(ZoRecordset* records, const ZoPatternsInformation& info, ZoProgress* progress, ZoWeightsFileRows& file,
+                ZoWeightsFileRows::GivenPoints* given) {
   ZoDatasetVector* dataset = records->GetDataset();
   if (info.Conceptualization >= InverseDistance && info.Conceptualization <= KNearestNeighbors) {
     if (file.BuildInMemory(records, info, progress, true, true, given)) return Status::Ok();
@@ -133,8 +133,8 @@ Status Streamed(ZoRecordset* records, const ZoPatternsInformation& info, const K
     ZoQueryDef query;
     query.m_order = LumaUnicodeString(" Order BY ") + file.UniqueIdField();
     ZoRecordsetPtr ordered(dataset->Query(query));
-    status = ordered ? ReadFieldValues(ordered.get(), info.FieldName, texts.nonNegative, values)
-                     : Status::Fail(msg::EKa013);
+    status =
+        ordered ? ReadFieldValues(ordered.get(), info.FieldName, texts.nonNegative, values) : Status::Fail(msg::EKa013);
   }
   if (!status) return status.Then(texts.summary);
   ScaleToUnitRange(values);
@@ -158,8 +158,8 @@ Status Run(ZoRecordset* records, const ZoPatternsInformation& info, Kind kind, Z
            Exponent& result) {
   const KindTexts texts = TextsOf(kind);
   Stage stage{progress, {}};
-  const bool streamed = info.Conceptualization == SpatialWeightsFile ||
-                        records->GetRecordCount() > limits::kInMemoryFeatures;
+  const bool streamed =
+      info.Conceptualization == SpatialWeightsFile || records->GetRecordCount() > limits::kInMemoryFeatures;
   if (kind == Kind::Moran)
     return streamed ? Streamed<ZoMoranSums>(records, info, texts, stage, result)
                     : InMemory<ZoMoranSums>(records, info, texts, stage, result);

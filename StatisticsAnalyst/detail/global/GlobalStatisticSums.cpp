@@ -108,7 +108,8 @@ Status ZoGeneralGSums::Finish(Exponent& result) const {
   const double m1 = m_m1, m2 = m_m2, m3 = m_m3, m4 = m_m4;
   const double q = (m1 * m1 - m2) * (m1 * m1 - m2) * n * (n - 1) * (n - 2) * (n - 3);
   if (IsZero(q)) return Status::Fail(msg::ESa021);
-  const double expectedSquare = (b0 * m2 * m2 + b1 * m4 + b2 * m1 * m1 * m2 + b3 * m1 * m3 + b4 * m1 * m1 * m1 * m1) / q;
+  const double expectedSquare =
+      (b0 * m2 * m2 + b1 * m4 + b2 * m1 * m1 * m2 + b3 * m1 * m3 + b4 * m1 * m1 * m1 * m1) / q;
   const double variance = expectedSquare - expected * expected;
   if (variance < 0 || IsZero(variance)) return Status::Fail(msg::ESa027);
   const double z = (g - expected) / std::sqrt(variance);

@@ -108,16 +108,16 @@ Status NearestDistances(const LumaArray<LumaPoint2D>& centroids, const ZoPrjCoor
     const std::size_t i = order[step];
     if (tree->SearchKdTree(buffer[i], 2, hits, distances, method) < 2) return Status::Fail(msg::ESa032);
     const std::size_t h = hits[0] == i ? 1 : 0;
-    nearest[i] = geographic ? ZoOpPoints::GetSpheroidChordalDistance(centroids[i], centroids[hits[h]], a, f)
-                            : distances[h];
+    nearest[i] =
+        geographic ? ZoOpPoints::GetSpheroidChordalDistance(centroids[i], centroids[hits[h]], a, f) : distances[h];
   }
   return Status::Ok();
 }
 
 }  // namespace
 
-Status AverageNearestNeighbour(ZoDatasetVector* dataset, const NearestNeighbourInput& input,
-                               ZoCallProgress& progress, ZoAnalyzingPatterns::ZoAnalyzingExponent& result) {
+Status AverageNearestNeighbour(ZoDatasetVector* dataset, const NearestNeighbourInput& input, ZoCallProgress& progress,
+                               ZoAnalyzingPatterns::ZoAnalyzingExponent& result) {
   if (!(input.area >= 0.0)) return Status::Fail(msg::ESa051);
   LumaArray<LumaPoint2D> centroids;
   {

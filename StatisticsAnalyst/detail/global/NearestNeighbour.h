@@ -19,7 +19,7 @@ struct NearestNeighbourInput {
 // AverageNearestNeighbor describes the inputs and the result's slots).
 // Geographic data is unwrapped across the antimeridian for the study area
 // and projected around the points' own centre for the search.
-Status AverageNearestNeighbour(ZoDatasetVector* dataset, const NearestNeighbourInput& input,
-                               ZoCallProgress& progress, ZoAnalyzingPatterns::ZoAnalyzingExponent& result);
+Status AverageNearestNeighbour(ZoDatasetVector* dataset, const NearestNeighbourInput& input, ZoCallProgress& progress,
+                               ZoAnalyzingPatterns::ZoAnalyzingExponent& result);
 
 }  // namespace ZOC::detail::global

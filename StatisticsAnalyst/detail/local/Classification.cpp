@@ -12,9 +12,12 @@ bool Confidence(const LumaArray<double>& z, const LumaArray<double>& p, LumaArra
   if (bins.size() != z.size()) bins.assign(z.size(), 0);
   for (std::size_t i = 0; i < z.size(); ++i) {
     const int level = p[i] < 0.01 ? 3 : p[i] < 0.05 ? 2 : p[i] < 0.1 ? 1 : 0;
-    if (std::isinf(z[i])) bins[i] = 0;
-    else if (z[i] < 0) bins[i] = -level;
-    else if (z[i] > 0) bins[i] = level;
+    if (std::isinf(z[i]))
+      bins[i] = 0;
+    else if (z[i] < 0)
+      bins[i] = -level;
+    else if (z[i] > 0)
+      bins[i] = level;
   }
   return true;
 }

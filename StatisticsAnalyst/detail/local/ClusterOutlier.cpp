@@ -63,8 +63,10 @@ Status ClusterOutlierTypes(const LumaArray<double>& I, const LumaArray<double>& 
     // The FDR bins narrow the 0.05 test; they never widen it.
     const bool candidate = p[i] < 0.05 && std::isfinite(I[i]) && (bins.empty() || std::abs(bins[i]) >= 2);
     if (!candidate) continue;
-    if (I[i] < 0) types[i] = d[i] < 0 && lag[i] >= 0 ? "LH" : "HL";
-    else if (I[i] > 0) types[i] = d[i] >= 0 && lag[i] >= 0 ? "HH" : "LL";
+    if (I[i] < 0)
+      types[i] = d[i] < 0 && lag[i] >= 0 ? "LH" : "HL";
+    else if (I[i] > 0)
+      types[i] = d[i] >= 0 && lag[i] >= 0 ? "HH" : "LL";
   }
   return Status::Ok();
 }

@@ -3,9 +3,9 @@
 #include <memory>
 #include <utility>
 
-#include "StatisticsAnalyst/detail/weights/WeightsFileRows.h"
 #include "StatisticsAnalyst/detail/common/FeatureData.h"
 #include "StatisticsAnalyst/detail/common/Limits.h"
+#include "StatisticsAnalyst/detail/weights/WeightsFileRows.h"
 #include "host/ZoEngineToolkit.h"
 #include "host/ZoMessageIds.h"
 #include "host/ZoStringEx.h"
@@ -149,18 +149,18 @@ Status ComputeRows(Rows& rows, std::int64_t n, ZoCallProgress& progress, LocalSt
   return Status::Ok();
 }
 
-Status WriteResult(ZoRecordset* records, ZoDatasetVector* result, const ResultFields& fields,
-                   ZoCallProgress& progress, const LocalStatistic& statistic, std::size_t n) {
+Status WriteResult(ZoRecordset* records, ZoDatasetVector* result, const ResultFields& fields, ZoCallProgress& progress,
+                   const LocalStatistic& statistic, std::size_t n) {
   if (progress) {
     progress->SetBothPosRange(61, 100);
     progress->SetMessage(ZoStringEx::LoadResString(msg::IMb037));
   }
-  const bool appended = result->AppendRecords(
-      records, fields.copied, progress.get(), fields.own, [&](std::int64_t k, std::vector<LUMA::LumaVariant>& values) {
-        if (k < 0 || static_cast<std::size_t>(k) >= n) return false;
-        statistic.Values(static_cast<std::size_t>(k), values);
-        return true;
-      });
+  const bool appended = result->AppendRecords(records, fields.copied, progress.get(), fields.own,
+                                              [&](std::int64_t k, std::vector<LUMA::LumaVariant>& values) {
+                                                if (k < 0 || static_cast<std::size_t>(k) >= n) return false;
+                                                statistic.Values(static_cast<std::size_t>(k), values);
+                                                return true;
+                                              });
   if (appended && result->Commit()) return Status::Ok();
   if (progress && progress->IsCanceled()) return Status::Fail(msg::IMb030).Then(msg::ELc071);
   return Status::Fail(msg::ELc071);

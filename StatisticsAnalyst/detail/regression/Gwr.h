@@ -4,8 +4,8 @@
 // feature under a kernel and a bandwidth.
 #include <Eigen/Dense>
 #include <cmath>
-#include <functional>
 #include <cstdint>
+#include <functional>
 #include <memory>
 #include <utility>
 #include <vector>
@@ -34,8 +34,8 @@ using GwrProgress = std::function<bool(std::int64_t done)>;
 class GwrModel {
  public:
   // points: one per feature, projected, in the design's order.
-  GwrModel(const Design& design, std::vector<LUMA::LumaPoint3D> points, ZoGWRKernel kernel,
-           ZoGWRBandwidthType type, int method);
+  GwrModel(const Design& design, std::vector<LUMA::LumaPoint3D> points, ZoGWRKernel kernel, ZoGWRBandwidthType type,
+           int method);
   ~GwrModel();
   // Builds the neighbour search; false when a point is not finite.
   bool Build();
@@ -62,8 +62,14 @@ class GwrModel {
  private:
   struct Scratch {
     explicit Scratch(int p)
-        : a(static_cast<std::size_t>(p * p)), b(a.size()), inv(a.size()), cov(a.size()), tmp(a.size()),
-          c(static_cast<std::size_t>(p)), z(c.size()), beta(c.size()) {}
+        : a(static_cast<std::size_t>(p * p)),
+          b(a.size()),
+          inv(a.size()),
+          cov(a.size()),
+          tmp(a.size()),
+          c(static_cast<std::size_t>(p)),
+          z(c.size()),
+          beta(c.size()) {}
     std::vector<std::size_t> idx;
     std::vector<double> dist;
     std::vector<std::pair<double, std::int64_t>> pairs;

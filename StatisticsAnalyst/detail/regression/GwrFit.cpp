@@ -152,8 +152,10 @@ const char* GwrModel::Search(double& best, const std::function<bool(int)>& trial
       const double span = c - a;
       double x1 = c - std::round(kGolden * span), x2 = a + std::round(kGolden * span);
       if (x1 >= x2) x1 = a + std::floor(span / 2), x2 = x1 + 1;
-      if (f(x1) <= f(x2)) c = x2;
-      else a = x1;
+      if (f(x1) <= f(x2))
+        c = x2;
+      else
+        a = x1;
     }
     for (double k = a; k <= c && !cancelled; ++k) f(k);
   } else {
@@ -161,8 +163,10 @@ const char* GwrModel::Search(double& best, const std::function<bool(int)>& trial
     double x1 = c - kGolden * (c - a), x2 = a + kGolden * (c - a);
     double f1 = f(x1), f2 = f(x2);
     for (int step = 0; step < 100 && c - a > 1e-6 * (upper - lower) && !cancelled; ++step) {
-      if (f1 <= f2) c = x2, x2 = x1, f2 = f1, x1 = c - kGolden * (c - a), f1 = f(x1);
-      else a = x1, x1 = x2, f1 = f2, x2 = a + kGolden * (c - a), f2 = f(x2);
+      if (f1 <= f2)
+        c = x2, x2 = x1, f2 = f1, x1 = c - kGolden * (c - a), f1 = f(x1);
+      else
+        a = x1, x1 = x2, f1 = f2, x2 = a + kGolden * (c - a), f2 = f(x2);
     }
   }
   if (cancelled) return msg::IMb030;

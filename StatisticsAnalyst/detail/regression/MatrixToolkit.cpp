@@ -168,7 +168,8 @@ bool ConditionIndex(const LUMA::LumaArray<double>& weights, const ZoMatrix& x, d
   if (weights.empty() || weights.size() != static_cast<std::size_t>(n)) return false;
   ZoMatrix z(n, p);
   for (int i = 0; i < n; ++i)
-    for (int j = 0; j < p; ++j) z.PutElement(x.GetElement(i, j) * std::sqrt(weights[static_cast<std::size_t>(i)]), i, j);
+    for (int j = 0; j < p; ++j)
+      z.PutElement(x.GetElement(i, j) * std::sqrt(weights[static_cast<std::size_t>(i)]), i, j);
   for (int j = 0; j < p; ++j) {
     double sum = 0.0;
     for (int i = 0; i < n; ++i) sum += z.GetElement(i, j) * z.GetElement(i, j);

@@ -34,8 +34,8 @@ void CrossProducts(const Design& d, std::vector<double>& zz, std::vector<double>
 // What the second pass over the residuals collects.
 struct ResidualSums {
   double rss = 0, m3 = 0, m4 = 0;  // Σe², Σe³, Σe⁴
-  std::vector<double> meat;         // Σ e² z zᵀ (White)
-  std::vector<double> zu;           // Σ e² z (Koenker's auxiliary regression)
+  std::vector<double> meat;        // Σ e² z zᵀ (White)
+  std::vector<double> zu;          // Σ e² z (Koenker's auxiliary regression)
 };
 
 void Residuals(const Design& d, const std::vector<double>& beta, const std::vector<double>& inverse,

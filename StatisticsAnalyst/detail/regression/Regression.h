@@ -30,14 +30,16 @@ struct Messages {
 // the cross-product sums accurate when a field has a large offset.
 struct Design {
   std::int64_t n = 0;
-  int k = 0;                                // explanatory fields; p = k + 1 coefficients
-  std::vector<LumaUnicodeString> names;     // "Intercept", then the field names
-  std::vector<double> y;                    // n
-  std::vector<double> x;                    // n × k, row-major, centred
-  std::vector<double> means;                // k
+  int k = 0;                             // explanatory fields; p = k + 1 coefficients
+  std::vector<LumaUnicodeString> names;  // "Intercept", then the field names
+  std::vector<double> y;                 // n
+  std::vector<double> x;                 // n × k, row-major, centred
+  std::vector<double> means;             // k
 
   int p() const { return k + 1; }
-  const double* Row(std::int64_t i) const { return x.data() + static_cast<std::size_t>(i) * static_cast<std::size_t>(k); }
+  const double* Row(std::int64_t i) const {
+    return x.data() + static_cast<std::size_t>(i) * static_cast<std::size_t>(k);
+  }
   // The design row z = (1, x_i − mean) into out[0..p).
   void DesignRow(std::int64_t i, double* out) const {
     out[0] = 1.0;

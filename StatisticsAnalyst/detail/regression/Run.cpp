@@ -72,8 +72,9 @@ bool ResidualMoran(ZoDatasetVector* result, const ZoOLSInformation& info, const 
 
 // The model's fields must be there before anything is computed: enough
 // features for every statistic to be finite, then the values themselves.
-bool ReadModel(ZoRecordset* records, const LumaUnicodeString& dependent, const LumaArray<LumaUnicodeString>& explanatory,
-               ZoCallProgress& progress, Design& design, Messages& messages) {
+bool ReadModel(ZoRecordset* records, const LumaUnicodeString& dependent,
+               const LumaArray<LumaUnicodeString>& explanatory, ZoCallProgress& progress, Design& design,
+               Messages& messages) {
   if (records->GetRecordCount() < static_cast<std::int64_t>(explanatory.size()) + 4) {
     messages.Add(msg::EUf005);
     return false;

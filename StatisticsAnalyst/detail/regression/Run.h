@@ -9,8 +9,9 @@ namespace ZOC::regression {
 // Reads the model's values: "EUf005" when there are fewer features than the
 // coefficients plus 3 (so that every statistic stays finite), then the
 // values' own checks.
-bool ReadModel(ZoRecordset* records, const LumaUnicodeString& dependent, const LumaArray<LumaUnicodeString>& explanatory,
-               ZoCallProgress& progress, Design& design, Messages& messages);
+bool ReadModel(ZoRecordset* records, const LumaUnicodeString& dependent,
+               const LumaArray<LumaUnicodeString>& explanatory, ZoCallProgress& progress, Design& design,
+               Messages& messages);
 
 // records: the source's records in "QlID" order, fields already checked.
 bool RunOls(ZoRecordset* records, ZoDatasetVector* result, const ZoOLSInformation& info, ZoOLSResult& out,

@@ -55,8 +55,7 @@ const char* ReadBinaryHeader(std::FILE* file, LumaArray<LumaUnicodeString>& valu
   }
   // An odd length leaves one byte of the text unread; the tables start at 4 + L.
   const std::int64_t end = static_cast<std::int64_t>(length) + 4;
-  if (!Seek(file, end) ||
-      !SplitHeader(LumaUnicodeString::FromUtf16(text).Str(), kHeaderKeys.size(), values) ||
+  if (!Seek(file, end) || !SplitHeader(LumaUnicodeString::FromUtf16(text).Str(), kHeaderKeys.size(), values) ||
       values.size() != kHeaderKeys.size()) {
     values.clear();
     return msg::ESa045;

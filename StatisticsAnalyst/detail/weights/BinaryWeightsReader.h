@@ -25,10 +25,10 @@ struct BinaryLayout {
   std::int32_t standardization = 0;     // the STANDARDIZATION value
   std::int32_t conceptualization = 0;   // the CONCEPTUALIZATION value
   LumaArray<ZoSWMFileUniqueIndex> index;
-  LumaArray<double> rowSums;            // N stored sums when standardized, else empty
-  std::int64_t indexStart = 0;          // 4 + L
-  std::int64_t rowsStart = 0;           // the first neighbour row
-  std::int64_t records = 0;             // the sum of all neighbour counts
+  LumaArray<double> rowSums;    // N stored sums when standardized, else empty
+  std::int64_t indexStart = 0;  // 4 + L
+  std::int64_t rowsStart = 0;   // the first neighbour row
+  std::int64_t records = 0;     // the sum of all neighbour counts
 };
 
 // Reads the header from the file's start: the values in key order and the

@@ -4,8 +4,8 @@
 
 #include <algorithm>
 
-#include "StatisticsAnalyst/detail/weights/WeightsFileFormat.h"
 #include "StatisticsAnalyst/detail/common/Limits.h"
+#include "StatisticsAnalyst/detail/weights/WeightsFileFormat.h"
 
 namespace ZOC::detail::weights {
 

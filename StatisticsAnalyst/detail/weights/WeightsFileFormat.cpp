@@ -1,12 +1,12 @@
 #include "StatisticsAnalyst/detail/weights/WeightsFileFormat.h"
 
-#include <bit>
+#include <sys/stat.h>
+#include <unistd.h>
 #include <atomic>
+#include <bit>
 #include <charconv>
 #include <cstring>
 #include <filesystem>
-#include <sys/stat.h>
-#include <unistd.h>
 
 #include "host/ZoFile.h"
 
@@ -94,8 +94,8 @@ LumaUnicodeString SiblingTemporary(const LumaUnicodeString& path) {
   static std::atomic<unsigned> counter{0};
   const std::filesystem::path target(path.Str());
   for (;;) {
-    const std::string name = "." + target.filename().string() + "." + std::to_string(getpid()) + "." +
-                             std::to_string(counter++) + ".tmp";
+    const std::string name =
+        "." + target.filename().string() + "." + std::to_string(getpid()) + "." + std::to_string(counter++) + ".tmp";
     const LumaUnicodeString candidate((target.parent_path() / name).string());
     if (!ZoFile::IsExist(candidate)) return candidate;
   }

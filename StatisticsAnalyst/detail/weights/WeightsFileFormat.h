@@ -10,18 +10,18 @@
 #include <string_view>
 #include <vector>
 
+#include "StatisticsAnalyst/ZoWeightsUtilities.h"
 #include "StatisticsAnalyst/detail/common/Limits.h"
 #include "StatisticsAnalyst/detail/weights/WeightsRowBuilder.h"
-#include "StatisticsAnalyst/ZoWeightsUtilities.h"
-#include "host/ZoStringEx.h"
 #include "host/ZoMessageIds.h"
+#include "host/ZoStringEx.h"
 
 namespace ZOC::weightsfile {
 
 // The header keys in their fixed order; the text form has all but the last.
-inline constexpr std::array<const char*, 8> kHeaderKeys = {
-    "QUILLARD", "DATASETNAME", "DATASETTYPE", "COUNTS", "UNIQUEID", "CONCEPTUALIZATION", "STANDARDIZATION",
-    "DISTANCEMETHOD"};
+inline constexpr std::array<const char*, 8> kHeaderKeys = {"QUILLARD",        "DATASETNAME",   "DATASETTYPE",
+                                                           "COUNTS",          "UNIQUEID",      "CONCEPTUALIZATION",
+                                                           "STANDARDIZATION", "DISTANCEMETHOD"};
 inline constexpr std::size_t kTextHeaderKeys = 7;
 // Headers of this many UTF-16 code units or more are refused by the readers.
 inline constexpr std::size_t kMaxHeaderUnits = 200;
@@ -30,8 +30,16 @@ inline constexpr double kZeroWeight = limits::kZero;
 inline bool IsStoredWeight(double w) { return !(w > -kZeroWeight && w < kZeroWeight); }
 
 // Value indices in the header.
-enum HeaderValue { kProduct = 0, kDatasetName, kDatasetType, kCounts, kUniqueId, kConceptualization,
-                   kStandardization, kDistanceMethod };
+enum HeaderValue {
+  kProduct = 0,
+  kDatasetName,
+  kDatasetType,
+  kCounts,
+  kUniqueId,
+  kConceptualization,
+  kStandardization,
+  kDistanceMethod
+};
 
 // The header text; withDistanceMethod false gives the text form's seven parts.
 std::string HeaderText(const std::string& datasetName, int datasetType, int count, const std::string& uniqueIdField,

@@ -16,10 +16,10 @@
 #include <string_view>
 #include <vector>
 
-#include "StatisticsAnalyst/detail/weights/WeightsFileFormat.h"
 #include "StatisticsAnalyst/ZoWeightsUtilities.h"
-#include "host/ZoTextFile.h"
+#include "StatisticsAnalyst/detail/weights/WeightsFileFormat.h"
 #include "host/ZoMessageIds.h"
+#include "host/ZoTextFile.h"
 
 namespace ZOC::weightsfile {
 

@@ -4,10 +4,10 @@
 #include <new>
 #include <numeric>
 
-#include "StatisticsAnalyst/detail/weights/WeightsRowBuilder.h"
-#include "host/ZoStringEx.h"
-#include "host/ZoMessageIds.h"
 #include "StatisticsAnalyst/detail/common/Limits.h"
+#include "StatisticsAnalyst/detail/weights/WeightsRowBuilder.h"
+#include "host/ZoMessageIds.h"
+#include "host/ZoStringEx.h"
 
 namespace ZOC {
 
@@ -64,10 +64,9 @@ bool ZoWeightsFileRows::BuildInMemory(ZoRecordset* records, const ZoPatternsInfo
     Fail(msg::ESa008);
     return false;
   }
-  const bool prepared = given && !contiguity
-                            ? rows.PrepareFromPoints(std::move(given->points),
-                                                     records->GetDataset()->GetPrjCoordSys(), rowsInfo)
-                            : rows.Prepare(records, rowsInfo);
+  const bool prepared = given && !contiguity ? rows.PrepareFromPoints(std::move(given->points),
+                                                                      records->GetDataset()->GetPrjCoordSys(), rowsInfo)
+                                             : rows.Prepare(records, rowsInfo);
   if (!prepared) {
     m_error += utilities.GetStrErrorMes();
     if (rows.FailedId()) Fail(rows.FailedId());
@@ -103,16 +102,14 @@ bool ZoWeightsFileRows::BuildInMemory(ZoRecordset* records, const ZoPatternsInfo
   return true;
 }
 
-bool ZoWeightsFileRows::Open(ZoDatasetVector* dataset, const LumaUnicodeString& path, bool normalize,
-                             bool transposed) {
+bool ZoWeightsFileRows::Open(ZoDatasetVector* dataset, const LumaUnicodeString& path, bool normalize, bool transposed) {
   Close();
   m_normalize = normalize;
   m_transposed = transposed;
   ZoConceptualizationModel model = InverseDistance;
   unsigned char standardized = 0;
   std::int64_t position = 0;
-  m_file = m_utilities.CheckSWMFileValid(dataset, path, m_field, m_index, model, standardized, m_normalizers,
-                                         position);
+  m_file = m_utilities.CheckSWMFileValid(dataset, path, m_field, m_index, model, standardized, m_normalizers, position);
   if (!m_file) {
     m_error += m_utilities.GetStrErrorMes();
     return false;
@@ -180,8 +177,8 @@ bool ZoWeightsFileRows::Next(std::int64_t i, ZoSparseRow& row) {
     return true;
   }
   if (!m_file || i < 0 || i >= n ||
-      !m_utilities.ReadWeightMatrixBinarySparse(m_file, m_index[static_cast<std::size_t>(i)].Count,
-                                                static_cast<int>(n), m_readColumns, m_readWeights)) {
+      !m_utilities.ReadWeightMatrixBinarySparse(m_file, m_index[static_cast<std::size_t>(i)].Count, static_cast<int>(n),
+                                                m_readColumns, m_readWeights)) {
     m_error += m_utilities.GetStrErrorMes();
     Fail(msg::ESa026);
     return false;

@@ -17,10 +17,10 @@
 #include <cstdio>
 #include <vector>
 
-#include "StatisticsAnalyst/detail/common/SparseRow.h"
-#include "StatisticsAnalyst/detail/common/Status.h"
 #include "StatisticsAnalyst/ZoStatisticsUtilities.h"
 #include "StatisticsAnalyst/ZoWeightsUtilities.h"
+#include "StatisticsAnalyst/detail/common/SparseRow.h"
+#include "StatisticsAnalyst/detail/common/Status.h"
 #include "StatisticsAnalyst/detail/weights/CsrWeights.h"
 #include "host/ZoFile.h"
 

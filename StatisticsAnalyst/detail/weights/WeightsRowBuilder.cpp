@@ -6,8 +6,8 @@
 #include <cmath>
 #include <new>
 #include <numeric>
-#include "host/ZoMessageIds.h"
 #include "StatisticsAnalyst/detail/common/Limits.h"
+#include "host/ZoMessageIds.h"
 
 namespace ZOC {
 
@@ -75,19 +75,14 @@ bool ZoWeightsRowBuilder::PrepareSearch() {
   return true;
 }
 
-void ZoWeightsRowBuilder::Row(std::int64_t i, std::vector<std::int64_t>& columns,
-                              std::vector<double>& weights) const {
+void ZoWeightsRowBuilder::Row(std::int64_t i, std::vector<std::int64_t>& columns, std::vector<double>& weights) const {
   columns.clear();
   weights.clear();
   switch (m_info.Conceptualization) {
     case InverseDistance:
     case InverseDistanceSquared:
-    case FixedDistanceBand:
-      DistanceRow(i, columns, weights);
-      break;
-    case ZoneOfIndifference:
-      ZoneRow(i, columns, weights);
-      break;
+    case FixedDistanceBand: DistanceRow(i, columns, weights); break;
+    case ZoneOfIndifference: ZoneRow(i, columns, weights); break;
     case ContiguityEdgesOnly:
     case ContiguityEdgesCorners: {
       LumaArray<std::int64_t> ids;
@@ -97,11 +92,8 @@ void ZoWeightsRowBuilder::Row(std::int64_t i, std::vector<std::int64_t>& columns
       weights.assign(ids.size(), 1.0);
       break;
     }
-    case KNearestNeighbors:
-      KNearestRow(i, columns, weights);
-      break;
-    default:
-      break;
+    case KNearestNeighbors: KNearestRow(i, columns, weights); break;
+    default: break;
   }
   SortByColumn(columns, weights);
 }
@@ -157,8 +149,10 @@ void ZoWeightsRowBuilder::DistanceRow(std::int64_t i, std::vector<std::int64_t>&
     // Coincident features and distances below one unit keep weight 1:
     // inverting them would give weights that grow without bound.
     if (!(std::fabs(d) < kCoincident || d < 1.0)) {
-      if (m_info.Conceptualization == InverseDistance) w = 1.0 / std::pow(d, m_info.Exponent);
-      else if (m_info.Conceptualization == InverseDistanceSquared) w = 1.0 / std::pow(d * d, m_info.Exponent);
+      if (m_info.Conceptualization == InverseDistance)
+        w = 1.0 / std::pow(d, m_info.Exponent);
+      else if (m_info.Conceptualization == InverseDistanceSquared)
+        w = 1.0 / std::pow(d * d, m_info.Exponent);
     }
     columns.push_back(j);
     weights.push_back(w);
@@ -192,8 +186,8 @@ void ZoWeightsRowBuilder::KNearestRow(std::int64_t i, std::vector<std::int64_t>&
     if (!(dist[h] > -kCoincident && dist[h] < kCoincident)) allCoincident = false;
   if (allCoincident) {
     m_tree->SearchKdTreeDis2(q, 0.0, same, sameDist, m_method);
-    const std::size_t others = same.size() - static_cast<std::size_t>(std::count(same.begin(), same.end(),
-                                                                                  static_cast<std::size_t>(i)));
+    const std::size_t others =
+        same.size() - static_cast<std::size_t>(std::count(same.begin(), same.end(), static_cast<std::size_t>(i)));
     if (others > k) {
       for (std::size_t j : same)
         if (static_cast<std::int64_t>(j) != i) columns.push_back(static_cast<std::int64_t>(j));

@@ -19,8 +19,8 @@
 #include <memory>
 #include <vector>
 
-#include "StatisticsAnalyst/detail/weights/ZoContiguityGrid.h"
 #include "StatisticsAnalyst/ZoStatisticsUtilities.h"
+#include "StatisticsAnalyst/detail/weights/ZoContiguityGrid.h"
 
 namespace ZOC {
 
@@ -53,8 +53,12 @@ class ZoWeightsRowBuilder {
     std::int64_t Count() const { return static_cast<std::int64_t>(m_spans.size()); }
     // Row first + k.
     std::size_t Size(std::int64_t k) const { return m_spans[static_cast<std::size_t>(k)].second; }
-    const std::int64_t* Columns(std::int64_t k) const { return m_columns.data() + m_spans[static_cast<std::size_t>(k)].first; }
-    const double* Weights(std::int64_t k) const { return m_weights.data() + m_spans[static_cast<std::size_t>(k)].first; }
+    const std::int64_t* Columns(std::int64_t k) const {
+      return m_columns.data() + m_spans[static_cast<std::size_t>(k)].first;
+    }
+    const double* Weights(std::int64_t k) const {
+      return m_weights.data() + m_spans[static_cast<std::size_t>(k)].first;
+    }
 
    private:
     friend class ZoWeightsRowBuilder;

@@ -2,8 +2,8 @@
 
 #include <algorithm>
 #include <climits>
-#include <cstdint>
 #include <cmath>
+#include <cstdint>
 #include <limits>
 #include <new>
 #include <utility>
@@ -20,9 +20,7 @@ struct Box {
   double minX = 0.0, minY = 0.0, maxX = 0.0, maxY = 0.0;
 
   Box Enlarged(double d) const { return {minX - d, minY - d, maxX + d, maxY + d}; }
-  bool Overlaps(const Box& o) const {
-    return minX <= o.maxX && o.minX <= maxX && minY <= o.maxY && o.minY <= maxY;
-  }
+  bool Overlaps(const Box& o) const { return minX <= o.maxX && o.minX <= maxX && minY <= o.maxY && o.minY <= maxY; }
   bool Contains(double x, double y) const { return x >= minX && x <= maxX && y >= minY && y <= maxY; }
 };
 
@@ -86,11 +84,17 @@ double Cross(double ax, double ay, double bx, double by) { return ax * by - ay *
 // Clips the parameter range [lo, hi] by the linear condition a + b·t <= c.
 void ClipLinear(double a, double b, double c, double& lo, double& hi) {
   if (b == 0.0) {
-    if (a > c) { lo = 1.0; hi = 0.0; }
+    if (a > c) {
+      lo = 1.0;
+      hi = 0.0;
+    }
     return;
   }
   const double t = (c - a) / b;
-  if (b > 0.0) hi = std::min(hi, t); else lo = std::max(lo, t);
+  if (b > 0.0)
+    hi = std::min(hi, t);
+  else
+    lo = std::max(lo, t);
 }
 
 // The parameters t in [0, 1] of the points P0 + t·(P1 − P0) whose distance
@@ -241,17 +245,19 @@ class PairTester {
       for (std::size_t k = ringBegin; k + 1 < ringEnd; ++k) {
         const LumaPoint2D& p = g.vertices[k];
         const LumaPoint2D& q = g.vertices[k + 1];
-        const Box sb = Box{std::min(p.x, q.x), std::min(p.y, q.y), std::max(p.x, q.x), std::max(p.y, q.y)}.Enlarged(pad);
+        const Box sb =
+            Box{std::min(p.x, q.x), std::min(p.y, q.y), std::max(p.x, q.x), std::max(p.y, q.y)}.Enlarged(pad);
         if (!sb.Overlaps(window)) continue;
         relevant[k] = 1;
-        if (sweepX) boxes.push_back({k, sb.minX, sb.maxX, sb.minY, sb.maxY});
-        else boxes.push_back({k, sb.minY, sb.maxY, sb.minX, sb.maxX});
+        if (sweepX)
+          boxes.push_back({k, sb.minX, sb.maxX, sb.minY, sb.maxY});
+        else
+          boxes.push_back({k, sb.minY, sb.maxY, sb.minX, sb.maxX});
       }
       ringBegin = ringEnd;
     }
-    std::sort(boxes.begin(), boxes.end(), [](const SegBox& l, const SegBox& r) {
-      return l.lo != r.lo ? l.lo < r.lo : l.seg < r.seg;
-    });
+    std::sort(boxes.begin(), boxes.end(),
+              [](const SegBox& l, const SegBox& r) { return l.lo != r.lo ? l.lo < r.lo : l.seg < r.seg; });
   }
 
   // Sweeps the relevant segments of both regions along the longer side of the
@@ -360,7 +366,10 @@ class PairTester {
       std::size_t start = first;
       bool anyRelevant = false;
       for (std::size_t k = first; k < first + segCount; ++k) {
-        if (relevant[k]) anyRelevant = true; else start = k;
+        if (relevant[k])
+          anyRelevant = true;
+        else
+          start = k;
       }
       if (!anyRelevant) continue;
       Side side = Side::Unknown;
@@ -407,7 +416,6 @@ struct Link {
   bool edge;
 };
 
-
 // The boundaries of all regions, their common extent and the largest
 // coordinate magnitude (the tolerance falls back on it for a zero extent).
 struct Shapes {
@@ -431,8 +439,8 @@ Shapes ReadShapes(const std::vector<ZoGeometry>& regions) {
       s.extent = {std::min(s.extent.minX, b.minX), std::min(s.extent.minY, b.minY), std::max(s.extent.maxX, b.maxX),
                   std::max(s.extent.maxY, b.maxY)};
     }
-    s.largestCoordinate = std::max({s.largestCoordinate, std::abs(b.minX), std::abs(b.maxX), std::abs(b.minY),
-                                    std::abs(b.maxY)});
+    s.largestCoordinate =
+        std::max({s.largestCoordinate, std::abs(b.minX), std::abs(b.maxX), std::abs(b.minY), std::abs(b.maxY)});
   }
   return s;
 }
@@ -479,7 +487,9 @@ struct CellIndex {
 
 CellIndex IndexCells(const Shapes& shapes, const std::vector<Box>& boxes, const CellGeometry& grid) {
   const std::size_t n = boxes.size(), columns = grid.columns;
-  struct Span { std::size_t x0, x1, y0, y1; };
+  struct Span {
+    std::size_t x0, x1, y0, y1;
+  };
   std::vector<Span> spans(n);
   CellIndex index;
   index.start.assign(columns * grid.rows + 1, 0);
@@ -587,13 +597,13 @@ bool ZoContiguityGrid::Build(const std::vector<ZoGeometry>& regions, std::size_t
     const std::size_t n = regions.size();
     std::size_t vertexCount = 0;
     for (const auto& g : regions) vertexCount += g.GetPoints().size();
-    const double sizeValue = n >= 100 ? std::sqrt(32.0 * static_cast<double>(n))
-                                      : std::sqrt(4.0 * static_cast<double>(vertexCount));
+    const double sizeValue =
+        n >= 100 ? std::sqrt(32.0 * static_cast<double>(n)) : std::sqrt(4.0 * static_cast<double>(vertexCount));
     const Shapes shapes = ReadShapes(regions);
     const CellGeometry grid(shapes, sizeValue, n);
-    const double side = shapes.haveExtent ? std::max(shapes.extent.maxX - shapes.extent.minX,
-                                                     shapes.extent.maxY - shapes.extent.minY)
-                                          : 0.0;
+    const double side = shapes.haveExtent
+                            ? std::max(shapes.extent.maxX - shapes.extent.minX, shapes.extent.maxY - shapes.extent.minY)
+                            : 0.0;
     double tol = kRelativeTolerance * side;
     if (!(tol > 0.0) || !std::isfinite(tol)) tol = kRelativeTolerance * std::max(1.0, shapes.largestCoordinate);
 

@@ -100,7 +100,8 @@ class SvgCanvas : public Canvas {
       m_body << "<stop offset=\"" << (stops.size() > 1 ? double(i) / double(stops.size() - 1) : 0.0)
              << "\" stop-color=\"" << stops[i].ToHex() << "\"/>";
     m_body << "</linearGradient></defs>\n<rect x=\"" << topLeft.x << "\" y=\"" << topLeft.y << "\" width=\"" << width
-           << "\" height=\"" << height << "\" fill=\"url(#ramp" << id << ")\" stroke=\"#555555\" stroke-width=\"0.5\"/>\n";
+           << "\" height=\"" << height << "\" fill=\"url(#ramp" << id
+           << ")\" stroke=\"#555555\" stroke-width=\"0.5\"/>\n";
   }
   bool Save(const std::string& path, std::string& error) override {
     return SaveAtomically(path, error, [&](const std::string& temporary) {
@@ -134,8 +135,7 @@ class CairoCanvas : public Canvas {
   void Polygon(const std::vector<std::vector<Pt>>& rings, Rgb fill, Rgb stroke, double width) override {
     cairo_new_path(m_cr);
     for (const auto& ring : rings) {
-      for (std::size_t i = 0; i < ring.size(); ++i)
-        (i ? cairo_line_to : cairo_move_to)(m_cr, ring[i].x, ring[i].y);
+      for (std::size_t i = 0; i < ring.size(); ++i) (i ? cairo_line_to : cairo_move_to)(m_cr, ring[i].x, ring[i].y);
       cairo_close_path(m_cr);
     }
     cairo_set_fill_rule(m_cr, CAIRO_FILL_RULE_EVEN_ODD);
@@ -143,8 +143,7 @@ class CairoCanvas : public Canvas {
   }
   void Polyline(const std::vector<Pt>& points, Rgb stroke, double width) override {
     cairo_new_path(m_cr);
-    for (std::size_t i = 0; i < points.size(); ++i)
-      (i ? cairo_line_to : cairo_move_to)(m_cr, points[i].x, points[i].y);
+    for (std::size_t i = 0; i < points.size(); ++i) (i ? cairo_line_to : cairo_move_to)(m_cr, points[i].x, points[i].y);
     Source(stroke);
     cairo_set_line_width(m_cr, width);
     cairo_stroke(m_cr);
@@ -160,8 +159,9 @@ class CairoCanvas : public Canvas {
     cairo_set_font_size(m_cr, size);
     cairo_text_extents_t extents;
     cairo_text_extents(m_cr, text.c_str(), &extents);
-    const double shift = anchor == Anchor::Start ? 0 : anchor == Anchor::Middle ? extents.x_advance / 2
-                                                                                : extents.x_advance;
+    const double shift = anchor == Anchor::Start    ? 0
+                         : anchor == Anchor::Middle ? extents.x_advance / 2
+                                                    : extents.x_advance;
     Source(colour);
     cairo_move_to(m_cr, at.x - shift, at.y);
     cairo_show_text(m_cr, text.c_str());
@@ -184,7 +184,8 @@ class CairoCanvas : public Canvas {
     cairo_surface_flush(m_surface);
     return SaveAtomically(path, error, [&](const std::string& temporary) {
       const cairo_status_t status = cairo_surface_write_to_png(m_surface, temporary.c_str());
-      if (status != CAIRO_STATUS_SUCCESS) error = std::string("cannot write the PNG: ") + cairo_status_to_string(status);
+      if (status != CAIRO_STATUS_SUCCESS)
+        error = std::string("cannot write the PNG: ") + cairo_status_to_string(status);
       return status == CAIRO_STATUS_SUCCESS;
     });
   }

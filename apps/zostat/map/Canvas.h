@@ -8,7 +8,7 @@
 namespace zostat::map {
 
 struct Rgb {
-  double r = 0, g = 0, b = 0;  // 0..1
+  double r = 0, g = 0, b = 0;       // 0..1
   static Rgb Hex(const char* hex);  // "#rrggbb"
   std::string ToHex() const;
 };

@@ -127,13 +127,16 @@ void DrawLegend(Canvas& canvas, const MapStyle& style, const std::string& field,
   for (std::size_t i = 0; i < style.classes.size() && i < kMaxLegendClasses; ++i) {
     const auto& c = style.classes[i];
     const double cy = y + 14 + 26.0 * double(i);
-    if (points) canvas.Circle({x + 10, cy}, 8, c.colour, kOutline, 0.8);
-    else canvas.Polygon({{{x, cy - 9}, {x + 22, cy - 9}, {x + 22, cy + 9}, {x, cy + 9}}}, c.colour, kOutline, 0.8);
+    if (points)
+      canvas.Circle({x + 10, cy}, 8, c.colour, kOutline, 0.8);
+    else
+      canvas.Polygon({{{x, cy - 9}, {x + 22, cy - 9}, {x + 22, cy + 9}, {x, cy + 9}}}, c.colour, kOutline, 0.8);
     canvas.Text({x + 32, cy + 5}, c.label.empty() ? "(empty)" : c.label, 13, false, Anchor::Start, kInk);
   }
   if (style.classes.size() > kMaxLegendClasses)
-    canvas.Text({x, y + 14 + 26.0 * kMaxLegendClasses}, "... " + std::to_string(style.classes.size() - kMaxLegendClasses) + " more",
-                12, false, Anchor::Start, kInk);
+    canvas.Text({x, y + 14 + 26.0 * kMaxLegendClasses},
+                "... " + std::to_string(style.classes.size() - kMaxLegendClasses) + " more", 12, false, Anchor::Start,
+                kInk);
 }
 
 // The length unit of a projected system in metres and its name, from the WKT.
@@ -196,8 +199,7 @@ bool RenderMap(ZOC::ZoDatasetVector* dataset, const MapRequest& request, std::st
   const double radius = features.size() > 2000 ? 2.5 : features.size() > 500 ? 3.5 : 5.0;
   for (const auto& f : features) DrawFeature(*canvas, f, t, style.Colour(f.text, f.number, f.isNull), radius);
 
-  const std::string title =
-      request.title.empty() ? dataset->GetName().Str() + ": " + request.field : request.title;
+  const std::string title = request.title.empty() ? dataset->GetName().Str() + ": " + request.field : request.title;
   canvas->Text({request.width / 2.0, 38}, title, 22, true, Anchor::Middle, kInk);
   DrawLegend(*canvas, style, request.field, points, left + width + 30, top + 10);
   const auto& cs = dataset->GetPrjCoordSys();

@@ -51,8 +51,10 @@ std::vector<MapClass> Categories(bool numeric, const std::vector<std::string>& t
     for (double v : distinct) {
       char text[32];
       std::snprintf(text, sizeof text, "%.15g", v);
-      if (v == -1) noise = true;
-      else classes.push_back({text, text, {}});
+      if (v == -1)
+        noise = true;
+      else
+        classes.push_back({text, text, {}});
     }
   } else {
     for (const auto& t : std::set<std::string>(texts.begin(), texts.end())) classes.push_back({t, t, {}});
