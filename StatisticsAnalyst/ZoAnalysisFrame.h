@@ -99,11 +99,14 @@ class SA_API ZoAnalysisFrame {
   // checked. Returns the recordset, or null after appending the messages.
   ZoRecordsetPtr OpenAnalysisRecords(ZoDatasetVector* dataset, const ZoPatternsInformation& info);
 
+  // Appends the message for an exception that escaped a call: "EUc010" when
+  // `what` is null (memory), else "EUc011" with `what`; then `summaryId`.
+  void ReportException(const char* what, const char* summaryId);
+
   ZoProgress* m_progress = nullptr;
 
  private:
   bool CheckParameters(ZoRecordset* records, const ZoPatternsInformation& info);
-  void ReportException(const char* what, const char* summaryId);
 
   LumaUnicodeString m_errorMessage;
 };

@@ -77,6 +77,12 @@ std::FILE* ZoStatisticsUtilities::CheckSWMFileValid(ZoDatasetVector* dataset, co
     return file;
   } catch (const std::bad_alloc&) {
     return fail(msg::EUb002);
+  } catch (const std::exception& e) {
+    ReportException(e.what(), nullptr);
+    return fail(nullptr);
+  } catch (...) {
+    ReportException("", nullptr);
+    return fail(nullptr);
   }
 }
 

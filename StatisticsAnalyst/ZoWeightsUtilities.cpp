@@ -347,6 +347,12 @@ unsigned char ZoWeightsUtilities::BuildBinary(ZoDatasetVector* dataset, const Lu
   } catch (const std::bad_alloc&) {
     AddErrorMessage(msg::EUb002);
     return 0;
+  } catch (const std::exception& e) {
+    ReportException(e.what(), nullptr);  // the guards have removed the partial files
+    return 0;
+  } catch (...) {
+    ReportException("", nullptr);
+    return 0;
   }
 }
 
@@ -385,6 +391,12 @@ unsigned char ZoWeightsUtilities::BuildWeightsDictionary(std::FILE* file, const 
     return 1;
   } catch (const std::bad_alloc&) {
     AddErrorMessage(msg::EUb002);
+    return 0;
+  } catch (const std::exception& e) {
+    ReportException(e.what(), nullptr);  // the guards have removed the partial files
+    return 0;
+  } catch (...) {
+    ReportException("", nullptr);
     return 0;
   }
 }

@@ -191,7 +191,7 @@ unsigned char ZoWeightsUtilities::BuildWeightMatrixText(ZoDatasetVector* dataset
     return 1;
   } catch (const std::bad_alloc&) {
     AddErrorMessage(msg::EUb002);
-  } catch (const std::exception&) {
+  } catch (...) {
     AddErrorMessage(msg::ESa049);
   }
   return 0;
