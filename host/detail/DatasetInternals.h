@@ -9,6 +9,7 @@
 // is the one it expects; otherwise it reads by feature ID. That check also
 // covers writes that moved or reset the cursor.
 #include <cstdint>
+#include <memory>
 #include <string>
 #include <string_view>
 #include <utility>
@@ -76,6 +77,11 @@ struct LayerState {
 struct HostAccess {
   static GDALDataset* Gdal(const ZoDataSource& source);
   static OGRLayer* Layer(const ZoDatasetVector& dataset);
+  // A datasource that owns an opened GDAL dataset, listing none of its
+  // layers until they are adopted.
+  static std::unique_ptr<ZoDataSource> Wrap(GDALDataset* gdal, const std::string& path);
+  // The dataset of a layer of `source`, listed from now on.
+  static ZoDatasetVector* Adopt(ZoDataSource& source, OGRLayer* layer);
 };
 
 }  // namespace ZOC::detail
