@@ -95,19 +95,20 @@ struct ZoResultWriter::Impl {
   std::string layer, driver, error, writtenLayer;
   bool overwrite = false, usage = false, exists = false, inPlace = false;
   std::vector<fs::path> oldFiles;  // the files of the output being replaced
-  // GeoPackage and SQLite results are written straight into the output's
-  // format (a temporary layer of an existing file, else a new file in the
-  // scratch folder); any other format is staged in a scratch GeoPackage and
-  // copied into its format on commit. Either way the result lives on disk.
+  // A new GeoPackage or SQLite output is written straight into its final
+  // file in the scratch folder. Anything else is staged in a scratch
+  // GeoPackage and copied on commit: into the output's format, or into a
+  // temporary layer of the existing file (which must stay exactly as it was,
+  // byte for byte, should the analysis fail). Either way it lives on disk.
   bool direct = false;
   fs::path scratch;       // hidden folder beside the target; empty when none
   fs::path file;          // the file the result is being written into
   std::string table;      // the result's layer in that file
+  std::string temporary;  // the temporary layer in an existing output, while it exists
   detail::SrsPtr srs;     // the result's coordinate system as given
   OGRwkbGeometryType type = wkbNone;
   std::unique_ptr<ZoDataSource> source;  // open on `file` until commit
   ZoDatasetVector* result = nullptr;
-  bool committed = false;
   long long written = 0;
 
   std::string detail;  // the last failure's detail, without its identifier
@@ -129,8 +130,9 @@ struct ZoResultWriter::Impl {
   bool Holds(long long expected, int fields, OGRLayer& written);
   bool TrialWrite();
   bool CommitDirect(ZoProgress* progress);
-  bool BuildIndex(const std::string& fid, const std::string& geometry, long long count, ZoProgress* progress);
-  bool CheckAndSwap(long long expected, int fields);
+  bool CommitInPlace(ZoProgress* progress);
+  bool BuildIndex(const detail::GpkgIndexTarget& target, long long count, ZoProgress* progress);
+  bool CheckAndSwap(const fs::path& at, const std::string& name, long long expected, int fields);
   bool SwapLayers(GDALDataset& ds, OGRLayer* temporary);
   bool MakeScratch(fs::path& folder);
   bool CommitStaged(ZoProgress* progress);
@@ -220,8 +222,9 @@ ZoDatasetVector* ZoResultWriter::CreateResult(const ZoDatasetVector* like, int d
                                      : model             ? model->GetSpatialRef()
                                                          : detail::PrjAccess::Get(cs);
     m.srs.reset(srs ? srs->Clone() : nullptr);
-    m.direct = m.driver == "GPKG" || m.driver == "SQLite";
-    if (!m.direct && !m.TrialWrite()) return nullptr;
+    const bool holdsAny = m.driver == "GPKG" || m.driver == "SQLite";
+    m.direct = holdsAny && !m.inPlace;
+    if (!holdsAny && !m.TrialWrite()) return nullptr;
     if (!m.OpenTarget()) {
       m.Discard();
       return nullptr;
@@ -234,24 +237,13 @@ ZoDatasetVector* ZoResultWriter::CreateResult(const ZoDatasetVector* like, int d
   }
 }
 
-// The file and layer the analysis writes into: a temporary layer of an
-// existing GeoPackage or SQLite file, a new file of the output's format in
-// the scratch folder, or a scratch GeoPackage standing in for any other format.
+// The file and layer the analysis writes into, in a new scratch folder: the
+// output itself when it is a new GeoPackage or SQLite file, else a
+// GeoPackage standing in for it.
 bool ZoResultWriter::Impl::OpenTarget() {
-  detail::QuietErrors quiet;
-  if (inPlace) {
-    const char* drivers[] = {driver.c_str(), nullptr};
-    GDALDataset* ds = GDALDataset::Open(path.c_str(), GDAL_OF_VECTOR | GDAL_OF_UPDATE, drivers, nullptr, nullptr);
-    if (!ds) return Fail(msg::EUa014, quiet.Message());
-    file = path;
-    source = detail::HostAccess::Wrap(ds, path.string());
-    table = layer + "_zostat_tmp_" + TemporarySuffix();
-    while (FindLayer(*ds, table)) table += "_";
-  } else {
-    if (!MakeScratch(scratch)) return false;
-    table = layer;
-    if (!CreateFile(direct ? scratch / path.filename() : scratch / "stage.gpkg", direct ? driver : "GPKG")) return false;
-  }
+  if (!MakeScratch(scratch)) return false;
+  table = layer;
+  if (!CreateFile(direct ? scratch / path.filename() : scratch / "stage.gpkg", direct ? driver : "GPKG")) return false;
   GDALDataset& ds = *detail::HostAccess::Gdal(*source);
   OGRLayer* created = NewLayer(ds, direct ? driver : "GPKG", table);
   if (!created) return false;
@@ -296,17 +288,14 @@ void ZoResultWriter::Impl::Discard() {
   try {
     detail::QuietErrors quiet;
     result = nullptr;
-    if (!committed && inPlace && !table.empty()) {
-      if (!source) {
-        const char* drivers[] = {driver.c_str(), nullptr};
-        GDALDataset* ds = GDALDataset::Open(path.c_str(), GDAL_OF_VECTOR | GDAL_OF_UPDATE, drivers, nullptr, nullptr);
-        if (ds) source = detail::HostAccess::Wrap(ds, path.string());
-      }
-      GDALDataset* ds = source ? detail::HostAccess::Gdal(*source) : nullptr;
-      if (OGRLayer* left = ds ? FindLayer(*ds, table) : nullptr) ds->DeleteLayer(LayerIndex(*ds, left));
-    }
     source.reset();
     table.clear();
+    if (!temporary.empty()) {
+      const char* drivers[] = {driver.c_str(), nullptr};
+      GdalPtr ds(GDALDataset::Open(path.c_str(), GDAL_OF_VECTOR | GDAL_OF_UPDATE, drivers, nullptr, nullptr));
+      if (OGRLayer* left = ds ? FindLayer(*ds, temporary) : nullptr) ds->DeleteLayer(LayerIndex(*ds, left));
+      temporary.clear();
+    }
     if (!scratch.empty()) {
       std::error_code ec;
       fs::remove_all(scratch, ec);
@@ -376,8 +365,9 @@ bool ZoResultWriter::Commit(ZoProgress* progress) {
     }
     if (!m.result->Commit()) return m.Fail(msg::EUa016, "the last features could not be written");
     if (progress && progress->IsCanceled()) return m.Fail(msg::IMb030, "");
-    const bool ok = m.direct ? m.CommitDirect(progress) : m.CommitStaged(progress);
-    m.committed = ok;
+    const bool ok = m.direct    ? m.CommitDirect(progress)
+                     : m.inPlace ? m.CommitInPlace(progress)
+                                 : m.CommitStaged(progress);
     m.Discard();
     return ok;
   } catch (const std::exception& e) {
@@ -387,24 +377,47 @@ bool ZoResultWriter::Commit(ZoProgress* progress) {
 }
 
 // The result is already in its format: close it, index it, check it from a
-// fresh opening, and put it in place.
+// fresh opening, and move it into place.
 bool ZoResultWriter::Impl::CommitDirect(ZoProgress* progress) {
   OGRLayer& ogr = *detail::HostAccess::Layer(*result);
   const long long expected = ogr.GetFeatureCount(TRUE);
   const int fields = ogr.GetLayerDefn()->GetFieldCount();
-  const std::string fid = ogr.GetFIDColumn(), geometry = ogr.GetGeometryColumn();
+  const detail::GpkgIndexTarget index{file.string(), table, ogr.GetFIDColumn(), ogr.GetGeometryColumn(), true};
   result = nullptr;
   source.reset();  // GDAL writes what it still holds and lets go of the file
-  if (driver == "GPKG" && type != wkbNone && !BuildIndex(fid, geometry, expected, progress)) return false;
-  if (!CheckAndSwap(expected, fields)) return false;
-  if (!inPlace && !MoveIntoPlace(scratch)) return false;
+  if (driver == "GPKG" && type != wkbNone && !BuildIndex(index, expected, progress)) return false;
+  if (!CheckAndSwap(file, table, expected, fields) || !MoveIntoPlace(scratch)) return false;
   written = expected;
   return true;
 }
 
-bool ZoResultWriter::Impl::BuildIndex(const std::string& fid, const std::string& geometry, long long count,
-                                      ZoProgress* progress) {
-  detail::GpkgIndexTarget target{file.string(), table, fid, geometry, !inPlace};
+// Copies the staged result into a temporary layer of the existing output,
+// indexes it, checks it from a fresh opening and swaps it for the old layer.
+bool ZoResultWriter::Impl::CommitInPlace(ZoProgress* progress) {
+  OGRLayer& from = *detail::HostAccess::Layer(*result);
+  const long long expected = from.GetFeatureCount(TRUE);
+  const int fields = from.GetLayerDefn()->GetFieldCount();
+  detail::GpkgIndexTarget index{path.string(), "", "", "", false};
+  {
+    detail::QuietErrors quiet;
+    const char* drivers[] = {driver.c_str(), nullptr};
+    GdalPtr ds(GDALDataset::Open(path.c_str(), GDAL_OF_VECTOR | GDAL_OF_UPDATE, drivers, nullptr, nullptr));
+    if (!ds) return Fail(msg::EUa014, quiet.Message());
+    std::string name = layer + "_zostat_tmp_" + TemporarySuffix();
+    while (FindLayer(*ds, name)) name += "_";
+    temporary = name;
+    OGRLayer* copy = Copy(from, *ds, name, progress);
+    if (!copy) return false;
+    index = {path.string(), name, copy->GetFIDColumn(), copy->GetGeometryColumn(), false};
+  }
+  if (driver == "GPKG" && type != wkbNone && !BuildIndex(index, expected, progress)) return false;
+  if (!CheckAndSwap(path, index.table, expected, fields)) return false;
+  temporary.clear();  // it has the layer's own name now
+  written = expected;
+  return true;
+}
+
+bool ZoResultWriter::Impl::BuildIndex(const detail::GpkgIndexTarget& target, long long count, ZoProgress* progress) {
   std::function<bool(double)> keepGoing;
   if (progress)
     keepGoing = [&](double done) {
@@ -417,22 +430,20 @@ bool ZoResultWriter::Impl::BuildIndex(const std::string& fid, const std::string&
   return cancelled ? Fail(msg::IMb030, "") : Fail(msg::EUa100, why);
 }
 
-// Opens the written file afresh: it must hold the result whole; a temporary
-// layer then takes the old layer's place.
-bool ZoResultWriter::Impl::CheckAndSwap(long long expected, int fields) {
+// Opens the written file afresh: it must hold the result whole. A temporary
+// layer in an existing output then takes the old layer's place.
+bool ZoResultWriter::Impl::CheckAndSwap(const fs::path& at, const std::string& name, long long expected, int fields) {
   detail::QuietErrors quiet;
   const char* drivers[] = {driver.c_str(), nullptr};
   const unsigned flags = GDAL_OF_VECTOR | (inPlace ? GDAL_OF_UPDATE : GDAL_OF_READONLY);
-  GdalPtr ds(GDALDataset::Open(file.c_str(), flags, drivers, nullptr, nullptr));
+  GdalPtr ds(GDALDataset::Open(at.c_str(), flags, drivers, nullptr, nullptr));
   if (!ds) return Fail(msg::EUa017, "the written file cannot be read back: " + quiet.Message());
-  OGRLayer* back = FindLayer(*ds, table);
+  OGRLayer* back = FindLayer(*ds, name);
   if (!back) return Fail(msg::EUa017, "the written layer cannot be found");
   if (!Holds(expected, fields, *back)) return false;
   if (inPlace) {
     if (!back->TestCapability(OLCRename)) return Fail(msg::EUa018, "the format cannot rename layers");
     if (!SwapLayers(*ds, back)) return false;
-    // The layer has its final name: nothing temporary is left to remove.
-    table.clear();
   }
   writtenLayer = back->GetName();
   ds.reset();
