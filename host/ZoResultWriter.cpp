@@ -219,8 +219,8 @@ ZoDatasetVector* ZoResultWriter::CreateResult(const ZoDatasetVector* like, int d
       return nullptr;
     }
     const OGRSpatialReference* srs = m.type == wkbNone ? nullptr
-                                     : model             ? model->GetSpatialRef()
-                                                         : detail::PrjAccess::Get(cs);
+                                     : model           ? model->GetSpatialRef()
+                                                       : detail::PrjAccess::Get(cs);
     m.srs.reset(srs ? srs->Clone() : nullptr);
     const bool holdsAny = m.driver == "GPKG" || m.driver == "SQLite";
     m.direct = holdsAny && !m.inPlace;
@@ -366,8 +366,8 @@ bool ZoResultWriter::Commit(ZoProgress* progress) {
     if (!m.result->Commit()) return m.Fail(msg::EUa016, "the last features could not be written");
     if (progress && progress->IsCanceled()) return m.Fail(msg::IMb030, "");
     const bool ok = m.direct    ? m.CommitDirect(progress)
-                     : m.inPlace ? m.CommitInPlace(progress)
-                                 : m.CommitStaged(progress);
+                    : m.inPlace ? m.CommitInPlace(progress)
+                                : m.CommitStaged(progress);
     m.Discard();
     return ok;
   } catch (const std::exception& e) {

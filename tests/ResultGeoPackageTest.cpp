@@ -182,9 +182,9 @@ TEST(ResultGeoPackage, IndexOfAReplacedLayerFollowsLaterEdits) {
     ASSERT_TRUE(layer);
     auto square = [](double x, double y) {
       OGRGeometry* g = nullptr;
-      const std::string wkt = "POLYGON ((" + std::to_string(x) + " " + std::to_string(y) + "," +
-                              std::to_string(x + 1) + " " + std::to_string(y) + "," + std::to_string(x + 1) + " " +
-                              std::to_string(y + 1) + "," + std::to_string(x) + " " + std::to_string(y) + "))";
+      const std::string wkt = "POLYGON ((" + std::to_string(x) + " " + std::to_string(y) + "," + std::to_string(x + 1) +
+                              " " + std::to_string(y) + "," + std::to_string(x + 1) + " " + std::to_string(y + 1) +
+                              "," + std::to_string(x) + " " + std::to_string(y) + "))";
       OGRGeometryFactory::createFromWkt(wkt.c_str(), nullptr, &g);
       return g;
     };

@@ -124,8 +124,7 @@ bool BlobBox(const unsigned char* p, int n, double box[4]) {
 bool ReadBoxes(sqlite3* db, const GpkgIndexTarget& t, std::size_t features,
                const std::function<bool(double)>& keepGoing, bool& cancelled, std::vector<Entry>& entries,
                std::string& error) {
-  Statement read =
-      Prepare(db, "SELECT " + Ident(t.fid) + ", " + Ident(t.geometry) + " FROM " + Ident(t.table), error);
+  Statement read = Prepare(db, "SELECT " + Ident(t.fid) + ", " + Ident(t.geometry) + " FROM " + Ident(t.table), error);
   if (!read) return false;
   int rc;
   std::size_t rows = 0;
@@ -150,7 +149,8 @@ void TileOrder(std::vector<Entry>& entries) {
   const std::size_t nodes = (entries.size() + kMaxCells - 1) / kMaxCells;
   const auto slices = static_cast<std::size_t>(std::ceil(std::sqrt(static_cast<double>(nodes))));
   const std::size_t perSlice = slices * kMaxCells;
-  std::sort(entries.begin(), entries.end(), [&](const Entry& a, const Entry& b) { return centre(a, 0) < centre(b, 0); });
+  std::sort(entries.begin(), entries.end(),
+            [&](const Entry& a, const Entry& b) { return centre(a, 0) < centre(b, 0); });
   for (std::size_t at = 0; at < entries.size(); at += perSlice)
     std::sort(entries.begin() + static_cast<std::ptrdiff_t>(at),
               entries.begin() + static_cast<std::ptrdiff_t>(std::min(entries.size(), at + perSlice)),
@@ -245,8 +245,8 @@ bool Pack(NodeWriter& writer, std::vector<Entry> level, const std::function<bool
 std::vector<std::string> Triggers(const GpkgIndexTarget& t, const std::string& rtree) {
   const std::string name = "rtree_" + t.table + "_" + t.geometry, T = Ident(t.table), c = Ident(t.geometry),
                     i = Ident(t.fid), R = Ident(rtree);
-  const std::string values = "VALUES (NEW." + i + ", ST_MinX(NEW." + c + "), ST_MaxX(NEW." + c + "), ST_MinY(NEW." +
-                             c + "), ST_MaxY(NEW." + c + "))";
+  const std::string values = "VALUES (NEW." + i + ", ST_MinX(NEW." + c + "), ST_MaxX(NEW." + c + "), ST_MinY(NEW." + c +
+                             "), ST_MaxY(NEW." + c + "))";
   const std::string present = "(NEW." + c + " NOTNULL AND NOT ST_IsEmpty(NEW." + c + "))";
   const std::string absent = "(NEW." + c + " ISNULL OR ST_IsEmpty(NEW." + c + "))";
   auto trigger = [&](const char* suffix, const std::string& when, const std::string& body) {
@@ -262,7 +262,8 @@ std::vector<std::string> Triggers(const GpkgIndexTarget& t, const std::string& r
               "DELETE FROM " + R + " WHERE id = OLD." + i + "; INSERT OR REPLACE INTO " + R + " " + values),
       trigger("_update4", "UPDATE ON " + T + " WHEN OLD." + i + " != NEW." + i + " AND " + absent,
               "DELETE FROM " + R + " WHERE id IN (OLD." + i + ", NEW." + i + ")"),
-      trigger("_delete", "DELETE ON " + T + " WHEN OLD." + c + " NOT NULL", "DELETE FROM " + R + " WHERE id = OLD." + i),
+      trigger("_delete", "DELETE ON " + T + " WHEN OLD." + c + " NOT NULL",
+              "DELETE FROM " + R + " WHERE id = OLD." + i),
   };
 }
 
