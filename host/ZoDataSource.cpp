@@ -252,6 +252,30 @@ ZoDatasetVector* detail::HostAccess::Adopt(ZoDataSource& source, OGRLayer* layer
   return source.m_impl->Adopt(&source, layer);
 }
 
+bool detail::HostAccess::Move(ZoDataSource& from, ZoDatasetVector* dataset, ZoDataSource& to, OGRLayer* layer) {
+  auto& list = from.m_impl->datasets;
+  const auto at = std::find_if(list.begin(), list.end(), [&](const auto& d) { return d.get() == dataset; });
+  if (at == list.end()) return false;
+  std::unique_ptr<ZoDatasetVector> moving = std::move(*at);
+  list.erase(at);
+  ZoDatasetVector::Impl& impl = *moving->m_impl;
+  const auto live = impl.state.live;
+  for (RecordsetLink* link : live) link->Detach();
+  impl.state.live.clear();
+  impl.owner = &to;
+  impl.state.layer = layer;
+  impl.state.gdal = to.m_impl->gdal;
+  impl.state.batch = to.m_impl->batch.get();
+  impl.state.cursorOwner = nullptr;
+  impl.state.appliedFilter.clear();
+  if (layer) {
+    impl.state.RefreshFieldTypes();
+    layer->ResetReading();
+  }
+  to.m_impl->datasets.push_back(std::move(moving));
+  return true;
+}
+
 std::unique_ptr<ZoDataSource> ZoDataSource::Impl::Wrap(GDALDataset* gdal, const std::string& path) {
   auto impl = std::make_unique<Impl>();
   impl->gdal = gdal;

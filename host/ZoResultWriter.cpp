@@ -102,6 +102,7 @@ struct ZoResultWriter::Impl {
   // byte for byte, should the analysis fail). Either way it lives on disk.
   bool direct = false;
   fs::path scratch;       // hidden folder beside the target; empty when none
+  fs::path stage;         // the scratch GeoPackage's own folder inside it, when staged
   fs::path file;          // the file the result is being written into
   std::string table;      // the result's layer in that file
   std::string temporary;  // the temporary layer in an existing output, while it exists
@@ -130,6 +131,7 @@ struct ZoResultWriter::Impl {
   bool Holds(long long expected, int fields, OGRLayer& written);
   bool TrialWrite();
   bool CommitDirect(ZoProgress* progress);
+  bool Reopen();
   bool CommitInPlace(ZoProgress* progress);
   bool BuildIndex(const detail::GpkgIndexTarget& target, long long count, ZoProgress* progress);
   bool CheckAndSwap(const fs::path& at, const std::string& name, long long expected, int fields);
@@ -243,7 +245,12 @@ ZoDatasetVector* ZoResultWriter::CreateResult(const ZoDatasetVector* like, int d
 bool ZoResultWriter::Impl::OpenTarget() {
   if (!MakeScratch(scratch)) return false;
   table = layer;
-  if (!CreateFile(direct ? scratch / path.filename() : scratch / "stage.gpkg", direct ? driver : "GPKG")) return false;
+  if (!direct) {
+    std::error_code ec;
+    stage = scratch / ".stage";
+    if (!fs::create_directory(stage, ec)) return Fail(msg::EUa014, "cannot create " + stage.string());
+  }
+  if (!CreateFile(direct ? scratch / path.filename() : stage / "stage.gpkg", direct ? driver : "GPKG")) return false;
   GDALDataset& ds = *detail::HostAccess::Gdal(*source);
   OGRLayer* created = NewLayer(ds, direct ? driver : "GPKG", table);
   if (!created) return false;
@@ -290,6 +297,7 @@ void ZoResultWriter::Impl::Discard() {
     result = nullptr;
     source.reset();
     table.clear();
+    stage.clear();
     if (!temporary.empty()) {
       const char* drivers[] = {driver.c_str(), nullptr};
       GdalPtr ds(GDALDataset::Open(path.c_str(), GDAL_OF_VECTOR | GDAL_OF_UPDATE, drivers, nullptr, nullptr));
@@ -368,7 +376,9 @@ bool ZoResultWriter::Commit(ZoProgress* progress) {
     const bool ok = m.direct    ? m.CommitDirect(progress)
                     : m.inPlace ? m.CommitInPlace(progress)
                                 : m.CommitStaged(progress);
-    m.Discard();
+    // After a success the result stays readable: from the output itself when
+    // written in its format, else from the stage, removed with the writer.
+    if (!ok) m.Discard();
     return ok;
   } catch (const std::exception& e) {
     m.Discard();
@@ -383,11 +393,30 @@ bool ZoResultWriter::Impl::CommitDirect(ZoProgress* progress) {
   const long long expected = ogr.GetFeatureCount(TRUE);
   const int fields = ogr.GetLayerDefn()->GetFieldCount();
   const detail::GpkgIndexTarget index{file.string(), table, ogr.GetFIDColumn(), ogr.GetGeometryColumn(), true};
-  result = nullptr;
-  source.reset();  // GDAL writes what it still holds and lets go of the file
+  // The result's dataset waits, closed, while GDAL lets go of the file and
+  // writes what it still holds; it is reopened on the finished output.
+  std::unique_ptr<ZoDataSource> parked = detail::HostAccess::Wrap(nullptr, "");
+  if (!detail::HostAccess::Move(*source, result, *parked, nullptr)) return Fail(msg::EUa016, "the result is not open");
+  source = std::move(parked);
   if (driver == "GPKG" && type != wkbNone && !BuildIndex(index, expected, progress)) return false;
   if (!CheckAndSwap(file, table, expected, fields) || !MoveIntoPlace(scratch)) return false;
   written = expected;
+  std::error_code ec;
+  fs::remove_all(scratch, ec);
+  scratch.clear();
+  return Reopen();
+}
+
+// Puts the result's dataset on the output now in place, read-only.
+bool ZoResultWriter::Impl::Reopen() {
+  detail::QuietErrors quiet;
+  const char* drivers[] = {driver.c_str(), nullptr};
+  GDALDataset* ds = GDALDataset::Open(path.c_str(), GDAL_OF_VECTOR | GDAL_OF_READONLY, drivers, nullptr, nullptr);
+  std::unique_ptr<ZoDataSource> output = ds ? detail::HostAccess::Wrap(ds, path.string()) : nullptr;
+  OGRLayer* back = ds ? FindLayer(*ds, writtenLayer) : nullptr;
+  if (!back || !detail::HostAccess::Move(*source, result, *output, back))
+    return Fail(msg::EUa017, "the written file cannot be read back: " + quiet.Message());
+  source = std::move(output);
   return true;
 }
 
@@ -453,13 +482,7 @@ bool ZoResultWriter::Impl::CheckAndSwap(const fs::path& at, const std::string& n
 // Copies the staged result into the output's format, next to it, and moves
 // the finished file into place.
 bool ZoResultWriter::Impl::CommitStaged(ZoProgress* progress) {
-  const fs::path stage = file;
   if (!WriteFile(*detail::HostAccess::Layer(*result), scratch / path.filename(), progress)) return false;
-  result = nullptr;
-  source.reset();
-  std::error_code ec;
-  fs::remove(stage, ec);
-  if (ec) return Fail(msg::EUa018, stage.string() + ": " + ec.message());
   return MoveIntoPlace(scratch);
 }
 
@@ -582,6 +605,7 @@ bool ZoResultWriter::Impl::MoveIntoPlace(const fs::path& scratch) {
   std::error_code ec;
   std::vector<fs::path> moved;
   for (const auto& entry : fs::directory_iterator(scratch, ec)) {
+    if (entry.path() == stage) continue;
     const fs::path target = folder / entry.path().filename();
     fs::rename(entry.path(), target, ec);
     if (ec) return Fail(msg::EUa018, target.string() + ": " + ec.message());

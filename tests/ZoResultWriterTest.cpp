@@ -93,9 +93,11 @@ TEST(ZoResultWriter, EveryFormatHoldsTheWholeResult) {
   for (const char* file : {"r.gpkg", "r.shp", "r.geojson", "r.fgb", "r.csv", "r.gml", "r.sqlite"}) {
     SCOPED_TRACE(file);
     ZoResultWriter writer;
-    ASSERT_TRUE(FillResult(writer, source->GetDataset(0), dir.File(file), false));
+    ZoDatasetVector* result = FillResult(writer, source->GetDataset(0), dir.File(file), false);
+    ASSERT_TRUE(result);
     ASSERT_TRUE(writer.Commit(nullptr)) << writer.GetError().Str();
     EXPECT_EQ(writer.GetWrittenCount(), kFeatures);
+    EXPECT_EQ(result->GetRecordCount(), kFeatures);  // still readable after the commit
 
     GDALDatasetUniquePtr back(GDALDataset::Open(dir.File(file).c_str(), GDAL_OF_VECTOR | GDAL_OF_READONLY));
     ASSERT_TRUE(back);

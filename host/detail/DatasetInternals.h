@@ -82,6 +82,10 @@ struct HostAccess {
   static std::unique_ptr<ZoDataSource> Wrap(GDALDataset* gdal, const std::string& path);
   // The dataset of a layer of `source`, listed from now on.
   static ZoDatasetVector* Adopt(ZoDataSource& source, OGRLayer* layer);
+  // Hands `dataset` (the same object, so callers' pointers stay valid) from
+  // `from` to `to`, over `to`'s `layer`; null `layer` parks it, closed,
+  // while its file is out of GDAL's hands. Recordsets open on it lose it.
+  static bool Move(ZoDataSource& from, ZoDatasetVector* dataset, ZoDataSource& to, OGRLayer* layer);
 };
 
 }  // namespace ZOC::detail
