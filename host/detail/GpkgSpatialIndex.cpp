@@ -7,6 +7,7 @@
 #include <cstring>
 #include <limits>
 #include <memory>
+#include <utility>
 #include <vector>
 
 #include <ogr_geometry.h>
@@ -174,7 +175,7 @@ class NodeWriter {
 
   // A node of `cells`; `depth` is written in the root only (node 1). Each
   // cell's id is linked to the node: a feature through _rowid on the leaf
-  // level, a child node through _parent above it.
+  // level, a child node through _parent above it (written by Links).
   bool Node(std::int64_t number, int depth, const Entry* cells, std::size_t count, bool leaf) {
     std::fill(m_blob.begin(), m_blob.end(), 0);
     if (number == 1) PutBigEndian(m_blob.data(), static_cast<std::uint64_t>(depth), 2);
@@ -187,11 +188,23 @@ class NodeWriter {
         std::memcpy(&bits, &cells[c].box[k], 4);
         PutBigEndian(cell + 8 + 4 * k, bits, 4);
       }
-      if (!Link(leaf ? m_rowid.get() : m_parent.get(), cells[c].id, number)) return false;
+      (leaf ? m_rowids : m_parents).emplace_back(cells[c].id, number);
     }
     sqlite3_bind_int64(m_node.get(), 1, number);
     sqlite3_bind_blob(m_node.get(), 2, m_blob.data(), static_cast<int>(m_blob.size()), SQLITE_STATIC);
     return Step(m_node.get());
+  }
+
+  // The links in key order: the tables are then filled by appending, where
+  // keys in the tree's order would scatter a million inserts over the
+  // table's pages.
+  bool Links() {
+    for (auto* links : {&m_rowids, &m_parents}) {
+      std::sort(links->begin(), links->end());
+      for (const auto& [key, node] : *links)
+        if (!Link(links == &m_rowids ? m_rowid.get() : m_parent.get(), key, node)) return false;
+    }
+    return true;
   }
 
  private:
@@ -206,6 +219,7 @@ class NodeWriter {
     return Step(s);
   }
   std::vector<unsigned char> m_blob;
+  std::vector<std::pair<std::int64_t, std::int64_t>> m_rowids, m_parents;  // key, node
   Statement m_node, m_rowid, m_parent;
 };
 
@@ -237,7 +251,7 @@ bool Pack(NodeWriter& writer, std::vector<Entry> level, const std::function<bool
     level = std::move(up);
     ++depth;
   }
-  return writer.Node(1, depth, level.data(), level.size(), depth == 0);
+  return writer.Node(1, depth, level.data(), level.size(), depth == 0) && writer.Links();
 }
 
 // The triggers the GeoPackage standard gives the gpkg_rtree_index extension:
