@@ -110,6 +110,7 @@ struct ZoResultWriter::Impl {
   OGRwkbGeometryType type = wkbNone;
   std::unique_ptr<ZoDataSource> source;  // open on `file` until commit
   ZoDatasetVector* result = nullptr;
+  bool committed = false;  // the result is in place; it stays readable
   long long written = 0;
 
   std::string detail;  // the last failure's detail, without its identifier
@@ -214,6 +215,7 @@ ZoDatasetVector* ZoResultWriter::CreateResult(const ZoDatasetVector* like, int d
   Impl& m = *m_impl;
   try {
     m.Discard();
+    m.committed = false;
     OGRLayer* model = like ? detail::HostAccess::Layer(*like) : nullptr;
     m.type = model ? model->GetGeomType() : detail::OGRTypeForDataset(datasetType);
     if (!model && m.type == wkbUnknown) {
@@ -365,6 +367,7 @@ bool ZoResultWriter::Impl::TrialWrite() {
 bool ZoResultWriter::Commit(ZoProgress* progress) {
   Impl& m = *m_impl;
   if (!m.result) return m.Fail(msg::EUa016, "no result");
+  if (m.committed) return m.Fail(msg::EUa016, "the result is already in place");
   try {
     if (progress) {
       progress->SetBothPosRange(0, 100);
@@ -379,6 +382,7 @@ bool ZoResultWriter::Commit(ZoProgress* progress) {
     // After a success the result stays readable: from the output itself when
     // written in its format, else from the stage, removed with the writer.
     if (!ok) m.Discard();
+    m.committed = ok;
     return ok;
   } catch (const std::exception& e) {
     m.Discard();

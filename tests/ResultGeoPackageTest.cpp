@@ -206,3 +206,11 @@ TEST(ResultGeoPackage, IndexOfAReplacedLayerFollowsLaterEdits) {
   EXPECT_EQ(back->GetLayerByName("res")->GetFeatureCount(TRUE), 1);
   EXPECT_EQ(back->GetLayerByName("src")->GetFeatureCount(TRUE), 10);
 }
+
+// No feature at all: the index exists, empty, and is still sound.
+TEST(ResultGeoPackage, AnEmptyResultHasAnEmptySoundIndex) {
+  satest::TempDir dir;
+  WriteSource(dir.File("src.gpkg"), 0, false);
+  ASSERT_NO_FATAL_FAILURE(WriteResult(dir.File("src.gpkg"), dir.File("out.gpkg"), false));
+  ExpectSoundIndex(dir.File("out.gpkg"), 0);
+}
