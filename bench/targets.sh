@@ -3,7 +3,8 @@
 # k-nearest 8, moran and general-g against `ogr2ogr -f CSV /vsistdout/` of
 # the same file, hotspot and cluster-outlier against `ogr2ogr` copying the
 # points to a new GeoPackage. Elapsed and CPU (user + system) seconds, peak
-# memory, and the ratios of both times.
+# memory, and the ratios of both times. The copy without a spatial index
+# (`-lco SPATIAL_INDEX=NO`) is the floor of any GeoPackage write.
 #   bench/targets.sh BUILD_DIR [N]
 here=$(cd "$(dirname "$0")" && pwd)
 source "$here/common.sh" "$1"
@@ -19,6 +20,7 @@ measure() {
 }
 csv=$(measure ogr2ogr -f CSV /vsistdout/ "$points")
 copy=$(measure ogr2ogr -f GPKG "$tmp/copy.gpkg" "$points")
+floor=$(measure ogr2ogr -f GPKG -lco SPATIAL_INDEX=NO "$tmp/floor.gpkg" "$points")
 printf '%-18s %9s %9s %8s   %s\n' run "elapsed s" "CPU s" "peak MB" "ratio elapsed / CPU"
 row() {  # name "e c m" reference
   read -r e c m <<< "$2"
@@ -28,6 +30,7 @@ row() {  # name "e c m" reference
 }
 printf '%-18s %9s %9s %8s\n' "CSV dump" $csv
 printf '%-18s %9s %9s %8s\n' "GeoPackage copy" $copy
+printf '%-18s %9s %9s %8s\n' "copy, no index" $floor
 row moran "$(measure "$z" moran --input "$points" "${knn[@]}")" "$csv" "the CSV dump"
 row general-g "$(measure "$z" general-g --input "$points" "${knn[@]}")" "$csv" "the CSV dump"
 row hotspot "$(measure "$z" hotspot --input "$points" "${knn[@]}" --output "$tmp/gi.gpkg" --overwrite)" "$copy" \

@@ -589,30 +589,104 @@ void ReadFieldValue(const OGRFeature& feature, int index, int hostType, LumaVari
   }
 }
 
+namespace {
+
+// An integer into an OGR integer field, within the range of its subtype (or
+// of a byte for host byte fields); booleans become 0 or 1.
+bool WriteInteger(OGRFeature& feature, int index, int hostType, const LumaVariant& value) {
+  const OGRFieldDefn* defn = feature.GetFieldDefnRef(index);
+  std::int64_t v = 0;
+  if (!IntegerOf(value, v)) return false;
+  std::int64_t lo = std::numeric_limits<int>::min(), hi = std::numeric_limits<int>::max();
+  if (defn->GetSubType() == OFSTBoolean) {
+    v = v != 0;
+  } else if (defn->GetSubType() == OFSTInt16) {
+    lo = -32768;
+    hi = 32767;
+  } else if (hostType == LUMA::FieldByte) {
+    lo = 0;
+    hi = 255;
+  }
+  if (v < lo || v > hi) return false;
+  feature.SetField(index, static_cast<int>(v));
+  return true;
+}
+
+void WriteText(OGRFeature& feature, int index, int hostType, const LumaVariant& value) {
+  if (hostType == LUMA::FieldTime && value.GetType() == LumaVariant::DateTime) {
+    feature.SetField(index, FormatTime(value.GetDateTime()).c_str());
+  } else if (value.GetType() == LumaVariant::Binary) {
+    const auto& b = value.GetBinary();
+    feature.SetField(index, std::string(b.begin(), b.end()).c_str());
+  } else {
+    feature.SetField(index, value.ToString().c_str());
+  }
+}
+
+bool WriteDateTime(OGRFeature& feature, int index, const LumaVariant& value) {
+  if (value.GetType() == LumaVariant::DateTime) {
+    const LumaDateTime& t = value.GetDateTime();
+    if (feature.GetFieldDefnRef(index)->GetType() == OFTDate)
+      feature.SetField(index, t.year, t.month, t.day, 0, 0, 0.0f, 0);
+    else
+      feature.SetField(index, t.year, t.month, t.day, t.hour, t.minute, static_cast<float>(t.second), t.tzFlag);
+    return true;
+  }
+  if (value.GetType() != LumaVariant::Text) return false;
+  OGRField parsed;
+  if (!OGRParseDate(value.GetText().c_str(), &parsed, 0)) return false;
+  feature.SetField(index, &parsed);
+  return true;
+}
+
+bool WriteBinary(OGRFeature& feature, int index, const LumaVariant& value) {
+  if (value.GetType() == LumaVariant::Binary) {
+    const auto& b = value.GetBinary();
+    feature.SetField(index, static_cast<int>(b.size()), b.data());
+    return true;
+  }
+  if (value.GetType() != LumaVariant::Text) return false;
+  const std::string& s = value.GetText().Str();
+  feature.SetField(index, static_cast<int>(s.size()), s.data());
+  return true;
+}
+
+// Text in OGR's list form "(n:a,b,...)" (what reading gives) becomes the
+// list again; any other text is a one-element list.
+void WriteStringList(OGRFeature& feature, int index, const LumaVariant& value) {
+  const std::string text = value.ToString().Str();
+  int count = -1, used = 0;
+  if (text.size() >= 4 && text.front() == '(' && text.back() == ')' &&
+      std::sscanf(text.c_str(), "(%d:%n", &count, &used) == 1 && count >= 0 && used > 0) {
+    const std::string body = text.substr(static_cast<std::size_t>(used), text.size() - 1 - used);
+    CPLStringList items;
+    if (count > 0) {
+      std::size_t start = 0;
+      for (;;) {
+        const std::size_t comma = body.find(',', start);
+        items.AddString(body.substr(start, comma == std::string::npos ? std::string::npos : comma - start).c_str());
+        if (comma == std::string::npos) break;
+        start = comma + 1;
+      }
+    }
+    if (items.Count() == count) {
+      feature.SetField(index, items.List());
+      return;
+    }
+  }
+  const char* const single[] = {text.c_str(), nullptr};
+  feature.SetField(index, single);
+}
+
+}  // namespace
+
 bool WriteFieldValue(OGRFeature& feature, int index, int hostType, const LumaVariant& value) {
   if (value.IsNull()) {
     feature.SetFieldNull(index);
     return true;
   }
-  const OGRFieldDefn* defn = feature.GetFieldDefnRef(index);
-  switch (defn->GetType()) {
-    case OFTInteger: {
-      std::int64_t v = 0;
-      if (!IntegerOf(value, v)) return false;
-      std::int64_t lo = std::numeric_limits<int>::min(), hi = std::numeric_limits<int>::max();
-      if (defn->GetSubType() == OFSTBoolean) {
-        v = v != 0;
-      } else if (defn->GetSubType() == OFSTInt16) {
-        lo = -32768;
-        hi = 32767;
-      } else if (hostType == LUMA::FieldByte) {
-        lo = 0;
-        hi = 255;
-      }
-      if (v < lo || v > hi) return false;
-      feature.SetField(index, static_cast<int>(v));
-      return true;
-    }
+  switch (feature.GetFieldDefnRef(index)->GetType()) {
+    case OFTInteger: return WriteInteger(feature, index, hostType, value);
     case OFTInteger64: {
       std::int64_t v = 0;
       if (!IntegerOf(value, v)) return false;
@@ -625,75 +699,12 @@ bool WriteFieldValue(OGRFeature& feature, int index, int hostType, const LumaVar
       feature.SetField(index, v);
       return true;
     }
-    case OFTString:
-      if (hostType == LUMA::FieldTime && value.GetType() == LumaVariant::DateTime) {
-        feature.SetField(index, FormatTime(value.GetDateTime()).c_str());
-        return true;
-      }
-      if (value.GetType() == LumaVariant::Binary) {
-        const auto& b = value.GetBinary();
-        feature.SetField(index, std::string(b.begin(), b.end()).c_str());
-        return true;
-      }
-      feature.SetField(index, value.ToString().c_str());
-      return true;
+    case OFTString: WriteText(feature, index, hostType, value); return true;
     case OFTDate:
     case OFTDateTime:
-    case OFTTime:
-      if (value.GetType() == LumaVariant::DateTime) {
-        const LumaDateTime& t = value.GetDateTime();
-        if (defn->GetType() == OFTDate)
-          feature.SetField(index, t.year, t.month, t.day, 0, 0, 0.0f, 0);
-        else
-          feature.SetField(index, t.year, t.month, t.day, t.hour, t.minute, static_cast<float>(t.second), t.tzFlag);
-        return true;
-      }
-      if (value.GetType() == LumaVariant::Text) {
-        OGRField parsed;
-        if (!OGRParseDate(value.GetText().c_str(), &parsed, 0)) return false;
-        feature.SetField(index, &parsed);
-        return true;
-      }
-      return false;
-    case OFTBinary:
-      if (value.GetType() == LumaVariant::Binary) {
-        const auto& b = value.GetBinary();
-        feature.SetField(index, static_cast<int>(b.size()), b.data());
-        return true;
-      }
-      if (value.GetType() == LumaVariant::Text) {
-        const std::string& s = value.GetText().Str();
-        feature.SetField(index, static_cast<int>(s.size()), s.data());
-        return true;
-      }
-      return false;
-    case OFTStringList: {
-      // Text in OGR's list form "(n:a,b,...)" (what reading gives) becomes
-      // the list again; any other text is a one-element list.
-      const std::string text = value.ToString().Str();
-      int count = -1, used = 0;
-      if (text.size() >= 4 && text.front() == '(' && text.back() == ')' &&
-          std::sscanf(text.c_str(), "(%d:%n", &count, &used) == 1 && count >= 0 && used > 0) {
-        const std::string body = text.substr(static_cast<std::size_t>(used), text.size() - 1 - used);
-        CPLStringList items;
-        if (count > 0) {
-          std::size_t start = 0;
-          for (;;) {
-            const std::size_t comma = body.find(',', start);
-            items.AddString(body.substr(start, comma == std::string::npos ? std::string::npos : comma - start).c_str());
-            if (comma == std::string::npos) break;
-            start = comma + 1;
-          }
-        }
-        if (items.Count() == count) {
-          feature.SetField(index, items.List());
-          return true;
-        }
-      }
-      const char* const single[] = {text.c_str(), nullptr};
-      feature.SetField(index, single);
-      return true;
-    }
+    case OFTTime: return WriteDateTime(feature, index, value);
+    case OFTBinary: return WriteBinary(feature, index, value);
+    case OFTStringList: WriteStringList(feature, index, value); return true;
     default: feature.SetField(index, value.ToString().c_str()); return true;
   }
 }

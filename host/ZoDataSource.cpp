@@ -20,6 +20,15 @@ struct ZoDataSource::Impl {
   // the layer's extent.
   static std::unique_ptr<ZoDatasetVector> MakeDataset(ZoDataSource* owner, GDALDataset* gdal, detail::WriteBatch* batch,
                                                       OGRLayer* layer);
+  // A datasource over an opened GDAL dataset, which it then owns; no
+  // datasets listed yet.
+  static std::unique_ptr<ZoDataSource> Wrap(GDALDataset* gdal, const std::string& path);
+  // Adds a dataset for a layer of the datasource.
+  ZoDatasetVector* Adopt(ZoDataSource* owner, OGRLayer* layer);
+  // Creates a layer (replacing one of that name when `overwrite` is set) and
+  // its dataset; null with a reason in *error.
+  ZoDatasetVector* AddLayer(ZoDataSource* owner, const LumaUnicodeString& name, OGRwkbGeometryType type,
+                            const OGRSpatialReference* srs, bool overwrite, LumaUnicodeString* error);
 };
 
 namespace {
@@ -65,13 +74,8 @@ std::unique_ptr<ZoDataSource> ZoDataSource::Open(const LumaUnicodeString& path, 
       SetError(error, "cannot open " + path.Str(), quiet);
       return nullptr;
     }
-    auto impl = std::make_unique<Impl>();
-    impl->gdal = gdal;
-    impl->path = path.Str();
-    impl->batch = std::make_unique<detail::WriteBatch>(gdal);
-    std::unique_ptr<ZoDataSource> ds(new ZoDataSource(std::move(impl)));
-    for (int i = 0; i < gdal->GetLayerCount(); ++i)
-      ds->m_impl->datasets.push_back(Impl::MakeDataset(ds.get(), gdal, ds->m_impl->batch.get(), gdal->GetLayer(i)));
+    std::unique_ptr<ZoDataSource> ds = Impl::Wrap(gdal, path.Str());
+    for (int i = 0; i < gdal->GetLayerCount(); ++i) ds->m_impl->Adopt(ds.get(), gdal->GetLayer(i));
     return ds;
   } catch (...) {
     if (error) *error = "cannot open " + path.Str();
@@ -96,11 +100,7 @@ std::unique_ptr<ZoDataSource> ZoDataSource::OpenOrCreate(const LumaUnicodeString
       SetError(error, "cannot create " + path.Str(), quiet);
       return nullptr;
     }
-    auto impl = std::make_unique<Impl>();
-    impl->gdal = gdal;
-    impl->path = path.Str();
-    impl->batch = std::make_unique<detail::WriteBatch>(gdal);
-    return std::unique_ptr<ZoDataSource>(new ZoDataSource(std::move(impl)));
+    return Impl::Wrap(gdal, path.Str());
   } catch (...) {
     if (error) *error = "cannot create " + path.Str();
     return nullptr;
@@ -115,11 +115,7 @@ std::unique_ptr<ZoDataSource> ZoDataSource::CreateMemory(const LumaUnicodeString
     if (!driver) return nullptr;
     GDALDataset* gdal = driver->Create(name.c_str(), 0, 0, 0, GDT_Unknown, nullptr);
     if (!gdal) return nullptr;
-    auto impl = std::make_unique<Impl>();
-    impl->gdal = gdal;
-    impl->path = name.Str();
-    impl->batch = std::make_unique<detail::WriteBatch>(gdal);
-    return std::unique_ptr<ZoDataSource>(new ZoDataSource(std::move(impl)));
+    return Impl::Wrap(gdal, name.Str());
   } catch (...) {
     return nullptr;
   }
@@ -157,79 +153,54 @@ ZoDatasetVector* ZoDataSource::GetDataset(const LumaUnicodeString& name) {
 
 ZoDatasetVector* ZoDataSource::CreateDatasetVector(const LumaUnicodeString& name, int datasetType,
                                                    const ZoPrjCoordSys& cs, bool overwrite, LumaUnicodeString* error) {
+  const OGRwkbGeometryType type = detail::OGRTypeForDataset(datasetType);
+  if (type == wkbUnknown) {
+    if (error) *error = "unknown dataset type " + std::to_string(datasetType);
+    return nullptr;
+  }
+  return m_impl->AddLayer(this, name, type, type == wkbNone ? nullptr : detail::PrjAccess::Get(cs), overwrite, error);
+}
+
+ZoDatasetVector* ZoDataSource::CreateDatasetVector(const LumaUnicodeString& name, const ZoDatasetVector& like,
+                                                   bool overwrite, LumaUnicodeString* error) {
+  OGRLayer* model = detail::HostAccess::Layer(like);
+  if (!model) {
+    if (error) *error = "no model dataset";
+    return nullptr;
+  }
+  const OGRwkbGeometryType type = model->GetGeomType();
+  return m_impl->AddLayer(this, name, type, type == wkbNone ? nullptr : model->GetSpatialRef(), overwrite, error);
+}
+
+ZoDatasetVector* ZoDataSource::Impl::AddLayer(ZoDataSource* owner, const LumaUnicodeString& name,
+                                              OGRwkbGeometryType type, const OGRSpatialReference* srs, bool overwrite,
+                                              LumaUnicodeString* error) {
   try {
     detail::QuietErrors quiet;
     if (name.IsEmpty()) {
       if (error) *error = "empty dataset name";
       return nullptr;
     }
-    const OGRwkbGeometryType type = detail::OGRTypeForDataset(datasetType);
-    if (type == wkbUnknown) {
-      if (error) *error = "unknown dataset type " + std::to_string(datasetType);
-      return nullptr;
-    }
-    if (GetDataset(name)) {
+    if (owner->GetDataset(name)) {
       if (!overwrite) {
         if (error) *error = "dataset " + name.Str() + " exists";
         return nullptr;
       }
-      if (!DeleteDataset(name)) {
+      if (!owner->DeleteDataset(name)) {
         SetError(error, "cannot replace dataset " + name.Str(), quiet);
         return nullptr;
       }
     }
-    m_impl->batch->Commit();  // schema changes outside the write transaction
-
+    batch->Commit();  // schema changes outside the write transaction
     CPLStringList options;
-    const std::string driver = GetDriverName().Str();
-    if (driver == "ESRI Shapefile") options.SetNameValue("ENCODING", "UTF-8");
-    detail::SrsPtr srs(detail::PrjAccess::Get(cs) ? detail::PrjAccess::Get(cs)->Clone() : nullptr);
-    if (type == wkbNone) srs.reset();
-    OGRLayer* layer = m_impl->gdal->CreateLayer(name.c_str(), srs.get(), type, options.List());
+    if (owner->GetDriverName().Str() == "ESRI Shapefile") options.SetNameValue("ENCODING", "UTF-8");
+    detail::SrsPtr copy(srs ? srs->Clone() : nullptr);
+    OGRLayer* layer = gdal->CreateLayer(name.c_str(), copy.get(), type, options.List());
     if (!layer) {
       SetError(error, "cannot create dataset " + name.Str(), quiet);
       return nullptr;
     }
-    m_impl->datasets.push_back(Impl::MakeDataset(this, m_impl->gdal, m_impl->batch.get(), layer));
-    return m_impl->datasets.back().get();
-  } catch (...) {
-    if (error) *error = "cannot create dataset " + name.Str();
-    return nullptr;
-  }
-}
-
-ZoDatasetVector* ZoDataSource::CreateDatasetVector(const LumaUnicodeString& name, const ZoDatasetVector& like,
-                                                   bool overwrite, LumaUnicodeString* error) {
-  try {
-    detail::QuietErrors quiet;
-    OGRLayer* model = detail::HostAccess::Layer(like);
-    if (name.IsEmpty() || !model) {
-      if (error) *error = "empty dataset name";
-      return nullptr;
-    }
-    if (GetDataset(name)) {
-      if (!overwrite) {
-        if (error) *error = "dataset " + name.Str() + " exists";
-        return nullptr;
-      }
-      if (!DeleteDataset(name)) {
-        SetError(error, "cannot replace dataset " + name.Str(), quiet);
-        return nullptr;
-      }
-    }
-    m_impl->batch->Commit();
-    const OGRwkbGeometryType type = model->GetGeomType();
-    const OGRSpatialReference* modelSrs = type == wkbNone ? nullptr : model->GetSpatialRef();
-    detail::SrsPtr srs(modelSrs ? modelSrs->Clone() : nullptr);
-    CPLStringList options;
-    if (GetDriverName().Str() == "ESRI Shapefile") options.SetNameValue("ENCODING", "UTF-8");
-    OGRLayer* layer = m_impl->gdal->CreateLayer(name.c_str(), srs.get(), type, options.List());
-    if (!layer) {
-      SetError(error, "cannot create dataset " + name.Str(), quiet);
-      return nullptr;
-    }
-    m_impl->datasets.push_back(Impl::MakeDataset(this, m_impl->gdal, m_impl->batch.get(), layer));
-    return m_impl->datasets.back().get();
+    return Adopt(owner, layer);
   } catch (...) {
     if (error) *error = "cannot create dataset " + name.Str();
     return nullptr;
@@ -272,6 +243,51 @@ std::vector<LumaUnicodeString> ZoDataSource::GetFileList() const {
 }
 
 GDALDataset* detail::HostAccess::Gdal(const ZoDataSource& source) { return source.m_impl->gdal; }
+
+std::unique_ptr<ZoDataSource> detail::HostAccess::Wrap(GDALDataset* gdal, const std::string& path) {
+  return ZoDataSource::Impl::Wrap(gdal, path);
+}
+
+ZoDatasetVector* detail::HostAccess::Adopt(ZoDataSource& source, OGRLayer* layer) {
+  return source.m_impl->Adopt(&source, layer);
+}
+
+bool detail::HostAccess::Move(ZoDataSource& from, ZoDatasetVector* dataset, ZoDataSource& to, OGRLayer* layer) {
+  auto& list = from.m_impl->datasets;
+  const auto at = std::find_if(list.begin(), list.end(), [&](const auto& d) { return d.get() == dataset; });
+  if (at == list.end()) return false;
+  std::unique_ptr<ZoDatasetVector> moving = std::move(*at);
+  list.erase(at);
+  ZoDatasetVector::Impl& impl = *moving->m_impl;
+  const auto live = impl.state.live;
+  for (RecordsetLink* link : live) link->Detach();
+  impl.state.live.clear();
+  impl.owner = &to;
+  impl.state.layer = layer;
+  impl.state.gdal = to.m_impl->gdal;
+  impl.state.batch = to.m_impl->batch.get();
+  impl.state.cursorOwner = nullptr;
+  impl.state.appliedFilter.clear();
+  if (layer) {
+    impl.state.RefreshFieldTypes();
+    layer->ResetReading();
+  }
+  to.m_impl->datasets.push_back(std::move(moving));
+  return true;
+}
+
+std::unique_ptr<ZoDataSource> ZoDataSource::Impl::Wrap(GDALDataset* gdal, const std::string& path) {
+  auto impl = std::make_unique<Impl>();
+  impl->gdal = gdal;
+  impl->path = path;
+  impl->batch = std::make_unique<detail::WriteBatch>(gdal);
+  return std::unique_ptr<ZoDataSource>(new ZoDataSource(std::move(impl)));
+}
+
+ZoDatasetVector* ZoDataSource::Impl::Adopt(ZoDataSource* owner, OGRLayer* layer) {
+  datasets.push_back(MakeDataset(owner, gdal, batch.get(), layer));
+  return datasets.back().get();
+}
 
 std::unique_ptr<ZoDatasetVector> ZoDataSource::Impl::MakeDataset(ZoDataSource* owner, GDALDataset* gdal,
                                                                  detail::WriteBatch* batch, OGRLayer* layer) {

@@ -6,6 +6,7 @@
 #include <atomic>
 #include <cctype>
 #include <filesystem>
+#include <functional>
 #include <string>
 #include <system_error>
 
@@ -15,7 +16,9 @@
 #include "host/ZoProgress.h"
 #include "host/ZoStringEx.h"
 #include "host/detail/DatasetInternals.h"
+#include "host/detail/GpkgSpatialIndex.h"
 #include "host/detail/OgrBridge.h"
+#include "host/detail/PrjAccess.h"
 
 namespace fs = std::filesystem;
 
@@ -79,22 +82,6 @@ CPLStringList LayerOptions(const std::string& driver, bool geometry) {
   return options;
 }
 
-// Builds the R-tree of a GeoPackage layer written without one, so the
-// result is as any GeoPackage writer leaves it.
-bool BuildSpatialIndex(GDALDataset& ds, OGRLayer& layer) {
-  if (layer.GetGeomType() == wkbNone) return true;
-  auto quoted = [](std::string text) {
-    for (std::size_t at = text.find('\''); at != std::string::npos; at = text.find('\'', at + 2))
-      text.insert(at, 1, '\'');
-    return "'" + text + "'";
-  };
-  const std::string sql =
-      "SELECT CreateSpatialIndex(" + quoted(layer.GetName()) + ", " + quoted(layer.GetGeometryColumn()) + ")";
-  CPLErrorReset();
-  if (OGRLayer* answer = ds.ExecuteSQL(sql.c_str(), nullptr, nullptr)) ds.ReleaseResultSet(answer);
-  return CPLGetLastErrorType() < CE_Failure;
-}
-
 // A unique suffix for temporary names within this process.
 std::string TemporarySuffix() {
   static std::atomic<int> counter{0};
@@ -108,12 +95,27 @@ struct ZoResultWriter::Impl {
   std::string layer, driver, error, writtenLayer;
   bool overwrite = false, usage = false, exists = false, inPlace = false;
   std::vector<fs::path> oldFiles;  // the files of the output being replaced
-  std::unique_ptr<ZoDataSource> memory;
+  // A new GeoPackage or SQLite output is written straight into its final
+  // file in the scratch folder. Anything else is staged in a scratch
+  // GeoPackage and copied on commit: into the output's format, or into a
+  // temporary layer of the existing file (which must stay exactly as it was,
+  // byte for byte, should the analysis fail). Either way it lives on disk.
+  bool direct = false;
+  fs::path scratch;       // hidden folder beside the target; empty when none
+  fs::path stage;         // the scratch GeoPackage's own folder inside it, when staged
+  fs::path file;          // the file the result is being written into
+  std::string table;      // the result's layer in that file
+  std::string temporary;  // the temporary layer in an existing output, while it exists
+  detail::SrsPtr srs;     // the result's coordinate system as given
+  OGRwkbGeometryType type = wkbNone;
+  std::unique_ptr<ZoDataSource> source;  // open on `file` until commit
   ZoDatasetVector* result = nullptr;
+  bool committed = false;  // the result is in place; it stays readable
   long long written = 0;
 
   std::string detail;  // the last failure's detail, without its identifier
 
+  ~Impl() { Discard(); }
   bool Fail(const char* id, const std::string& why) {
     error = Message(id, why);
     detail = why;
@@ -121,15 +123,23 @@ struct ZoResultWriter::Impl {
   }
   bool CheckTarget(const std::vector<LumaUnicodeString>& protectedFiles);
   bool InspectExisting();
+  OGRLayer* NewLayer(GDALDataset& target, const std::string& format, const std::string& name);
+  bool OpenTarget();
+  bool CreateFile(const fs::path& at, const std::string& format);
+  void Discard();
   OGRLayer* Copy(OGRLayer& from, GDALDataset& target, const std::string& name, ZoProgress* progress);
   bool CopyFeatures(OGRLayer& from, OGRLayer& to, GDALDataset& target, ZoProgress* progress);
-  bool Holds(OGRLayer& from, OGRLayer& written);
-  bool TrialWrite(OGRLayer& shape);
+  bool Holds(long long expected, int fields, OGRLayer& written);
+  bool TrialWrite();
+  bool CommitDirect(ZoProgress* progress);
+  bool Reopen();
   bool CommitInPlace(ZoProgress* progress);
+  bool BuildIndex(const detail::GpkgIndexTarget& target, long long count, ZoProgress* progress);
+  bool CheckAndSwap(const fs::path& at, const std::string& name, long long expected, int fields);
   bool SwapLayers(GDALDataset& ds, OGRLayer* temporary);
-  bool MakeScratch(fs::path& scratch);
-  bool CommitNewFile(OGRLayer& from, ZoProgress* progress);
-  bool WriteFile(OGRLayer& from, const fs::path& file, ZoProgress* progress);
+  bool MakeScratch(fs::path& folder);
+  bool CommitStaged(ZoProgress* progress);
+  bool WriteFile(OGRLayer& from, const fs::path& target, ZoProgress* progress);
   bool MoveIntoPlace(const fs::path& folder);
 };
 
@@ -203,19 +213,106 @@ bool ZoResultWriter::IsUsageError() const { return m_impl->usage; }
 
 ZoDatasetVector* ZoResultWriter::CreateResult(const ZoDatasetVector* like, int datasetType, const ZoPrjCoordSys& cs) {
   Impl& m = *m_impl;
-  m.memory = ZoDataSource::CreateMemory("result");
-  if (!m.memory) {
-    m.Fail(msg::EUa016, "no in-memory datasource");
+  try {
+    m.Discard();
+    m.committed = false;
+    OGRLayer* model = like ? detail::HostAccess::Layer(*like) : nullptr;
+    m.type = model ? model->GetGeomType() : detail::OGRTypeForDataset(datasetType);
+    if (!model && m.type == wkbUnknown) {
+      m.Fail(msg::EUa016, "unknown dataset type " + std::to_string(datasetType));
+      return nullptr;
+    }
+    const OGRSpatialReference* srs = m.type == wkbNone ? nullptr
+                                     : model           ? model->GetSpatialRef()
+                                                       : detail::PrjAccess::Get(cs);
+    m.srs.reset(srs ? srs->Clone() : nullptr);
+    const bool holdsAny = m.driver == "GPKG" || m.driver == "SQLite";
+    m.direct = holdsAny && !m.inPlace;
+    if (!holdsAny && !m.TrialWrite()) return nullptr;
+    if (!m.OpenTarget()) {
+      m.Discard();
+      return nullptr;
+    }
+    return m.result;
+  } catch (const std::exception& e) {
+    m.Fail(msg::EUa016, e.what());
+    m.Discard();
     return nullptr;
   }
-  LumaUnicodeString error;
-  m.result = like ? m.memory->CreateDatasetVector(m.layer, *like, false, &error)
-                  : m.memory->CreateDatasetVector(m.layer, datasetType, cs, false, &error);
-  if (!m.result) {
-    m.Fail(msg::EUa016, error.Str());
-    return nullptr;
+}
+
+// The file and layer the analysis writes into, in a new scratch folder: the
+// output itself when it is a new GeoPackage or SQLite file, else a
+// GeoPackage standing in for it.
+bool ZoResultWriter::Impl::OpenTarget() {
+  if (!MakeScratch(scratch)) return false;
+  table = layer;
+  if (!direct) {
+    std::error_code ec;
+    stage = scratch / ".stage";
+    if (!fs::create_directory(stage, ec)) return Fail(msg::EUa014, "cannot create " + stage.string());
   }
-  return m.TrialWrite(*detail::HostAccess::Layer(*m.result)) ? m.result : nullptr;
+  if (!CreateFile(direct ? scratch / path.filename() : stage / "stage.gpkg", direct ? driver : "GPKG")) return false;
+  GDALDataset& ds = *detail::HostAccess::Gdal(*source);
+  OGRLayer* created = NewLayer(ds, direct ? driver : "GPKG", table);
+  if (!created) return false;
+  result = detail::HostAccess::Adopt(*source, created);
+  return true;
+}
+
+bool ZoResultWriter::Impl::CreateFile(const fs::path& at, const std::string& format) {
+  detail::QuietErrors quiet;
+  GDALDriver* gdalDriver = GetGDALDriverManager()->GetDriverByName(format.c_str());
+  GDALDataset* ds = gdalDriver ? gdalDriver->Create(at.c_str(), 0, 0, 0, GDT_Unknown, nullptr) : nullptr;
+  if (!ds) return Fail(msg::EUa014, quiet.Message());
+  file = at;
+  source = detail::HostAccess::Wrap(ds, at.string());
+  // A new file is built in a scratch folder and moved into place only when
+  // complete, so it needs no protection against a crash half-way: SQLite may
+  // hand its pages to the system without waiting for them to reach the disk.
+  if (OGRLayer* answer = ds->ExecuteSQL("PRAGMA synchronous = OFF", nullptr, nullptr)) ds->ReleaseResultSet(answer);
+  return true;
+}
+
+// Creates `name` in `target` with the result's geometry kind, coordinate
+// system and the creation options of `format`; null after a failure.
+OGRLayer* ZoResultWriter::Impl::NewLayer(GDALDataset& target, const std::string& format, const std::string& name) {
+  detail::QuietErrors quiet;
+  detail::SrsPtr layerSrs(type != wkbNone && srs ? srs->Clone() : nullptr);
+  // Without a definition GeoPackage would record "undefined geographic"; the
+  // host reads a layer without one as planar, so say so.
+  if (!layerSrs && type != wkbNone && format == "GPKG") {
+    layerSrs.reset(new OGRSpatialReference());
+    layerSrs->SetLocalCS("Undefined Cartesian SRS");
+  }
+  CPLStringList options = LayerOptions(format, type != wkbNone);
+  OGRLayer* created = target.CreateLayer(name.c_str(), layerSrs.get(), type, options.List());
+  if (!created) Fail(msg::EUa016, quiet.Message());
+  return created;
+}
+
+// Closes what the writer has open and removes whatever it wrote that has
+// not been put in place: the temporary layer, the scratch folder.
+void ZoResultWriter::Impl::Discard() {
+  try {
+    detail::QuietErrors quiet;
+    result = nullptr;
+    source.reset();
+    table.clear();
+    stage.clear();
+    if (!temporary.empty()) {
+      const char* drivers[] = {driver.c_str(), nullptr};
+      GdalPtr ds(GDALDataset::Open(path.c_str(), GDAL_OF_VECTOR | GDAL_OF_UPDATE, drivers, nullptr, nullptr));
+      if (OGRLayer* left = ds ? FindLayer(*ds, temporary) : nullptr) ds->DeleteLayer(LayerIndex(*ds, left));
+      temporary.clear();
+    }
+    if (!scratch.empty()) {
+      std::error_code ec;
+      fs::remove_all(scratch, ec);
+      scratch.clear();
+    }
+  } catch (...) {
+  }
 }
 
 namespace {
@@ -237,14 +334,11 @@ OGRGeometry* SampleGeometry(OGRwkbGeometryType type) {
 // Writes and reads back, in a scratch folder, one feature shaped like the
 // result (its geometry type, a real, an integer and a text field): a format
 // that cannot hold a result is refused before the analysis runs, not after.
-// Files that hold several layers in place (GeoPackage, SQLite) hold any.
-bool ZoResultWriter::Impl::TrialWrite(OGRLayer& shape) {
-  if (inPlace) return true;
+bool ZoResultWriter::Impl::TrialWrite() {
   detail::QuietErrors quiet;
   GDALDriver* memory = GetGDALDriverManager()->GetDriverByName("Memory");
   GdalPtr ds(memory ? memory->Create("trial", 0, 0, 0, GDT_Unknown, nullptr) : nullptr);
-  const OGRwkbGeometryType type = shape.GetGeomType();
-  OGRLayer* trial = ds ? ds->CreateLayer("trial", shape.GetSpatialRef(), type, nullptr) : nullptr;
+  OGRLayer* trial = ds ? ds->CreateLayer("trial", srs.get(), type, nullptr) : nullptr;
   if (!trial) return Fail(msg::EUa016, quiet.Message());
   const std::pair<const char*, OGRFieldType> fields[] = {
       {"Trial_Real", OFTReal}, {"Trial_Int", OFTInteger}, {"Trial_Text", OFTString}};
@@ -259,11 +353,11 @@ bool ZoResultWriter::Impl::TrialWrite(OGRLayer& shape) {
   if (type != wkbNone) feature.SetGeometryDirectly(SampleGeometry(type));
   if (trial->CreateFeature(&feature) != OGRERR_NONE) return Fail(msg::EUa016, quiet.Message());
 
-  fs::path scratch;
-  if (!MakeScratch(scratch)) return false;
-  const bool ok = WriteFile(*trial, scratch / path.filename(), nullptr);
+  fs::path folder;
+  if (!MakeScratch(folder)) return false;
+  const bool ok = WriteFile(*trial, folder / path.filename(), nullptr);
   std::error_code ec;
-  fs::remove_all(scratch, ec);
+  fs::remove_all(folder, ec);
   writtenLayer.clear();
   written = 0;
   // Whatever went wrong, the format cannot hold such a result.
@@ -273,12 +367,127 @@ bool ZoResultWriter::Impl::TrialWrite(OGRLayer& shape) {
 bool ZoResultWriter::Commit(ZoProgress* progress) {
   Impl& m = *m_impl;
   if (!m.result) return m.Fail(msg::EUa016, "no result");
+  if (m.committed) return m.Fail(msg::EUa016, "the result is already in place");
   try {
-    m.result->Commit();
-    return m.inPlace ? m.CommitInPlace(progress) : m.CommitNewFile(*detail::HostAccess::Layer(*m.result), progress);
+    if (progress) {
+      progress->SetBothPosRange(0, 100);
+      progress->SetMessage(m.path.string());
+      progress->SetProgressPos(0);
+    }
+    if (!m.result->Commit()) return m.Fail(msg::EUa016, "the last features could not be written");
+    if (progress && progress->IsCanceled()) return m.Fail(msg::IMb030, "");
+    const bool ok = m.direct    ? m.CommitDirect(progress)
+                    : m.inPlace ? m.CommitInPlace(progress)
+                                : m.CommitStaged(progress);
+    // After a success the result stays readable: from the output itself when
+    // written in its format, else from the stage, removed with the writer.
+    if (!ok) m.Discard();
+    m.committed = ok;
+    return ok;
   } catch (const std::exception& e) {
+    m.Discard();
     return m.Fail(msg::EUa016, e.what());
   }
+}
+
+// The result is already in its format: close it, index it, check it from a
+// fresh opening, and move it into place.
+bool ZoResultWriter::Impl::CommitDirect(ZoProgress* progress) {
+  OGRLayer& ogr = *detail::HostAccess::Layer(*result);
+  const long long expected = ogr.GetFeatureCount(TRUE);
+  const int fields = ogr.GetLayerDefn()->GetFieldCount();
+  const detail::GpkgIndexTarget index{file.string(), table, ogr.GetFIDColumn(), ogr.GetGeometryColumn(), true};
+  // The result's dataset waits, closed, while GDAL lets go of the file and
+  // writes what it still holds; it is reopened on the finished output.
+  std::unique_ptr<ZoDataSource> parked = detail::HostAccess::Wrap(nullptr, "");
+  if (!detail::HostAccess::Move(*source, result, *parked, nullptr)) return Fail(msg::EUa016, "the result is not open");
+  source = std::move(parked);
+  if (driver == "GPKG" && type != wkbNone && !BuildIndex(index, expected, progress)) return false;
+  if (!CheckAndSwap(file, table, expected, fields) || !MoveIntoPlace(scratch)) return false;
+  written = expected;
+  std::error_code ec;
+  fs::remove_all(scratch, ec);
+  scratch.clear();
+  return Reopen();
+}
+
+// Puts the result's dataset on the output now in place, read-only.
+bool ZoResultWriter::Impl::Reopen() {
+  detail::QuietErrors quiet;
+  const char* drivers[] = {driver.c_str(), nullptr};
+  GDALDataset* ds = GDALDataset::Open(path.c_str(), GDAL_OF_VECTOR | GDAL_OF_READONLY, drivers, nullptr, nullptr);
+  std::unique_ptr<ZoDataSource> output = ds ? detail::HostAccess::Wrap(ds, path.string()) : nullptr;
+  OGRLayer* back = ds ? FindLayer(*ds, writtenLayer) : nullptr;
+  if (!back || !detail::HostAccess::Move(*source, result, *output, back))
+    return Fail(msg::EUa017, "the written file cannot be read back: " + quiet.Message());
+  source = std::move(output);
+  return true;
+}
+
+// Copies the staged result into a temporary layer of the existing output,
+// indexes it, checks it from a fresh opening and swaps it for the old layer.
+bool ZoResultWriter::Impl::CommitInPlace(ZoProgress* progress) {
+  OGRLayer& from = *detail::HostAccess::Layer(*result);
+  const long long expected = from.GetFeatureCount(TRUE);
+  const int fields = from.GetLayerDefn()->GetFieldCount();
+  detail::GpkgIndexTarget index{path.string(), "", "", "", false};
+  {
+    detail::QuietErrors quiet;
+    const char* drivers[] = {driver.c_str(), nullptr};
+    GdalPtr ds(GDALDataset::Open(path.c_str(), GDAL_OF_VECTOR | GDAL_OF_UPDATE, drivers, nullptr, nullptr));
+    if (!ds) return Fail(msg::EUa014, quiet.Message());
+    std::string name = layer + "_zostat_tmp_" + TemporarySuffix();
+    while (FindLayer(*ds, name)) name += "_";
+    temporary = name;
+    OGRLayer* copy = Copy(from, *ds, name, progress);
+    if (!copy) return false;
+    index = {path.string(), name, copy->GetFIDColumn(), copy->GetGeometryColumn(), false};
+  }
+  if (driver == "GPKG" && type != wkbNone && !BuildIndex(index, expected, progress)) return false;
+  if (!CheckAndSwap(path, index.table, expected, fields)) return false;
+  temporary.clear();  // it has the layer's own name now
+  written = expected;
+  return true;
+}
+
+bool ZoResultWriter::Impl::BuildIndex(const detail::GpkgIndexTarget& target, long long count, ZoProgress* progress) {
+  std::function<bool(double)> keepGoing;
+  if (progress)
+    keepGoing = [&](double done) {
+      progress->SetProgressPos(static_cast<int>(90 * done));
+      return !progress->IsCanceled();
+    };
+  bool cancelled = false;
+  std::string why;
+  if (detail::BuildGpkgSpatialIndex(target, count, keepGoing, cancelled, why)) return true;
+  return cancelled ? Fail(msg::IMb030, "") : Fail(msg::EUa100, why);
+}
+
+// Opens the written file afresh: it must hold the result whole. A temporary
+// layer in an existing output then takes the old layer's place.
+bool ZoResultWriter::Impl::CheckAndSwap(const fs::path& at, const std::string& name, long long expected, int fields) {
+  detail::QuietErrors quiet;
+  const char* drivers[] = {driver.c_str(), nullptr};
+  const unsigned flags = GDAL_OF_VECTOR | (inPlace ? GDAL_OF_UPDATE : GDAL_OF_READONLY);
+  GdalPtr ds(GDALDataset::Open(at.c_str(), flags, drivers, nullptr, nullptr));
+  if (!ds) return Fail(msg::EUa017, "the written file cannot be read back: " + quiet.Message());
+  OGRLayer* back = FindLayer(*ds, name);
+  if (!back) return Fail(msg::EUa017, "the written layer cannot be found");
+  if (!Holds(expected, fields, *back)) return false;
+  if (inPlace) {
+    if (!back->TestCapability(OLCRename)) return Fail(msg::EUa018, "the format cannot rename layers");
+    if (!SwapLayers(*ds, back)) return false;
+  }
+  writtenLayer = back->GetName();
+  ds.reset();
+  return !quiet.Failed() || Fail(msg::EUa016, quiet.Message());
+}
+
+// Copies the staged result into the output's format, next to it, and moves
+// the finished file into place.
+bool ZoResultWriter::Impl::CommitStaged(ZoProgress* progress) {
+  if (!WriteFile(*detail::HostAccess::Layer(*result), scratch / path.filename(), progress)) return false;
+  return MoveIntoPlace(scratch);
 }
 
 // Creates `name` in `target` with the result's schema and copies every
@@ -286,21 +495,8 @@ bool ZoResultWriter::Commit(ZoProgress* progress) {
 OGRLayer* ZoResultWriter::Impl::Copy(OGRLayer& from, GDALDataset& target, const std::string& name,
                                      ZoProgress* progress) {
   detail::QuietErrors quiet;
-  const OGRwkbGeometryType type = from.GetGeomType();
-  const OGRSpatialReference* fromSrs = type == wkbNone ? nullptr : from.GetSpatialRef();
-  detail::SrsPtr srs(fromSrs ? fromSrs->Clone() : nullptr);
-  // Without a definition GeoPackage would record "undefined geographic"; the
-  // host reads a layer without one as planar, so say so.
-  if (!srs && type != wkbNone && driver == "GPKG") {
-    srs.reset(new OGRSpatialReference());
-    srs->SetLocalCS("Undefined Cartesian SRS");
-  }
-  CPLStringList options = LayerOptions(driver, type != wkbNone);
-  OGRLayer* to = target.CreateLayer(name.c_str(), srs.get(), type, options.List());
-  if (!to) {
-    Fail(msg::EUa016, quiet.Message());
-    return nullptr;
-  }
+  OGRLayer* to = NewLayer(target, driver, name);
+  if (!to) return nullptr;
   OGRFeatureDefn* defn = from.GetLayerDefn();
   for (int i = 0; i < defn->GetFieldCount(); ++i) {
     if (to->CreateField(defn->GetFieldDefn(i), TRUE) != OGRERR_NONE) {
@@ -312,12 +508,7 @@ OGRLayer* ZoResultWriter::Impl::Copy(OGRLayer& from, GDALDataset& target, const 
     Fail(msg::EUa017, "the format did not keep every field");
     return nullptr;
   }
-  if (!CopyFeatures(from, *to, target, progress)) return nullptr;
-  if (driver == "GPKG" && !BuildSpatialIndex(target, *to)) {
-    Fail(msg::EUa016, "spatial index: " + quiet.Message());
-    return nullptr;
-  }
-  return to;
+  return CopyFeatures(from, *to, target, progress) ? to : nullptr;
 }
 
 bool ZoResultWriter::Impl::CopyFeatures(OGRLayer& from, OGRLayer& to, GDALDataset& target, ZoProgress* progress) {
@@ -328,11 +519,6 @@ bool ZoResultWriter::Impl::CopyFeatures(OGRLayer& from, OGRLayer& to, GDALDatase
   const long long total = from.GetFeatureCount(TRUE);
   long long done = 0;
   bool ok = true;
-  if (progress) {
-    progress->SetBothPosRange(0, 100);
-    progress->SetMessage(path.string());
-    progress->SetProgressPos(0);
-  }
   from.ResetReading();
   while (OGRFeatureUniquePtr in{from.GetNextFeature()}) {
     OGRFeatureUniquePtr out(OGRFeature::CreateFeature(to.GetLayerDefn()));
@@ -341,7 +527,7 @@ bool ZoResultWriter::Impl::CopyFeatures(OGRLayer& from, OGRLayer& to, GDALDatase
       break;
     }
     if ((++done & 1023) == 0 && progress) {
-      progress->SetProgressPos(static_cast<int>(done * 100 / std::max(total, done)));
+      progress->SetProgressPos(static_cast<int>(done * 90 / std::max(total, done)));
       if (progress->IsCanceled()) {
         ok = Fail(msg::IMb030, "");
         break;
@@ -359,39 +545,14 @@ bool ZoResultWriter::Impl::CopyFeatures(OGRLayer& from, OGRLayer& to, GDALDatase
 
 // Whether a layer read back holds the result: every feature, as many fields,
 // and a geometry column when the result has geometries.
-bool ZoResultWriter::Impl::Holds(OGRLayer& from, OGRLayer& layer) {
-  const long long expected = from.GetFeatureCount(TRUE);
+bool ZoResultWriter::Impl::Holds(long long expected, int fields, OGRLayer& layer) {
   const long long got = layer.GetFeatureCount(TRUE);
   if (got != expected)
     return Fail(msg::EUa017, std::to_string(got) + " of " + std::to_string(expected) + " features read back");
-  if (layer.GetLayerDefn()->GetFieldCount() < from.GetLayerDefn()->GetFieldCount())
-    return Fail(msg::EUa017, "fields missing when read back");
-  if (from.GetGeomType() != wkbNone && layer.GetLayerDefn()->GetGeomFieldCount() < 1)
+  if (layer.GetLayerDefn()->GetFieldCount() < fields) return Fail(msg::EUa017, "fields missing when read back");
+  if (type != wkbNone && layer.GetLayerDefn()->GetGeomFieldCount() < 1)
     return Fail(msg::EUa017, "no geometries when read back");
   return true;
-}
-
-bool ZoResultWriter::Impl::CommitInPlace(ZoProgress* progress) {
-  detail::QuietErrors quiet;
-  const char* drivers[] = {driver.c_str(), nullptr};
-  GdalPtr ds(GDALDataset::Open(path.c_str(), GDAL_OF_VECTOR | GDAL_OF_UPDATE, drivers, nullptr, nullptr));
-  if (!ds) return Fail(msg::EUa014, quiet.Message());
-  std::string temporary = layer + "_zostat_tmp_" + TemporarySuffix();
-  while (FindLayer(*ds, temporary)) temporary += "_";
-  OGRLayer& from = *detail::HostAccess::Layer(*result);
-  OGRLayer* written = Copy(from, *ds, temporary, progress);
-  bool ok = written && Holds(from, *written);
-  if (ok && !written->TestCapability(OLCRename)) ok = Fail(msg::EUa018, "the format cannot rename layers");
-  if (ok) ok = SwapLayers(*ds, written);
-  if (!ok) {
-    // The temporary layer goes; the old one was never touched.
-    if (OGRLayer* left = FindLayer(*ds, temporary)) ds->DeleteLayer(LayerIndex(*ds, left));
-    ds.reset();
-    return false;
-  }
-  writtenLayer = layer;
-  ds.reset();
-  return !quiet.Failed() || Fail(msg::EUa016, quiet.Message());
 }
 
 // Drops the old layer and gives the temporary one its name, in one
@@ -413,49 +574,29 @@ bool ZoResultWriter::Impl::SwapLayers(GDALDataset& ds, OGRLayer* temporary) {
 
 // A new hidden folder beside the target: files written there are on the
 // target's file system, so moving them into place is a rename.
-bool ZoResultWriter::Impl::MakeScratch(fs::path& scratch) {
-  const fs::path folder = path.has_parent_path() ? path.parent_path() : fs::path(".");
-  scratch = folder / ("." + path.filename().string() + ".zostat_tmp_" + TemporarySuffix());
+bool ZoResultWriter::Impl::MakeScratch(fs::path& folder) {
+  const fs::path parent = path.has_parent_path() ? path.parent_path() : fs::path(".");
+  folder = parent / ("." + path.filename().string() + ".zostat_tmp_" + TemporarySuffix());
   std::error_code ec;
-  if (!fs::create_directory(scratch, ec) || ec) return Fail(msg::EUa014, "cannot create " + scratch.string());
+  if (!fs::create_directory(folder, ec) || ec) return Fail(msg::EUa014, "cannot create " + folder.string());
   return true;
 }
 
-bool ZoResultWriter::Impl::CommitNewFile(OGRLayer& from, ZoProgress* progress) {
-  fs::path scratch;
-  if (!MakeScratch(scratch)) return false;
-  std::error_code ec;
-  bool ok = WriteFile(from, scratch / path.filename(), progress) && MoveIntoPlace(scratch);
-  fs::remove_all(scratch, ec);
-  return ok;
-}
-
-bool ZoResultWriter::Impl::WriteFile(OGRLayer& from, const fs::path& file, ZoProgress* progress) {
+bool ZoResultWriter::Impl::WriteFile(OGRLayer& from, const fs::path& target, ZoProgress* progress) {
   detail::QuietErrors quiet;
   GDALDriver* gdalDriver = GetGDALDriverManager()->GetDriverByName(driver.c_str());
-  GdalPtr ds(gdalDriver ? gdalDriver->Create(file.c_str(), 0, 0, 0, GDT_Unknown, nullptr) : nullptr);
+  GdalPtr ds(gdalDriver ? gdalDriver->Create(target.c_str(), 0, 0, 0, GDT_Unknown, nullptr) : nullptr);
   if (!ds) return Fail(msg::EUa014, quiet.Message());
-  // A new file is built in a scratch folder and moved into place only when
-  // complete, so it needs no protection against a crash half-way: SQLite may
-  // hand its pages to the system without waiting for them to reach the disk.
-  // The R-tree built at the end inserts every feature's box at a random
-  // place in the tree: with SQLite's default 2 MB page cache, a million
-  // features spend more time moving pages to and from the system than
-  // building; 64 MB holds the tree of a few million points.
-  if (driver == "GPKG") {
-    ds->ExecuteSQL("PRAGMA synchronous = OFF", nullptr, nullptr);
-    ds->ExecuteSQL("PRAGMA cache_size = -65536", nullptr, nullptr);
-  }
   if (!Copy(from, *ds, layer, progress)) return false;
   ds.reset();  // formats such as FlatGeobuf write their index and header on close
   if (quiet.Failed()) return Fail(msg::EUa016, quiet.Message());
   const char* drivers[] = {driver.c_str(), nullptr};
-  GdalPtr back(GDALDataset::Open(file.c_str(), GDAL_OF_VECTOR | GDAL_OF_READONLY, drivers, nullptr, nullptr));
+  GdalPtr back(GDALDataset::Open(target.c_str(), GDAL_OF_VECTOR | GDAL_OF_READONLY, drivers, nullptr, nullptr));
   if (!back || back->GetLayerCount() < 1) return Fail(msg::EUa017, "the written file cannot be read back");
   OGRLayer* read = FindLayer(*back, layer);
   if (!read) read = back->GetLayerCount() == 1 ? back->GetLayer(0) : nullptr;
   if (!read) return Fail(msg::EUa017, "the written layer cannot be found");
-  if (!Holds(from, *read)) return false;
+  if (!Holds(from.GetFeatureCount(TRUE), from.GetLayerDefn()->GetFieldCount(), *read)) return false;
   writtenLayer = read->GetName();
   return !(progress && progress->IsCanceled()) || Fail(msg::IMb030, "");
 }
@@ -468,6 +609,7 @@ bool ZoResultWriter::Impl::MoveIntoPlace(const fs::path& scratch) {
   std::error_code ec;
   std::vector<fs::path> moved;
   for (const auto& entry : fs::directory_iterator(scratch, ec)) {
+    if (entry.path() == stage) continue;
     const fs::path target = folder / entry.path().filename();
     fs::rename(entry.path(), target, ec);
     if (ec) return Fail(msg::EUa018, target.string() + ": " + ec.message());

@@ -6,21 +6,23 @@
 //                 through GDAL; an output that is one of the protected files
 //                 (the input's) is refused, and so is an existing layer (or
 //                 an existing single-layer file) unless overwriting is allowed.
-//   CreateResult  the dataset the analysis writes into, in memory.
-//   Commit        after the analysis succeeded: the result is written under a
-//                 temporary name (a temporary layer inside an existing
-//                 GeoPackage or other file that can hold several layers,
-//                 otherwise a new file in a temporary folder beside the
-//                 target), read back to check that it holds every feature,
-//                 field and geometry, and only then put in place of the old
-//                 layer or file.
-// Nothing touches the output before Commit; a failed or cancelled Commit
-// leaves it as it was, with no temporary layer or file behind. Failures leave
-// a message beginning with its identifier in GetError().
+//   CreateResult  the dataset the analysis writes into. It lives on disk,
+//                 never whole in memory: a GeoPackage or SQLite result is
+//                 written straight into a temporary layer of the existing
+//                 output file, or into a new file in a hidden scratch folder
+//                 beside the target; any other format is staged in a scratch
+//                 GeoPackage there.
+//   Commit        after the analysis succeeded: a GeoPackage layer gets its
+//                 spatial index, a staged result is copied into its format,
+//                 the result is read back to check that it holds every
+//                 feature, field and geometry, and only then put in place of
+//                 the old layer or file. The result dataset is closed.
+// Until Commit nothing replaces the output; a failed or cancelled Commit,
+// or a writer destroyed without one, leaves it as it was, with no temporary
+// layer or file behind. Failures leave a message beginning with its
+// identifier in GetError().
 #include <memory>
 #include <vector>
-#include "StatisticsAnalyst/Export.h"
-
 #include "StatisticsAnalyst/Export.h"
 #include "host/LumaUnicodeString.h"
 #include "host/ZoPrjCoordSys.h"
@@ -47,14 +49,15 @@ class SA_API ZoResultWriter {
 
   // The result dataset: shaped like `like` (its geometry kind with multi
   // parts, Z and M, and its coordinate system as read) when given, else of
-  // `datasetType` in `cs`. Owned by the writer. Before it returns, one
-  // feature of that shape is written to a scratch file of the output's format
-  // and read back, so a format that cannot hold the result is refused
-  // ("EUa017") before the analysis runs; null then.
+  // `datasetType` in `cs`. Owned by the writer, valid until Commit. For a
+  // format other than GeoPackage and SQLite, one feature of that shape is
+  // first written to a scratch file of the output's format and read back, so
+  // a format that cannot hold the result is refused ("EUa017") before the
+  // analysis runs; null then.
   ZoDatasetVector* CreateResult(const ZoDatasetVector* like, int datasetType, const ZoPrjCoordSys& cs);
 
-  // Writes the result into the output; polls `progress` (may be null) for
-  // cancellation ("IMb030").
+  // Puts the result in place of the output; polls `progress` (may be null)
+  // for cancellation ("IMb030").
   bool Commit(ZoProgress* progress);
 
   LumaUnicodeString GetError() const;

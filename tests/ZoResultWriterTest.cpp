@@ -4,6 +4,8 @@
 
 #include <algorithm>
 #include <filesystem>
+#include <fstream>
+#include <iterator>
 #include <string>
 #include <vector>
 
@@ -91,9 +93,11 @@ TEST(ZoResultWriter, EveryFormatHoldsTheWholeResult) {
   for (const char* file : {"r.gpkg", "r.shp", "r.geojson", "r.fgb", "r.csv", "r.gml", "r.sqlite"}) {
     SCOPED_TRACE(file);
     ZoResultWriter writer;
-    ASSERT_TRUE(FillResult(writer, source->GetDataset(0), dir.File(file), false));
+    ZoDatasetVector* result = FillResult(writer, source->GetDataset(0), dir.File(file), false);
+    ASSERT_TRUE(result);
     ASSERT_TRUE(writer.Commit(nullptr)) << writer.GetError().Str();
     EXPECT_EQ(writer.GetWrittenCount(), kFeatures);
+    EXPECT_EQ(result->GetRecordCount(), kFeatures);  // still readable after the commit
 
     GDALDatasetUniquePtr back(GDALDataset::Open(dir.File(file).c_str(), GDAL_OF_VECTOR | GDAL_OF_READONLY));
     ASSERT_TRUE(back);
@@ -129,8 +133,14 @@ TEST(ZoResultWriter, EveryFormatHoldsTheWholeResult) {
   for (const auto& name : FilesIn(dir.path())) EXPECT_NE(name.front(), '.') << name;
 }
 
-// Cancelled while the result is being written: the old layer stays as it
-// was, beside its neighbours, and no temporary layer or file is left.
+std::string Bytes(const std::string& path) {
+  std::ifstream in(path, std::ios::binary);
+  return std::string(std::istreambuf_iterator<char>(in), std::istreambuf_iterator<char>());
+}
+
+// Abandoned after the analysis wrote its result, or cancelled while the
+// result is being put in place: the old output stays as it was (byte for
+// byte when abandoned), and no temporary layer or file is left.
 TEST(ZoResultWriter, CancelledCommitLeavesTheOutputAsItWas) {
   satest::TempDir dir;
   WriteSource(dir.File("big.gpkg"), 5000);
@@ -151,6 +161,13 @@ TEST(ZoResultWriter, CancelledCommitLeavesTheOutputAsItWas) {
   const std::vector<std::string> before = FilesIn(dir.path() / "out");
   for (const std::string& path : {gpkg, shp}) {
     SCOPED_TRACE(path);
+    const std::string old = Bytes(path);
+    {
+      ZoResultWriter abandoned;
+      ASSERT_TRUE(FillResult(abandoned, source->GetDataset(0), path, true));
+    }
+    EXPECT_EQ(FilesIn(dir.path() / "out"), before);
+    EXPECT_TRUE(Bytes(path) == old);
     ZoResultWriter writer;
     ASSERT_TRUE(FillResult(writer, source->GetDataset(0), path, true));
     ZoCallbackProgress cancelAfterAFifth([](const ZoProgressState& s) { return s.percent < 20.0; });

@@ -9,6 +9,7 @@
 // is the one it expects; otherwise it reads by feature ID. That check also
 // covers writes that moved or reset the cursor.
 #include <cstdint>
+#include <memory>
 #include <string>
 #include <string_view>
 #include <utility>
@@ -76,6 +77,15 @@ struct LayerState {
 struct HostAccess {
   static GDALDataset* Gdal(const ZoDataSource& source);
   static OGRLayer* Layer(const ZoDatasetVector& dataset);
+  // A datasource that owns an opened GDAL dataset, listing none of its
+  // layers until they are adopted.
+  static std::unique_ptr<ZoDataSource> Wrap(GDALDataset* gdal, const std::string& path);
+  // The dataset of a layer of `source`, listed from now on.
+  static ZoDatasetVector* Adopt(ZoDataSource& source, OGRLayer* layer);
+  // Hands `dataset` (the same object, so callers' pointers stay valid) from
+  // `from` to `to`, over `to`'s `layer`; null `layer` parks it, closed,
+  // while its file is out of GDAL's hands. Recordsets open on it lose it.
+  static bool Move(ZoDataSource& from, ZoDatasetVector* dataset, ZoDataSource& to, OGRLayer* layer);
 };
 
 }  // namespace ZOC::detail
