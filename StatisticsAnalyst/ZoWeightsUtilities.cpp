@@ -126,7 +126,7 @@ ZoRecordsetPtr ZoWeightsUtilities::PrepareBuild(ZoDatasetVector* dataset, const 
   // Points, lines or regions, as the analyses want them: a layer of mixed
   // geometry types has no single way to place its features.
   if (!CheckAnalysisDataset(dataset)) return nullptr;
-  if (flagPath && !flagPath->IsEmpty() && wf::SameFile(*flagPath, path)) {
+  if (flagPath && !flagPath->IsEmpty() && ZoFile::IsSameFile(*flagPath, path)) {
     AddErrorMessage(msg::EUb004);
     return nullptr;
   }
