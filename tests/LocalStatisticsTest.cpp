@@ -21,34 +21,11 @@ namespace local = ZOC::detail::local;
 
 namespace {
 
-std::vector<std::string> Ids(const ZoAnalysisFrame& o) {
-  std::vector<std::string> ids;
-  const std::string& s = o.GetStrErrorMes().Str();
-  for (auto p = s.find('['); p != std::string::npos; p = s.find('[', p + 1)) ids.push_back(s.substr(p + 1, 6));
-  return ids;
-}
+using Result = satest::MemoryResult;
+using satest::Column;
+using satest::Texts;
 
-// An empty result layer of the source's type.
-struct Result {
-  std::unique_ptr<ZoDataSource> source = ZoDataSource::CreateMemory("result");
-  ZoDatasetVector* dataset = source->CreateDatasetVector("result", DatasetPoint, ZoPrjCoordSys());
-};
-
-std::vector<double> Column(ZoDatasetVector* ds, const char* field) {
-  std::vector<double> out;
-  ZoRecordsetPtr r(ds->Query(ZoQueryDef()));
-  LUMA::LumaVariant v;
-  for (r->MoveFirst(); !r->IsEOF(); r->MoveNext()) r->GetFieldValue(field, v), out.push_back(v.ToDouble());
-  return out;
-}
-
-std::vector<std::string> Texts(ZoDatasetVector* ds, const char* field) {
-  std::vector<std::string> out;
-  ZoRecordsetPtr r(ds->Query(ZoQueryDef()));
-  LUMA::LumaVariant v;
-  for (r->MoveFirst(); !r->IsEOF(); r->MoveNext()) r->GetFieldValue(field, v), out.push_back(v.ToString().Str());
-  return out;
-}
+std::vector<std::string> Ids(const ZoAnalysisFrame& o) { return satest::MessageIds(o.GetStrErrorMes()); }
 
 // Dense in-memory weights of a layer.
 std::vector<std::vector<double>> Dense(satest::MemoryLayer& layer, const ZoPatternsInformation& info) {

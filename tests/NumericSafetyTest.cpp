@@ -23,25 +23,15 @@ using Exponent = ZoAnalyzingPatterns::ZoAnalyzingExponent;
 
 namespace {
 
+using Result = satest::MemoryResult;
+using satest::Column;
+
 ZoPatternsInformation Info(ZoConceptualizationModel c, int k = 4) {
   ZoPatternsInformation info;
   info.FieldName = "VALUE";
   info.Conceptualization = c;
   info.KNeighbors = k;
   return info;
-}
-
-struct Result {
-  std::unique_ptr<ZoDataSource> source = ZoDataSource::CreateMemory("result");
-  ZoDatasetVector* dataset = source->CreateDatasetVector("result", DatasetPoint, ZoPrjCoordSys());
-};
-
-std::vector<double> Column(ZoDatasetVector* ds, const char* field) {
-  std::vector<double> out;
-  ZoRecordsetPtr r(ds->Query(ZoQueryDef()));
-  LUMA::LumaVariant v;
-  for (r->MoveFirst(); !r->IsEOF(); r->MoveNext()) r->GetFieldValue(field, v), out.push_back(v.ToDouble());
-  return out;
 }
 
 // The QlID of the k-th record in QlID order.

@@ -49,22 +49,13 @@ struct Fixture {
   }
 };
 
-// The identifiers in the message, in order.
-std::vector<std::string> Ids(const LumaUnicodeString& message) {
-  std::vector<std::string> ids;
-  const std::string& s = message.Str();
-  for (std::size_t p = s.find('['); p != std::string::npos; p = s.find('[', p + 1)) {
-    const auto q = s.find(']', p);
-    if (q != std::string::npos) ids.push_back(s.substr(p + 1, q - p - 1));
-  }
-  return ids;
-}
+using satest::MessageIds;
 
 std::vector<std::string> Check(Fixture& f, const ZoPatternsInformation& info) {
   ZoAnalyzingPatterns analysis;
   const bool ok = analysis.CheckParameterValid(f.records.get(), info);
   EXPECT_EQ(ok, analysis.GetStrErrorMes().IsEmpty());
-  return Ids(analysis.GetStrErrorMes());
+  return MessageIds(analysis.GetStrErrorMes());
 }
 
 using V = std::vector<std::string>;
@@ -74,7 +65,7 @@ using V = std::vector<std::string>;
 TEST(CheckParameterValid, NullRecordsetAndTooFewRecordsComeFirst) {
   ZoAnalyzingPatterns analysis;
   EXPECT_FALSE(analysis.CheckParameterValid(nullptr, ZoPatternsInformation()));
-  EXPECT_EQ(Ids(analysis.GetStrErrorMes()), V{"EEg024"});
+  EXPECT_EQ(MessageIds(analysis.GetStrErrorMes()), V{"EEg024"});
 
   Fixture three(3);
   ZoPatternsInformation bad;  // empty field name and everything else wrong too
@@ -166,7 +157,7 @@ TEST(CheckFieldValid, NumericTypesPassOthersFail) {
   for (int code : {1, 10, 23}) {
     ZoAnalyzingPatterns a;
     EXPECT_FALSE(a.CheckFieldValid(f.dataset, "f" + std::to_string(code))) << code;
-    EXPECT_EQ(Ids(a.GetStrErrorMes()), V{"ESa006"});
+    EXPECT_EQ(MessageIds(a.GetStrErrorMes()), V{"ESa006"});
   }
 }
 
@@ -175,7 +166,7 @@ TEST(CheckFieldValid, FailuresAccumulateInOrder) {
   ZoAnalyzingPatterns analysis;
   EXPECT_FALSE(analysis.CheckFieldValid(f.dataset, "nope"));
   EXPECT_FALSE(analysis.CheckParameterValid(nullptr, f.Valid()));
-  EXPECT_EQ(Ids(analysis.GetStrErrorMes()), (V{"ECd001", "EEg024"}));
+  EXPECT_EQ(MessageIds(analysis.GetStrErrorMes()), (V{"ECd001", "EEg024"}));
   EXPECT_NE(analysis.GetStrErrorMes().Str().find('\n'), std::string::npos);
 }
 
