@@ -143,16 +143,11 @@ TEST(HotSpotAnalyst, MatchesTheDenseDefinitionWithSelfWeights) {
     ZoClusteringDistributions analysis;
     ASSERT_TRUE(analysis.HotSpotAnalyst(layer.dataset, result.dataset, info, false)) << analysis.GetStrErrorMes().Str();
     const auto z = Column(result.dataset, "Gi_Zscore");
-    const auto p = Column(result.dataset, "Gi_Pvalue");
-    const auto bins = Column(result.dataset, "Gi_ConfInvl");
     ASSERT_EQ(z.size(), values.size());
     for (std::size_t i = 0; i < values.size(); ++i) {
       // Self weights of -2 and 0 both put exactly 0 on the diagonal.
       const double self = *selfField ? (i % 3 == 2 ? 2.5 : 0.0) : 1.0;
       EXPECT_NEAR(z[i], DenseGi(values, w[i], i, self), 1e-10) << i;
-      EXPECT_EQ(p[i], ZoStatisticsUtilities::GetPvalue(z[i]));
-      const int level = p[i] < 0.01 ? 3 : p[i] < 0.05 ? 2 : p[i] < 0.1 ? 1 : 0;
-      EXPECT_EQ(bins[i], z[i] > 0 ? level : z[i] < 0 ? -level : 0);
     }
     EXPECT_EQ(Column(result.dataset, "VALUE"), values);  // the analysis field is copied
   }
@@ -216,9 +211,7 @@ TEST(ClusterOutlier, MatchesDefinitionsAndHandlesIsolatedAndConstant) {
 
 TEST(LocalAnalyses, WeightSourcesAgreeAndTemporaryFilesGo) {
   satest::TempDir tmp;
-  const char* old = std::getenv("TMPDIR");
-  const std::string saved = old ? old : "";
-  setenv("TMPDIR", tmp.path().c_str(), 1);
+  satest::ScopedEnv tmpdir("TMPDIR", tmp.path().string());
 
   // 10001 features stream from a temporary file; the reference uses the
   // same weights in memory (Gi*: raw; local Moran's I: row-standardized).
@@ -262,17 +255,12 @@ TEST(LocalAnalyses, WeightSourcesAgreeAndTemporaryFilesGo) {
   }
 
   // A cancelled streamed run leaves no temporary file.
-  ZoProgress::SetFactory(
+  satest::ScopedProgressFactory cancelling(
       [] { return std::make_unique<ZoCallbackProgress>([](const ZoProgressState& s) { return s.percent < 20; }); });
   Result cancelled;
   EXPECT_FALSE(analysis.HotSpotAnalyst(layer.dataset, cancelled.dataset, info, true));
-  ZoProgress::SetFactory(nullptr);
   EXPECT_EQ(Ids(analysis), std::vector<std::string>{"IMb030"});
   EXPECT_TRUE(std::filesystem::is_empty(tmp.path()));
-  if (old)
-    setenv("TMPDIR", saved.c_str(), 1);
-  else
-    unsetenv("TMPDIR");
 }
 
 TEST(LocalAnalyses, WeightsFileRunCarriesTheUniqueIdField) {

@@ -465,28 +465,6 @@ TEST(SpatialMeasureTest, LinearDirectionalMean) {
   EXPECT_TRUE(HasId(measure, "EEe018"));
 }
 
-// zostat prints one JSON object per group; a failing run leaves no file.
-TEST(SpatialMeasureTest, ZostatGroupsAndFailure) {
-  satest::TempDir dir;
-  std::string out;
-  const std::string zostat = SA_ZOSTAT;
-  ASSERT_EQ(satest::RunCommand(zostat + " mean-center --input " + satest::DataPath("columbus.gpkg") +
-                                   " --case-field CP --stat CRIME:mean --stat POLYID:first --json",
-                               &out),
-            0);
-  EXPECT_EQ(out.rfind("[{\"CP_Group\": 0", 0), 0u) << out;
-  EXPECT_NE(out.find("}, {\"CP_Group\": 1"), std::string::npos) << out;
-  EXPECT_NE(out.find("\"POLYID_First\": 1,"), std::string::npos) << out;
-
-  const std::string file = dir.File("sd.gpkg");
-  EXPECT_EQ(satest::RunCommand(zostat + " standard-distance --quiet --input " + satest::DataPath("ny8.gpkg") +
-                                   " --case-field AREANAME --output " + file,
-                               &out, true),
-            1);
-  EXPECT_NE(out.find("ESa012"), std::string::npos) << out;
-  EXPECT_FALSE(std::filesystem::exists(file));
-}
-
 // Cancelling while the features are gathered fails with "IMb030"; while the
 // central feature is searched, the measure's "ESa016" replaces it.
 TEST(SpatialMeasureTest, Cancellation) {

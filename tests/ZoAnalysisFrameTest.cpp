@@ -111,8 +111,9 @@ TEST(CheckParameterValid, EachCheckInItsOrder) {
   EXPECT_EQ(Check(f, info), V{});
 }
 
-TEST(CheckParameterValid, WeightsFileThatExistsPasses) {
-  Fixture f(4);
+// A weights file that exists passes; contiguity passes on regions.
+TEST(CheckParameterValid, WeightsFileAndContiguityAccepted) {
+  Fixture f(4), regions(5, DatasetRegion);
   satest::TempDir dir;
   const std::string path = dir.File("w.swmb");
   std::fclose(std::fopen(path.c_str(), "w"));
@@ -120,13 +121,8 @@ TEST(CheckParameterValid, WeightsFileThatExistsPasses) {
   info.Conceptualization = SpatialWeightsFile;
   info.WeightsFilePath = path;
   EXPECT_EQ(Check(f, info), V{});
-}
-
-TEST(CheckParameterValid, ContiguityIsAcceptedOnRegions) {
-  Fixture f(5, DatasetRegion);
-  ZoPatternsInformation info = f.Valid();
   info.Conceptualization = ContiguityEdgesCorners;
-  EXPECT_EQ(Check(f, info), V{});
+  EXPECT_EQ(Check(regions, info), V{});
 }
 
 TEST(CheckParameterValid, DistanceBandLimits) {
@@ -189,7 +185,7 @@ TEST(ZoAnalyzingPatterns, CopiesCarryTheMessageButNoOpenFlagMatrix) {
 TEST(ZoAnalysisFrame, SetProgressDrivesEveryAnalysisWithoutTheFactory) {
   // The factory would hand out a progress that never cancels; the object set
   // with SetProgress cancels at once, and every analysis has to obey it.
-  ZoProgress::SetFactory(
+  satest::ScopedProgressFactory neverCancels(
       [] { return std::make_unique<ZoCallbackProgress>([](const ZoProgressState&) { return true; }); });
   int calls = 0;
   ZoCallbackProgress cancel([&](const ZoProgressState&) { return ++calls < 3; });
@@ -213,5 +209,4 @@ TEST(ZoAnalysisFrame, SetProgressDrivesEveryAnalysisWithoutTheFactory) {
   EXPECT_FALSE(
       local.HotSpotAnalyst(layer.dataset, result->CreateDatasetVector("r", DatasetPoint, ZoPrjCoordSys()), info, true));
   EXPECT_NE(local.GetStrErrorMes().Str().find("[IMb030]"), std::string::npos) << local.GetStrErrorMes().Str();
-  ZoProgress::SetFactory(nullptr);
 }
