@@ -66,11 +66,13 @@ unsigned char ZoClusteringDistributions::ClusterOutlier(ZoDatasetVector* source,
 unsigned char ZoClusteringDistributions::DensityBasedClustering(ZoDatasetVector* source, ZoDatasetVector* result,
                                                                 const ZoClusterInformation& info,
                                                                 unsigned char showProgress, ZoClusterSummary* summary) {
-  clustering::DensityRun run;
-  run.SetProgress(m_progress);
-  const unsigned char ok = run.Run(source, result, info, showProgress != 0, summary);
-  SetStrErrorMes(run.GetStrErrorMes());
-  return ok;
+  return Guard([&]() -> unsigned char {
+    clustering::DensityRun run;
+    run.SetProgress(m_progress);
+    const unsigned char ok = run.Run(source, result, info, showProgress != 0, summary);
+    SetStrErrorMes(run.GetStrErrorMes());
+    return ok;
+  });
 }
 
 }  // namespace ZOC
