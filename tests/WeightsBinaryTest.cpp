@@ -213,7 +213,7 @@ TEST(WeightsBinary, CancelledBuildLeavesNoFiles) {
   EXPECT_EQ(Listing(dir), std::vector<std::string>{});
 }
 
-TEST(WeightsBinary, BuildsRefuseClashesAndLayersWithoutNeighbours) {
+TEST(WeightsBinary, BuildsRefuseClashesAndTables) {
   auto layer = Layer(kLine, kIds);
   satest::TempDir dir;
   ZoPatternsInformation k = Band(-1, false);
@@ -228,12 +228,7 @@ TEST(WeightsBinary, BuildsRefuseClashesAndLayersWithoutNeighbours) {
   EXPECT_TRUE(Has(w, "EUb004"));
   EXPECT_EQ(Listing(dir), std::vector<std::string>{"link.flags"});
 
-  // One feature has no neighbour to store; a table has no places.
-  auto one = Layer({{0, 0}}, {1});
-  EXPECT_FALSE(w.BuildWeightMatrixBinary(one.dataset, "ID", dir.File("one.swmb"), Band(-1, false), false));
-  EXPECT_TRUE(Has(w, "EUb005"));
-  EXPECT_FALSE(w.BuildWeightMatrixText(one.dataset, "ID", dir.File("one.swmb"), Band(-1, false), false));
-  EXPECT_TRUE(Has(w, "EUb005"));
+  // A table has no places.
   auto source = ZoDataSource::CreateMemory();
   ZoDatasetVector* table = source->CreateDatasetVector("t", DatasetTabular, ZoPrjCoordSys());
   EXPECT_FALSE(w.BuildWeightMatrixBinary(table, "QlID", dir.File("t.swmb"), Band(-1, false), false));
