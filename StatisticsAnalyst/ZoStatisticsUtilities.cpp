@@ -226,7 +226,7 @@ bool ZoStatisticsUtilities::GetDistTolerance(ZoKdTreec* tree, const LumaArray<Lu
     // list (the loop's one critical section); they are freed after the loop.
     std::vector<std::unique_ptr<std::vector<double>>> buffers;
     bool failed = false;
-  #pragma omp parallel
+#pragma omp parallel
     {
       std::vector<double>* dist = nullptr;
       std::vector<std::size_t> idx;
@@ -235,12 +235,12 @@ bool ZoStatisticsUtilities::GetDistTolerance(ZoKdTreec* tree, const LumaArray<Lu
         auto owned = std::make_unique<std::vector<double>>(kk);
         idx.resize(kk);
         dist = owned.get();
-  #pragma omp critical(sa_dist_tolerance_buffers)
+#pragma omp critical(sa_dist_tolerance_buffers)
         buffers.push_back(std::move(owned));
       } catch (const std::bad_alloc&) {
         ok = false;
       }
-  #pragma omp for schedule(static)
+#pragma omp for schedule(static)
       for (std::int64_t i = 0; i < n; ++i) {
         if (!ok) continue;
         const std::size_t found =
@@ -249,7 +249,7 @@ bool ZoStatisticsUtilities::GetDistTolerance(ZoKdTreec* tree, const LumaArray<Lu
             found ? *std::max_element(dist->begin(), dist->begin() + static_cast<std::ptrdiff_t>(found)) : 0.0;
       }
       if (!ok) {
-  #pragma omp atomic write
+#pragma omp atomic write
         failed = true;
       }
     }

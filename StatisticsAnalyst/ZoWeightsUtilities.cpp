@@ -259,9 +259,7 @@ int ZoWeightsUtilities::WriteBinaryRows(std::FILE* file, std::FILE* flags, ZoRec
 
 int ZoWeightsUtilities::WriteDistanceSWMB(std::FILE* file, ZoRecordset* records, const ZoPatternsInformation& info,
                                           LumaArray<ZoSWMFileUniqueIndex>& uniqueIndex, LumaArray<double>& rowSums) {
-  return Guard([&]() -> int {
-    return WriteBinaryRows(file, nullptr, records, info, uniqueIndex, rowSums);
-  });
+  return Guard([&]() -> int { return WriteBinaryRows(file, nullptr, records, info, uniqueIndex, rowSums); });
 }
 
 int ZoWeightsUtilities::WriteContiguitySWMB(std::FILE* file, ZoRecordset* records, ZoConceptualizationModel model,
@@ -306,10 +304,23 @@ unsigned char ZoWeightsUtilities::BuildWeightMatrixBinaryK(
   return BuildBinary(dataset, uniqueIdField, path, &flagPath, info, showProgress);
 }
 
+unsigned char ZoWeightsUtilities::RunBuild(const std::function<unsigned char()>& body) {
+  try {
+    return body();
+  } catch (const std::bad_alloc&) {
+    AddErrorMessage(msg::EUb002);
+  } catch (const std::exception& e) {
+    ReportException(e.what(), nullptr);
+  } catch (...) {
+    ReportException("", nullptr);
+  }
+  return 0;
+}
+
 unsigned char ZoWeightsUtilities::BuildBinary(ZoDatasetVector* dataset, const LumaUnicodeString& uniqueIdField,
                                               const LumaUnicodeString& path, const LumaUnicodeString* flagPath,
                                               const ZoPatternsInformation& info, unsigned char showProgress) {
-  try {
+  return RunBuild([&]() -> unsigned char {
     LumaArray<ZoSWMFileUniqueIndex> uniqueIndex;
     ZoRecordsetPtr records = PrepareBuild(dataset, uniqueIdField, path, info, uniqueIndex, flagPath);
     if (!records) return 0;
@@ -360,16 +371,7 @@ unsigned char ZoWeightsUtilities::BuildBinary(ZoDatasetVector* dataset, const Lu
     fileGuard.Release();
     flagGuard.Release();
     return 1;
-  } catch (const std::bad_alloc&) {
-    AddErrorMessage(msg::EUb002);
-    return 0;
-  } catch (const std::exception& e) {
-    ReportException(e.what(), nullptr);  // the guards have removed the partial files
-    return 0;
-  } catch (...) {
-    ReportException("", nullptr);
-    return 0;
-  }
+  });
 }
 
 unsigned char ZoWeightsUtilities::BuildWeightsDictionary(std::FILE* file, const LumaUnicodeString& outputPath,
@@ -384,7 +386,7 @@ unsigned char ZoWeightsUtilities::BuildWeightsDictionary(std::FILE* file, const 
     return 0;
   }
   ZoFile::Delete(outputPath);
-  try {
+  return RunBuild([&]() -> unsigned char {
     // The whole source is checked before the matrix is sized from it.
     wf::BinaryLayout layout;
     if (const char* id = wf::ReadBinaryLayout(file, layout)) {
@@ -405,16 +407,7 @@ unsigned char ZoWeightsUtilities::BuildWeightsDictionary(std::FILE* file, const 
     }
     outGuard.Release();
     return 1;
-  } catch (const std::bad_alloc&) {
-    AddErrorMessage(msg::EUb002);
-    return 0;
-  } catch (const std::exception& e) {
-    ReportException(e.what(), nullptr);  // the guards have removed the partial files
-    return 0;
-  } catch (...) {
-    ReportException("", nullptr);
-    return 0;
-  }
+  });
 }
 
 bool ZoWeightsUtilities::MarkFlagMatrix(std::FILE* file, std::FILE* out, const weightsfile::BinaryLayout& layout,

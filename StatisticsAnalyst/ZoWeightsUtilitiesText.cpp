@@ -127,7 +127,7 @@ unsigned char ZoWeightsUtilities::BuildWeightMatrixText(ZoDatasetVector* dataset
                                                         const LumaUnicodeString& path,
                                                         const ZoPatternsInformation& info, unsigned char showProgress) {
   ClearErrorMessage();
-  try {
+  return RunBuild([&]() -> unsigned char {
     LumaArray<ZoSWMFileUniqueIndex> uniqueIndex;
     ZoRecordsetPtr records = PrepareBuild(dataset, uniqueIdField, path, info, uniqueIndex);
     if (!records) return 0;
@@ -191,12 +191,7 @@ unsigned char ZoWeightsUtilities::BuildWeightMatrixText(ZoDatasetVector* dataset
     }
     guard.Release();
     return 1;
-  } catch (const std::bad_alloc&) {
-    AddErrorMessage(msg::EUb002);
-  } catch (...) {
-    AddErrorMessage(msg::ESa049);
-  }
-  return 0;
+  });
 }
 
 unsigned char ZoWeightsUtilities::ReadWeightMatrixText(const LumaUnicodeString& path) {

@@ -43,7 +43,8 @@ void CheckOutputs(const Options& options, const std::string& input, const std::s
                   const std::string* flags) {
   std::error_code ec;
   if (ZOC::ZoFile::IsSameFile(output, input)) throw Refusal(ZOC::msg::EUb004, output);
-  if (flags && (ZOC::ZoFile::IsSameFile(*flags, input) || ZOC::ZoFile::IsSameFile(*flags, output))) throw Refusal(ZOC::msg::EUb004, *flags);
+  if (flags && (ZOC::ZoFile::IsSameFile(*flags, input) || ZOC::ZoFile::IsSameFile(*flags, output)))
+    throw Refusal(ZOC::msg::EUb004, *flags);
   if (options.Has("overwrite")) return;
   if (fs::exists(output, ec)) throw Refusal(ZOC::msg::EUb006, output);
   if (flags && fs::exists(*flags, ec)) throw Refusal(ZOC::msg::EUb006, *flags);

@@ -65,8 +65,7 @@ Status GetStandardDist(const LumaArray<LumaPoint2D>& points, const LumaArray<dou
 // The standard deviational ellipse: axes along the rotated x and y
 // directions (not sorted by length) and the rotation angle in degrees.
 Status GetDirection(const LumaArray<LumaPoint2D>& points, const LumaArray<double>& weights, double factor,
-                    LumaPoint2D& centre, double& axisX, double& axisY, double& angle,
-                    ZoStatisticsUtilities& utilities);
+                    LumaPoint2D& centre, double& axisX, double& axisY, double& angle, ZoStatisticsUtilities& utilities);
 
 // A bearing in radians, clockwise from north, of the direction (p, q) =
 // (dx, dy), in [0, 2π); exact zeros and q = -1 follow fixed rules.

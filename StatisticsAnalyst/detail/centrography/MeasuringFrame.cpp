@@ -57,7 +57,8 @@ Status MeasuringFrame::CheckWeightField(const LumaUnicodeString& field) {
 
 Status MeasuringFrame::CheckCaseField() {
   LumaFieldInfo fieldInfo;
-  if (!m_info.CaseField.IsEmpty() && !m_input->GetFieldInfo(m_info.CaseField, fieldInfo)) return Status::Fail(msg::ECd001);
+  if (!m_info.CaseField.IsEmpty() && !m_input->GetFieldInfo(m_info.CaseField, fieldInfo))
+    return Status::Fail(msg::ECd001);
   return {};
 }
 
@@ -66,7 +67,8 @@ Status MeasuringFrame::CheckStatisticsFields() {
   for (std::size_t i = 0; i < m_info.StatisticsFields.size(); ++i) {
     if (!m_input->GetFieldInfo(m_info.StatisticsFields[i], fieldInfo)) return Status::Fail(msg::ECd001);
     const int type = m_info.StatisticsTypes[i];
-    if (!LUMA::IsNumericFieldType(fieldInfo.GetType()) && type != StatisticsFirst && type != StatisticsLast) return Status::Fail(msg::ESa002);
+    if (!LUMA::IsNumericFieldType(fieldInfo.GetType()) && type != StatisticsFirst && type != StatisticsLast)
+      return Status::Fail(msg::ESa002);
   }
   return {};
 }

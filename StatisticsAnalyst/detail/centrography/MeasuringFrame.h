@@ -19,9 +19,9 @@
 
 namespace ZOC::centrography {
 
+using detail::Status;
 using LUMA::LumaFieldInfos;
 using LUMA::LumaVariant;
-using detail::Status;
 
 // The features of one group, in the pass's order.
 struct FeatureGroup {

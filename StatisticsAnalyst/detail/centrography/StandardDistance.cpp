@@ -39,8 +39,8 @@ Status GetStandardDist(const LumaArray<LumaPoint2D>& points, const LumaArray<dou
   return {};
 }
 
-Status RunRegions(MeasureCall& call, const char* titleId, const char* stepId,
-                  const std::vector<const char*>& ownFields, const RegionFunction& region) {
+Status RunRegions(MeasureCall& call, const char* titleId, const char* stepId, const std::vector<const char*>& ownFields,
+                  const RegionFunction& region) {
   MeasuringFrame frame(call.input, call.output, *call.info);
   LumaFieldInfos own, none;
   for (const char* name : ownFields) own.emplace_back(name, LUMA::FieldDouble);
