@@ -47,6 +47,24 @@ void ZoAnalysisFrame::ReportException(const char* what, const char* summaryId) {
   }
 }
 
+bool ZoAnalysisFrame::CheckInputAndResult(ZoDatasetVector* input, ZoDatasetVector* result) {
+  if (!input) {
+    AddErrorMessage(msg::EEg002);
+    return false;
+  }
+  if (!result) {
+    AddErrorMessage(msg::EEg032);
+    return false;
+  }
+  if (!result->IsOpen()) result->Open();
+  if (!CheckAnalysisDataset(input)) return false;
+  if (result->GetType() != input->GetType()) {
+    AddErrorMessage(msg::EEe017);
+    return false;
+  }
+  return true;
+}
+
 bool ZoAnalysisFrame::CheckFieldValid(ZoDatasetVector* dataset, const LumaUnicodeString& fieldName) {
   if (fieldName.IsEmpty()) return true;
   if (!dataset) {

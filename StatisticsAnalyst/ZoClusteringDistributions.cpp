@@ -13,20 +13,7 @@ namespace ZOC {
 ZoRecordsetPtr ZoClusteringDistributions::OpenLocalRecords(ZoDatasetVector* source, ZoDatasetVector* result,
                                                            const ZoPatternsInformation& info,
                                                            const LumaUnicodeString& selfWeightField) {
-  if (!source) {
-    AddErrorMessage(msg::EEg002);
-    return nullptr;
-  }
-  if (!result) {
-    AddErrorMessage(msg::EEg032);
-    return nullptr;
-  }
-  if (!result->IsOpen()) result->Open();
-  if (!CheckAnalysisDataset(source)) return nullptr;
-  if (result->GetType() != source->GetType()) {
-    AddErrorMessage(msg::EEe017);
-    return nullptr;
-  }
+  if (!CheckInputAndResult(source, result)) return nullptr;
   ZoRecordsetPtr records = QueryOrderedBy(source, kSystemIdField);
   if (!records || !CheckParameterValid(records.get(), info)) return nullptr;
   if (!selfWeightField.IsEmpty()) {

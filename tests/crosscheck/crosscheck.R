@@ -38,6 +38,15 @@ compare <- function(label, ours, theirs) {
   }
 }
 
+# zostat's index, expectation, variance and z against an spdep htest.
+compare_test <- function(label, json, test) {
+  compare(label,
+          list(index = json_number(json, "index"), E = json_number(json, "expected_index"),
+               V = json_number(json, "variance"), z = json_number(json, "z_score")),
+          list(index = unname(test$estimate[1]), E = unname(test$estimate[2]), V = unname(test$estimate[3]),
+               z = unname(test$statistic)))
+}
+
 for (case in global_cases) {
   input <- file.path(data, case$file)
   label <- paste(case$file, case$field, paste(case$weights, collapse = " "))
@@ -45,12 +54,8 @@ for (case in global_cases) {
   x <- values(input, case$field)
 
   mt <- moran.test(x, lw, randomisation = TRUE, zero.policy = TRUE)
-  ours <- run("moran", "--json", "--input", input, "--field", case$field, case$weights)
-  compare(paste("Moran", label),
-          list(I = json_number(ours, "index"), E = json_number(ours, "expected_index"),
-               V = json_number(ours, "variance"), z = json_number(ours, "z_score")),
-          list(I = unname(mt$estimate[1]), E = unname(mt$estimate[2]), V = unname(mt$estimate[3]),
-               z = unname(mt$statistic)))
+  compare_test(paste("Moran", label), run("moran", "--json", "--input", input, "--field", case$field, case$weights),
+               mt)
 
   # The streamed path: the same weights through a weights file.
   swmb <- tempfile(fileext = ".swmb")
@@ -64,13 +69,9 @@ for (case in global_cases) {
 
   # General G wants binary weights.
   if (binary_weights(case$weights)) {
-    gt <- globalG.test(x, lw, zero.policy = TRUE)
-    ours <- run("general-g", "--json", "--input", input, "--field", case$field, case$weights)
-    compare(paste("General G", label),
-            list(G = json_number(ours, "index"), E = json_number(ours, "expected_index"),
-                 V = json_number(ours, "variance"), z = json_number(ours, "z_score")),
-            list(G = unname(gt$estimate[1]), E = unname(gt$estimate[2]), V = unname(gt$estimate[3]),
-                 z = unname(gt$statistic)))
+    compare_test(paste("General G", label),
+                 run("general-g", "--json", "--input", input, "--field", case$field, case$weights),
+                 globalG.test(x, lw, zero.policy = TRUE))
   }
 }
 
