@@ -66,21 +66,23 @@ bool ZoAnalysisFrame::CheckInputAndResult(ZoDatasetVector* input, ZoDatasetVecto
 }
 
 bool ZoAnalysisFrame::CheckFieldValid(ZoDatasetVector* dataset, const LumaUnicodeString& fieldName) {
-  if (fieldName.IsEmpty()) return true;
-  if (!dataset) {
-    AddErrorMessage(msg::EEg002);
-    return false;
-  }
-  LUMA::LumaFieldInfo field;
-  if (!dataset->GetFieldInfo(fieldName, field)) {
-    AddErrorMessage(msg::ECd001);
-    return false;
-  }
-  if (!LUMA::IsNumericFieldType(field.GetType())) {
-    AddErrorMessage(msg::ESa006);
-    return false;
-  }
-  return true;
+  return Guard([&]() -> bool {
+    if (fieldName.IsEmpty()) return true;
+    if (!dataset) {
+      AddErrorMessage(msg::EEg002);
+      return false;
+    }
+    LUMA::LumaFieldInfo field;
+    if (!dataset->GetFieldInfo(fieldName, field)) {
+      AddErrorMessage(msg::ECd001);
+      return false;
+    }
+    if (!LUMA::IsNumericFieldType(field.GetType())) {
+      AddErrorMessage(msg::ESa006);
+      return false;
+    }
+    return true;
+  });
 }
 
 bool ZoAnalysisFrame::CheckParameterValid(ZoRecordset* records, const ZoPatternsInformation& info) {

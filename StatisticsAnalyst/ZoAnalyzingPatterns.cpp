@@ -79,10 +79,12 @@ ZoAnalyzingPatterns& ZoAnalyzingPatterns::operator=(const ZoAnalyzingPatterns& o
 }
 
 bool ZoAnalyzingPatterns::OpenWeightsDictionary(const LumaUnicodeString& path) {
-  CloseWeightsDictionary();
-  m_flagMatrix = std::fopen(path.c_str(), "rb");
-  if (!m_flagMatrix) AddErrorMessage(msg::ESa049);
-  return m_flagMatrix != nullptr;
+  return Guard([&]() -> bool {
+    CloseWeightsDictionary();
+    m_flagMatrix = std::fopen(path.c_str(), "rb");
+    if (!m_flagMatrix) AddErrorMessage(msg::ESa049);
+    return m_flagMatrix != nullptr;
+  });
 }
 
 void ZoAnalyzingPatterns::CloseWeightsDictionary() {

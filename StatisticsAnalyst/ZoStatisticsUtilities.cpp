@@ -84,24 +84,26 @@ bool ZoStatisticsUtilities::PickUpBaryCenters(ZoRecordset* records, LumaArray<Lu
 
 bool ZoStatisticsUtilities::GetMeanCenter(const LumaArray<LumaPoint2D>& points, const LumaArray<double>& weights,
                                           LumaPoint2D& centre) {
-  ClearErrorMessage();
-  if (points.empty() || weights.empty()) return true;
-  if (points.size() != weights.size()) {
-    AddErrorMessage(msg::ESa019);
-    return false;
-  }
-  double sumW = 0.0, sumX = 0.0, sumY = 0.0;
-  for (std::size_t i = 0; i < points.size(); ++i) {
-    sumW += weights[i];
-    sumX += weights[i] * points[i].x;
-    sumY += weights[i] * points[i].y;
-  }
-  if (sumW > -1e-20 && sumW < 1e-20) {
-    AddErrorMessage(msg::ESa018);
-    return false;
-  }
-  centre = LumaPoint2D{sumX / sumW, sumY / sumW};
-  return true;
+  return Guard([&]() -> bool {
+    ClearErrorMessage();
+    if (points.empty() || weights.empty()) return true;
+    if (points.size() != weights.size()) {
+      AddErrorMessage(msg::ESa019);
+      return false;
+    }
+    double sumW = 0.0, sumX = 0.0, sumY = 0.0;
+    for (std::size_t i = 0; i < points.size(); ++i) {
+      sumW += weights[i];
+      sumX += weights[i] * points[i].x;
+      sumY += weights[i] * points[i].y;
+    }
+    if (sumW > -1e-20 && sumW < 1e-20) {
+      AddErrorMessage(msg::ESa018);
+      return false;
+    }
+    centre = LumaPoint2D{sumX / sumW, sumY / sumW};
+    return true;
+  });
 }
 
 bool ZoStatisticsUtilities::Forward(LumaArray<LumaPoint2D>& points, const ZoPrjCoordSys& cs) {
@@ -345,31 +347,33 @@ void StandardizeRows(LumaArray<WeightMatrixUnit>& units, const LumaArray<double>
 }  // namespace
 
 bool ZoStatisticsUtilities::CheckWeightsRequest(ZoRecordset* records, const ZoPatternsInformation& info) {
-  if (!records) {
-    AddErrorMessage(msg::EEg024);
-    return false;
-  }
-  if (!CheckParameterValid(records, info)) return false;
-  switch (info.Conceptualization) {
-    case InverseDistance:
-    case InverseDistanceSquared:
-    case FixedDistanceBand:
-    case ZoneOfIndifference:
-    case KNearestNeighbors: break;
-    case ContiguityEdgesOnly:
-    case ContiguityEdgesCorners:
-      if (records->GetDataset()->GetType() != DatasetRegion) {
-        AddErrorMessage(msg::ESa025);
-        return false;
-      }
-      break;
-    default: return false;  // weights files are read by the analyses themselves
-  }
-  if (records->GetRecordCount() > kMaxInMemoryFeatures) {
-    AddErrorMessage(msg::EUb003);
-    return false;
-  }
-  return true;
+  return Guard([&]() -> bool {
+    if (!records) {
+      AddErrorMessage(msg::EEg024);
+      return false;
+    }
+    if (!CheckParameterValid(records, info)) return false;
+    switch (info.Conceptualization) {
+      case InverseDistance:
+      case InverseDistanceSquared:
+      case FixedDistanceBand:
+      case ZoneOfIndifference:
+      case KNearestNeighbors: break;
+      case ContiguityEdgesOnly:
+      case ContiguityEdgesCorners:
+        if (records->GetDataset()->GetType() != DatasetRegion) {
+          AddErrorMessage(msg::ESa025);
+          return false;
+        }
+        break;
+      default: return false;  // weights files are read by the analyses themselves
+    }
+    if (records->GetRecordCount() > kMaxInMemoryFeatures) {
+      AddErrorMessage(msg::EUb003);
+      return false;
+    }
+    return true;
+  });
 }
 
 bool ZoStatisticsUtilities::GetSpatialWeight(ZoRecordset* records, const ZoPatternsInformation& info,
