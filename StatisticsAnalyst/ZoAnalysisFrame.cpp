@@ -47,22 +47,42 @@ void ZoAnalysisFrame::ReportException(const char* what, const char* summaryId) {
   }
 }
 
-bool ZoAnalysisFrame::CheckFieldValid(ZoDatasetVector* dataset, const LumaUnicodeString& fieldName) {
-  if (fieldName.IsEmpty()) return true;
-  if (!dataset) {
+bool ZoAnalysisFrame::CheckInputAndResult(ZoDatasetVector* input, ZoDatasetVector* result) {
+  if (!input) {
     AddErrorMessage(msg::EEg002);
     return false;
   }
-  LUMA::LumaFieldInfo field;
-  if (!dataset->GetFieldInfo(fieldName, field)) {
-    AddErrorMessage(msg::ECd001);
+  if (!result) {
+    AddErrorMessage(msg::EEg032);
     return false;
   }
-  if (!LUMA::IsNumericFieldType(field.GetType())) {
-    AddErrorMessage(msg::ESa006);
+  if (!result->IsOpen()) result->Open();
+  if (!CheckAnalysisDataset(input)) return false;
+  if (result->GetType() != input->GetType()) {
+    AddErrorMessage(msg::EEe017);
     return false;
   }
   return true;
+}
+
+bool ZoAnalysisFrame::CheckFieldValid(ZoDatasetVector* dataset, const LumaUnicodeString& fieldName) {
+  return Guard([&]() -> bool {
+    if (fieldName.IsEmpty()) return true;
+    if (!dataset) {
+      AddErrorMessage(msg::EEg002);
+      return false;
+    }
+    LUMA::LumaFieldInfo field;
+    if (!dataset->GetFieldInfo(fieldName, field)) {
+      AddErrorMessage(msg::ECd001);
+      return false;
+    }
+    if (!LUMA::IsNumericFieldType(field.GetType())) {
+      AddErrorMessage(msg::ESa006);
+      return false;
+    }
+    return true;
+  });
 }
 
 bool ZoAnalysisFrame::CheckParameterValid(ZoRecordset* records, const ZoPatternsInformation& info) {

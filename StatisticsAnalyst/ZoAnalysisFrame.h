@@ -89,6 +89,10 @@ class SA_API ZoAnalysisFrame {
   // The dataset must be given ("EEg002"; it is opened when needed) and be a
   // point, line or region dataset ("EEe018").
   bool CheckAnalysisDataset(ZoDatasetVector* dataset);
+  // The input and result datasets of an analysis that writes features: both
+  // given ("EEg002", "EEg032"; opened when needed), the input a point, line
+  // or region dataset ("EEe018"), the result of the same type ("EEe017").
+  bool CheckInputAndResult(ZoDatasetVector* input, ZoDatasetVector* result);
   // The dataset's records ordered by a field, ascending (ties by "QlID");
   // null after "EKa013".
   ZoRecordsetPtr QueryOrderedBy(ZoDatasetVector* dataset, const LumaUnicodeString& field);

@@ -53,11 +53,13 @@ unsigned char ZoAnalyzingPatterns::AverageNearestNeighbor(ZoDatasetVector* datas
 unsigned char ZoAnalyzingPatterns::GetMinAreaRect1(const LumaArray<LumaPoint2D>& hull, LumaPoint2D& centre,
                                                    LumaPoint2D& u, LumaPoint2D& v, double& length, double& width,
                                                    double& area) {
-  detail::global::Rectangle rect;
-  if (!Report(detail::global::MinimumAreaRectangle(hull, rect))) return 0;
-  centre = rect.centre, u = rect.u, v = rect.v;
-  length = rect.length, width = rect.width, area = rect.area;
-  return 1;
+  return Guard([&]() -> unsigned char {
+    detail::global::Rectangle rect;
+    if (!Report(detail::global::MinimumAreaRectangle(hull, rect))) return 0;
+    centre = rect.centre, u = rect.u, v = rect.v;
+    length = rect.length, width = rect.width, area = rect.area;
+    return 1;
+  });
 }
 
 // ---------------------------------------------- copies and the K-nearest flag matrix
@@ -77,10 +79,12 @@ ZoAnalyzingPatterns& ZoAnalyzingPatterns::operator=(const ZoAnalyzingPatterns& o
 }
 
 bool ZoAnalyzingPatterns::OpenWeightsDictionary(const LumaUnicodeString& path) {
-  CloseWeightsDictionary();
-  m_flagMatrix = std::fopen(path.c_str(), "rb");
-  if (!m_flagMatrix) AddErrorMessage(msg::ESa049);
-  return m_flagMatrix != nullptr;
+  return Guard([&]() -> bool {
+    CloseWeightsDictionary();
+    m_flagMatrix = std::fopen(path.c_str(), "rb");
+    if (!m_flagMatrix) AddErrorMessage(msg::ESa049);
+    return m_flagMatrix != nullptr;
+  });
 }
 
 void ZoAnalyzingPatterns::CloseWeightsDictionary() {
@@ -89,23 +93,25 @@ void ZoAnalyzingPatterns::CloseWeightsDictionary() {
 }
 
 unsigned char ZoAnalyzingPatterns::ReadWeightMatrixBinaryK(int n, LumaArray<double>& row) {
-  if (!m_flagMatrix) {
-    AddErrorMessage(msg::EEg020);
-    return 0;
-  }
-  // n is the caller's feature count; a short file shows in the read.
-  if (n < 0) {
-    AddErrorMessage(msg::ESa046);
-    return 0;
-  }
-  std::vector<unsigned char> block(static_cast<std::size_t>(n));
-  if (n > 0 && std::fread(block.data(), 1, block.size(), m_flagMatrix) != block.size()) {
-    AddErrorMessage(msg::ESa046);
-    return 0;
-  }
-  row.resize(block.size());
-  for (std::size_t i = 0; i < block.size(); ++i) row[i] = block[i] != 0 ? 1.0 : 0.0;
-  return 1;
+  return Guard([&]() -> unsigned char {
+    if (!m_flagMatrix) {
+      AddErrorMessage(msg::EEg020);
+      return 0;
+    }
+    // n is the caller's feature count; a short file shows in the read.
+    if (n < 0) {
+      AddErrorMessage(msg::ESa046);
+      return 0;
+    }
+    std::vector<unsigned char> block(static_cast<std::size_t>(n));
+    if (n > 0 && std::fread(block.data(), 1, block.size(), m_flagMatrix) != block.size()) {
+      AddErrorMessage(msg::ESa046);
+      return 0;
+    }
+    row.resize(block.size());
+    for (std::size_t i = 0; i < block.size(); ++i) row[i] = block[i] != 0 ? 1.0 : 0.0;
+    return 1;
+  });
 }
 
 }  // namespace ZOC

@@ -13,20 +13,7 @@ namespace ZOC {
 ZoRecordsetPtr ZoClusteringDistributions::OpenLocalRecords(ZoDatasetVector* source, ZoDatasetVector* result,
                                                            const ZoPatternsInformation& info,
                                                            const LumaUnicodeString& selfWeightField) {
-  if (!source) {
-    AddErrorMessage(msg::EEg002);
-    return nullptr;
-  }
-  if (!result) {
-    AddErrorMessage(msg::EEg032);
-    return nullptr;
-  }
-  if (!result->IsOpen()) result->Open();
-  if (!CheckAnalysisDataset(source)) return nullptr;
-  if (result->GetType() != source->GetType()) {
-    AddErrorMessage(msg::EEe017);
-    return nullptr;
-  }
+  if (!CheckInputAndResult(source, result)) return nullptr;
   ZoRecordsetPtr records = QueryOrderedBy(source, kSystemIdField);
   if (!records || !CheckParameterValid(records.get(), info)) return nullptr;
   if (!selfWeightField.IsEmpty()) {
@@ -66,11 +53,13 @@ unsigned char ZoClusteringDistributions::ClusterOutlier(ZoDatasetVector* source,
 unsigned char ZoClusteringDistributions::DensityBasedClustering(ZoDatasetVector* source, ZoDatasetVector* result,
                                                                 const ZoClusterInformation& info,
                                                                 unsigned char showProgress, ZoClusterSummary* summary) {
-  clustering::DensityRun run;
-  run.SetProgress(m_progress);
-  const unsigned char ok = run.Run(source, result, info, showProgress != 0, summary);
-  SetStrErrorMes(run.GetStrErrorMes());
-  return ok;
+  return Guard([&]() -> unsigned char {
+    clustering::DensityRun run;
+    run.SetProgress(m_progress);
+    const unsigned char ok = run.Run(source, result, info, showProgress != 0, summary);
+    SetStrErrorMes(run.GetStrErrorMes());
+    return ok;
+  });
 }
 
 }  // namespace ZOC

@@ -1,18 +1,18 @@
 #include "StatisticsAnalyst/ZoSpatialMeasure.h"
 
 #include "StatisticsAnalyst/detail/centrography/Measures.h"
+#include "StatisticsAnalyst/detail/common/Status.h"
 
 namespace ZOC {
 
 namespace {
 
-using Measure = bool (*)(centrography::MeasureCall&);
+using Measure = detail::Status (*)(centrography::MeasureCall&);
 
 }  // namespace
 
 unsigned char ZoSpatialMeasure::Run(Measure measure, ZoDatasetVector* input, ZoDatasetVector* output,
                                     const ZoMeasuringInformation& info, unsigned char showProgress) {
-  centrography::MessageLog log;
   centrography::MeasureCall call;
   call.input = input;
   call.output = output;
@@ -20,15 +20,8 @@ unsigned char ZoSpatialMeasure::Run(Measure measure, ZoDatasetVector* input, ZoD
   call.showProgress = showProgress != 0;
   call.callerProgress = m_progress;
   call.utilities = &m_utilities;
-  call.log = &log;
-  // Anything that escapes a measure (memory included) becomes a message,
-  // after what the measure itself logged.
   ClearErrorMessage();
-  const bool ok = Guard([&] { return measure(call); });
-  const LumaUnicodeString escaped = GetStrErrorMes();
-  SetStrErrorMes(log.Text());
-  AppendErrorText(escaped);
-  return ok ? 1 : 0;
+  return Guard([&]() -> unsigned char { return Report(measure(call)); });
 }
 
 unsigned char ZoSpatialMeasure::MeasureMeanCenter(ZoDatasetVector* input, ZoDatasetVector* output,

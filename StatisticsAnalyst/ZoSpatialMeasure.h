@@ -80,8 +80,8 @@ class SA_API ZoSpatialMeasure : public ZoAnalysisFrame {
 
  private:
   // Runs one measure with a fresh message and keeps the measure's message.
-  unsigned char Run(bool (*measure)(centrography::MeasureCall&), ZoDatasetVector* input, ZoDatasetVector* output,
-                    const ZoMeasuringInformation& info, unsigned char showProgress);
+  unsigned char Run(detail::Status (*measure)(centrography::MeasureCall&), ZoDatasetVector* input,
+                    ZoDatasetVector* output, const ZoMeasuringInformation& info, unsigned char showProgress);
 
   // Supplies the weighted mean centre.
   ZoStatisticsUtilities m_utilities;

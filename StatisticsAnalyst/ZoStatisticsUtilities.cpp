@@ -47,7 +47,12 @@ double ZoStatisticsUtilities::ManhattanDistance(const LumaPoint2D& a, const Luma
 bool ZoStatisticsUtilities::CalculateDistance(const LumaArray<LumaPoint2D>& points, const LumaPoint2D& point,
                                               const ZoDistanceMethod& method, LumaArray<double>& distances) {
   if (points.empty()) return false;
-  distances.resize(points.size());
+  // Static: no message to carry a failure, so running out of memory is a false return.
+  try {
+    distances.resize(points.size());
+  } catch (...) {
+    return false;
+  }
   if (method == Euclidean) {
     for (std::size_t j = 0; j < points.size(); ++j) distances[j] = EuclideanDistance(points[j], point);
   } else {
@@ -79,24 +84,26 @@ bool ZoStatisticsUtilities::PickUpBaryCenters(ZoRecordset* records, LumaArray<Lu
 
 bool ZoStatisticsUtilities::GetMeanCenter(const LumaArray<LumaPoint2D>& points, const LumaArray<double>& weights,
                                           LumaPoint2D& centre) {
-  ClearErrorMessage();
-  if (points.empty() || weights.empty()) return true;
-  if (points.size() != weights.size()) {
-    AddErrorMessage(msg::ESa019);
-    return false;
-  }
-  double sumW = 0.0, sumX = 0.0, sumY = 0.0;
-  for (std::size_t i = 0; i < points.size(); ++i) {
-    sumW += weights[i];
-    sumX += weights[i] * points[i].x;
-    sumY += weights[i] * points[i].y;
-  }
-  if (sumW > -1e-20 && sumW < 1e-20) {
-    AddErrorMessage(msg::ESa018);
-    return false;
-  }
-  centre = LumaPoint2D{sumX / sumW, sumY / sumW};
-  return true;
+  return Guard([&]() -> bool {
+    ClearErrorMessage();
+    if (points.empty() || weights.empty()) return true;
+    if (points.size() != weights.size()) {
+      AddErrorMessage(msg::ESa019);
+      return false;
+    }
+    double sumW = 0.0, sumX = 0.0, sumY = 0.0;
+    for (std::size_t i = 0; i < points.size(); ++i) {
+      sumW += weights[i];
+      sumX += weights[i] * points[i].x;
+      sumY += weights[i] * points[i].y;
+    }
+    if (sumW > -1e-20 && sumW < 1e-20) {
+      AddErrorMessage(msg::ESa018);
+      return false;
+    }
+    centre = LumaPoint2D{sumX / sumW, sumY / sumW};
+    return true;
+  });
 }
 
 bool ZoStatisticsUtilities::Forward(LumaArray<LumaPoint2D>& points, const ZoPrjCoordSys& cs) {
@@ -106,40 +113,46 @@ bool ZoStatisticsUtilities::Forward(LumaArray<LumaPoint2D>& points, const ZoPrjC
 // -------------------------------------------------------- polygon contiguity
 
 bool ZoStatisticsUtilities::BuildContiguityGird(ZoRecordset* records, ZoContiguityGrid& grid) {
-  if (!records) {
-    AddErrorMessage(msg::EEg024);
-    return false;
-  }
-  try {
-    const std::int64_t n = records->GetRecordCount();
-    std::vector<ZoGeometry> regions;
-    regions.reserve(static_cast<std::size_t>(std::max<std::int64_t>(n, 0)));
-    for (bool more = records->MoveFirst(); more && !records->IsEOF(); more = records->MoveNext()) {
-      regions.emplace_back();
-      if (!records->GetGeometry(regions.back()) || regions.back().IsEmpty()) {
-        AppendErrorText(ZoStringEx::Format(ZoStringEx::LoadResString(msg::EUc002),
-                                           {LumaUnicodeString(std::to_string(records->GetID()).c_str())}));
-        AddErrorMessage(msg::ESa008);
-        return false;
-      }
-    }
-    const char* errorId = nullptr;
-    if (!grid.Build(regions, static_cast<std::size_t>(n), &errorId)) {
-      AddErrorMessage(errorId ? errorId : msg::EFd059);
+  return Guard([&]() -> bool {
+    if (!records) {
+      AddErrorMessage(msg::EEg024);
       return false;
     }
-  } catch (const std::bad_alloc&) {
-    AddErrorMessage(msg::EBa003);
-    return false;
-  }
-  return true;
+    try {
+      const std::int64_t n = records->GetRecordCount();
+      std::vector<ZoGeometry> regions;
+      regions.reserve(static_cast<std::size_t>(std::max<std::int64_t>(n, 0)));
+      for (bool more = records->MoveFirst(); more && !records->IsEOF(); more = records->MoveNext()) {
+        regions.emplace_back();
+        if (!records->GetGeometry(regions.back()) || regions.back().IsEmpty()) {
+          AppendErrorText(ZoStringEx::Format(ZoStringEx::LoadResString(msg::EUc002),
+                                             {LumaUnicodeString(std::to_string(records->GetID()).c_str())}));
+          AddErrorMessage(msg::ESa008);
+          return false;
+        }
+      }
+      const char* errorId = nullptr;
+      if (!grid.Build(regions, static_cast<std::size_t>(n), &errorId)) {
+        AddErrorMessage(errorId ? errorId : msg::EFd059);
+        return false;
+      }
+    } catch (const std::bad_alloc&) {
+      AddErrorMessage(msg::EBa003);
+      return false;
+    }
+    return true;
+  });
 }
 
 void ZoStatisticsUtilities::GetContiguityIDs(const ZoContiguityGrid& grid, std::int64_t i, bool edgesOnly,
                                              LumaArray<std::int64_t>& ids) {
-  std::vector<int> found;
-  grid.GetContiguityIDs(static_cast<std::size_t>(i), edgesOnly, found);
-  ids.insert(ids.end(), found.begin(), found.end());
+  // Static: no message to carry a failure, so running out of memory adds nothing.
+  try {
+    std::vector<int> found;
+    grid.GetContiguityIDs(static_cast<std::size_t>(i), edgesOnly, found);
+    ids.insert(ids.end(), found.begin(), found.end());
+  } catch (...) {
+  }
 }
 
 // -------------------------------------------------------- neighbour search
@@ -182,64 +195,68 @@ ZoKdTreec* ZoStatisticsUtilities::CreateKDTreec(LumaArray<LumaPoint3D>* buffer, 
 
 bool ZoStatisticsUtilities::GetDistTolerance(ZoKdTree* tree, const LumaPoint2D& point, const int& k, double& distance,
                                              const ZoDistanceMethod& method) {
-  if (!tree) {
-    AddErrorMessage(msg::ESa038);
-    return false;
-  }
-  if (k < 0) return false;
-  // The point itself is in the tree and comes back at distance 0, hence k + 1.
-  std::vector<std::size_t> indices;
-  std::vector<double> distances;
-  const std::size_t found =
-      tree->SearchKdTree(To3D(point), static_cast<std::size_t>(k) + 1, indices, distances, method);
-  if (found == 0) return false;
-  distance = *std::max_element(distances.begin(), distances.begin() + static_cast<std::ptrdiff_t>(found));
-  return true;
+  return Guard([&]() -> bool {
+    if (!tree) {
+      AddErrorMessage(msg::ESa038);
+      return false;
+    }
+    if (k < 0) return false;
+    // The point itself is in the tree and comes back at distance 0, hence k + 1.
+    std::vector<std::size_t> indices;
+    std::vector<double> distances;
+    const std::size_t found =
+        tree->SearchKdTree(To3D(point), static_cast<std::size_t>(k) + 1, indices, distances, method);
+    if (found == 0) return false;
+    distance = *std::max_element(distances.begin(), distances.begin() + static_cast<std::ptrdiff_t>(found));
+    return true;
+  });
 }
 
 bool ZoStatisticsUtilities::GetDistTolerance(ZoKdTreec* tree, const LumaArray<LumaPoint2D>& points, const int& k,
                                              LumaArray<double>& distances, const ZoDistanceMethod& method) {
-  if (!tree) {
-    AddErrorMessage(msg::ESa038);
-    return false;
-  }
-  if (k < 1) return false;
-  const std::size_t kk = static_cast<std::size_t>(k);
-  const std::int64_t n = static_cast<std::int64_t>(points.size());
-  distances.assign(points.size(), 0.0);
+  return Guard([&]() -> bool {
+    if (!tree) {
+      AddErrorMessage(msg::ESa038);
+      return false;
+    }
+    if (k < 1) return false;
+    const std::size_t kk = static_cast<std::size_t>(k);
+    const std::int64_t n = static_cast<std::int64_t>(points.size());
+    distances.assign(points.size(), 0.0);
 
-  // Each thread allocates its buffers once and registers them in a shared
-  // list (the loop's one critical section); they are freed after the loop.
-  std::vector<std::unique_ptr<std::vector<double>>> buffers;
-  bool failed = false;
+    // Each thread allocates its buffers once and registers them in a shared
+    // list (the loop's one critical section); they are freed after the loop.
+    std::vector<std::unique_ptr<std::vector<double>>> buffers;
+    bool failed = false;
 #pragma omp parallel
-  {
-    std::vector<double>* dist = nullptr;
-    std::vector<std::size_t> idx;
-    bool ok = true;
-    try {
-      auto owned = std::make_unique<std::vector<double>>(kk);
-      idx.resize(kk);
-      dist = owned.get();
+    {
+      std::vector<double>* dist = nullptr;
+      std::vector<std::size_t> idx;
+      bool ok = true;
+      try {
+        auto owned = std::make_unique<std::vector<double>>(kk);
+        idx.resize(kk);
+        dist = owned.get();
 #pragma omp critical(sa_dist_tolerance_buffers)
-      buffers.push_back(std::move(owned));
-    } catch (const std::bad_alloc&) {
-      ok = false;
-    }
+        buffers.push_back(std::move(owned));
+      } catch (const std::bad_alloc&) {
+        ok = false;
+      }
 #pragma omp for schedule(static)
-    for (std::int64_t i = 0; i < n; ++i) {
-      if (!ok) continue;
-      const std::size_t found =
-          tree->SearchKdTreec(To3D(points[static_cast<std::size_t>(i)]), kk, idx.data(), dist->data(), method);
-      distances[static_cast<std::size_t>(i)] =
-          found ? *std::max_element(dist->begin(), dist->begin() + static_cast<std::ptrdiff_t>(found)) : 0.0;
-    }
-    if (!ok) {
+      for (std::int64_t i = 0; i < n; ++i) {
+        if (!ok) continue;
+        const std::size_t found =
+            tree->SearchKdTreec(To3D(points[static_cast<std::size_t>(i)]), kk, idx.data(), dist->data(), method);
+        distances[static_cast<std::size_t>(i)] =
+            found ? *std::max_element(dist->begin(), dist->begin() + static_cast<std::ptrdiff_t>(found)) : 0.0;
+      }
+      if (!ok) {
 #pragma omp atomic write
-      failed = true;
+        failed = true;
+      }
     }
-  }
-  return !failed;
+    return !failed;
+  });
 }
 
 double ZoStatisticsUtilities::GetDistTolerance(const LumaArray<LumaPoint2D>& points, const double& tolerance,
@@ -298,7 +315,13 @@ int ZoStatisticsUtilities::FindWeightIndex(const LumaArray<WeightMatrixUnit>& un
 
 void ZoStatisticsUtilities::GetWeightMatrixRow(const LumaArray<WeightMatrixUnit>& units, int row, int n,
                                                LumaArray<double>& out) {
-  out.assign(n > 0 ? static_cast<std::size_t>(n) : 0u, 0.0);
+  // Static: no message to carry a failure, so running out of memory leaves the row empty.
+  try {
+    out.assign(n > 0 ? static_cast<std::size_t>(n) : 0u, 0.0);
+  } catch (...) {
+    out.clear();
+    return;
+  }
   if (n <= 0 || row < 0 || row >= n) return;
   const std::int64_t first = static_cast<std::int64_t>(row) * n, end = first + n;
   auto it = std::lower_bound(units.begin(), units.end(), first,
@@ -324,31 +347,33 @@ void StandardizeRows(LumaArray<WeightMatrixUnit>& units, const LumaArray<double>
 }  // namespace
 
 bool ZoStatisticsUtilities::CheckWeightsRequest(ZoRecordset* records, const ZoPatternsInformation& info) {
-  if (!records) {
-    AddErrorMessage(msg::EEg024);
-    return false;
-  }
-  if (!CheckParameterValid(records, info)) return false;
-  switch (info.Conceptualization) {
-    case InverseDistance:
-    case InverseDistanceSquared:
-    case FixedDistanceBand:
-    case ZoneOfIndifference:
-    case KNearestNeighbors: break;
-    case ContiguityEdgesOnly:
-    case ContiguityEdgesCorners:
-      if (records->GetDataset()->GetType() != DatasetRegion) {
-        AddErrorMessage(msg::ESa025);
-        return false;
-      }
-      break;
-    default: return false;  // weights files are read by the analyses themselves
-  }
-  if (records->GetRecordCount() > kMaxInMemoryFeatures) {
-    AddErrorMessage(msg::EUb003);
-    return false;
-  }
-  return true;
+  return Guard([&]() -> bool {
+    if (!records) {
+      AddErrorMessage(msg::EEg024);
+      return false;
+    }
+    if (!CheckParameterValid(records, info)) return false;
+    switch (info.Conceptualization) {
+      case InverseDistance:
+      case InverseDistanceSquared:
+      case FixedDistanceBand:
+      case ZoneOfIndifference:
+      case KNearestNeighbors: break;
+      case ContiguityEdgesOnly:
+      case ContiguityEdgesCorners:
+        if (records->GetDataset()->GetType() != DatasetRegion) {
+          AddErrorMessage(msg::ESa025);
+          return false;
+        }
+        break;
+      default: return false;  // weights files are read by the analyses themselves
+    }
+    if (records->GetRecordCount() > kMaxInMemoryFeatures) {
+      AddErrorMessage(msg::EUb003);
+      return false;
+    }
+    return true;
+  });
 }
 
 bool ZoStatisticsUtilities::GetSpatialWeight(ZoRecordset* records, const ZoPatternsInformation& info,

@@ -89,38 +89,42 @@ std::FILE* ZoStatisticsUtilities::CheckSWMFileValid(ZoDatasetVector* dataset, co
 unsigned char ZoStatisticsUtilities::ReadWeightMatrixBinarySparse(std::FILE* file, int count, int n,
                                                                   LumaArray<std::int32_t>& columns,
                                                                   LumaArray<double>& weights) {
-  columns.clear();
-  weights.clear();
-  if (!file) {
-    AddErrorMessage(msg::EEg020);
-    return 0;
-  }
-  if (count == 0) return 1;
-  std::vector<wf::RowRecord> records;
-  if (const char* id = wf::ReadBinaryRow(file, count, n, records)) {
-    AddErrorMessage(id);
-    return 0;
-  }
-  columns.reserve(records.size());
-  weights.reserve(records.size());
-  for (const auto& r : records) {
-    columns.push_back(r.column);
-    weights.push_back(r.weight);
-  }
-  return 1;
+  return Guard([&]() -> unsigned char {
+    columns.clear();
+    weights.clear();
+    if (!file) {
+      AddErrorMessage(msg::EEg020);
+      return 0;
+    }
+    if (count == 0) return 1;
+    std::vector<wf::RowRecord> records;
+    if (const char* id = wf::ReadBinaryRow(file, count, n, records)) {
+      AddErrorMessage(id);
+      return 0;
+    }
+    columns.reserve(records.size());
+    weights.reserve(records.size());
+    for (const auto& r : records) {
+      columns.push_back(r.column);
+      weights.push_back(r.weight);
+    }
+    return 1;
+  });
 }
 
 unsigned char ZoStatisticsUtilities::ReadWeightMatrixBinary(std::FILE* file, int count, int n, LumaArray<double>& row) {
-  if (!file) {
-    AddErrorMessage(msg::EEg020);
-    return 0;
-  }
-  row.assign(n > 0 ? static_cast<std::size_t>(n) : 0u, 0.0);
-  LumaArray<std::int32_t> columns;
-  LumaArray<double> weights;
-  if (!ReadWeightMatrixBinarySparse(file, count, n, columns, weights)) return 0;
-  for (std::size_t h = 0; h < columns.size(); ++h) row[static_cast<std::size_t>(columns[h])] = weights[h];
-  return 1;
+  return Guard([&]() -> unsigned char {
+    if (!file) {
+      AddErrorMessage(msg::EEg020);
+      return 0;
+    }
+    row.assign(n > 0 ? static_cast<std::size_t>(n) : 0u, 0.0);
+    LumaArray<std::int32_t> columns;
+    LumaArray<double> weights;
+    if (!ReadWeightMatrixBinarySparse(file, count, n, columns, weights)) return 0;
+    for (std::size_t h = 0; h < columns.size(); ++h) row[static_cast<std::size_t>(columns[h])] = weights[h];
+    return 1;
+  });
 }
 
 }  // namespace ZOC

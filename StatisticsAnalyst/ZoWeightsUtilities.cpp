@@ -85,34 +85,36 @@ bool ZoWeightsUtilities::CheckUniqueIDField(ZoDatasetVector* dataset, const Luma
 }
 
 bool ZoWeightsUtilities::CheckParameter(ZoRecordset* records, const ZoPatternsInformation& info) {
-  const std::int64_t n = records->GetRecordCount();
-  switch (info.Conceptualization) {
-    case ContiguityEdgesOnly:
-    case ContiguityEdgesCorners:
-      if (records->GetDataset()->GetType() != DatasetRegion) {
-        AddErrorMessage(msg::ESa025);
+  return Guard([&]() -> bool {
+    const std::int64_t n = records->GetRecordCount();
+    switch (info.Conceptualization) {
+      case ContiguityEdgesOnly:
+      case ContiguityEdgesCorners:
+        if (records->GetDataset()->GetType() != DatasetRegion) {
+          AddErrorMessage(msg::ESa025);
+          return false;
+        }
+        return true;
+      case KNearestNeighbors:
+        if (info.KNeighbors <= 0) {
+          AddErrorMessage(msg::ESa050);
+          return false;
+        }
+        if (info.KNeighbors >= n) {
+          AddErrorMessage(msg::ESa042);
+          return false;
+        }
+        return true;
+      case InverseDistance:
+      case InverseDistanceSquared:
+      case FixedDistanceBand:
+      case ZoneOfIndifference: return true;
+      default:
+        // No weights file stores another relationship.
+        AddErrorMessage(msg::ESa023);
         return false;
-      }
-      return true;
-    case KNearestNeighbors:
-      if (info.KNeighbors <= 0) {
-        AddErrorMessage(msg::ESa050);
-        return false;
-      }
-      if (info.KNeighbors >= n) {
-        AddErrorMessage(msg::ESa042);
-        return false;
-      }
-      return true;
-    case InverseDistance:
-    case InverseDistanceSquared:
-    case FixedDistanceBand:
-    case ZoneOfIndifference: return true;
-    default:
-      // No weights file stores another relationship.
-      AddErrorMessage(msg::ESa023);
-      return false;
-  }
+    }
+  });
 }
 
 ZoRecordsetPtr ZoWeightsUtilities::PrepareBuild(ZoDatasetVector* dataset, const LumaUnicodeString& uniqueIdField,
@@ -126,7 +128,7 @@ ZoRecordsetPtr ZoWeightsUtilities::PrepareBuild(ZoDatasetVector* dataset, const 
   // Points, lines or regions, as the analyses want them: a layer of mixed
   // geometry types has no single way to place its features.
   if (!CheckAnalysisDataset(dataset)) return nullptr;
-  if (flagPath && !flagPath->IsEmpty() && wf::SameFile(*flagPath, path)) {
+  if (flagPath && !flagPath->IsEmpty() && ZoFile::IsSameFile(*flagPath, path)) {
     AddErrorMessage(msg::EUb004);
     return nullptr;
   }
@@ -173,39 +175,47 @@ std::int64_t ZoWeightsUtilities::WriteFileHead(std::FILE* file, ZoDatasetVector*
                                                const LumaUnicodeString& uniqueIdField, ZoConceptualizationModel model,
                                                unsigned char standardization, ZoDistanceMethod method,
                                                const LumaArray<ZoSWMFileUniqueIndex>& uniqueIndex) {
-  if (!file || !dataset) return -1;
-  const std::string text = wf::HeaderText(dataset->GetName().Str(), dataset->GetType(), count, uniqueIdField.Str(),
-                                          model, standardization ? 1 : 0, method, true);
-  const std::u16string units = LumaUnicodeString(text).ToUtf16();
-  const auto length = static_cast<std::int32_t>(units.size() * 2);
-  bool ok = wf::WriteInt32(file, length);
-  for (char16_t u : units) {
-    const unsigned char bytes[2] = {static_cast<unsigned char>(u & 0xFF), static_cast<unsigned char>(u >> 8)};
-    ok = ok && std::fwrite(bytes, 1, 2, file) == 2;
-  }
-  ok = ok && wf::WriteUniqueIndex(file, uniqueIndex);
-  if (standardization) ok = ok && wf::WriteDoubles(file, LumaArray<double>(uniqueIndex.size(), 0.0));
-  return ok ? 4 + static_cast<std::int64_t>(length) : -1;
+  // An escaping exception gives 0, which is never a valid offset (4 + L).
+  const std::int64_t offset = Guard([&]() -> std::int64_t {
+    if (!file || !dataset) return -1;
+    const std::string text = wf::HeaderText(dataset->GetName().Str(), dataset->GetType(), count, uniqueIdField.Str(),
+                                            model, standardization ? 1 : 0, method, true);
+    const std::u16string units = LumaUnicodeString(text).ToUtf16();
+    const auto length = static_cast<std::int32_t>(units.size() * 2);
+    bool ok = wf::WriteInt32(file, length);
+    for (char16_t u : units) {
+      const unsigned char bytes[2] = {static_cast<unsigned char>(u & 0xFF), static_cast<unsigned char>(u >> 8)};
+      ok = ok && std::fwrite(bytes, 1, 2, file) == 2;
+    }
+    ok = ok && wf::WriteUniqueIndex(file, uniqueIndex);
+    if (standardization) ok = ok && wf::WriteDoubles(file, LumaArray<double>(uniqueIndex.size(), 0.0));
+    return ok ? 4 + static_cast<std::int64_t>(length) : -1;
+  });
+  return offset > 0 ? offset : -1;
 }
 
 bool ZoWeightsUtilities::WriteUniqueIDFieldSWMB(std::FILE* file, std::int64_t offset,
                                                 const LumaArray<ZoSWMFileUniqueIndex>& uniqueIndex,
                                                 unsigned char standardization, const LumaArray<double>& rowSums) {
-  return file && wf::Seek(file, offset) && wf::WriteUniqueIndex(file, uniqueIndex) &&
-         (!standardization || wf::WriteDoubles(file, rowSums)) && std::fflush(file) == 0;
+  return Guard([&]() -> bool {
+    return file && wf::Seek(file, offset) && wf::WriteUniqueIndex(file, uniqueIndex) &&
+           (!standardization || wf::WriteDoubles(file, rowSums)) && std::fflush(file) == 0;
+  });
 }
 
 unsigned char ZoWeightsUtilities::ReadHeader(std::FILE*& file, LumaArray<LumaUnicodeString>& values,
                                              std::int64_t& position) {
-  if (!file) {
-    AddErrorMessage(msg::EEg020);
-    return 0;
-  }
-  if (const char* id = wf::ReadBinaryHeader(file, values, position)) {
-    AddErrorMessage(id);
-    return 0;
-  }
-  return 1;
+  return Guard([&]() -> unsigned char {
+    if (!file) {
+      AddErrorMessage(msg::EEg020);
+      return 0;
+    }
+    if (const char* id = wf::ReadBinaryHeader(file, values, position)) {
+      AddErrorMessage(id);
+      return 0;
+    }
+    return 1;
+  });
 }
 
 // ------------------------------------------------------------- row writers
@@ -249,27 +259,31 @@ int ZoWeightsUtilities::WriteBinaryRows(std::FILE* file, std::FILE* flags, ZoRec
 
 int ZoWeightsUtilities::WriteDistanceSWMB(std::FILE* file, ZoRecordset* records, const ZoPatternsInformation& info,
                                           LumaArray<ZoSWMFileUniqueIndex>& uniqueIndex, LumaArray<double>& rowSums) {
-  return WriteBinaryRows(file, nullptr, records, info, uniqueIndex, rowSums);
+  return Guard([&]() -> int { return WriteBinaryRows(file, nullptr, records, info, uniqueIndex, rowSums); });
 }
 
 int ZoWeightsUtilities::WriteContiguitySWMB(std::FILE* file, ZoRecordset* records, ZoConceptualizationModel model,
                                             unsigned char standardization, LumaArray<ZoSWMFileUniqueIndex>& uniqueIndex,
                                             LumaArray<double>& rowSums) {
-  ZoPatternsInformation info;
-  info.Conceptualization = model;
-  info.Standardization = standardization != 0;
-  return WriteBinaryRows(file, nullptr, records, info, uniqueIndex, rowSums);
+  return Guard([&]() -> int {
+    ZoPatternsInformation info;
+    info.Conceptualization = model;
+    info.Standardization = standardization != 0;
+    return WriteBinaryRows(file, nullptr, records, info, uniqueIndex, rowSums);
+  });
 }
 
 int ZoWeightsUtilities::WriteKNearestSWMB(std::FILE* file, ZoRecordset* records, int k, unsigned char standardization,
                                           ZoDistanceMethod method, LumaArray<ZoSWMFileUniqueIndex>& uniqueIndex,
                                           LumaArray<double>& rowSums) {
-  ZoPatternsInformation info;
-  info.Conceptualization = KNearestNeighbors;
-  info.KNeighbors = k;
-  info.Standardization = standardization != 0;
-  info.DistanceMethod = method;
-  return WriteBinaryRows(file, nullptr, records, info, uniqueIndex, rowSums);
+  return Guard([&]() -> int {
+    ZoPatternsInformation info;
+    info.Conceptualization = KNearestNeighbors;
+    info.KNeighbors = k;
+    info.Standardization = standardization != 0;
+    info.DistanceMethod = method;
+    return WriteBinaryRows(file, nullptr, records, info, uniqueIndex, rowSums);
+  });
 }
 
 // ---------------------------------------------------------------- builders
@@ -290,10 +304,23 @@ unsigned char ZoWeightsUtilities::BuildWeightMatrixBinaryK(
   return BuildBinary(dataset, uniqueIdField, path, &flagPath, info, showProgress);
 }
 
+unsigned char ZoWeightsUtilities::RunBuild(const std::function<unsigned char()>& body) {
+  try {
+    return body();
+  } catch (const std::bad_alloc&) {
+    AddErrorMessage(msg::EUb002);
+  } catch (const std::exception& e) {
+    ReportException(e.what(), nullptr);
+  } catch (...) {
+    ReportException("", nullptr);
+  }
+  return 0;
+}
+
 unsigned char ZoWeightsUtilities::BuildBinary(ZoDatasetVector* dataset, const LumaUnicodeString& uniqueIdField,
                                               const LumaUnicodeString& path, const LumaUnicodeString* flagPath,
                                               const ZoPatternsInformation& info, unsigned char showProgress) {
-  try {
+  return RunBuild([&]() -> unsigned char {
     LumaArray<ZoSWMFileUniqueIndex> uniqueIndex;
     ZoRecordsetPtr records = PrepareBuild(dataset, uniqueIdField, path, info, uniqueIndex, flagPath);
     if (!records) return 0;
@@ -344,16 +371,7 @@ unsigned char ZoWeightsUtilities::BuildBinary(ZoDatasetVector* dataset, const Lu
     fileGuard.Release();
     flagGuard.Release();
     return 1;
-  } catch (const std::bad_alloc&) {
-    AddErrorMessage(msg::EUb002);
-    return 0;
-  } catch (const std::exception& e) {
-    ReportException(e.what(), nullptr);  // the guards have removed the partial files
-    return 0;
-  } catch (...) {
-    ReportException("", nullptr);
-    return 0;
-  }
+  });
 }
 
 unsigned char ZoWeightsUtilities::BuildWeightsDictionary(std::FILE* file, const LumaUnicodeString& outputPath,
@@ -368,7 +386,7 @@ unsigned char ZoWeightsUtilities::BuildWeightsDictionary(std::FILE* file, const 
     return 0;
   }
   ZoFile::Delete(outputPath);
-  try {
+  return RunBuild([&]() -> unsigned char {
     // The whole source is checked before the matrix is sized from it.
     wf::BinaryLayout layout;
     if (const char* id = wf::ReadBinaryLayout(file, layout)) {
@@ -389,16 +407,7 @@ unsigned char ZoWeightsUtilities::BuildWeightsDictionary(std::FILE* file, const 
     }
     outGuard.Release();
     return 1;
-  } catch (const std::bad_alloc&) {
-    AddErrorMessage(msg::EUb002);
-    return 0;
-  } catch (const std::exception& e) {
-    ReportException(e.what(), nullptr);  // the guards have removed the partial files
-    return 0;
-  } catch (...) {
-    ReportException("", nullptr);
-    return 0;
-  }
+  });
 }
 
 bool ZoWeightsUtilities::MarkFlagMatrix(std::FILE* file, std::FILE* out, const weightsfile::BinaryLayout& layout,

@@ -32,6 +32,7 @@
 // Every reader checks the whole file before it hands out or writes anything.
 #include <cstdint>
 #include <cstdio>
+#include <functional>
 #include <string>
 #include <vector>
 
@@ -153,6 +154,10 @@ class SA_API ZoWeightsUtilities : public ZoAnalysisFrame {
                               LumaArray<ZoSWMFileUniqueIndex>& uniqueIndex,
                               const LumaUnicodeString* flagPath = nullptr);
   // The binary builder, with the flag matrix when flagPath is given.
+  // Runs a builder's body: running out of memory is "EUb002", any other
+  // exception a message naming it; by then the temporary-file guards of the
+  // body have removed its partial output.
+  unsigned char RunBuild(const std::function<unsigned char()>& body);
   unsigned char BuildBinary(ZoDatasetVector* dataset, const LumaUnicodeString& uniqueIdField,
                             const LumaUnicodeString& path, const LumaUnicodeString* flagPath,
                             const ZoPatternsInformation& info, unsigned char showProgress);

@@ -69,27 +69,31 @@ const char* AppendRows(wf::WeightsFileReader& reader, ZoDatasetVector* target, Z
 
 unsigned char ZoWeightsUtilities::BinaryConverToTable(ZoDatasetVector* target, const LumaUnicodeString& path,
                                                       unsigned char showProgress) {
-  return RunReader([&]() -> const char* {
-    if (!target) return msg::EEg002;
-    if (path.IsEmpty() || !wf::HasSwmbExtension(path, true)) return msg::EAf017;
-    if (target->GetType() != DatasetTabular) return msg::ELb001;
-    const char* failedId = nullptr;
-    auto reader = wf::OpenBinaryWeights(path, failedId);
-    if (!reader) return failedId;
-    return AppendRows(*reader, target, m_progress, showProgress != 0);
+  return Guard([&]() -> unsigned char {
+    return RunReader([&]() -> const char* {
+      if (!target) return msg::EEg002;
+      if (path.IsEmpty() || !wf::HasSwmbExtension(path, true)) return msg::EAf017;
+      if (target->GetType() != DatasetTabular) return msg::ELb001;
+      const char* failedId = nullptr;
+      auto reader = wf::OpenBinaryWeights(path, failedId);
+      if (!reader) return failedId;
+      return AppendRows(*reader, target, m_progress, showProgress != 0);
+    });
   });
 }
 
 unsigned char ZoWeightsUtilities::TextConverToTable(ZoDatasetVector* target, const LumaUnicodeString& path,
                                                     unsigned char showProgress) {
-  return RunReader([&]() -> const char* {
-    if (!target) return msg::EEg002;
-    if (path.IsEmpty() || !wf::HasSwmbExtension(path, false)) return msg::EAf017;  // text files: ".swmb" exactly
-    if (target->GetType() != DatasetTabular) return msg::ELb001;
-    const char* failedId = nullptr;
-    auto reader = wf::OpenTextWeights(*this, path, failedId);
-    if (!reader) return failedId;
-    return AppendRows(*reader, target, m_progress, showProgress != 0);
+  return Guard([&]() -> unsigned char {
+    return RunReader([&]() -> const char* {
+      if (!target) return msg::EEg002;
+      if (path.IsEmpty() || !wf::HasSwmbExtension(path, false)) return msg::EAf017;  // text files: ".swmb" exactly
+      if (target->GetType() != DatasetTabular) return msg::ELb001;
+      const char* failedId = nullptr;
+      auto reader = wf::OpenTextWeights(*this, path, failedId);
+      if (!reader) return failedId;
+      return AppendRows(*reader, target, m_progress, showProgress != 0);
+    });
   });
 }
 

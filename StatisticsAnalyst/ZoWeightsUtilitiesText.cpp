@@ -112,12 +112,14 @@ const char* PrintChecked(wf::WeightsFileReader& reader) {
 }  // namespace
 
 unsigned char ZoWeightsUtilities::ReadHeader(const std::string& line, LumaArray<LumaUnicodeString>& values) {
-  try {
-    if (wf::SplitHeader(line, wf::kTextHeaderKeys, values)) return 1;
-  } catch (const std::exception&) {
-  }
-  values.clear();
-  return 0;
+  return Guard([&]() -> unsigned char {
+    try {
+      if (wf::SplitHeader(line, wf::kTextHeaderKeys, values)) return 1;
+    } catch (const std::exception&) {
+    }
+    values.clear();
+    return 0;
+  });
 }
 
 unsigned char ZoWeightsUtilities::BuildWeightMatrixText(ZoDatasetVector* dataset,
@@ -125,7 +127,7 @@ unsigned char ZoWeightsUtilities::BuildWeightMatrixText(ZoDatasetVector* dataset
                                                         const LumaUnicodeString& path,
                                                         const ZoPatternsInformation& info, unsigned char showProgress) {
   ClearErrorMessage();
-  try {
+  return RunBuild([&]() -> unsigned char {
     LumaArray<ZoSWMFileUniqueIndex> uniqueIndex;
     ZoRecordsetPtr records = PrepareBuild(dataset, uniqueIdField, path, info, uniqueIndex);
     if (!records) return 0;
@@ -189,32 +191,31 @@ unsigned char ZoWeightsUtilities::BuildWeightMatrixText(ZoDatasetVector* dataset
     }
     guard.Release();
     return 1;
-  } catch (const std::bad_alloc&) {
-    AddErrorMessage(msg::EUb002);
-  } catch (...) {
-    AddErrorMessage(msg::ESa049);
-  }
-  return 0;
+  });
 }
 
 unsigned char ZoWeightsUtilities::ReadWeightMatrixText(const LumaUnicodeString& path) {
-  return RunReader([&]() -> const char* {
-    // The text reader wants ".swmb" exactly, in lower case.
-    if (path.IsEmpty() || !wf::HasSwmbExtension(path, false)) return msg::EAf017;
-    const char* failedId = nullptr;
-    auto reader = wf::OpenTextWeights(*this, path, failedId);
-    if (!reader) return failedId;
-    return PrintChecked(*reader);
+  return Guard([&]() -> unsigned char {
+    return RunReader([&]() -> const char* {
+      // The text reader wants ".swmb" exactly, in lower case.
+      if (path.IsEmpty() || !wf::HasSwmbExtension(path, false)) return msg::EAf017;
+      const char* failedId = nullptr;
+      auto reader = wf::OpenTextWeights(*this, path, failedId);
+      if (!reader) return failedId;
+      return PrintChecked(*reader);
+    });
   });
 }
 
 unsigned char ZoWeightsUtilities::ReadWeightMatrixTextEx(const LumaUnicodeString& path) {
-  return RunReader([&]() -> const char* {
-    if (path.IsEmpty() || !wf::HasSwmbExtension(path, true)) return msg::EAf017;
-    const char* failedId = nullptr;
-    auto reader = wf::OpenBinaryWeights(path, failedId);
-    if (!reader) return failedId;
-    return PrintChecked(*reader);
+  return Guard([&]() -> unsigned char {
+    return RunReader([&]() -> const char* {
+      if (path.IsEmpty() || !wf::HasSwmbExtension(path, true)) return msg::EAf017;
+      const char* failedId = nullptr;
+      auto reader = wf::OpenBinaryWeights(path, failedId);
+      if (!reader) return failedId;
+      return PrintChecked(*reader);
+    });
   });
 }
 

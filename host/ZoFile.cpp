@@ -6,6 +6,7 @@
 #include <cerrno>
 #include <cstdio>
 #include <cstdlib>
+#include <filesystem>
 #include <random>
 #include <string>
 
@@ -58,6 +59,29 @@ LumaUnicodeString ZoFile::ChangeExt(const LumaUnicodeString& path, const LumaUni
 
 bool ZoFile::Rename(const LumaUnicodeString& from, const LumaUnicodeString& to) {
   return std::rename(from.c_str(), to.c_str()) == 0;
+}
+
+namespace {
+// A path with its links followed, also a link to a file not made yet.
+std::filesystem::path Resolved(std::filesystem::path p) {
+  namespace fs = std::filesystem;
+  std::error_code ec;
+  p = fs::absolute(p, ec);
+  for (int hops = 0; hops < 40 && fs::is_symlink(p, ec); ++hops) {
+    const fs::path target = fs::read_symlink(p, ec);
+    if (ec) break;
+    p = target.is_absolute() ? target : p.parent_path() / target;
+  }
+  return fs::weakly_canonical(p, ec);
+}
+}  // namespace
+
+bool ZoFile::IsSameFile(const LumaUnicodeString& a, const LumaUnicodeString& b) {
+  if (a.IsEmpty() || b.IsEmpty()) return false;
+  struct stat sa, sb;
+  if (::stat(a.c_str(), &sa) == 0 && ::stat(b.c_str(), &sb) == 0)
+    return sa.st_dev == sb.st_dev && sa.st_ino == sb.st_ino;
+  return Resolved(a.Str()) == Resolved(b.Str());
 }
 
 }  // namespace ZOC

@@ -25,6 +25,10 @@ class SA_API ZoFile {
   static LumaUnicodeString ChangeExt(const LumaUnicodeString& path, const LumaUnicodeString& ext);
   // Renames, replacing an existing target.
   static bool Rename(const LumaUnicodeString& from, const LumaUnicodeString& to);
+  // True when both paths name one file: the same device and inode when both
+  // exist (hard links, bind mounts), else the same path once relative parts
+  // and links are resolved, including a link to a file not made yet.
+  static bool IsSameFile(const LumaUnicodeString& a, const LumaUnicodeString& b);
 };
 
 class ZoTempFileGuard {

@@ -85,12 +85,6 @@ TEST(Contiguity, UnitSquareLatticesMatchTheirNeighbourRule) {
     // Exact rows compare order too: ascending feature numbers.
     EXPECT_EQ(rook, LatticeRows(side, side, false)) << side;
     EXPECT_EQ(queen, LatticeRows(side, side, true)) << side;
-    EXPECT_EQ(rook[0].size(), 2u);  // corner
-    EXPECT_EQ(rook[1].size(), 3u);  // edge
-    EXPECT_EQ(queen[0].size(), 3u);
-    EXPECT_EQ(queen[1].size(), 5u);
-    EXPECT_EQ(queen[side + 1].size(), 8u);  // interior
-    EXPECT_EQ(rook[side + 1].size(), 4u);
   }
 }
 

@@ -20,23 +20,13 @@ using LUMA::LumaPoint2D;
 
 namespace {
 
+using Result = satest::MemoryResult;
+using satest::Column;
+
 // The distance as the KD tree computes it, so that equal values compare equal.
 double Dist(const LumaPoint2D& a, const LumaPoint2D& b) {
   const double dx = a.x - b.x, dy = a.y - b.y;
   return std::sqrt(dx * dx + dy * dy);
-}
-
-struct Result {
-  std::unique_ptr<ZoDataSource> source = ZoDataSource::CreateMemory("result");
-  ZoDatasetVector* dataset = source->CreateDatasetVector("result", DatasetPoint, ZoPrjCoordSys());
-};
-
-std::vector<double> Column(ZoDatasetVector* ds, const char* field) {
-  std::vector<double> out;
-  ZoRecordsetPtr r(ds->Query(ZoQueryDef()));
-  LUMA::LumaVariant v;
-  for (r->MoveFirst(); !r->IsEOF(); r->MoveNext()) r->GetFieldValue(field, v), out.push_back(v.ToDouble());
-  return out;
 }
 
 // Points in clumps with scattered points between them, some coincident.

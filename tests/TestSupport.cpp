@@ -80,4 +80,34 @@ std::vector<LUMA::LumaPoint2D> RandomPoints(std::size_t n, double size, unsigned
   return points;
 }
 
+namespace {
+template <class T, class Get>
+std::vector<T> ReadField(ZOC::ZoDatasetVector* dataset, const char* field, Get get) {
+  std::vector<T> out;
+  ZOC::ZoRecordset* r = dataset->Query(ZOC::ZoQueryDef());
+  LUMA::LumaVariant v;
+  for (r->MoveFirst(); !r->IsEOF(); r->MoveNext()) r->GetFieldValue(field, v), out.push_back(get(v));
+  dataset->ReleaseRecordset(r);
+  return out;
+}
+}  // namespace
+
+std::vector<double> Column(ZOC::ZoDatasetVector* dataset, const char* field) {
+  return ReadField<double>(dataset, field, [](const LUMA::LumaVariant& v) { return v.ToDouble(); });
+}
+
+std::vector<std::string> Texts(ZOC::ZoDatasetVector* dataset, const char* field) {
+  return ReadField<std::string>(dataset, field, [](const LUMA::LumaVariant& v) { return v.ToString().Str(); });
+}
+
+std::vector<std::string> MessageIds(const LUMA::LumaUnicodeString& message) {
+  std::vector<std::string> ids;
+  const std::string& s = message.Str();
+  for (std::size_t p = s.find('['); p != std::string::npos; p = s.find('[', p + 1)) {
+    const auto q = s.find(']', p);
+    if (q != std::string::npos) ids.push_back(s.substr(p + 1, q - p - 1));
+  }
+  return ids;
+}
+
 }  // namespace satest

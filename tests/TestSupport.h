@@ -66,6 +66,19 @@ struct MemoryLayer {
 MemoryLayer MakePointLayer(const std::vector<LUMA::LumaPoint2D>& points, const std::vector<double>& values = {},
                            const char* crs = nullptr);
 
+// An empty point layer in GDAL's memory driver to receive a result.
+struct MemoryResult {
+  std::unique_ptr<ZOC::ZoDataSource> source = ZOC::ZoDataSource::CreateMemory("result");
+  ZOC::ZoDatasetVector* dataset = source->CreateDatasetVector("result", ZOC::DatasetPoint, ZOC::ZoPrjCoordSys());
+};
+
+// A field of every record in "QlID" order, as doubles or as text.
+std::vector<double> Column(ZOC::ZoDatasetVector* dataset, const char* field);
+std::vector<std::string> Texts(ZOC::ZoDatasetVector* dataset, const char* field);
+
+// The message identifiers in a message text ("[ESa014] ..."), in order.
+std::vector<std::string> MessageIds(const LUMA::LumaUnicodeString& message);
+
 // Uniformly random points in [0, size)², reproducible from the seed.
 std::vector<LUMA::LumaPoint2D> RandomPoints(std::size_t n, double size, unsigned seed);
 

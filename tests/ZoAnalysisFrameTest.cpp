@@ -49,22 +49,13 @@ struct Fixture {
   }
 };
 
-// The identifiers in the message, in order.
-std::vector<std::string> Ids(const LumaUnicodeString& message) {
-  std::vector<std::string> ids;
-  const std::string& s = message.Str();
-  for (std::size_t p = s.find('['); p != std::string::npos; p = s.find('[', p + 1)) {
-    const auto q = s.find(']', p);
-    if (q != std::string::npos) ids.push_back(s.substr(p + 1, q - p - 1));
-  }
-  return ids;
-}
+using satest::MessageIds;
 
 std::vector<std::string> Check(Fixture& f, const ZoPatternsInformation& info) {
   ZoAnalyzingPatterns analysis;
   const bool ok = analysis.CheckParameterValid(f.records.get(), info);
   EXPECT_EQ(ok, analysis.GetStrErrorMes().IsEmpty());
-  return Ids(analysis.GetStrErrorMes());
+  return MessageIds(analysis.GetStrErrorMes());
 }
 
 using V = std::vector<std::string>;
@@ -74,7 +65,7 @@ using V = std::vector<std::string>;
 TEST(CheckParameterValid, NullRecordsetAndTooFewRecordsComeFirst) {
   ZoAnalyzingPatterns analysis;
   EXPECT_FALSE(analysis.CheckParameterValid(nullptr, ZoPatternsInformation()));
-  EXPECT_EQ(Ids(analysis.GetStrErrorMes()), V{"EEg024"});
+  EXPECT_EQ(MessageIds(analysis.GetStrErrorMes()), V{"EEg024"});
 
   Fixture three(3);
   ZoPatternsInformation bad;  // empty field name and everything else wrong too
@@ -120,8 +111,9 @@ TEST(CheckParameterValid, EachCheckInItsOrder) {
   EXPECT_EQ(Check(f, info), V{});
 }
 
-TEST(CheckParameterValid, WeightsFileThatExistsPasses) {
-  Fixture f(4);
+// A weights file that exists passes; contiguity passes on regions.
+TEST(CheckParameterValid, WeightsFileAndContiguityAccepted) {
+  Fixture f(4), regions(5, DatasetRegion);
   satest::TempDir dir;
   const std::string path = dir.File("w.swmb");
   std::fclose(std::fopen(path.c_str(), "w"));
@@ -129,13 +121,8 @@ TEST(CheckParameterValid, WeightsFileThatExistsPasses) {
   info.Conceptualization = SpatialWeightsFile;
   info.WeightsFilePath = path;
   EXPECT_EQ(Check(f, info), V{});
-}
-
-TEST(CheckParameterValid, ContiguityIsAcceptedOnRegions) {
-  Fixture f(5, DatasetRegion);
-  ZoPatternsInformation info = f.Valid();
   info.Conceptualization = ContiguityEdgesCorners;
-  EXPECT_EQ(Check(f, info), V{});
+  EXPECT_EQ(Check(regions, info), V{});
 }
 
 TEST(CheckParameterValid, DistanceBandLimits) {
@@ -166,7 +153,7 @@ TEST(CheckFieldValid, NumericTypesPassOthersFail) {
   for (int code : {1, 10, 23}) {
     ZoAnalyzingPatterns a;
     EXPECT_FALSE(a.CheckFieldValid(f.dataset, "f" + std::to_string(code))) << code;
-    EXPECT_EQ(Ids(a.GetStrErrorMes()), V{"ESa006"});
+    EXPECT_EQ(MessageIds(a.GetStrErrorMes()), V{"ESa006"});
   }
 }
 
@@ -175,7 +162,7 @@ TEST(CheckFieldValid, FailuresAccumulateInOrder) {
   ZoAnalyzingPatterns analysis;
   EXPECT_FALSE(analysis.CheckFieldValid(f.dataset, "nope"));
   EXPECT_FALSE(analysis.CheckParameterValid(nullptr, f.Valid()));
-  EXPECT_EQ(Ids(analysis.GetStrErrorMes()), (V{"ECd001", "EEg024"}));
+  EXPECT_EQ(MessageIds(analysis.GetStrErrorMes()), (V{"ECd001", "EEg024"}));
   EXPECT_NE(analysis.GetStrErrorMes().Str().find('\n'), std::string::npos);
 }
 
@@ -198,7 +185,7 @@ TEST(ZoAnalyzingPatterns, CopiesCarryTheMessageButNoOpenFlagMatrix) {
 TEST(ZoAnalysisFrame, SetProgressDrivesEveryAnalysisWithoutTheFactory) {
   // The factory would hand out a progress that never cancels; the object set
   // with SetProgress cancels at once, and every analysis has to obey it.
-  ZoProgress::SetFactory(
+  satest::ScopedProgressFactory neverCancels(
       [] { return std::make_unique<ZoCallbackProgress>([](const ZoProgressState&) { return true; }); });
   int calls = 0;
   ZoCallbackProgress cancel([&](const ZoProgressState&) { return ++calls < 3; });
@@ -222,5 +209,4 @@ TEST(ZoAnalysisFrame, SetProgressDrivesEveryAnalysisWithoutTheFactory) {
   EXPECT_FALSE(
       local.HotSpotAnalyst(layer.dataset, result->CreateDatasetVector("r", DatasetPoint, ZoPrjCoordSys()), info, true));
   EXPECT_NE(local.GetStrErrorMes().Str().find("[IMb030]"), std::string::npos) << local.GetStrErrorMes().Str();
-  ZoProgress::SetFactory(nullptr);
 }

@@ -25,18 +25,11 @@ int RunAnn(const Options& options) {
 
   if (options.Has("json")) {
     JsonWriter json;
-    json.BeginObject()
-        .Key("ratio")
-        .Number(r.Index)
-        .Key("expected_mean_distance")
-        .Number(r.ExpectedIndex)
-        .Key("observed_mean_distance")
-        .Number(r.Variance)
-        .Key("z_score")
-        .Number(r.ZScore)
-        .Key("p_value")
-        .Number(r.PValue)
-        .EndObject();
+    json.NumberObject({{"ratio", r.Index},
+                       {"expected_mean_distance", r.ExpectedIndex},
+                       {"observed_mean_distance", r.Variance},
+                       {"z_score", r.ZScore},
+                       {"p_value", r.PValue}});
     Print(json.str());
     return 0;
   }

@@ -24,18 +24,11 @@ void PrintResult(const Options& options, const Exponent& r, const char* name, co
                  const char* low) {
   if (options.Has("json")) {
     JsonWriter json;
-    json.BeginObject()
-        .Key("index")
-        .Number(r.Index)
-        .Key("expected_index")
-        .Number(r.ExpectedIndex)
-        .Key("variance")
-        .Number(r.Variance)
-        .Key("z_score")
-        .Number(r.ZScore)
-        .Key("p_value")
-        .Number(r.PValue)
-        .EndObject();
+    json.NumberObject({{"index", r.Index},
+                       {"expected_index", r.ExpectedIndex},
+                       {"variance", r.Variance},
+                       {"z_score", r.ZScore},
+                       {"p_value", r.PValue}});
     Print(json.str());
     return;
   }

@@ -96,4 +96,10 @@ JsonWriter& JsonWriter::Null() {
   return *this;
 }
 
+JsonWriter& JsonWriter::NumberObject(std::initializer_list<std::pair<std::string_view, double>> fields) {
+  BeginObject();
+  for (const auto& [key, value] : fields) Key(key).Number(value);
+  return EndObject();
+}
+
 }  // namespace zostat

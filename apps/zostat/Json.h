@@ -1,7 +1,9 @@
 #pragma once
 // A minimal JSON writer for zostat's machine-readable output.
+#include <initializer_list>
 #include <string>
 #include <string_view>
+#include <utility>
 
 namespace zostat {
 
@@ -18,6 +20,8 @@ class JsonWriter {
   JsonWriter& Integer(long long value);
   JsonWriter& Bool(bool value);
   JsonWriter& Null();
+  // One object of named numbers, in the order given.
+  JsonWriter& NumberObject(std::initializer_list<std::pair<std::string_view, double>> fields);
   const std::string& str() const { return m_out; }
 
  private:

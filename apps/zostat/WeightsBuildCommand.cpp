@@ -22,26 +22,6 @@ namespace {
 
 namespace fs = std::filesystem;
 
-// True when both paths name the same file once links and relative parts are
-// resolved, whether or not it exists yet.
-// A path with its links followed, also a link to a file not made yet.
-fs::path Resolved(fs::path p) {
-  std::error_code ec;
-  p = fs::absolute(p, ec);
-  for (int hops = 0; hops < 40 && fs::is_symlink(p, ec); ++hops) {
-    const fs::path target = fs::read_symlink(p, ec);
-    if (ec) break;
-    p = target.is_absolute() ? target : p.parent_path() / target;
-  }
-  return fs::weakly_canonical(p, ec);
-}
-
-bool SameFile(const std::string& a, const std::string& b) {
-  std::error_code ec;
-  if (fs::exists(a, ec) && fs::exists(b, ec)) return fs::equivalent(a, b, ec);
-  return Resolved(a) == Resolved(b);
-}
-
 Failure Refusal(const char* id, const std::string& path) {
   return Failure(ZOC::ZoStringEx::LoadResString(id).Str() + " (" + path + ")");
 }
@@ -62,8 +42,9 @@ std::string Beside(const std::string& path, const std::string& extension) {
 void CheckOutputs(const Options& options, const std::string& input, const std::string& output,
                   const std::string* flags) {
   std::error_code ec;
-  if (SameFile(output, input)) throw Refusal(ZOC::msg::EUb004, output);
-  if (flags && (SameFile(*flags, input) || SameFile(*flags, output))) throw Refusal(ZOC::msg::EUb004, *flags);
+  if (ZOC::ZoFile::IsSameFile(output, input)) throw Refusal(ZOC::msg::EUb004, output);
+  if (flags && (ZOC::ZoFile::IsSameFile(*flags, input) || ZOC::ZoFile::IsSameFile(*flags, output)))
+    throw Refusal(ZOC::msg::EUb004, *flags);
   if (options.Has("overwrite")) return;
   if (fs::exists(output, ec)) throw Refusal(ZOC::msg::EUb006, output);
   if (flags && fs::exists(*flags, ec)) throw Refusal(ZOC::msg::EUb006, *flags);

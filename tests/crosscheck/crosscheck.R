@@ -19,65 +19,13 @@
 #   defaults (mlvar = TRUE) its I is zostat's times n / (n - 1), checked too.
 # - Gi*: spdep's localG with the feature itself among its neighbours
 #   (weight 1, zostat's self weight) and binary weights is zostat's Gi* z-score.
-suppressPackageStartupMessages(library(spdep))
 args <- commandArgs(trailingOnly = TRUE)
 zostat <- args[1]
 data <- args[2]
+here <- dirname(sub("^--file=", "", grep("^--file=", commandArgs(trailingOnly = FALSE), value = TRUE)[1]))
+source(file.path(here, "common.R"))
 failures <- 0
 checks <- 0
-
-run <- function(...) {
-  out <- suppressWarnings(system2(zostat, c(...), stdout = TRUE, stderr = FALSE))
-  status <- attr(out, "status")
-  if (!is.null(status) && status != 0) stop(paste("zostat failed:", paste(c(...), collapse = " ")))
-  out
-}
-
-json_number <- function(json, key) {
-  m <- regmatches(json, regexpr(paste0('"', key, '": [-+0-9.eE]+'), json))
-  as.numeric(sub(".*: ", "", m))
-}
-
-# zostat's weights as an spdep listw, features in QlID order.
-zostat_listw <- function(input, field, weights) {
-  lines <- run("weights", "show", "--quiet", "--input", input, "--field", field, weights)
-  tab <- read.table(text = lines, header = TRUE, sep = "\t", col.names = c("id", "nb", "w"))
-  ids <- sort(unique(as.integer(run_ids(input))))
-  n <- length(ids)
-  nb <- vector("list", n)
-  glist <- vector("list", n)
-  for (i in seq_len(n)) {
-    rows <- tab[tab$id == ids[i], ]
-    if (nrow(rows) == 0) {
-      nb[[i]] <- 0L
-      glist[[i]] <- numeric(0)
-    } else {
-      nb[[i]] <- match(rows$nb, ids)
-      glist[[i]] <- rows$w
-    }
-  }
-  class(nb) <- "nb"
-  attr(nb, "region.id") <- as.character(ids)
-  nb2listw(nb, glist = glist, style = "B", zero.policy = TRUE)
-}
-
-# QlIDs of the layer, from "weights show" with a relationship every feature has.
-run_ids <- function(input) {
-  info <- run("info", "--json", "--input", input)
-  n <- json_number(info, "record_count")
-  lines <- run("weights", "show", "--quiet", "--input", input, "--field", "QlID",
-               "--conceptualization", "zone-of-indifference")
-  tab <- read.table(text = lines, header = TRUE, sep = "\t")
-  ids <- unique(tab[[1]])
-  stopifnot(length(ids) == n)
-  ids
-}
-
-values <- function(input, layer, field) {
-  layer_sf <- sf::st_read(input, quiet = TRUE)
-  layer_sf <- layer_sf[order(as.integer(rownames(layer_sf))), ]
-  as.numeric(layer_sf[[field]])
-}
 
 compare <- function(label, ours, theirs) {
   for (k in names(theirs)) {
@@ -90,28 +38,24 @@ compare <- function(label, ours, theirs) {
   }
 }
 
-cases <- list(
-  list(file = "columbus.gpkg", field = "CRIME", weights = c("--conceptualization", "contiguity-edges-corners", "--row-standardize")),
-  list(file = "columbus.gpkg", field = "HOVAL", weights = c("--conceptualization", "contiguity-edges")),
-  list(file = "columbus.gpkg", field = "INC", weights = c("--conceptualization", "inverse-distance", "--exponent", "2")),
-  list(file = "baltim.gpkg", field = "PRICE", weights = c("--conceptualization", "k-nearest", "--k", "6")),
-  list(file = "baltim.gpkg", field = "PRICE", weights = c("--conceptualization", "fixed-distance-band", "--row-standardize")),
-  list(file = "baltim.gpkg", field = "AGE", weights = c("--conceptualization", "k-nearest", "--k", "4", "--row-standardize"))
-)
+# zostat's index, expectation, variance and z against an spdep htest.
+compare_test <- function(label, json, test) {
+  compare(label,
+          list(index = json_number(json, "index"), E = json_number(json, "expected_index"),
+               V = json_number(json, "variance"), z = json_number(json, "z_score")),
+          list(index = unname(test$estimate[1]), E = unname(test$estimate[2]), V = unname(test$estimate[3]),
+               z = unname(test$statistic)))
+}
 
-for (case in cases) {
+for (case in global_cases) {
   input <- file.path(data, case$file)
   label <- paste(case$file, case$field, paste(case$weights, collapse = " "))
   lw <- zostat_listw(input, case$field, case$weights)
-  x <- values(input, NULL, case$field)
+  x <- values(input, case$field)
 
   mt <- moran.test(x, lw, randomisation = TRUE, zero.policy = TRUE)
-  ours <- run("moran", "--json", "--input", input, "--field", case$field, case$weights)
-  compare(paste("Moran", label),
-          list(I = json_number(ours, "index"), E = json_number(ours, "expected_index"),
-               V = json_number(ours, "variance"), z = json_number(ours, "z_score")),
-          list(I = unname(mt$estimate[1]), E = unname(mt$estimate[2]), V = unname(mt$estimate[3]),
-               z = unname(mt$statistic)))
+  compare_test(paste("Moran", label), run("moran", "--json", "--input", input, "--field", case$field, case$weights),
+               mt)
 
   # The streamed path: the same weights through a weights file.
   swmb <- tempfile(fileext = ".swmb")
@@ -124,14 +68,10 @@ for (case in cases) {
           list(I = unname(mt$estimate[1]), V = unname(mt$estimate[3])))
 
   # General G wants binary weights.
-  if (!("--row-standardize" %in% case$weights) && !("inverse-distance" %in% case$weights)) {
-    gt <- globalG.test(x, lw, zero.policy = TRUE)
-    ours <- run("general-g", "--json", "--input", input, "--field", case$field, case$weights)
-    compare(paste("General G", label),
-            list(G = json_number(ours, "index"), E = json_number(ours, "expected_index"),
-                 V = json_number(ours, "variance"), z = json_number(ours, "z_score")),
-            list(G = unname(gt$estimate[1]), E = unname(gt$estimate[2]), V = unname(gt$estimate[3]),
-                 z = unname(gt$statistic)))
+  if (binary_weights(case$weights)) {
+    compare_test(paste("General G", label),
+                 run("general-g", "--json", "--input", input, "--field", case$field, case$weights),
+                 globalG.test(x, lw, zero.policy = TRUE))
   }
 }
 
@@ -149,28 +89,15 @@ result_layer <- function(output, layer) {
   r
 }
 
-local_cases <- list(
-  list(file = "columbus.gpkg", field = "CRIME", weights = c("--conceptualization", "contiguity-edges-corners")),
-  list(file = "baltim.gpkg", field = "PRICE", weights = c("--conceptualization", "k-nearest", "--k", "6")),
-  list(file = "baltim.gpkg", field = "AGE", weights = c("--conceptualization", "fixed-distance-band"))
-)
 for (case in local_cases) {
   input <- file.path(data, case$file)
   label <- paste(case$file, case$field, paste(case$weights, collapse = " "))
   lw <- zostat_listw(input, case$field, case$weights)
-  x <- values(input, NULL, case$field)
+  x <- values(input, case$field)
   n <- length(x)
   out <- tempfile(fileext = ".gpkg")
 
-  # Gi*: the feature itself joins its neighbours with weight 1.
-  nb <- lw$neighbours
-  gl <- lw$weights
-  for (i in seq_len(n)) {
-    nb[[i]] <- c(i, nb[[i]][nb[[i]] > 0])
-    gl[[i]] <- c(1, gl[[i]])
-  }
-  attr(nb, "self.included") <- TRUE
-  lw_self <- nb2listw(nb, glist = gl, style = "B", zero.policy = TRUE)
+  lw_self <- with_self(lw)
   run("hotspot", "--quiet", "--input", input, "--field", case$field, "--output", out, "--output-layer", "gi",
       case$weights)
   gi <- result_layer(out, "gi")
@@ -249,8 +176,7 @@ check_distributions("cycle_hire.gpkg", NULL, "nbikes", TRUE)
 check_distributions("columbus.gpkg", "CP", "HOVAL", FALSE)
 
 # Density-based clustering against R's dbscan package.
-script <- sub("^--file=", "", grep("^--file=", commandArgs(trailingOnly = FALSE), value = TRUE)[1])
-source(file.path(dirname(script), "density.R"))
+source(file.path(here, "density.R"))
 
 # ---- Regression.
 # Ordinary least squares against lm, with the diagnostics written out from

@@ -38,22 +38,16 @@ double Cost(const LumaArray<LumaPoint2D>& points, const LumaArray<double>& weigh
 
 }  // namespace
 
-bool GetCentralElement(const LumaArray<LumaPoint2D>& points, const LumaArray<std::int64_t>& ids,
-                       const LumaArray<double>& weights, const LumaArray<double>& selfWeights, ZoDistanceMethod method,
-                       ZoCallProgress* progress, bool reportSteps, LumaArray<std::int64_t>& centralIds,
-                       MessageLog& log) {
+Status GetCentralElement(const LumaArray<LumaPoint2D>& points, const LumaArray<std::int64_t>& ids,
+                         const LumaArray<double>& weights, const LumaArray<double>& selfWeights,
+                         ZoDistanceMethod method, ZoCallProgress* progress, bool reportSteps,
+                         LumaArray<std::int64_t>& centralIds) {
   const std::size_t n = points.size();
-  if (n == 0 || weights.empty()) return true;
-  if (weights.size() != n || ids.size() != n || selfWeights.size() != n) {
-    log.Add(msg::ESa019);
-    return false;
-  }
+  if (n == 0 || weights.empty()) return {};
+  if (weights.size() != n || ids.size() != n || selfWeights.size() != n) return Status::Fail(msg::ESa019);
   double total = 0.0;
   for (const double w : weights) total += w;
-  if (total > -1e-10 && total < 1e-10) {
-    log.Add(msg::ESa018);
-    return false;
-  }
+  if (total > -1e-10 && total < 1e-10) return Status::Fail(msg::ESa018);
   const LumaUnicodeString step =
       progress && *progress && reportSteps ? ZoStringEx::LoadResString(msg::IMb325) : LumaUnicodeString();
   double best = Cost(points, weights, selfWeights, 0, method);
@@ -62,10 +56,7 @@ bool GetCentralElement(const LumaArray<LumaPoint2D>& points, const LumaArray<std
     const bool go = !progress || !*progress ||
                     (reportSteps ? progress->Step(step, static_cast<long long>(i), static_cast<long long>(n))
                                  : !(*progress)->IsCanceled());
-    if (!go) {
-      log.Add(msg::IMb030);
-      return false;
-    }
+    if (!go) return Status::Fail(msg::IMb030);
     const double cost = Cost(points, weights, selfWeights, i, method);
     if (cost < best) {
       best = cost;
@@ -75,42 +66,40 @@ bool GetCentralElement(const LumaArray<LumaPoint2D>& points, const LumaArray<std
     }
   }
   centralIds.insert(centralIds.end(), found.begin(), found.end());
-  return true;
+  return {};
 }
 
 namespace {
 
-bool ValidateCentral(MeasuringFrame& frame, const ZoMeasuringInformation& info, MessageLog& log) {
-  if (!frame.CheckDatasets()) return false;
-  if (frame.Input()->GetType() != frame.Output()->GetType()) {
-    log.Add(msg::EEe017);
-    return false;
-  }
-  return frame.CheckInputType() && frame.CheckStatisticsCount() && frame.CheckCaseField() &&
-         frame.CheckWeightField(info.WeightField) && frame.CheckWeightField(info.SelfWeightField) &&
-         frame.CheckStatisticsFields();
+Status ValidateCentral(MeasuringFrame& frame, const ZoMeasuringInformation& info) {
+  if (Status status = frame.CheckDatasets(); !status) return status;
+  if (frame.Input()->GetType() != frame.Output()->GetType()) return Status::Fail(msg::EEe017);
+  if (Status status = frame.CheckInputType(); !status) return status;
+  if (Status status = frame.CheckStatisticsCount(); !status) return status;
+  if (Status status = frame.CheckCaseField(); !status) return status;
+  if (Status status = frame.CheckWeightField(info.WeightField); !status) return status;
+  if (Status status = frame.CheckWeightField(info.SelfWeightField); !status) return status;
+  return frame.CheckStatisticsFields();
 }
 
 // Writes a copy of each central feature, found by its ID.
-bool WriteCopies(MeasuringFrame& frame, ZoRecordset* byId, const LumaArray<std::int64_t>& centralIds,
-                 const FeatureGroup& group, const LumaArray<LumaVariant>& values, MessageLog& log) {
+Status WriteCopies(MeasuringFrame& frame, ZoRecordset* byId, const LumaArray<std::int64_t>& centralIds,
+                   const FeatureGroup& group, const LumaArray<LumaVariant>& values) {
   ZoGeometry geometry;
   for (const std::int64_t id : centralIds) {
-    if (!byId->SeekID(id) || !byId->GetGeometry(geometry)) {
-      log.Add(msg::EFd037);
-      return false;
-    }
-    if (!frame.Write(geometry, {}, group.caseValue, values)) return false;
+    if (!byId->SeekID(id) || !byId->GetGeometry(geometry)) return Status::Fail(msg::EFd037);
+    if (Status status = frame.Write(geometry, {}, group.caseValue, values); !status) return status;
   }
-  return true;
+  return {};
 }
 
 }  // namespace
 
-bool CentralElement(MeasureCall& call) {
-  MeasuringFrame frame(call.input, call.output, *call.info, *call.log);
+Status CentralElement(MeasureCall& call) {
+  MeasuringFrame frame(call.input, call.output, *call.info);
   LumaFieldInfos none, alsoNone;
-  if (!ValidateCentral(frame, *call.info, *call.log) || !frame.CreateFields(none, alsoNone)) return false;
+  if (Status status = ValidateCentral(frame, *call.info); !status) return status;
+  if (Status status = frame.CreateFields(none, alsoNone); !status) return status;
   // Distances on geographic data are measured after a forward projection
   // to metres, always Euclidean.
   const ZoPrjCoordSys& cs = call.input->GetPrjCoordSys();
@@ -119,33 +108,27 @@ bool CentralElement(MeasureCall& call) {
   StartProgress(progress, msg::IMb324);
   const bool grouped = !call.info->CaseField.IsEmpty();
   if (progress && !grouped) progress->SetBothPosRange(0, 40);
-  if (!frame.Open()) return false;
+  if (Status status = frame.Open(); !status) return status;
   ZoRecordsetPtr byId(call.input->Query(ZoQueryDef()));
-  if (!byId) {
-    call.log->Add(msg::EKa013);
-    return false;
-  }
+  if (!byId) return Status::Fail(msg::EKa013);
   const auto write = [&](FeatureGroup& group, GroupKind kind) {
     LumaArray<std::int64_t> centralIds;
     if (kind == GroupKind::Single || kind == GroupKind::SingleRecord) {
       centralIds.push_back(group.ids.front());
     } else {
       if (progress && !grouped) progress->SetBothPosRange(41, 100);
-      if (!ZoStatisticsUtilities::Forward(group.points, cs)) {
-        call.log->Add(msg::ESa060);
-        return false;
-      }
+      if (!ZoStatisticsUtilities::Forward(group.points, cs)) return Status::Fail(msg::ESa060);
+      // The group's failure stands in for its cause.
       if (!GetCentralElement(group.points, group.ids, group.weights, group.selfWeights, method, &progress, !grouped,
-                             centralIds, *call.log)) {
-        call.log->Replace(msg::ESa016);
-        return false;
-      }
+                             centralIds))
+        return Status::Fail(msg::ESa016);
     }
-    return WriteCopies(frame, byId.get(), centralIds, group, frame.GroupValues(kind, group.count), *call.log);
+    return WriteCopies(frame, byId.get(), centralIds, group, frame.GroupValues(kind, group.count));
   };
   CollectOptions collect;
   collect.selfWeightsAndIds = true;
-  return frame.Pass(progress, msg::IMb325, collect, write) && frame.Finish();
+  if (Status status = frame.Pass(progress, msg::IMb325, collect, write); !status) return status;
+  return frame.Finish();
 }
 
 }  // namespace ZOC::centrography

@@ -23,20 +23,14 @@ double GetAngle(double p, double q) {
   return base;
 }
 
-bool GetDirectionalMean(const LumaArray<ZoGeometry>& lines, bool orientationOnly, DirectionalMeanResult& result,
-                        ZoStatisticsUtilities& utilities, MessageLog& log) {
-  if (lines.empty()) {
-    log.Replace(msg::ESa067);
-    return false;
-  }
+Status GetDirectionalMean(const LumaArray<ZoGeometry>& lines, bool orientationOnly, DirectionalMeanResult& result,
+                          ZoStatisticsUtilities& utilities) {
+  if (lines.empty()) return Status::Fail(msg::ESa067);
   LumaArray<LumaPoint2D> kept;
   double length = 0.0, sinSum = 0.0, cosSum = 0.0;
   for (const ZoGeometry& line : lines) {
     LumaPoint2D point;
-    if (!ZoStatisticsUtilities::GetBaryCenter(&line, point)) {
-      log.Add(msg::ESa008);
-      return false;
-    }
+    if (!ZoStatisticsUtilities::GetBaryCenter(&line, point)) return Status::Fail(msg::ESa008);
     const LumaArray<LumaPoint2D>& vertices = line.GetPoints();
     if (vertices.empty()) continue;  // nothing to take a direction from
     // From the very first vertex to the last vertex of the last part.
@@ -50,15 +44,10 @@ bool GetDirectionalMean(const LumaArray<ZoGeometry>& lines, bool orientationOnly
     cosSum += std::cos(theta);
   }
   const double k = static_cast<double>(kept.size());
-  if (kept.empty()) {
-    log.Replace(msg::ESa074, 1);  // at least one line is needed
-    return false;
-  }
+  if (kept.empty()) return Status::Fail(msg::ESa074, {"1"});  // at least one line is needed
   LumaPoint2D centre;
-  if (!utilities.GetMeanCenter(kept, LumaArray<double>(kept.size(), 1.0), centre)) {
-    log.Append(utilities.GetStrErrorMes());
-    return false;
-  }
+  if (!utilities.GetMeanCenter(kept, LumaArray<double>(kept.size(), 1.0), centre))
+    return Status::FromText(utilities.GetStrErrorMes());
   const double meanLength = length / k;
   const double phi = GetAngle(sinSum, cosSum);
   double compass = phi * kDegrees;
@@ -73,47 +62,41 @@ bool GetDirectionalMean(const LumaArray<ZoGeometry>& lines, bool orientationOnly
   result.circularVariance = 1.0 - std::sqrt(cosSum * cosSum + sinSum * sinSum) / k;
   result.directionalMean = 360.0 - compass + 90.0;
   if (result.directionalMean >= 360.0) result.directionalMean -= 360.0;
-  return true;
+  return {};
 }
 
 namespace {
 
-bool ValidateLines(MeasuringFrame& frame, MessageLog& log) {
-  if (!frame.CheckDatasets()) return false;
-  if (frame.Input()->GetType() != DatasetLine || frame.Output()->GetType() != DatasetLine) {
-    log.Add(msg::EEe018);
-    return false;
-  }
-  return frame.CheckStatisticsCount() && frame.CheckCaseField() && frame.CheckStatisticsFields();
+Status ValidateLines(MeasuringFrame& frame) {
+  if (Status status = frame.CheckDatasets(); !status) return status;
+  if (frame.Input()->GetType() != DatasetLine || frame.Output()->GetType() != DatasetLine)
+    return Status::Fail(msg::EEe018);
+  if (Status status = frame.CheckStatisticsCount(); !status) return status;
+  if (Status status = frame.CheckCaseField(); !status) return status;
+  return frame.CheckStatisticsFields();
 }
 
 }  // namespace
 
-bool LinearDirectionalMean(MeasureCall& call) {
-  MeasuringFrame frame(call.input, call.output, *call.info, *call.log);
+Status LinearDirectionalMean(MeasureCall& call) {
+  MeasuringFrame frame(call.input, call.output, *call.info);
   LumaFieldInfos none, own;
   for (const char* name :
        {"AverageX", "AverageY", "AverageLength", "CompassAngle", "DirectionalMean", "CircleVariance"})
     own.emplace_back(name, LUMA::FieldDouble);
-  if (!ValidateLines(frame, *call.log) || !frame.CreateFields(none, own)) return false;
+  if (Status status = ValidateLines(frame); !status) return status;
+  if (Status status = frame.CreateFields(none, own); !status) return status;
   ZoCallProgress progress(call.callerProgress, call.showProgress);
   StartProgress(progress, msg::IMb362);
-  if (!frame.Open()) return false;
-  if (frame.RecordCount() < 1) {
-    call.log->Add(msg::ESa067);
-    return false;
-  }
+  if (Status status = frame.Open(); !status) return status;
+  if (frame.RecordCount() < 1) return Status::Fail(msg::ESa067);
   const auto write = [&](FeatureGroup& group, GroupKind kind) {
     DirectionalMeanResult r;
-    if (!GetDirectionalMean(group.lines, call.info->OrientationOnly, r, *call.utilities, *call.log)) {
-      call.log->Add(msg::ESa073);
-      return false;
-    }
+    if (Status status = GetDirectionalMean(group.lines, call.info->OrientationOnly, r, *call.utilities); !status)
+      return status.Then(msg::ESa073);
     if (!std::isfinite(r.backEnd.x) || !std::isfinite(r.backEnd.y) || !std::isfinite(r.frontEnd.x) ||
-        !std::isfinite(r.frontEnd.y)) {
-      call.log->Replace(msg::ESa015);
-      return false;
-    }
+        !std::isfinite(r.frontEnd.y))
+      return Status::Fail(msg::ESa015);
     const ZoGeometry line = ZoGeometry::MakeLine({r.backEnd, r.frontEnd}, {2});
     const double values[] = {r.centre.x,     r.centre.y,        r.meanLength,
                              r.compassAngle, r.directionalMean, r.circularVariance};
@@ -123,7 +106,8 @@ bool LinearDirectionalMean(MeasureCall& call) {
   };
   CollectOptions collect;
   collect.lines = true;
-  return frame.Pass(progress, msg::IMb363, collect, write) && frame.Finish();
+  if (Status status = frame.Pass(progress, msg::IMb363, collect, write); !status) return status;
+  return frame.Finish();
 }
 
 }  // namespace ZOC::centrography

@@ -12,30 +12,30 @@ void StartProgress(ZoCallProgress& progress, const char* titleId) {
   progress->SetTitleMessage(ZoStringEx::LoadResString(titleId));
 }
 
-bool RunCentrePoints(MeasureCall& call, const char* titleId, const char* stepId, const CentreFunction& centre) {
-  MeasuringFrame frame(call.input, call.output, *call.info, *call.log);
+Status RunCentrePoints(MeasureCall& call, const char* titleId, const char* stepId, const CentreFunction& centre) {
+  MeasuringFrame frame(call.input, call.output, *call.info);
   LumaFieldInfos none, alsoNone;
-  if (!frame.Validate() || !frame.CreateFields(none, alsoNone)) return false;
+  if (Status status = frame.Validate(); !status) return status;
+  if (Status status = frame.CreateFields(none, alsoNone); !status) return status;
   ZoCallProgress progress(call.callerProgress, call.showProgress);
   StartProgress(progress, titleId);
-  if (!frame.Open()) return false;
+  if (Status status = frame.Open(); !status) return status;
   const auto write = [&](FeatureGroup& group, GroupKind kind) {
     // An ungrouped run over no records still writes its one point, at (0, 0).
     LumaPoint2D point;
     if (kind == GroupKind::Single || kind == GroupKind::SingleRecord)
       point = group.points.front();
-    else if (!centre(group, point))
-      return false;
+    else if (Status status = centre(group, point); !status)
+      return status;
     return frame.Write(ZoGeometry::MakePoint(point), {}, group.caseValue, frame.GroupValues(kind, group.count));
   };
-  return frame.Pass(progress, stepId, CollectOptions{}, write) && frame.Finish();
+  if (Status status = frame.Pass(progress, stepId, CollectOptions{}, write); !status) return status;
+  return frame.Finish();
 }
 
-bool MeanCenter(MeasureCall& call) {
+Status MeanCenter(MeasureCall& call) {
   return RunCentrePoints(call, msg::IMb320, msg::IMb322, [&](const FeatureGroup& group, LumaPoint2D& point) {
-    if (call.utilities->GetMeanCenter(group.points, group.weights, point)) return true;
-    call.log->Replace(msg::ESa0010);
-    return false;
+    return call.utilities->GetMeanCenter(group.points, group.weights, point) ? Status() : Status::Fail(msg::ESa0010);
   });
 }
 

@@ -9,7 +9,7 @@
 
 #include "StatisticsAnalyst/ZoMeasuringInformation.h"
 #include "StatisticsAnalyst/ZoStatisticsUtilities.h"
-#include "StatisticsAnalyst/detail/centrography/MessageLog.h"
+#include "StatisticsAnalyst/detail/common/Status.h"
 #include "host/LumaArray.h"
 #include "host/LumaPoint.h"
 #include "host/ZoGeometry.h"
@@ -20,6 +20,8 @@ class ZoCallProgress;
 
 namespace ZOC::centrography {
 
+using detail::Status;
+
 // Everything a measure call works with.
 struct MeasureCall {
   ZoDatasetVector* input = nullptr;
@@ -28,32 +30,42 @@ struct MeasureCall {
   bool showProgress = false;
   ZoProgress* callerProgress = nullptr;
   ZoStatisticsUtilities* utilities = nullptr;
-  MessageLog* log = nullptr;
 };
 
 // The factor of an ellipse size code: 1, 2 or 3, and 0 for any other code.
 double EllipseFactor(int code);
 
-// ---- Computations on one group (messages go to `log`) ----
+// ---- Computations on one group ----
 
 // Weiszfeld's iteration from the unweighted mean centre. Empty lists leave
 // `centre` as it was; "ESa019" for lists of different lengths.
-bool GetMedianCenter(const LumaArray<LumaPoint2D>& points, const LumaArray<double>& weights, double relativeTolerance,
-                     LumaPoint2D& centre, int limit, double absoluteTolerance, ZoStatisticsUtilities& utilities,
-                     MessageLog& log);
+Status GetMedianCenter(const LumaArray<LumaPoint2D>& points, const LumaArray<double>& weights, double relativeTolerance,
+                       LumaPoint2D& centre, int limit, double absoluteTolerance, ZoStatisticsUtilities& utilities);
 // The relative tolerance the median centre uses for a Tolerance setting.
 double MedianTolerance(double tolerance);
 
-// sqrt((Σw dx² + Σw dy²) / Σw) × factor around the weighted mean centre.
-// "ESa013" below 3 points, "ESa019", "ESa018", or the mean centre's message.
-bool GetStandardDist(const LumaArray<LumaPoint2D>& points, const LumaArray<double>& weights, double factor,
-                     LumaPoint2D& centre, double& distance, ZoStatisticsUtilities& utilities, MessageLog& log);
+// The weighted spread of a group around its weighted mean centre: Σw and
+// Σw dx², Σw dy², Σw dx dy, summed in feature order. No points (or no
+// weights) is no spread: ok with `empty` set. "ESa013" below 3 points,
+// "ESa019" for lists of different lengths, "ESa018" for a weight sum within
+// ±1e-20 of 0, or the mean centre's message.
+struct WeightedSpread {
+  bool empty = true;
+  LumaPoint2D mean;
+  double weight = 0.0, xx = 0.0, yy = 0.0, xy = 0.0;
+};
+Status GetWeightedSpread(const LumaArray<LumaPoint2D>& points, const LumaArray<double>& weights,
+                         ZoStatisticsUtilities& utilities, WeightedSpread& spread);
+
+// sqrt((Σw dx² + Σw dy²) / Σw) × factor around the weighted mean centre;
+// failures as GetWeightedSpread.
+Status GetStandardDist(const LumaArray<LumaPoint2D>& points, const LumaArray<double>& weights, double factor,
+                       LumaPoint2D& centre, double& distance, ZoStatisticsUtilities& utilities);
 
 // The standard deviational ellipse: axes along the rotated x and y
 // directions (not sorted by length) and the rotation angle in degrees.
-bool GetDirection(const LumaArray<LumaPoint2D>& points, const LumaArray<double>& weights, double factor,
-                  LumaPoint2D& centre, double& axisX, double& axisY, double& angle, ZoStatisticsUtilities& utilities,
-                  MessageLog& log);
+Status GetDirection(const LumaArray<LumaPoint2D>& points, const LumaArray<double>& weights, double factor,
+                    LumaPoint2D& centre, double& axisX, double& axisY, double& angle, ZoStatisticsUtilities& utilities);
 
 // A bearing in radians, clockwise from north, of the direction (p, q) =
 // (dx, dy), in [0, 2π); exact zeros and q = -1 follow fixed rules.
@@ -65,23 +77,23 @@ struct DirectionalMeanResult {
 };
 // The mean direction of lines (first vertex to last vertex), optionally as
 // orientations. "ESa067" for no lines, "ESa008", "ESa074" when no line has vertices.
-bool GetDirectionalMean(const LumaArray<ZoGeometry>& lines, bool orientationOnly, DirectionalMeanResult& result,
-                        ZoStatisticsUtilities& utilities, MessageLog& log);
+Status GetDirectionalMean(const LumaArray<ZoGeometry>& lines, bool orientationOnly, DirectionalMeanResult& result,
+                          ZoStatisticsUtilities& utilities);
 
 // The IDs of the elements with the smallest Σ_j≠i d(i, j)·w(j) + s(i)·w(i)
 // (all of them when tied). "ESa019", "ESa018" (weights within ±1e-10 of 0),
 // "IMb030" when the progress object is cancelled.
-bool GetCentralElement(const LumaArray<LumaPoint2D>& points, const LumaArray<std::int64_t>& ids,
-                       const LumaArray<double>& weights, const LumaArray<double>& selfWeights, ZoDistanceMethod method,
-                       ZoCallProgress* progress, bool reportSteps, LumaArray<std::int64_t>& centralIds,
-                       MessageLog& log);
+Status GetCentralElement(const LumaArray<LumaPoint2D>& points, const LumaArray<std::int64_t>& ids,
+                         const LumaArray<double>& weights, const LumaArray<double>& selfWeights,
+                         ZoDistanceMethod method, ZoCallProgress* progress, bool reportSteps,
+                         LumaArray<std::int64_t>& centralIds);
 
 // ---- The measures ----
-bool MeanCenter(MeasureCall& call);
-bool MedianCenter(MeasureCall& call);
-bool CentralElement(MeasureCall& call);
-bool StandardDistance(MeasureCall& call);
-bool DirectionalDistribution(MeasureCall& call);
-bool LinearDirectionalMean(MeasureCall& call);
+Status MeanCenter(MeasureCall& call);
+Status MedianCenter(MeasureCall& call);
+Status CentralElement(MeasureCall& call);
+Status StandardDistance(MeasureCall& call);
+Status DirectionalDistribution(MeasureCall& call);
+Status LinearDirectionalMean(MeasureCall& call);
 
 }  // namespace ZOC::centrography

@@ -25,103 +25,71 @@ void FeatureGroup::Clear() {
   count = 0;
 }
 
-MeasuringFrame::MeasuringFrame(ZoDatasetVector* input, ZoDatasetVector* output, const ZoMeasuringInformation& info,
-                               MessageLog& log)
-    : m_input(input),
-      m_output(output),
-      m_info(info),
-      m_log(log),
-      m_summaries(info.StatisticsFields, info.StatisticsTypes) {}
+MeasuringFrame::MeasuringFrame(ZoDatasetVector* input, ZoDatasetVector* output, const ZoMeasuringInformation& info)
+    : m_input(input), m_output(output), m_info(info), m_summaries(info.StatisticsFields, info.StatisticsTypes) {}
 
-bool MeasuringFrame::CheckDatasets() {
-  if (!m_input) {
-    m_log.Add(msg::EEg002);
-    return false;
-  }
-  if (!m_output) {
-    m_log.Add(msg::EEg032);
-    return false;
-  }
+Status MeasuringFrame::CheckDatasets() {
+  if (!m_input) return Status::Fail(msg::EEg002);
+  if (!m_output) return Status::Fail(msg::EEg032);
   if (!m_input->IsOpen()) m_input->Open();
   if (!m_output->IsOpen()) m_output->Open();
-  return true;
+  return {};
 }
 
-bool MeasuringFrame::CheckInputType() {
+Status MeasuringFrame::CheckInputType() {
   const int type = m_input->GetType();
-  if (type != DatasetPoint && type != DatasetLine && type != DatasetRegion) {
-    m_log.Add(msg::EEe018);
-    return false;
-  }
-  return true;
+  if (type != DatasetPoint && type != DatasetLine && type != DatasetRegion) return Status::Fail(msg::EEe018);
+  return {};
 }
 
-bool MeasuringFrame::CheckStatisticsCount() {
-  if (m_info.StatisticsFields.size() != m_info.StatisticsTypes.size()) {
-    m_log.Add(msg::ESa001);
-    return false;
-  }
-  return true;
+Status MeasuringFrame::CheckStatisticsCount() {
+  if (m_info.StatisticsFields.size() != m_info.StatisticsTypes.size()) return Status::Fail(msg::ESa001);
+  return {};
 }
 
-bool MeasuringFrame::CheckWeightField(const LumaUnicodeString& field) {
-  if (field.IsEmpty()) return true;
+Status MeasuringFrame::CheckWeightField(const LumaUnicodeString& field) {
+  if (field.IsEmpty()) return {};
   LumaFieldInfo fieldInfo;
-  if (!m_input->GetFieldInfo(field, fieldInfo)) {
-    m_log.Add(msg::ECd001);
-    return false;
-  }
-  if (!LUMA::IsNumericFieldType(fieldInfo.GetType())) {
-    m_log.Add(msg::ESa003);
-    return false;
-  }
-  return true;
+  if (!m_input->GetFieldInfo(field, fieldInfo)) return Status::Fail(msg::ECd001);
+  if (!LUMA::IsNumericFieldType(fieldInfo.GetType())) return Status::Fail(msg::ESa003);
+  return {};
 }
 
-bool MeasuringFrame::CheckCaseField() {
+Status MeasuringFrame::CheckCaseField() {
   LumaFieldInfo fieldInfo;
-  if (!m_info.CaseField.IsEmpty() && !m_input->GetFieldInfo(m_info.CaseField, fieldInfo)) {
-    m_log.Add(msg::ECd001);
-    return false;
-  }
-  return true;
+  if (!m_info.CaseField.IsEmpty() && !m_input->GetFieldInfo(m_info.CaseField, fieldInfo))
+    return Status::Fail(msg::ECd001);
+  return {};
 }
 
-bool MeasuringFrame::CheckStatisticsFields() {
+Status MeasuringFrame::CheckStatisticsFields() {
   LumaFieldInfo fieldInfo;
   for (std::size_t i = 0; i < m_info.StatisticsFields.size(); ++i) {
-    if (!m_input->GetFieldInfo(m_info.StatisticsFields[i], fieldInfo)) {
-      m_log.Add(msg::ECd001);
-      return false;
-    }
+    if (!m_input->GetFieldInfo(m_info.StatisticsFields[i], fieldInfo)) return Status::Fail(msg::ECd001);
     const int type = m_info.StatisticsTypes[i];
-    if (!LUMA::IsNumericFieldType(fieldInfo.GetType()) && type != StatisticsFirst && type != StatisticsLast) {
-      m_log.Add(msg::ESa002);
-      return false;
-    }
+    if (!LUMA::IsNumericFieldType(fieldInfo.GetType()) && type != StatisticsFirst && type != StatisticsLast)
+      return Status::Fail(msg::ESa002);
   }
-  return true;
+  return {};
 }
 
-bool MeasuringFrame::Validate() {
-  return CheckDatasets() && CheckInputType() && CheckStatisticsCount() && CheckWeightField(m_info.WeightField) &&
-         CheckCaseField() && CheckStatisticsFields();
+Status MeasuringFrame::Validate() {
+  if (Status status = CheckDatasets(); !status) return status;
+  if (Status status = CheckInputType(); !status) return status;
+  if (Status status = CheckStatisticsCount(); !status) return status;
+  if (Status status = CheckWeightField(m_info.WeightField); !status) return status;
+  if (Status status = CheckCaseField(); !status) return status;
+  return CheckStatisticsFields();
 }
 
-bool MeasuringFrame::CreateFields(LumaFieldInfos& ownBefore, LumaFieldInfos& ownAfter) {
-  if (!ownBefore.empty() && !ZoEngineToolkit::CreateValidFields(m_output, ownBefore)) {
-    m_log.Add(msg::EUd001);
-    return false;
-  }
+Status MeasuringFrame::CreateFields(LumaFieldInfos& ownBefore, LumaFieldInfos& ownAfter) {
+  if (!ownBefore.empty() && !ZoEngineToolkit::CreateValidFields(m_output, ownBefore)) return Status::Fail(msg::EUd001);
   // "_Group" first, then one field per statistics entry. An entry of an
   // unknown type ends the list: the fields before it are still created.
   LumaFieldInfos generated;
   LumaFieldInfo fieldInfo;
   if (!m_info.CaseField.IsEmpty()) {
-    if (!m_input->GetFieldInfo(m_info.CaseField, fieldInfo)) {
-      m_log.Add(msg::ECd001);
-      return false;
-    }
+    if (!m_input->GetFieldInfo(m_info.CaseField, fieldInfo)) return Status::Fail(msg::ECd001);
     fieldInfo.SetName(fieldInfo.GetName() + "_Group");
     fieldInfo.SetCaption(fieldInfo.GetCaption() + "_Group");
     fieldInfo.SetSystemField(false);
@@ -129,10 +97,7 @@ bool MeasuringFrame::CreateFields(LumaFieldInfos& ownBefore, LumaFieldInfos& own
   }
   std::size_t statistics = 0;
   for (; statistics < m_info.StatisticsFields.size(); ++statistics) {
-    if (!m_input->GetFieldInfo(m_info.StatisticsFields[statistics], fieldInfo)) {
-      m_log.Add(msg::ECd001);
-      return false;
-    }
+    if (!m_input->GetFieldInfo(m_info.StatisticsFields[statistics], fieldInfo)) return Status::Fail(msg::ECd001);
     const int type = m_info.StatisticsTypes[statistics];
     const char* suffix = StatisticsSuffix(type);
     if (!suffix) break;
@@ -145,36 +110,24 @@ bool MeasuringFrame::CreateFields(LumaFieldInfos& ownBefore, LumaFieldInfos& own
     }
     generated.push_back(fieldInfo);
   }
-  if (!generated.empty() && !ZoEngineToolkit::CreateValidFields(m_output, generated)) {
-    m_log.Add(msg::EUd001);
-    return false;
-  }
+  if (!generated.empty() && !ZoEngineToolkit::CreateValidFields(m_output, generated)) return Status::Fail(msg::EUd001);
   std::size_t next = 0;
   if (!m_info.CaseField.IsEmpty()) m_groupField = generated[next++].GetName();
   m_statisticsNames.assign(m_info.StatisticsFields.size(), LumaUnicodeString());
   for (std::size_t i = 0; i < statistics; ++i) m_statisticsNames[i] = generated[next++].GetName();
-  if (!ownAfter.empty() && !ZoEngineToolkit::CreateValidFields(m_output, ownAfter)) {
-    m_log.Add(msg::EUd001);
-    return false;
-  }
-  return true;
+  if (!ownAfter.empty() && !ZoEngineToolkit::CreateValidFields(m_output, ownAfter)) return Status::Fail(msg::EUd001);
+  return {};
 }
 
-bool MeasuringFrame::Open() {
+Status MeasuringFrame::Open() {
   m_results.reset(m_output->Query(ZoQueryDef()));
-  if (!m_results) {
-    m_log.Add(msg::EKa013);
-    return false;
-  }
+  if (!m_results) return Status::Fail(msg::EKa013);
   ZoQueryDef query;
   if (!m_info.CaseField.IsEmpty())
     query.m_order = LumaUnicodeString(" Order BY ") + m_info.CaseField + ", " + kSystemIdField;
   m_records.reset(m_input->Query(query));
-  if (!m_records) {
-    m_log.Add(msg::EKa013);
-    return false;
-  }
-  return true;
+  if (!m_records) return Status::Fail(msg::EKa013);
+  return {};
 }
 
 std::int64_t MeasuringFrame::RecordCount() const { return m_records ? m_records->GetRecordCount() : 0; }
@@ -193,16 +146,14 @@ double MeasuringFrame::ReadWeight(const LumaUnicodeString& field, double fallbac
   return w > 0.0 ? w : kZeroWeight;
 }
 
-bool MeasuringFrame::AddFeature(FeatureGroup& group, const CollectOptions& collect, bool singleRecord) {
+Status MeasuringFrame::AddFeature(FeatureGroup& group, const CollectOptions& collect, bool singleRecord) {
   ZoGeometry geometry;
   if (!m_records->GetGeometry(geometry) || geometry.IsEmpty()) {
-    m_log.Replace(singleRecord ? msg::EFd037 : msg::ESa008);
-    return false;
+    return Status::Fail(singleRecord ? msg::EFd037 : msg::ESa008);
   }
   LumaPoint2D point;
   if (!ZoStatisticsUtilities::GetBaryCenter(&geometry, point)) {
-    m_log.Replace(msg::ESa008);
-    return false;
+    return Status::Fail(msg::ESa008);
   }
   group.points.push_back(point);
   group.weights.push_back(ReadWeight(m_info.WeightField, kUnitWeight));
@@ -213,18 +164,17 @@ bool MeasuringFrame::AddFeature(FeatureGroup& group, const CollectOptions& colle
   }
   if (collect.lines) group.lines.push_back(std::move(geometry));
   ++group.count;
-  return true;
+  return {};
 }
 
-bool MeasuringFrame::ReadRawValues() {
+void MeasuringFrame::ReadRawValues() {
   m_rawValues.assign(m_info.StatisticsFields.size(), LumaVariant());
   for (std::size_t i = 0; i < m_rawValues.size(); ++i)
     m_records->GetFieldValue(m_info.StatisticsFields[i], m_rawValues[i]);
-  return true;
 }
 
-bool MeasuringFrame::Pass(ZoCallProgress& progress, const char* stepId, const CollectOptions& collect,
-                          const GroupHandler& handle) {
+Status MeasuringFrame::Pass(ZoCallProgress& progress, const char* stepId, const CollectOptions& collect,
+                            const GroupHandler& handle) {
   const bool grouped = !m_info.CaseField.IsEmpty();
   const std::int64_t n = RecordCount();
   FeatureGroup group;
@@ -233,34 +183,31 @@ bool MeasuringFrame::Pass(ZoCallProgress& progress, const char* stepId, const Co
     m_records->MoveFirst();
     m_records->GetFieldValue(m_info.CaseField, group.caseValue);
     ReadRawValues();
-    return AddFeature(group, collect, true) && handle(group, GroupKind::SingleRecord);
+    if (Status status = AddFeature(group, collect, true); !status) return status;
+    return handle(group, GroupKind::SingleRecord);
   }
   const LumaUnicodeString step = progress ? ZoStringEx::LoadResString(stepId) : LumaUnicodeString();
   LumaVariant caseValue;
   std::int64_t i = 0;
   for (bool more = m_records->MoveFirst(); more && !m_records->IsEOF(); more = m_records->MoveNext(), ++i) {
-    if (!progress.Step(step, i, n)) {
-      m_log.Add(msg::IMb030);
-      return false;
-    }
+    if (!progress.Step(step, i, n)) return Status::Fail(msg::IMb030);
     if (grouped) m_records->GetFieldValue(m_info.CaseField, caseValue);
     if (i == 0 || (grouped && !GroupFieldEqual(caseValue, group.caseValue))) {
       if (i > 0) {
-        if (!handle(group, group.count == 1 ? GroupKind::Single : GroupKind::Many)) return false;
+        if (Status status = handle(group, group.count == 1 ? GroupKind::Single : GroupKind::Many); !status)
+          return status;
         group.Clear();
       }
       group.caseValue = caseValue;
-      if (!m_summaries.Start(m_records.get(), m_log)) {
-        m_log.Replace(msg::ESa011);
-        return false;
-      }
-    } else if (!m_summaries.Add(m_records.get(), m_log)) {
-      return false;
+      // A group that cannot start replaces its cause with the group failure.
+      if (!m_summaries.Start(m_records.get())) return Status::Fail(msg::ESa011);
+    } else if (Status status = m_summaries.Add(m_records.get()); !status) {
+      return status;
     }
-    if (!AddFeature(group, collect, false)) return false;
+    if (Status status = AddFeature(group, collect, false); !status) return status;
   }
   if (!grouped) return handle(group, GroupKind::Whole);
-  if (group.count == 0) return true;
+  if (group.count == 0) return {};
   return handle(group, group.count == 1 ? GroupKind::Single : GroupKind::Many);
 }
 
@@ -272,30 +219,25 @@ LumaArray<LumaVariant> MeasuringFrame::GroupValues(GroupKind kind, std::int64_t 
   }
 }
 
-bool MeasuringFrame::Write(const ZoGeometry& geometry,
-                           const std::vector<std::pair<LumaUnicodeString, LumaVariant>>& own,
-                           const LumaVariant& caseValue, const LumaArray<LumaVariant>& statistics) {
+Status MeasuringFrame::Write(const ZoGeometry& geometry,
+                             const std::vector<std::pair<LumaUnicodeString, LumaVariant>>& own,
+                             const LumaVariant& caseValue, const LumaArray<LumaVariant>& statistics) {
   bool ok = m_results->AddNew(geometry);
   for (const auto& [name, value] : own) ok = ok && m_results->SetFieldValue(name, value);
   if (!m_groupField.IsEmpty()) ok = ok && m_results->SetFieldValue(m_groupField, caseValue);
   for (std::size_t i = 0; i < m_statisticsNames.size() && i < statistics.size(); ++i)
     if (!m_statisticsNames[i].IsEmpty()) ok = ok && m_results->SetFieldValue(m_statisticsNames[i], statistics[i]);
   ok = ok && m_results->Update();
-  if (!ok) {
-    m_results->CancelUpdate();
-    m_log.Add(msg::EUd002);
-  }
-  return ok;
+  if (ok) return {};
+  m_results->CancelUpdate();
+  return Status::Fail(msg::EUd002);
 }
 
-bool MeasuringFrame::Finish() {
+Status MeasuringFrame::Finish() {
   m_records.reset();
   m_results.reset();
-  if (!m_output->Commit()) {
-    m_log.Add(msg::EUd002);
-    return false;
-  }
-  return true;
+  if (!m_output->Commit()) return Status::Fail(msg::EUd002);
+  return {};
 }
 
 }  // namespace ZOC::centrography

@@ -11,14 +11,15 @@
 #include "StatisticsAnalyst/ZoAnalysisFrame.h"
 #include "StatisticsAnalyst/ZoMeasuringInformation.h"
 #include "StatisticsAnalyst/ZoStatisticsUtilities.h"
-#include "StatisticsAnalyst/detail/centrography/MessageLog.h"
 #include "StatisticsAnalyst/detail/centrography/StatisticsSummaries.h"
+#include "StatisticsAnalyst/detail/common/Status.h"
 #include "host/LumaFieldInfo.h"
 #include "host/LumaVariant.h"
 #include "host/ZoGeometry.h"
 
 namespace ZOC::centrography {
 
+using detail::Status;
 using LUMA::LumaFieldInfos;
 using LUMA::LumaVariant;
 
@@ -50,63 +51,61 @@ struct CollectOptions {
 
 class MeasuringFrame {
  public:
-  MeasuringFrame(ZoDatasetVector* input, ZoDatasetVector* output, const ZoMeasuringInformation& info, MessageLog& log);
+  MeasuringFrame(ZoDatasetVector* input, ZoDatasetVector* output, const ZoMeasuringInformation& info);
 
   // Null datasets "EEg002" / "EEg032"; opens them when needed.
-  bool CheckDatasets();
+  Status CheckDatasets();
   // The input is a point, line or region dataset ("EEe018").
-  bool CheckInputType();
+  Status CheckInputType();
   // Field and type counts ("ESa001").
-  bool CheckStatisticsCount();
+  Status CheckStatisticsCount();
   // A weight field must exist ("ECd001") and be numeric ("ESa003").
-  bool CheckWeightField(const LumaUnicodeString& field);
-  bool CheckCaseField();
+  Status CheckWeightField(const LumaUnicodeString& field);
+  Status CheckCaseField();
   // Each statistics field exists ("ECd001"); non-numeric ones only First/Last ("ESa002").
-  bool CheckStatisticsFields();
+  Status CheckStatisticsFields();
   // The validation every measure but the central feature and the linear
   // directional mean runs: the checks above in order, weight field included.
-  bool Validate();
+  Status Validate();
 
   // Creates the result fields: `ownBefore` first (one call), then "_Group"
   // and the statistics fields, then `ownAfter`. Own fields keep the names
   // the result dataset accepted in ownBefore / ownAfter.
-  bool CreateFields(LumaFieldInfos& ownBefore, LumaFieldInfos& ownAfter);
+  Status CreateFields(LumaFieldInfos& ownBefore, LumaFieldInfos& ownAfter);
 
   // Queries the input: natural order, or by case field then "QlID"
   // ("EKa013"). Opens the result recordset ("EKa013").
-  bool Open();
+  Status Open();
   std::int64_t RecordCount() const;
 
   // The pass over the records. `handle` gets each finished group in order;
   // it writes it through Write. Progress: one step per record with the
   // per-record message; cancellation "IMb030".
-  using GroupHandler = std::function<bool(FeatureGroup&, GroupKind)>;
-  bool Pass(ZoCallProgress& progress, const char* stepId, const CollectOptions& collect, const GroupHandler& handle);
+  using GroupHandler = std::function<Status(FeatureGroup&, GroupKind)>;
+  Status Pass(ZoCallProgress& progress, const char* stepId, const CollectOptions& collect, const GroupHandler& handle);
 
   // The statistics values to write for the current group.
   LumaArray<LumaVariant> GroupValues(GroupKind kind, std::int64_t count) const;
   // Appends one result feature: the geometry, own field values (names from
   // CreateFields), the case value and the statistics values.
-  bool Write(const ZoGeometry& geometry, const std::vector<std::pair<LumaUnicodeString, LumaVariant>>& own,
-             const LumaVariant& caseValue, const LumaArray<LumaVariant>& statistics);
+  Status Write(const ZoGeometry& geometry, const std::vector<std::pair<LumaUnicodeString, LumaVariant>>& own,
+               const LumaVariant& caseValue, const LumaArray<LumaVariant>& statistics);
   // Makes the result durable and releases the recordsets.
-  bool Finish();
+  Status Finish();
 
   ZoDatasetVector* Input() const { return m_input; }
   ZoDatasetVector* Output() const { return m_output; }
   const ZoMeasuringInformation& Info() const { return m_info; }
-  MessageLog& Log() { return m_log; }
 
  private:
   bool GroupFieldEqual(const LumaVariant& current, const LumaVariant& group) const;
-  bool AddFeature(FeatureGroup& group, const CollectOptions& collect, bool singleRecord);
+  Status AddFeature(FeatureGroup& group, const CollectOptions& collect, bool singleRecord);
   double ReadWeight(const LumaUnicodeString& field, double fallback);
-  bool ReadRawValues();
+  void ReadRawValues();
 
   ZoDatasetVector* m_input;
   ZoDatasetVector* m_output;
   const ZoMeasuringInformation& m_info;
-  MessageLog& m_log;
   StatisticsSummaries m_summaries;
   LumaUnicodeString m_groupField;                  // result name of "_Group", empty without a case field
   LumaArray<LumaUnicodeString> m_statisticsNames;  // result names, empty where not created
@@ -121,14 +120,14 @@ void StartProgress(ZoCallProgress& progress, const char* titleId);
 struct MeasureCall;
 // The flow of the mean and median centres: one point per group, computed
 // by `centre` for a group of two or more features (or the whole dataset).
-using CentreFunction = std::function<bool(const FeatureGroup&, LumaPoint2D&)>;
-bool RunCentrePoints(MeasureCall& call, const char* titleId, const char* stepId, const CentreFunction& centre);
+using CentreFunction = std::function<Status(const FeatureGroup&, LumaPoint2D&)>;
+Status RunCentrePoints(MeasureCall& call, const char* titleId, const char* stepId, const CentreFunction& centre);
 
 // The flow of the standard distance and the ellipse: at least 3 records
 // ("ESa013") and 3 features per group ("ESa012"); `region` makes a group's
 // region and the values of the own fields, which come first in the result.
-using RegionFunction = std::function<bool(const FeatureGroup&, ZoGeometry&, std::vector<LumaVariant>&)>;
-bool RunRegions(MeasureCall& call, const char* titleId, const char* stepId, const std::vector<const char*>& ownFields,
-                const RegionFunction& region);
+using RegionFunction = std::function<Status(const FeatureGroup&, ZoGeometry&, std::vector<LumaVariant>&)>;
+Status RunRegions(MeasureCall& call, const char* titleId, const char* stepId, const std::vector<const char*>& ownFields,
+                  const RegionFunction& region);
 
 }  // namespace ZOC::centrography

@@ -5,6 +5,7 @@
 
 #include "StatisticsAnalyst/detail/centrography/Measures.h"
 #include "StatisticsAnalyst/detail/centrography/MeasuringFrame.h"
+#include "StatisticsAnalyst/detail/common/Limits.h"
 #include "host/ZoMessageIds.h"
 
 namespace ZOC::centrography {
@@ -13,31 +14,22 @@ namespace {
 constexpr int kIterationLimit = 100;
 constexpr double kAbsoluteTolerance = 1e-8;
 constexpr double kDefaultTolerance = 1e-6;
-
-bool WithinZero(double v) { return v > -1e-20 && v < 1e-20; }
 }  // namespace
 
-double MedianTolerance(double tolerance) { return WithinZero(tolerance) ? kDefaultTolerance : tolerance; }
+double MedianTolerance(double tolerance) { return limits::IsZero(tolerance) ? kDefaultTolerance : tolerance; }
 
-bool GetMedianCenter(const LumaArray<LumaPoint2D>& points, const LumaArray<double>& weights, double relativeTolerance,
-                     LumaPoint2D& centre, int limit, double absoluteTolerance, ZoStatisticsUtilities& utilities,
-                     MessageLog& log) {
+Status GetMedianCenter(const LumaArray<LumaPoint2D>& points, const LumaArray<double>& weights, double relativeTolerance,
+                       LumaPoint2D& centre, int limit, double absoluteTolerance, ZoStatisticsUtilities& utilities) {
   const std::size_t n = points.size();
-  if (n == 0 || weights.empty()) return true;
+  if (n == 0 || weights.empty()) return {};
   if (n == 1) {
     centre = points[0];
-    return true;
+    return {};
   }
-  if (weights.size() != n) {
-    log.Add(msg::ESa019);
-    return false;
-  }
+  if (weights.size() != n) return Status::Fail(msg::ESa019);
   // The start ignores the weights: the plain mean of the points.
   LumaPoint2D start;
-  if (!utilities.GetMeanCenter(points, LumaArray<double>(n, 1.0), start)) {
-    log.Add(msg::ESa0010);
-    return false;
-  }
+  if (!utilities.GetMeanCenter(points, LumaArray<double>(n, 1.0), start)) return Status::Fail(msg::ESa0010);
   double xmin = points[0].x, xmax = xmin, ymin = points[0].y, ymax = ymin;
   for (const auto& p : points) {
     xmin = std::min(xmin, p.x), xmax = std::max(xmax, p.x);
@@ -55,17 +47,16 @@ bool GetMedianCenter(const LumaArray<LumaPoint2D>& points, const LumaArray<doubl
     for (std::size_t i = 0; i < n; ++i) {
       const double d = std::sqrt((points[i].x - current.x) * (points[i].x - current.x) +
                                  (points[i].y - current.y) * (points[i].y - current.y));
-      const double f = WithinZero(d) ? big * weights[i] : weights[i] / d;
+      const double f = limits::IsZero(d) ? big * weights[i] : weights[i] / d;
       s += f, sx += f * points[i].x, sy += f * points[i].y;
     }
-    if (WithinZero(s)) {
+    if (limits::IsZero(s)) {
       // Nothing pulls the estimate: every point lies on it (a box of zero
       // area gives no coincidence weight), or every weight is 0.
       double total = 0.0;
       for (const double w : weights) total += w;
-      if (!WithinZero(total)) break;
-      log.Add(msg::ESa018);
-      return false;
+      if (!limits::IsZero(total)) break;
+      return Status::Fail(msg::ESa018);
     }
     current = LumaPoint2D{sx / s, sy / s};
     // Converged: the result is the estimate before this last step.
@@ -76,17 +67,17 @@ bool GetMedianCenter(const LumaArray<LumaPoint2D>& points, const LumaArray<doubl
     if (++k >= limit) break;
   }
   centre = previous;
-  return true;
+  return {};
 }
 
-bool MedianCenter(MeasureCall& call) {
+Status MedianCenter(MeasureCall& call) {
   const double tolerance = MedianTolerance(call.info->Tolerance);
   return RunCentrePoints(call, msg::IMb321, msg::IMb323, [&](const FeatureGroup& group, LumaPoint2D& point) {
+    // The group's failure stands in for its cause.
     if (GetMedianCenter(group.points, group.weights, tolerance, point, kIterationLimit, kAbsoluteTolerance,
-                        *call.utilities, *call.log))
-      return true;
-    call.log->Replace(msg::ESa017);
-    return false;
+                        *call.utilities))
+      return Status();
+    return Status::Fail(msg::ESa017);
   });
 }
 

@@ -1,94 +1,81 @@
 // The standard distance: how far the features spread around their weighted
-// mean centre, as a circle per group; and the flow it shares with the ellipse.
+// mean centre, as a circle per group; and what it shares with the ellipse:
+// the weighted spread of a group and the per-group flow that turns each
+// group into a region.
 #include <cmath>
 
 #include "StatisticsAnalyst/detail/centrography/Measures.h"
 #include "StatisticsAnalyst/detail/centrography/MeasuringFrame.h"
+#include "StatisticsAnalyst/detail/common/Limits.h"
 #include "host/ZoMessageIds.h"
 
 namespace ZOC::centrography {
 
-namespace {
-bool WithinZero(double v) { return v > -1e-20 && v < 1e-20; }
-}  // namespace
-
-bool GetStandardDist(const LumaArray<LumaPoint2D>& points, const LumaArray<double>& weights, double factor,
-                     LumaPoint2D& centre, double& distance, ZoStatisticsUtilities& utilities, MessageLog& log) {
+Status GetWeightedSpread(const LumaArray<LumaPoint2D>& points, const LumaArray<double>& weights,
+                         ZoStatisticsUtilities& utilities, WeightedSpread& spread) {
   const std::size_t n = points.size();
-  if (n == 0 || weights.empty()) return true;
-  if (n < 3) {
-    log.Add(msg::ESa013);
-    return false;
-  }
-  if (weights.size() != n) {
-    log.Add(msg::ESa019);
-    return false;
-  }
-  LumaPoint2D mean;
-  if (!utilities.GetMeanCenter(points, weights, mean)) {
-    log.Append(utilities.GetStrErrorMes());
-    return false;
-  }
-  double w = 0.0, sx = 0.0, sy = 0.0;
+  spread = WeightedSpread();
+  if (n == 0 || weights.empty()) return {};
+  if (n < 3) return Status::Fail(msg::ESa013);
+  if (weights.size() != n) return Status::Fail(msg::ESa019);
+  if (!utilities.GetMeanCenter(points, weights, spread.mean)) return Status::FromText(utilities.GetStrErrorMes());
   for (std::size_t i = 0; i < n; ++i) {
-    const double dx = points[i].x - mean.x, dy = points[i].y - mean.y;
-    w += weights[i], sx += weights[i] * dx * dx, sy += weights[i] * dy * dy;
+    const double dx = points[i].x - spread.mean.x, dy = points[i].y - spread.mean.y;
+    spread.weight += weights[i];
+    spread.xx += weights[i] * dx * dx, spread.yy += weights[i] * dy * dy, spread.xy += weights[i] * dx * dy;
   }
-  if (WithinZero(w)) {
-    log.Add(msg::ESa018);
-    return false;
-  }
-  // Divided by the weight sum itself: no small-sample correction.
-  distance = std::sqrt((sx + sy) / w) * factor;
-  centre = mean;
-  return true;
+  if (limits::IsZero(spread.weight)) return Status::Fail(msg::ESa018);
+  spread.empty = false;
+  return {};
 }
 
-bool RunRegions(MeasureCall& call, const char* titleId, const char* stepId, const std::vector<const char*>& ownFields,
-                const RegionFunction& region) {
-  MeasuringFrame frame(call.input, call.output, *call.info, *call.log);
+Status GetStandardDist(const LumaArray<LumaPoint2D>& points, const LumaArray<double>& weights, double factor,
+                       LumaPoint2D& centre, double& distance, ZoStatisticsUtilities& utilities) {
+  WeightedSpread spread;
+  if (Status status = GetWeightedSpread(points, weights, utilities, spread); !status || spread.empty) return status;
+  // Divided by the weight sum itself: no small-sample correction.
+  distance = std::sqrt((spread.xx + spread.yy) / spread.weight) * factor;
+  centre = spread.mean;
+  return {};
+}
+
+Status RunRegions(MeasureCall& call, const char* titleId, const char* stepId, const std::vector<const char*>& ownFields,
+                  const RegionFunction& region) {
+  MeasuringFrame frame(call.input, call.output, *call.info);
   LumaFieldInfos own, none;
   for (const char* name : ownFields) own.emplace_back(name, LUMA::FieldDouble);
-  if (!frame.Validate() || !frame.CreateFields(own, none)) return false;
+  if (Status status = frame.Validate(); !status) return status;
+  if (Status status = frame.CreateFields(own, none); !status) return status;
   ZoCallProgress progress(call.callerProgress, call.showProgress);
   StartProgress(progress, titleId);
-  if (!frame.Open()) return false;
-  if (frame.RecordCount() < 3) {
-    call.log->Add(msg::ESa013);
-    return false;
-  }
+  if (Status status = frame.Open(); !status) return status;
+  if (frame.RecordCount() < 3) return Status::Fail(msg::ESa013);
   const auto write = [&](FeatureGroup& group, GroupKind kind) {
     // A small group ends the whole run; the groups before it stay written.
-    if (group.count < 3) {
-      call.log->Replace(msg::ESa012);
-      return false;
-    }
+    if (group.count < 3) return Status::Fail(msg::ESa012);
     ZoGeometry geometry;
     std::vector<LumaVariant> values;
-    if (!region(group, geometry, values)) return false;
+    if (Status status = region(group, geometry, values); !status) return status;
     std::vector<std::pair<LumaUnicodeString, LumaVariant>> fields;
     for (std::size_t i = 0; i < own.size() && i < values.size(); ++i) fields.emplace_back(own[i].GetName(), values[i]);
     return frame.Write(geometry, fields, group.caseValue, frame.GroupValues(kind, group.count));
   };
-  return frame.Pass(progress, stepId, CollectOptions{}, write) && frame.Finish();
+  if (Status status = frame.Pass(progress, stepId, CollectOptions{}, write); !status) return status;
+  return frame.Finish();
 }
 
-bool StandardDistance(MeasureCall& call) {
+Status StandardDistance(MeasureCall& call) {
   const double factor = EllipseFactor(call.info->EllipseSize);
   const auto circle = [&](const FeatureGroup& group, ZoGeometry& geometry, std::vector<LumaVariant>& values) {
     LumaPoint2D centre;
     double distance = 0.0;
-    if (!GetStandardDist(group.points, group.weights, factor, centre, distance, *call.utilities, *call.log)) {
-      call.log->Replace(msg::ESa073);
-      return false;
-    }
+    // The group's failure stands in for its cause.
+    if (!GetStandardDist(group.points, group.weights, factor, centre, distance, *call.utilities))
+      return Status::Fail(msg::ESa073);
     geometry = ZoGeoCircle(centre, distance).ConvertToRegion();
-    if (geometry.IsEmpty()) {
-      call.log->Replace(msg::ESa015);
-      return false;
-    }
+    if (geometry.IsEmpty()) return Status::Fail(msg::ESa015);
     values = {LumaVariant(centre.x), LumaVariant(centre.y), LumaVariant(distance)};
-    return true;
+    return Status();
   };
   return RunRegions(call, msg::IMb357, msg::IMb358, {"CircleCenterX", "CircleCenterY", "StandardDistance"}, circle);
 }

@@ -24,20 +24,14 @@ StatisticsSummaries::StatisticsSummaries(const LumaArray<LumaUnicodeString>& fie
                                          const LumaArray<ZoStatisticsType>& types)
     : m_fields(fields), m_types(types), m_values(fields.size()), m_medians(fields.size()) {}
 
-bool StatisticsSummaries::CheckRecords(ZoRecordset* records, MessageLog& log) const {
-  if (!records) {
-    log.Add(msg::EEg024);
-    return false;
-  }
-  if (m_fields.size() != m_types.size()) {
-    log.Add(msg::ESa001);
-    return false;
-  }
-  return true;
+detail::Status StatisticsSummaries::CheckRecords(ZoRecordset* records) const {
+  if (!records) return detail::Status::Fail(msg::EEg024);
+  if (m_fields.size() != m_types.size()) return detail::Status::Fail(msg::ESa001);
+  return {};
 }
 
-bool StatisticsSummaries::Start(ZoRecordset* records, MessageLog& log) {
-  if (!CheckRecords(records, log)) return false;
+detail::Status StatisticsSummaries::Start(ZoRecordset* records) {
+  if (detail::Status status = CheckRecords(records); !status) return status;
   LumaVariant v;
   for (std::size_t i = 0; i < m_fields.size(); ++i) {
     records->GetFieldValue(m_fields[i], v);
@@ -59,11 +53,11 @@ bool StatisticsSummaries::Start(ZoRecordset* records, MessageLog& log) {
       default: break;
     }
   }
-  return true;
+  return {};
 }
 
-bool StatisticsSummaries::Add(ZoRecordset* records, MessageLog& log) {
-  if (!CheckRecords(records, log)) return false;
+detail::Status StatisticsSummaries::Add(ZoRecordset* records) {
+  if (detail::Status status = CheckRecords(records); !status) return status;
   LumaVariant v;
   for (std::size_t i = 0; i < m_fields.size(); ++i) {
     records->GetFieldValue(m_fields[i], v);
@@ -94,7 +88,7 @@ bool StatisticsSummaries::Add(ZoRecordset* records, MessageLog& log) {
         break;
     }
   }
-  return true;
+  return {};
 }
 
 LumaArray<LumaVariant> StatisticsSummaries::Finished(std::int64_t count) const {

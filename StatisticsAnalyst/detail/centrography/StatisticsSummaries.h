@@ -5,7 +5,7 @@
 #include <vector>
 
 #include "StatisticsAnalyst/ZoMeasuringInformation.h"
-#include "StatisticsAnalyst/detail/centrography/MessageLog.h"
+#include "StatisticsAnalyst/detail/common/Status.h"
 #include "host/LumaArray.h"
 #include "host/LumaVariant.h"
 
@@ -26,9 +26,9 @@ class StatisticsSummaries {
 
   // Starts a group with the current record's values. "EEg024" for no
   // recordset, "ESa001" for mismatched lists.
-  bool Start(ZoRecordset* records, MessageLog& log);
+  detail::Status Start(ZoRecordset* records);
   // Folds the current record's values in.
-  bool Add(ZoRecordset* records, MessageLog& log);
+  detail::Status Add(ZoRecordset* records);
 
   // The values as gathered: what a group of one feature writes.
   const LumaArray<LumaVariant>& Gathered() const { return m_values; }
@@ -41,7 +41,7 @@ class StatisticsSummaries {
   static void GetMedian(const LumaArray<LumaVariant>& values, LumaVariant& out);
 
  private:
-  bool CheckRecords(ZoRecordset* records, MessageLog& log) const;
+  detail::Status CheckRecords(ZoRecordset* records) const;
 
   const LumaArray<LumaUnicodeString>& m_fields;
   const LumaArray<ZoStatisticsType>& m_types;

@@ -101,28 +101,6 @@ LumaUnicodeString SiblingTemporary(const LumaUnicodeString& path) {
   }
 }
 
-namespace {
-// A path with its links followed, also a link to a file not made yet.
-std::filesystem::path Resolved(std::filesystem::path p) {
-  namespace fs = std::filesystem;
-  std::error_code ec;
-  p = fs::absolute(p, ec);
-  for (int hops = 0; hops < 40 && fs::is_symlink(p, ec); ++hops) {
-    const fs::path target = fs::read_symlink(p, ec);
-    if (ec) break;
-    p = target.is_absolute() ? target : p.parent_path() / target;
-  }
-  return fs::weakly_canonical(p, ec);
-}
-}  // namespace
-
-bool SameFile(const LumaUnicodeString& a, const LumaUnicodeString& b) {
-  namespace fs = std::filesystem;
-  std::error_code ec;
-  if (fs::exists(a.Str(), ec) && fs::exists(b.Str(), ec)) return fs::equivalent(a.Str(), b.Str(), ec);
-  return Resolved(a.Str()) == Resolved(b.Str());
-}
-
 bool WriteInt32(std::FILE* f, std::int32_t v) { return WriteValue(f, v); }
 bool WriteDouble(std::FILE* f, double v) { return WriteValue(f, v); }
 bool ReadInt32(std::FILE* f, std::int32_t& v) { return ReadValue(f, v); }

@@ -58,9 +58,6 @@ bool HasSwmbExtension(const LumaUnicodeString& path, bool ignoreCase);
 // its real name is only ever complete: builders write here and rename the
 // result onto `path` at the end. Hidden, and unique to this process.
 LumaUnicodeString SiblingTemporary(const LumaUnicodeString& path);
-// True when both paths name the same file once links and relative parts are
-// resolved, whether or not the file exists yet.
-bool SameFile(const LumaUnicodeString& a, const LumaUnicodeString& b);
 
 bool WriteInt32(std::FILE* f, std::int32_t v);
 bool WriteDouble(std::FILE* f, double v);

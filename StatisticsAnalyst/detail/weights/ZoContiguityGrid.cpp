@@ -293,33 +293,28 @@ class PairTester {
       }
     };
     std::size_t ia = 0, ib = 0;
+    // The box entering the sweep meets the other side's active boxes: those
+    // that end before it begins leave, the overlapping ones are visited with
+    // the first boundary's segment first.
+    auto meet = [&](const SegBox& s, std::vector<std::size_t>& active, const std::vector<SegBox>& others, bool sIsA) {
+      for (std::size_t k = 0; k < active.size();) {
+        const SegBox& o = others[active[k]];
+        if (o.hi < s.lo) {
+          active[k] = active.back();
+          active.pop_back();
+          continue;
+        }
+        if (o.olo <= s.ohi && s.olo <= o.ohi) sIsA ? visit(s.seg, o.seg) : visit(o.seg, s.seg);
+        ++k;
+      }
+    };
     while (!shared && (ia < m_boxesA.size() || ib < m_boxesB.size())) {
       const bool takeA = ib >= m_boxesB.size() || (ia < m_boxesA.size() && m_boxesA[ia].lo <= m_boxesB[ib].lo);
       if (takeA) {
-        const SegBox& s = m_boxesA[ia];
-        for (std::size_t k = 0; k < m_activeB.size();) {
-          const SegBox& o = m_boxesB[m_activeB[k]];
-          if (o.hi < s.lo) {
-            m_activeB[k] = m_activeB.back();
-            m_activeB.pop_back();
-            continue;
-          }
-          if (o.olo <= s.ohi && s.olo <= o.ohi) visit(s.seg, o.seg);
-          ++k;
-        }
+        meet(m_boxesA[ia], m_activeB, m_boxesB, true);
         m_activeA.push_back(ia++);
       } else {
-        const SegBox& s = m_boxesB[ib];
-        for (std::size_t k = 0; k < m_activeA.size();) {
-          const SegBox& o = m_boxesA[m_activeA[k]];
-          if (o.hi < s.lo) {
-            m_activeA[k] = m_activeA.back();
-            m_activeA.pop_back();
-            continue;
-          }
-          if (o.olo <= s.ohi && s.olo <= o.ohi) visit(o.seg, s.seg);
-          ++k;
-        }
+        meet(m_boxesB[ib], m_activeA, m_boxesA, false);
         m_activeB.push_back(ib++);
       }
     }

@@ -15,8 +15,7 @@ class _GlobalResult:
 
 
 @dataclass(frozen=True)
-class MoranResult(_GlobalResult):
-    """Global Moran's I under the randomization assumption."""
+class _IndexResult(_GlobalResult):
     index: float
     expected_index: float
     variance: float
@@ -25,13 +24,13 @@ class MoranResult(_GlobalResult):
 
 
 @dataclass(frozen=True)
-class GeneralGResult(_GlobalResult):
+class MoranResult(_IndexResult):
+    """Global Moran's I under the randomization assumption."""
+
+
+@dataclass(frozen=True)
+class GeneralGResult(_IndexResult):
     """Getis-Ord General G (high/low clustering)."""
-    index: float
-    expected_index: float
-    variance: float
-    z_score: float
-    p_value: float
 
 
 @dataclass(frozen=True)
