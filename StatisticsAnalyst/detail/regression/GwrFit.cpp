@@ -16,6 +16,8 @@ namespace {
 constexpr double kInfinity = std::numeric_limits<double>::infinity();
 constexpr double kLeverageRoom = 1e-10;
 constexpr double kGolden = 0.6180339887498949;  // (√5 − 1) / 2
+// The most memory the adaptive search's sorted neighbours may take.
+constexpr std::uint64_t kOrderBudget = std::uint64_t{128} << 20;
 
 // AICc of a Gaussian model with `trace` effective parameters (Hurvich,
 // Simonoff and Tsai): n ln(RSS/n) + n ln 2π + n (n + tr) / (n − 2 − tr).
@@ -41,7 +43,7 @@ const char* GwrModel::Fit(double b, GwrFeatures& f, GwrSummary& summary, const G
         Local local;
         local.beta = f.beta.data() + k * static_cast<std::size_t>(p);
         local.covariance = f.se.data() + k * static_cast<std::size_t>(p);
-        ok[k] = LocalFit(i, b, true, s, local);
+        ok[k] = LocalFit(i, b, s, local);
         f.predicted[k] = local.predicted, leverage[k] = local.leverage;
         f.localR2[k] = local.r2, f.condition[k] = local.condition;
       },
@@ -69,19 +71,11 @@ const char* GwrModel::Fit(double b, GwrFeatures& f, GwrSummary& summary, const G
   return nullptr;
 }
 
-double GwrModel::Aicc(double b, const GwrProgress& progress, bool& cancelled) const {
+double GwrModel::Aicc(double b, const GwrProgress& progress, bool& cancelled, const NeighbourOrder* order) const {
   const auto un = static_cast<std::size_t>(m_design.n);
   std::vector<double> predicted(un, 0.0), leverage(un, 0.0);
   std::vector<char> ok(un, 0);
-  const bool finished = ForEachFeature(
-      [&](std::int64_t i, Scratch& s) {
-        Local local;
-        const auto k = static_cast<std::size_t>(i);
-        ok[k] = LocalFit(i, b, false, s, local);
-        predicted[k] = local.predicted, leverage[k] = local.leverage;
-      },
-      progress);
-  if (!finished) {
+  if (!Trial(b, predicted, leverage, ok, progress, order)) {
     cancelled = true;
     return kInfinity;
   }
@@ -134,21 +128,32 @@ const char* GwrModel::Search(double& best, const std::function<bool(int)>& trial
   Bounds(lower, upper);
   std::map<double, double> tried;
   bool cancelled = false;
+  NeighbourOrder order;
   auto f = [&](double b) {
     if (auto it = tried.find(b); it != tried.end()) return it->second;
     if (cancelled || !trial(static_cast<int>(tried.size()))) {
       cancelled = true;
       return kInfinity;
     }
-    const double value = Aicc(b, poll, cancelled);
+    const double value = Aicc(b, poll, cancelled, order.count >= b ? &order : nullptr);
     if (!cancelled) tried[b] = value;
     return value;
+  };
+  // Once every bandwidth the search can still try is at most `most`
+  // neighbours, each feature's `most` nearest are sorted once (when they
+  // fit the budget) instead of selected again at every trial.
+  const double most = std::floor(static_cast<double>(kOrderBudget) / (4.0 * static_cast<double>(m_design.n)));
+  auto narrowed = [&](double c) {
+    if (m_type == GWRAdaptive && m_kernel == GWRBisquare && order.count == 0 && c <= most &&
+        c > static_cast<double>(kTreeLimit) && m_design.n < std::numeric_limits<std::int32_t>::max() && !cancelled)
+      cancelled = !SortNeighbours(static_cast<std::int64_t>(c), order, poll);
   };
   if (m_type == GWRAdaptive) {
     // Whole numbers of neighbours: narrow while the interval is wide, then
     // try what is left.
     double a = lower, c = upper;
     while (c - a > 3 && !cancelled) {
+      narrowed(c);
       const double span = c - a;
       double x1 = c - std::round(kGolden * span), x2 = a + std::round(kGolden * span);
       if (x1 >= x2) x1 = a + std::floor(span / 2), x2 = x1 + 1;
