@@ -53,9 +53,9 @@ class GwrModel {
   // Builds the neighbour search; false when a point is not finite.
   bool Build();
 
-  // The full fit at bandwidth b. Returns the failing identifier ("EUf009",
-  // "EUf010", "IMb030") or null.
-  const char* Fit(double b, GwrFeatures& features, GwrSummary& summary, const GwrProgress& progress) const;
+  // The full fit at bandwidth b. Fails with "EUf009", "EUf010", "EUf007" or
+  // "IMb030".
+  Status Fit(double b, GwrFeatures& features, GwrSummary& summary, const GwrProgress& progress) const;
   // AICc at bandwidth b, +inf when a local design is singular or the fit
   // degenerate. Sets cancelled (and returns +inf) when progress says so.
   // `order`, when not null, holds at least b neighbours per feature.
@@ -64,9 +64,8 @@ class GwrModel {
   bool SortNeighbours(std::int64_t count, NeighbourOrder& order, const GwrProgress& progress) const;
   // The golden-section search on AICc between the bounds below; trial(k)
   // is told of every new evaluation, poll between blocks of features, and
-  // either returns false to cancel. Returns the failing identifier
-  // ("EUf011", "IMb030") or null.
-  const char* Search(double& best, const std::function<bool(int)>& trial, const GwrProgress& poll) const;
+  // either returns false to cancel. Fails with "EUf011" or "IMb030".
+  Status Search(double& best, const std::function<bool(int)>& trial, const GwrProgress& poll) const;
   // The search interval: adaptive, p + 2 to n features; fixed, up to the
   // diagonal of the points' extent, from 1/5000 of it (Gaussian) or from the
   // largest distance between a feature and its (p + 2)-th nearest feature,

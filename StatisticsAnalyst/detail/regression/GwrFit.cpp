@@ -28,7 +28,7 @@ double CorrectedAic(double rss, double n, double trace) {
 
 }  // namespace
 
-const char* GwrModel::Fit(double b, GwrFeatures& f, GwrSummary& summary, const GwrProgress& progress) const {
+Status GwrModel::Fit(double b, GwrFeatures& f, GwrSummary& summary, const GwrProgress& progress) const {
   const std::int64_t n = m_design.n;
   const int p = m_design.p();
   const auto un = static_cast<std::size_t>(n), np = un * static_cast<std::size_t>(p);
@@ -48,19 +48,19 @@ const char* GwrModel::Fit(double b, GwrFeatures& f, GwrSummary& summary, const G
         f.localR2[k] = local.r2, f.condition[k] = local.condition;
       },
       progress);
-  if (!finished) return msg::IMb030;
-  if (std::find(ok.begin(), ok.end(), 0) != ok.end()) return msg::EUf009;
+  if (!finished) return Status::Fail(msg::IMb030);
+  if (std::find(ok.begin(), ok.end(), 0) != ok.end()) return Status::Fail(msg::EUf009);
   double rss = 0.0, trace = 0.0, mean = 0.0, tss = 0.0;
   for (std::size_t k = 0; k < un; ++k) {
-    if (!(leverage[k] < 1.0 - kLeverageRoom)) return msg::EUf010;
+    if (!(leverage[k] < 1.0 - kLeverageRoom)) return Status::Fail(msg::EUf010);
     f.residual[k] = m_design.y[k] - f.predicted[k];
     rss += f.residual[k] * f.residual[k], trace += leverage[k], mean += m_design.y[k];
   }
   const double dn = static_cast<double>(n);
   mean /= dn;
   for (double y : m_design.y) tss += (y - mean) * (y - mean);
-  if (!(dn - trace > 0.0)) return msg::EUf010;
-  if (!(rss > 1e-20 * tss)) return msg::EUf007;
+  if (!(dn - trace > 0.0)) return Status::Fail(msg::EUf010);
+  if (!(rss > 1e-20 * tss)) return Status::Fail(msg::EUf007);
   const double sigma2 = rss / (dn - trace);
   for (std::size_t k = 0; k < np; ++k) f.se[k] = std::sqrt(sigma2 * std::max(f.se[k], 0.0));
   for (std::size_t k = 0; k < un; ++k) f.standardized[k] = f.residual[k] / std::sqrt(sigma2 * (1.0 - leverage[k]));
@@ -68,7 +68,7 @@ const char* GwrModel::Fit(double b, GwrFeatures& f, GwrSummary& summary, const G
   summary.aicc = CorrectedAic(rss, dn, trace);
   summary.r2 = 1.0 - rss / tss;
   summary.adjustedR2 = 1.0 - (1.0 - summary.r2) * (dn - 1.0) / (dn - trace - 1.0);
-  return nullptr;
+  return Status::Ok();
 }
 
 double GwrModel::Aicc(double b, const GwrProgress& progress, bool& cancelled, const NeighbourOrder* order) const {
@@ -123,7 +123,7 @@ int GwrModel::MaxTrials() const {
   return 2 * static_cast<int>(std::ceil(std::log(upper - lower + 2.0) / std::log(1.0 / kGolden))) + 8;
 }
 
-const char* GwrModel::Search(double& best, const std::function<bool(int)>& trial, const GwrProgress& poll) const {
+Status GwrModel::Search(double& best, const std::function<bool(int)>& trial, const GwrProgress& poll) const {
   double lower, upper;
   Bounds(lower, upper);
   std::map<double, double> tried;
@@ -174,11 +174,11 @@ const char* GwrModel::Search(double& best, const std::function<bool(int)>& trial
         a = x1, x1 = x2, f1 = f2, x2 = a + kGolden * (c - a), f2 = f(x2);
     }
   }
-  if (cancelled) return msg::IMb030;
+  if (cancelled) return Status::Fail(msg::IMb030);
   double bestValue = kInfinity;
   for (const auto& [b, value] : tried)  // ascending bandwidths: ties keep the smaller
     if (value < bestValue) best = b, bestValue = value;
-  return bestValue < kInfinity ? nullptr : msg::EUf011;
+  return bestValue < kInfinity ? Status::Ok() : Status::Fail(msg::EUf011);
 }
 
 }  // namespace ZOC::regression

@@ -48,10 +48,9 @@ Status ChooseBandwidth(const GwrModel& model, const ZoGWRInformation& info, ZoCa
   }
   const LumaUnicodeString format = ZoStringEx::LoadResString(msg::IMf005);
   const int most = model.MaxTrials();
-  const char* id = model.Search(
+  return model.Search(
       bandwidth, [&](int trial) { return progress.Step(format, std::min(trial, most - 1), most); },
       [&](std::int64_t) { return !progress || !progress->IsCanceled(); });
-  return id ? Status::Fail(id) : Status::Ok();
 }
 
 // The result fields, named after the coefficients.
@@ -72,9 +71,8 @@ Status FitAt(const GwrModel& model, double bandwidth, std::int64_t n, ZoCallProg
     progress->SetTitleMessage(ZoStringEx::LoadResString(msg::IMf003));
   }
   const LumaUnicodeString format = ZoStringEx::LoadResString(msg::IMf004);
-  const char* id = model.Fit(bandwidth, features, summary,
-                             [&](std::int64_t done) { return progress.Step(format, std::min(done, n - 1), n); });
-  return id ? Status::Fail(id) : Status::Ok();
+  return model.Fit(bandwidth, features, summary,
+                   [&](std::int64_t done) { return progress.Step(format, std::min(done, n - 1), n); });
 }
 
 }  // namespace

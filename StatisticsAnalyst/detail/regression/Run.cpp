@@ -86,7 +86,8 @@ Status RunOls(ZoRecordset* records, ZoDatasetVector* result, const ZoOLSInformat
   if (!status) return status;
   ZoOLSResult fit;
   OlsFeatures features;
-  if (const char* id = FitOls(design, fit, features)) return Status::Fail(id);
+  status = FitOls(design, fit, features);
+  if (!status) return status;
   design = Design();  // the values are done with: the writer and the weights need the room
   Stage(progress, 41, 70, msg::IMf001);
   LUMA::LumaFieldInfos own = {LUMA::LumaFieldInfo("Predicted", LUMA::FieldDouble),
