@@ -450,7 +450,7 @@ TEST(GeographicallyWeightedRegression, SearchTrialsGiveTheFullFitsAiccOnEveryPat
                         {ZOC::GWRBisquare, ZOC::GWRFixed, {2.5}}};
   for (const Case& c : cases) {
     ZOC::regression::GwrModel model(design, points, c.kernel, c.type, 1);
-    ASSERT_TRUE(model.Build());
+    ASSERT_TRUE(model.Build(true));
     ZOC::regression::NeighbourOrder order;
     ASSERT_TRUE(model.SortNeighbours(900, order, {}));
     for (double b : c.bandwidths) {

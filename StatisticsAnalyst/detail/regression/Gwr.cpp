@@ -22,19 +22,20 @@ GwrModel::GwrModel(const Design& design, std::vector<LUMA::LumaPoint3D> points, 
 
 GwrModel::~GwrModel() = default;
 
-bool GwrModel::Build() {
+bool GwrModel::Build(bool search) {
   const int p = m_design.p();
   const auto n = static_cast<Eigen::Index>(m_design.n);
   m_z.resize(n, p);
-  m_products.resize(n, p * (p + 1) / 2 + p);
+  m_products.resize(search ? n : 0, p * (p + 1) / 2 + p);
   m_xs.resize(n), m_ys.resize(n);
   for (Eigen::Index i = 0; i < n; ++i) {
     m_design.DesignRow(i, &m_z(i, 0));
+    m_xs(i) = m_points[static_cast<std::size_t>(i)].x, m_ys(i) = m_points[static_cast<std::size_t>(i)].y;
+    if (!search) continue;
     double* product = &m_products(i, 0);
     for (int a = 0; a < p; ++a)
       for (int b = a; b < p; ++b) *product++ = m_z(i, a) * m_z(i, b);
     for (int a = 0; a < p; ++a) *product++ = m_z(i, a) * m_design.y[static_cast<std::size_t>(i)];
-    m_xs(i) = m_points[static_cast<std::size_t>(i)].x, m_ys(i) = m_points[static_cast<std::size_t>(i)].y;
   }
   m_tree = std::make_unique<ZoKdTree>(m_points.data(), m_points.size());
   return m_tree->Build();

@@ -50,8 +50,10 @@ class GwrModel {
   GwrModel(const Design& design, std::vector<LUMA::LumaPoint3D> points, ZoGWRKernel kernel, ZoGWRBandwidthType type,
            int method);
   ~GwrModel();
-  // Builds the neighbour search; false when a point is not finite.
-  bool Build();
+  // Builds the neighbour search, and for a bandwidth search (`search`) the
+  // per-feature products its trials sum (Aicc and Search need them); false
+  // when a point is not finite.
+  bool Build(bool search);
 
   // The full fit at bandwidth b. Fails with "EUf009", "EUf010", "EUf007" or
   // "IMb030".

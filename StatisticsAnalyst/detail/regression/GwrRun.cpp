@@ -87,7 +87,7 @@ Status RunGwr(ZoRecordset* records, ZoDatasetVector* result, const ZoGWRInformat
   if (status) status = FeaturePoints(records, points, method);
   if (!status) return status;
   GwrModel model(design, std::move(points), info.Kernel, info.BandwidthType, method == Euclidean ? 1 : 2);
-  if (!model.Build()) return Status::Fail(msg::ESa032);
+  if (!model.Build(info.Bandwidth == -1.0)) return Status::Fail(msg::ESa032);
   double bandwidth = 0.0;
   GwrFeatures features;
   GwrSummary summary;
