@@ -1,28 +1,11 @@
 #include "StatisticsAnalyst/ZoSpatialRelModeling.h"
 
-#include <functional>
-#include <new>
-#include <utility>
-
+#include "StatisticsAnalyst/detail/common/Status.h"
 #include "StatisticsAnalyst/detail/regression/MatrixToolkit.h"
 #include "StatisticsAnalyst/detail/regression/Run.h"
 #include "host/ZoMessageIds.h"
 
 namespace ZOC {
-
-namespace {
-
-// Routes the regression's failures into an analysis object's messages.
-struct Sink final : regression::Messages {
-  Sink(std::function<void(const char*)> a, std::function<void(const LumaUnicodeString&)> t)
-      : add(std::move(a)), addText(std::move(t)) {}
-  void Add(const char* id) override { add(id); }
-  void AddText(const LumaUnicodeString& text) override { addText(text); }
-  std::function<void(const char*)> add;
-  std::function<void(const LumaUnicodeString&)> addText;
-};
-
-}  // namespace
 
 ZoRecordsetPtr ZoSpatialRelModeling::OpenRegression(ZoDatasetVector* source, ZoDatasetVector* result,
                                                     const LumaUnicodeString& dependent,
@@ -60,38 +43,43 @@ ZoRecordsetPtr ZoSpatialRelModeling::OpenRegression(ZoDatasetVector* source, ZoD
   return QueryOrderedBy(source, kSystemIdField);
 }
 
+template <class Fit>
+unsigned char ZoSpatialRelModeling::Regress(ZoDatasetVector* source, ZoDatasetVector* result,
+                                            const LumaUnicodeString& dependent,
+                                            const LumaArray<LumaUnicodeString>& explanatory, unsigned char showProgress,
+                                            const char* summaryId, Fit&& fit) {
+  ClearErrorMessage();
+  // Anything that escapes the run (memory included) becomes a message.
+  const bool ok = Guard(
+      [&] {
+        ZoRecordsetPtr records = OpenRegression(source, result, dependent, explanatory);
+        if (!records) {
+          AddErrorMessage(summaryId);
+          return false;
+        }
+        ZoCallProgress progress(m_progress, showProgress != 0);
+        return Report(fit(records.get(), progress).Then(summaryId));
+      },
+      summaryId);
+  return ok ? 1 : 0;
+}
+
 unsigned char ZoSpatialRelModeling::OrdinaryLeastSquares(ZoDatasetVector* source, ZoDatasetVector* result,
                                                          const ZoOLSInformation& info, ZoOLSResult& out,
                                                          unsigned char showProgress) {
-  ClearErrorMessage();
-  Sink sink([this](const char* id) { AddErrorMessage(id); },
-            [this](const LumaUnicodeString& text) { AppendErrorText(text); });
-  // Anything that escapes the run (memory included) becomes a message.
-  const bool ok = Guard([&] {
-    ZoRecordsetPtr records = OpenRegression(source, result, info.DependentField, info.ExplanatoryFields);
-    ZoCallProgress progress(m_progress, showProgress != 0);
-    return records && regression::RunOls(records.get(), result, info, out, progress, sink);
-  });
-  if (ok) return 1;
-  AddErrorMessage(msg::EUf012);
-  return 0;
+  return Regress(source, result, info.DependentField, info.ExplanatoryFields, showProgress, msg::EUf012,
+                 [&](ZoRecordset* records, ZoCallProgress& progress) {
+                   return regression::RunOls(records, result, info, out, progress);
+                 });
 }
 
 unsigned char ZoSpatialRelModeling::GeographicWeightedRegression(ZoDatasetVector* source, ZoDatasetVector* result,
                                                                  const ZoGWRInformation& info, ZoGWRResult& out,
                                                                  unsigned char showProgress) {
-  ClearErrorMessage();
-  Sink sink([this](const char* id) { AddErrorMessage(id); },
-            [this](const LumaUnicodeString& text) { AppendErrorText(text); });
-  // Anything that escapes the run (memory included) becomes a message.
-  const bool ok = Guard([&] {
-    ZoRecordsetPtr records = OpenRegression(source, result, info.DependentField, info.ExplanatoryFields);
-    ZoCallProgress progress(m_progress, showProgress != 0);
-    return records && regression::RunGwr(records.get(), result, info, out, progress, sink);
-  });
-  if (ok) return 1;
-  AddErrorMessage(msg::EUf013);
-  return 0;
+  return Regress(source, result, info.DependentField, info.ExplanatoryFields, showProgress, msg::EUf013,
+                 [&](ZoRecordset* records, ZoCallProgress& progress) {
+                   return regression::RunGwr(records, result, info, out, progress);
+                 });
 }
 
 unsigned char ZoSpatialRelModeling::InvsMatrix(ZoMatrix& a) { return regression::InvsMatrix(a); }

@@ -54,6 +54,12 @@ class SA_API ZoSpatialRelModeling : public ZoAnalysisFrame {
   // The opening checks both regressions share; the records in "QlID" order.
   ZoRecordsetPtr OpenRegression(ZoDatasetVector* source, ZoDatasetVector* result, const LumaUnicodeString& dependent,
                                 const LumaArray<LumaUnicodeString>& explanatory);
+  // The frame of both regressions: the opening checks, then fit(records,
+  // progress); any failure ends with `summaryId`.
+  template <class Fit>
+  unsigned char Regress(ZoDatasetVector* source, ZoDatasetVector* result, const LumaUnicodeString& dependent,
+                        const LumaArray<LumaUnicodeString>& explanatory, unsigned char showProgress,
+                        const char* summaryId, Fit&& fit);
 };
 
 }  // namespace ZOC

@@ -8,10 +8,20 @@
 #   gwr-aicc 10^4 features, 5 fields, adaptive bisquare, bandwidth by AICc
 #            search, and fixed Gaussian by AICc search.
 #   bench/regression.sh BUILD_DIR
+# Figures are elapsed seconds, CPU seconds (user + system) and peak memory.
+# REGRESSION_INPUTS: a folder of rN.gpkg made earlier by make_regression_points.
 source "$(dirname "$0")/common.sh" "$1"
 make_points() {
   points="$tmp/r$1.gpkg"
-  "$build/bench/make_regression_points" "$points" "$1"
+  if [ -n "${REGRESSION_INPUTS:-}" ] && [ -f "$REGRESSION_INPUTS/r$1.gpkg" ]; then
+    points="$REGRESSION_INPUTS/r$1.gpkg"
+  else
+    "$build/bench/make_regression_points" "$points" "$1"
+  fi
+}
+timed() {
+  /usr/bin/time -f "%e s elapsed, %U+%S s CPU, %M KiB peak" -o "$tmp/time" "$@" >/dev/null
+  cat "$tmp/time"
 }
 model=(--dependent Y --explanatory X1,X2,X3,X4,X5 --overwrite --output "$tmp/out.gpkg")
 make_points 1000000

@@ -9,7 +9,10 @@
 #include <map>
 #include <random>
 
+#include "StatisticsAnalyst/ZoAnalyzingPatterns.h"
 #include "StatisticsAnalyst/ZoSpatialRelModeling.h"
+#include "StatisticsAnalyst/ZoWeightsUtilities.h"
+#include "StatisticsAnalyst/detail/regression/Gwr.h"
 #include "TestSupport.h"
 #include "host/ZoRecordset.h"
 
@@ -195,6 +198,56 @@ TEST(OrdinaryLeastSquares, RefusesModelsItCannotEstimate) {
   ExpectFailure(layer->dataset, layer->result, "Y", {"X1", "X2", "X1", "X2", "X1", "X2", "X1", "X2", "X1"}, "EUf005");
 }
 
+// The residual Moran's I is computed from the residuals in memory; it must
+// be the global Moran's I of the "Residual" field the result holds, with
+// the weights built from points and with a weights file whose rows follow
+// a unique-ID field in another order than QlID.
+TEST(OrdinaryLeastSquares, ResidualMoranIsTheGlobalMoranOfTheWrittenResiduals) {
+  const Sample s = MakeSample(90, 23);
+  auto layer = MakeLayer(s.points, s.columns);
+  ASSERT_TRUE(layer->dataset->CreateField(LUMA::LumaFieldInfo("KEY", LUMA::FieldInt32)));
+  {
+    ZOC::ZoRecordsetPtr records(layer->dataset->Query(ZOC::ZoQueryDef()));
+    int key = 1000;
+    for (bool more = records->MoveFirst(); more && !records->IsEOF(); more = records->MoveNext(), key -= 7) {
+      ASSERT_TRUE(records->Edit());
+      records->SetFieldValue("KEY", LUMA::LumaVariant(key));
+      ASSERT_TRUE(records->Update());
+    }
+  }
+  satest::TempDir dir;
+  ZOC::ZoPatternsInformation knn;
+  knn.Conceptualization = ZOC::KNearestNeighbors;
+  knn.KNeighbors = 6;
+  ZOC::ZoPatternsInformation file = knn;
+  ZOC::ZoWeightsUtilities builder;
+  ASSERT_TRUE(builder.BuildWeightMatrixBinary(layer->dataset, "KEY", dir.File("w.swmb"), file, false));
+  file.Conceptualization = ZOC::SpatialWeightsFile;
+  file.WeightsFilePath = dir.File("w.swmb");
+  int k = 0;
+  for (const auto& weights : {knn, file}) {
+    SCOPED_TRACE(k);
+    ZOC::ZoDatasetVector* out =
+        layer->source->CreateDatasetVector("ols" + std::to_string(k++), ZOC::DatasetPoint, ZOC::ZoPrjCoordSys());
+    ZOC::ZoOLSInformation info;
+    info.DependentField = "Y";
+    info.ExplanatoryFields = {"X1", "X2"};
+    info.MoranWeights = weights;
+    ZOC::ZoSpatialRelModeling modeling;
+    ZOC::ZoOLSResult r;
+    ASSERT_TRUE(modeling.OrdinaryLeastSquares(layer->dataset, out, info, r, false)) << modeling.GetStrErrorMes().Str();
+    ASSERT_TRUE(r.HasResidualMoran);
+    ZOC::ZoPatternsInformation global = weights;
+    global.FieldName = "Residual";
+    ZOC::ZoAnalyzingPatterns patterns;
+    ZOC::ZoAnalyzingPatterns::ZoAnalyzingExponent reference;
+    ASSERT_TRUE(patterns.SpatialAutocorrelation(out, global, reference, false)) << patterns.GetStrErrorMes().Str();
+    ExpectRelative(r.ResidualMoran.Index, reference.Index, 1e-10, "I");
+    ExpectRelative(r.ResidualMoran.ZScore, reference.ZScore, 1e-9, "z");
+    ExpectRelative(r.ResidualMoran.Variance, reference.Variance, 1e-9, "variance");
+  }
+}
+
 // ---- Geographically weighted regression.
 
 // A plain loop of weighted least squares per feature, the textbook way.
@@ -369,6 +422,49 @@ TEST(GeographicallyWeightedRegression, TheSearchFindsTheSmallestAicc) {
                                                     r, false));
   ExpectRelative(r.AICc, ReferenceGwr(s, ZOC::GWRGaussian, false, r.Bandwidth).aicc, 1e-9, "AICc");
   for (double b = 0.5; b < 14.0; b += 0.05) EXPECT_GE(ReferenceGwr(s, ZOC::GWRGaussian, false, b).aicc, r.AICc - 1e-7);
+}
+
+// A search trial reaches AICc by other paths than the full fit (weighted
+// sums of precomputed products; dense kernel rows by matrix product;
+// neighbours selected, or sorted once for the whole search): every path
+// must give the full fit's AICc.
+TEST(GeographicallyWeightedRegression, SearchTrialsGiveTheFullFitsAiccOnEveryPath) {
+  const Sample s = GwrSample(1100, 17);
+  auto layer = MakeLayer(s.points, s.columns);
+  ZOC::ZoRecordsetPtr records(layer->dataset->Query(ZOC::ZoQueryDef()));
+  ZOC::ZoCallProgress progress(nullptr, false);
+  ZOC::regression::Design design;
+  ASSERT_TRUE(ZOC::regression::ReadDesign(records.get(), "Y", {"X1", "X2"}, progress, design));
+  std::vector<LUMA::LumaPoint3D> points;
+  for (const auto& q : s.points) points.push_back({q.x, q.y, 0.0});
+  struct Case {
+    ZOC::ZoGWRKernel kernel;
+    ZOC::ZoGWRBandwidthType type;
+    std::vector<double> bandwidths;
+  };
+  // Adaptive bisquare: the tree (100), selection (270), a dense product
+  // (500, 900); each again from the sorted neighbours.
+  const Case cases[] = {{ZOC::GWRBisquare, ZOC::GWRAdaptive, {100, 270, 500, 900}},
+                        {ZOC::GWRGaussian, ZOC::GWRAdaptive, {40, 700}},
+                        {ZOC::GWRGaussian, ZOC::GWRFixed, {0.4, 3.0}},
+                        {ZOC::GWRBisquare, ZOC::GWRFixed, {2.5}}};
+  for (const Case& c : cases) {
+    ZOC::regression::GwrModel model(design, points, c.kernel, c.type, 1);
+    ASSERT_TRUE(model.Build(true));
+    ZOC::regression::NeighbourOrder order;
+    ASSERT_TRUE(model.SortNeighbours(900, order, {}));
+    for (double b : c.bandwidths) {
+      SCOPED_TRACE(b);
+      ZOC::regression::GwrFeatures features;
+      ZOC::regression::GwrSummary summary;
+      ASSERT_TRUE(model.Fit(b, features, summary, {}));
+      bool cancelled = false;
+      ExpectRelative(model.Aicc(b, {}, cancelled), summary.aicc, 1e-10, "trial");
+      if (c.type == ZOC::GWRAdaptive)
+        ExpectRelative(model.Aicc(b, {}, cancelled, &order), summary.aicc, 1e-10, "sorted");
+      EXPECT_FALSE(cancelled);
+    }
+  }
 }
 
 TEST(GeographicallyWeightedRegression, BandwidthsThatCannotFitFailCleanly) {

@@ -12,9 +12,6 @@ namespace ZOC::regression {
 
 namespace {
 
-// Up to this many neighbours the KD tree finds them; beyond, one pass over
-// every feature with a partial sort is cheaper than the tree's sorted list.
-constexpr std::size_t kTreeLimit = 256;
 constexpr std::int64_t kBlock = 4096;
 
 }  // namespace
@@ -25,10 +22,21 @@ GwrModel::GwrModel(const Design& design, std::vector<LUMA::LumaPoint3D> points, 
 
 GwrModel::~GwrModel() = default;
 
-bool GwrModel::Build() {
+bool GwrModel::Build(bool search) {
   const int p = m_design.p();
-  m_z.resize(static_cast<Eigen::Index>(m_design.n), p);
-  for (std::int64_t i = 0; i < m_design.n; ++i) m_design.DesignRow(i, &m_z(static_cast<Eigen::Index>(i), 0));
+  const auto n = static_cast<Eigen::Index>(m_design.n);
+  m_z.resize(n, p);
+  m_products.resize(search ? n : 0, p * (p + 1) / 2 + p);
+  m_xs.resize(n), m_ys.resize(n);
+  for (Eigen::Index i = 0; i < n; ++i) {
+    m_design.DesignRow(i, &m_z(i, 0));
+    m_xs(i) = m_points[static_cast<std::size_t>(i)].x, m_ys(i) = m_points[static_cast<std::size_t>(i)].y;
+    if (!search) continue;
+    double* product = &m_products(i, 0);
+    for (int a = 0; a < p; ++a)
+      for (int b = a; b < p; ++b) *product++ = m_z(i, a) * m_z(i, b);
+    for (int a = 0; a < p; ++a) *product++ = m_z(i, a) * m_design.y[static_cast<std::size_t>(i)];
+  }
   m_tree = std::make_unique<ZoKdTree>(m_points.data(), m_points.size());
   return m_tree->Build();
 }
@@ -77,7 +85,22 @@ bool GwrModel::Neighbours(std::int64_t i, double b, Scratch& s) const {
   return true;
 }
 
-bool GwrModel::LocalFit(std::int64_t i, double b, bool full, Scratch& s, Local& out) const {
+bool GwrModel::Solve(std::int64_t i, Scratch& s, Local& out) const {
+  const int p = m_design.p();
+  if (!InvertSymmetric(s.a.data(), p, s.inv.data())) return false;
+  const double* z = &m_z(static_cast<Eigen::Index>(i), 0);
+  out.predicted = out.leverage = 0.0;
+  for (int r = 0; r < p; ++r) {
+    double br = 0.0, az = 0.0;
+    for (int q = 0; q < p; ++q) br += s.inv[r * p + q] * s.c[q], az += s.inv[r * p + q] * z[q];
+    s.beta[r] = br;
+    out.predicted += z[r] * br;
+    out.leverage += z[r] * az;  // the feature's own weight is the kernel's 1 at distance 0
+  }
+  return true;
+}
+
+bool GwrModel::LocalFit(std::int64_t i, double b, Scratch& s, Local& out) const {
   if (!Neighbours(i, b, s)) return false;
   const int p = m_design.p();
   const auto m = static_cast<Eigen::Index>(s.nbIndex.size());
@@ -90,25 +113,14 @@ bool GwrModel::LocalFit(std::int64_t i, double b, bool full, Scratch& s, Local& 
     s.zw.row(t) = m_z.row(j) * root;
     s.yw(t) = m_design.y[static_cast<std::size_t>(j)] * root;
   }
-  Eigen::Map<Eigen::Matrix<double, Eigen::Dynamic, Eigen::Dynamic, Eigen::RowMajor>> a(s.a.data(), p, p);
+  Eigen::Map<RowMatrix> a(s.a.data(), p, p);
   a.noalias() = s.zw.transpose() * s.zw;
   Eigen::Map<Eigen::VectorXd>(s.c.data(), p).noalias() = s.zw.transpose() * s.yw;
-  if (!InvertSymmetric(s.a.data(), p, s.inv.data())) return false;
-  const double* z = &m_z(static_cast<Eigen::Index>(i), 0);
-  out.predicted = out.leverage = 0.0;
-  for (int r = 0; r < p; ++r) {
-    double br = 0.0, az = 0.0;
-    for (int q = 0; q < p; ++q) br += s.inv[r * p + q] * s.c[q], az += s.inv[r * p + q] * z[q];
-    s.beta[r] = br;
-    out.predicted += z[r] * br;
-    out.leverage += z[r] * az;  // the feature's own weight is the kernel's 1 at distance 0
-  }
-  if (!full) return true;
+  if (!Solve(i, s, out)) return false;
   // Coefficient covariance (up to σ²): A⁻¹ B A⁻¹ with B = ZᵀW²Z, reported
   // for the uncentred model.
   for (Eigen::Index t = 0; t < m; ++t) s.zw.row(t) *= std::sqrt(s.nbWeight[static_cast<std::size_t>(t)]);
-  Eigen::Map<Eigen::Matrix<double, Eigen::Dynamic, Eigen::Dynamic, Eigen::RowMajor>> bm(s.b.data(), p, p),
-      inv(s.inv.data(), p, p), cov(s.cov.data(), p, p);
+  Eigen::Map<RowMatrix> bm(s.b.data(), p, p), inv(s.inv.data(), p, p), cov(s.cov.data(), p, p);
   bm.noalias() = s.zw.transpose() * s.zw;
   cov.noalias() = inv * bm * inv;
   UncentreCovariance(s.cov.data(), p, m_design.means, s.tmp.data());

@@ -16,6 +16,8 @@ namespace {
 constexpr double kInfinity = std::numeric_limits<double>::infinity();
 constexpr double kLeverageRoom = 1e-10;
 constexpr double kGolden = 0.6180339887498949;  // (√5 − 1) / 2
+// The most memory the adaptive search's sorted neighbours may take.
+constexpr std::uint64_t kOrderBudget = std::uint64_t{128} << 20;
 
 // AICc of a Gaussian model with `trace` effective parameters (Hurvich,
 // Simonoff and Tsai): n ln(RSS/n) + n ln 2π + n (n + tr) / (n − 2 − tr).
@@ -26,7 +28,7 @@ double CorrectedAic(double rss, double n, double trace) {
 
 }  // namespace
 
-const char* GwrModel::Fit(double b, GwrFeatures& f, GwrSummary& summary, const GwrProgress& progress) const {
+Status GwrModel::Fit(double b, GwrFeatures& f, GwrSummary& summary, const GwrProgress& progress) const {
   const std::int64_t n = m_design.n;
   const int p = m_design.p();
   const auto un = static_cast<std::size_t>(n), np = un * static_cast<std::size_t>(p);
@@ -41,24 +43,24 @@ const char* GwrModel::Fit(double b, GwrFeatures& f, GwrSummary& summary, const G
         Local local;
         local.beta = f.beta.data() + k * static_cast<std::size_t>(p);
         local.covariance = f.se.data() + k * static_cast<std::size_t>(p);
-        ok[k] = LocalFit(i, b, true, s, local);
+        ok[k] = LocalFit(i, b, s, local);
         f.predicted[k] = local.predicted, leverage[k] = local.leverage;
         f.localR2[k] = local.r2, f.condition[k] = local.condition;
       },
       progress);
-  if (!finished) return msg::IMb030;
-  if (std::find(ok.begin(), ok.end(), 0) != ok.end()) return msg::EUf009;
+  if (!finished) return Status::Fail(msg::IMb030);
+  if (std::find(ok.begin(), ok.end(), 0) != ok.end()) return Status::Fail(msg::EUf009);
   double rss = 0.0, trace = 0.0, mean = 0.0, tss = 0.0;
   for (std::size_t k = 0; k < un; ++k) {
-    if (!(leverage[k] < 1.0 - kLeverageRoom)) return msg::EUf010;
+    if (!(leverage[k] < 1.0 - kLeverageRoom)) return Status::Fail(msg::EUf010);
     f.residual[k] = m_design.y[k] - f.predicted[k];
     rss += f.residual[k] * f.residual[k], trace += leverage[k], mean += m_design.y[k];
   }
   const double dn = static_cast<double>(n);
   mean /= dn;
   for (double y : m_design.y) tss += (y - mean) * (y - mean);
-  if (!(dn - trace > 0.0)) return msg::EUf010;
-  if (!(rss > 1e-20 * tss)) return msg::EUf007;
+  if (!(dn - trace > 0.0)) return Status::Fail(msg::EUf010);
+  if (!(rss > 1e-20 * tss)) return Status::Fail(msg::EUf007);
   const double sigma2 = rss / (dn - trace);
   for (std::size_t k = 0; k < np; ++k) f.se[k] = std::sqrt(sigma2 * std::max(f.se[k], 0.0));
   for (std::size_t k = 0; k < un; ++k) f.standardized[k] = f.residual[k] / std::sqrt(sigma2 * (1.0 - leverage[k]));
@@ -66,22 +68,14 @@ const char* GwrModel::Fit(double b, GwrFeatures& f, GwrSummary& summary, const G
   summary.aicc = CorrectedAic(rss, dn, trace);
   summary.r2 = 1.0 - rss / tss;
   summary.adjustedR2 = 1.0 - (1.0 - summary.r2) * (dn - 1.0) / (dn - trace - 1.0);
-  return nullptr;
+  return Status::Ok();
 }
 
-double GwrModel::Aicc(double b, const GwrProgress& progress, bool& cancelled) const {
+double GwrModel::Aicc(double b, const GwrProgress& progress, bool& cancelled, const NeighbourOrder* order) const {
   const auto un = static_cast<std::size_t>(m_design.n);
   std::vector<double> predicted(un, 0.0), leverage(un, 0.0);
   std::vector<char> ok(un, 0);
-  const bool finished = ForEachFeature(
-      [&](std::int64_t i, Scratch& s) {
-        Local local;
-        const auto k = static_cast<std::size_t>(i);
-        ok[k] = LocalFit(i, b, false, s, local);
-        predicted[k] = local.predicted, leverage[k] = local.leverage;
-      },
-      progress);
-  if (!finished) {
+  if (!Trial(b, predicted, leverage, ok, progress, order)) {
     cancelled = true;
     return kInfinity;
   }
@@ -129,26 +123,37 @@ int GwrModel::MaxTrials() const {
   return 2 * static_cast<int>(std::ceil(std::log(upper - lower + 2.0) / std::log(1.0 / kGolden))) + 8;
 }
 
-const char* GwrModel::Search(double& best, const std::function<bool(int)>& trial, const GwrProgress& poll) const {
+Status GwrModel::Search(double& best, const std::function<bool(int)>& trial, const GwrProgress& poll) const {
   double lower, upper;
   Bounds(lower, upper);
   std::map<double, double> tried;
   bool cancelled = false;
+  NeighbourOrder order;
   auto f = [&](double b) {
     if (auto it = tried.find(b); it != tried.end()) return it->second;
     if (cancelled || !trial(static_cast<int>(tried.size()))) {
       cancelled = true;
       return kInfinity;
     }
-    const double value = Aicc(b, poll, cancelled);
+    const double value = Aicc(b, poll, cancelled, order.count >= b ? &order : nullptr);
     if (!cancelled) tried[b] = value;
     return value;
+  };
+  // Once every bandwidth the search can still try is at most `most`
+  // neighbours, each feature's `most` nearest are sorted once (when they
+  // fit the budget) instead of selected again at every trial.
+  const double most = std::floor(static_cast<double>(kOrderBudget) / (4.0 * static_cast<double>(m_design.n)));
+  auto narrowed = [&](double c) {
+    if (m_type == GWRAdaptive && m_kernel == GWRBisquare && order.count == 0 && c <= most &&
+        c > static_cast<double>(kTreeLimit) && m_design.n < std::numeric_limits<std::int32_t>::max() && !cancelled)
+      cancelled = !SortNeighbours(static_cast<std::int64_t>(c), order, poll);
   };
   if (m_type == GWRAdaptive) {
     // Whole numbers of neighbours: narrow while the interval is wide, then
     // try what is left.
     double a = lower, c = upper;
     while (c - a > 3 && !cancelled) {
+      narrowed(c);
       const double span = c - a;
       double x1 = c - std::round(kGolden * span), x2 = a + std::round(kGolden * span);
       if (x1 >= x2) x1 = a + std::floor(span / 2), x2 = x1 + 1;
@@ -169,11 +174,11 @@ const char* GwrModel::Search(double& best, const std::function<bool(int)>& trial
         a = x1, x1 = x2, f1 = f2, x2 = a + kGolden * (c - a), f2 = f(x2);
     }
   }
-  if (cancelled) return msg::IMb030;
+  if (cancelled) return Status::Fail(msg::IMb030);
   double bestValue = kInfinity;
   for (const auto& [b, value] : tried)  // ascending bandwidths: ties keep the smaller
     if (value < bestValue) best = b, bestValue = value;
-  return bestValue < kInfinity ? nullptr : msg::EUf011;
+  return bestValue < kInfinity ? Status::Ok() : Status::Fail(msg::EUf011);
 }
 
 }  // namespace ZOC::regression

@@ -25,37 +25,32 @@ bool ValidSettings(const ZoGWRInformation& info, std::int64_t n) {
 }
 
 // One projected point per feature, z = 0.
-bool FeaturePoints(ZoRecordset* records, std::vector<LUMA::LumaPoint3D>& points, ZoDistanceMethod& method,
-                   Messages& messages) {
+Status FeaturePoints(ZoRecordset* records, std::vector<LUMA::LumaPoint3D>& points, ZoDistanceMethod& method) {
   ZoStatisticsUtilities utilities;
   LumaArray<LUMA::LumaPoint2D> centres;
   const ZoPrjCoordSys& cs = records->GetDataset()->GetPrjCoordSys();
-  if (!utilities.PickUpBaryCenters(records, centres) || !ZoStatisticsUtilities::Forward(centres, cs)) {
-    messages.Add(msg::ESa008);
-    return false;
-  }
+  if (!utilities.PickUpBaryCenters(records, centres) || !ZoStatisticsUtilities::Forward(centres, cs))
+    return Status::Fail(msg::ESa008);
   method = ZoStatisticsUtilities::ValidateDistanceMethod(method, cs);
   points.resize(centres.size());
   for (std::size_t i = 0; i < centres.size(); ++i) points[i] = {centres[i].x, centres[i].y, 0.0};
-  return true;
+  return Status::Ok();
 }
 
 // The bandwidth: the caller's, or the one the search finds.
-bool ChooseBandwidth(const GwrModel& model, const ZoGWRInformation& info, ZoCallProgress& progress, double& bandwidth,
-                     Messages& messages) {
+Status ChooseBandwidth(const GwrModel& model, const ZoGWRInformation& info, ZoCallProgress& progress,
+                       double& bandwidth) {
   bandwidth = info.Bandwidth;
-  if (bandwidth != -1.0) return true;
+  if (bandwidth != -1.0) return Status::Ok();
   if (progress) {
     progress->SetBothPosRange(0, 60);
     progress->SetTitleMessage(ZoStringEx::LoadResString(msg::IMf003));
   }
   const LumaUnicodeString format = ZoStringEx::LoadResString(msg::IMf005);
   const int most = model.MaxTrials();
-  const char* id = model.Search(
+  return model.Search(
       bandwidth, [&](int trial) { return progress.Step(format, std::min(trial, most - 1), most); },
       [&](std::int64_t) { return !progress || !progress->IsCanceled(); });
-  if (id) messages.Add(id);
-  return id == nullptr;
 }
 
 // The result fields, named after the coefficients.
@@ -68,60 +63,56 @@ LUMA::LumaFieldInfos ResultFields(const Design& design) {
   return fields;
 }
 
-}  // namespace
-
-bool RunGwr(ZoRecordset* records, ZoDatasetVector* result, const ZoGWRInformation& info, ZoGWRResult& out,
-            ZoCallProgress& progress, Messages& messages) {
-  if (!ValidSettings(info, records->GetRecordCount())) {
-    messages.Add(msg::EUf008);
-    return false;
-  }
-  Design design;
-  if (!ReadModel(records, info.DependentField, info.ExplanatoryFields, progress, design, messages)) return false;
-  std::vector<LUMA::LumaPoint3D> points;
-  ZoDistanceMethod method = info.DistanceMethod;
-  if (!FeaturePoints(records, points, method, messages)) return false;
-  GwrModel model(design, std::move(points), info.Kernel, info.BandwidthType, method == Euclidean ? 1 : 2);
-  if (!model.Build()) {
-    messages.Add(msg::ESa032);
-    return false;
-  }
-  double bandwidth = 0.0;
-  if (!ChooseBandwidth(model, info, progress, bandwidth, messages)) return false;
+// The full fit at the chosen bandwidth.
+Status FitAt(const GwrModel& model, double bandwidth, std::int64_t n, ZoCallProgress& progress, GwrFeatures& features,
+             GwrSummary& summary) {
   if (progress) {
     progress->SetBothPosRange(61, 85);
     progress->SetTitleMessage(ZoStringEx::LoadResString(msg::IMf003));
   }
   const LumaUnicodeString format = ZoStringEx::LoadResString(msg::IMf004);
-  const std::int64_t n = design.n;
+  return model.Fit(bandwidth, features, summary,
+                   [&](std::int64_t done) { return progress.Step(format, std::min(done, n - 1), n); });
+}
+
+}  // namespace
+
+Status RunGwr(ZoRecordset* records, ZoDatasetVector* result, const ZoGWRInformation& info, ZoGWRResult& out,
+              ZoCallProgress& progress) {
+  if (!ValidSettings(info, records->GetRecordCount())) return Status::Fail(msg::EUf008);
+  Design design;
+  Status status = ReadModel(records, info.DependentField, info.ExplanatoryFields, progress, design);
+  std::vector<LUMA::LumaPoint3D> points;
+  ZoDistanceMethod method = info.DistanceMethod;
+  if (status) status = FeaturePoints(records, points, method);
+  if (!status) return status;
+  GwrModel model(design, std::move(points), info.Kernel, info.BandwidthType, method == Euclidean ? 1 : 2);
+  if (!model.Build(info.Bandwidth == -1.0)) return Status::Fail(msg::ESa032);
+  double bandwidth = 0.0;
   GwrFeatures features;
   GwrSummary summary;
-  if (const char* id = model.Fit(bandwidth, features, summary,
-                                 [&](std::int64_t done) { return progress.Step(format, std::min(done, n - 1), n); })) {
-    messages.Add(id);
-    return false;
-  }
+  status = ChooseBandwidth(model, info, progress, bandwidth);
+  if (status) status = FitAt(model, bandwidth, design.n, progress, features, summary);
+  if (!status) return status;
   if (progress) progress->SetBothPosRange(86, 100);
   const auto p = static_cast<std::size_t>(design.p());
   std::vector<LumaUnicodeString> copied = {info.DependentField};
   for (const auto& name : info.ExplanatoryFields) copied.push_back(name);
   LUMA::LumaFieldInfos own = ResultFields(design);
-  const bool written = WriteResult(
-      records, result, copied, own, progress,
-      [&](std::int64_t k, std::vector<LUMA::LumaVariant>& values) {
+  status =
+      WriteResult(records, result, copied, own, progress, [&](std::int64_t k, std::vector<LUMA::LumaVariant>& values) {
         const auto i = static_cast<std::size_t>(k);
         for (std::size_t j = 0; j < p; ++j)
           values[j] = features.beta[i * p + j], values[p + j] = features.se[i * p + j];
         values[2 * p] = features.localR2[i], values[2 * p + 1] = features.predicted[i];
         values[2 * p + 2] = features.residual[i], values[2 * p + 3] = features.standardized[i];
         values[2 * p + 4] = features.condition[i];
-      },
-      messages);
-  if (!written) return false;
-  out.FeatureCount = n, out.Bandwidth = bandwidth, out.BandwidthSearched = info.Bandwidth == -1.0;
+      });
+  if (!status) return status;
+  out.FeatureCount = design.n, out.Bandwidth = bandwidth, out.BandwidthSearched = info.Bandwidth == -1.0;
   out.AICc = summary.aicc, out.EffectiveParameters = summary.trace, out.RSS = summary.rss;
   out.Sigma = summary.sigma, out.R2 = summary.r2, out.AdjustedR2 = summary.adjustedR2;
-  return true;
+  return Status::Ok();
 }
 
 }  // namespace ZOC::regression

@@ -111,19 +111,27 @@ bool InvsMatrix(ZoMatrix& a) {
 
 void cov(const ZoMatrix& x, ZoMatrix& c) {
   const int n = x.GetRowCount(), p = x.GetColumnCount();
-  ZoMatrix d(n, p);
+  std::vector<double> mean(static_cast<std::size_t>(n), 0.0), d(mean.size());
   for (int i = 0; i < n; ++i) {
     double sum = 0.0;
     for (int j = 0; j < p; ++j) sum += x.GetElement(i, j);
-    const double mean = sum / p;
-    for (int j = 0; j < p; ++j) d.PutElement(x.GetElement(i, j) - mean, i, j);
+    mean[static_cast<std::size_t>(i)] = sum / p;
   }
-  ZoMatrix t;
-  d.TranMatrix(t);
-  d.MulMatrix(t, c);
+  // One observation (column) at a time: the deviations are never held as a
+  // matrix, so a million observations cost no copies of the data.
+  std::vector<double> sums(static_cast<std::size_t>(n) * static_cast<std::size_t>(n), 0.0);
+  for (int j = 0; j < p; ++j) {
+    for (int i = 0; i < n; ++i) d[static_cast<std::size_t>(i)] = x.GetElement(i, j) - mean[static_cast<std::size_t>(i)];
+    for (int a = 0; a < n; ++a)
+      for (int b = a; b < n; ++b) sums[static_cast<std::size_t>(a) * n + b] += d[a] * d[b];
+  }
+  c.ReInit(n, n);
   const double scale = 1.0 / (p - 1);
-  for (int i = 0; i < c.GetRowCount(); ++i)
-    for (int j = 0; j < c.GetColumnCount(); ++j) c.PutElement(c.GetElement(i, j) * scale, i, j);
+  for (int a = 0; a < n; ++a)
+    for (int b = a; b < n; ++b) {
+      const double v = sums[static_cast<std::size_t>(a) * n + b] * scale;
+      c.PutElement(v, a, b), c.PutElement(v, b, a);
+    }
 }
 
 void corroef(const ZoMatrix& x, ZoMatrix& r) {

@@ -175,11 +175,11 @@ void Diagnostics(const Design& d, const std::vector<double>& inverse, const Resi
 
 }  // namespace
 
-const char* FitOls(const Design& design, ZoOLSResult& out, OlsFeatures& features) {
+Status FitOls(const Design& design, ZoOLSResult& out, OlsFeatures& features) {
   const int p = design.p();
   std::vector<double> zz, zy, inverse(static_cast<std::size_t>(p * p)), beta(static_cast<std::size_t>(p), 0.0);
   CrossProducts(design, zz, zy);
-  if (!InvertSymmetric(zz.data(), p, inverse.data())) return msg::EUf006;
+  if (!InvertSymmetric(zz.data(), p, inverse.data())) return Status::Fail(msg::EUf006);
   for (int a = 0; a < p; ++a)
     for (int b = 0; b < p; ++b) beta[a] += inverse[a * p + b] * zy[b];
   ResidualSums sums;
@@ -189,7 +189,7 @@ const char* FitOls(const Design& design, ZoOLSResult& out, OlsFeatures& features
   mean /= static_cast<double>(design.n);
   for (double y : design.y) tss += (y - mean) * (y - mean);
   // An exact fit leaves no residual variance to test against.
-  if (!(sums.rss > 1e-24 * tss) || !(sums.rss > 0.0)) return msg::EUf007;
+  if (!(sums.rss > 1e-24 * tss) || !(sums.rss > 0.0)) return Status::Fail(msg::EUf007);
   out.FeatureCount = design.n;
   out.Sigma2 = sums.rss / static_cast<double>(design.n - p);
   // White's sandwich (XᵀX)⁻¹ (Σ e² z zᵀ) (XᵀX)⁻¹ in the centred coordinates.
@@ -207,7 +207,7 @@ const char* FitOls(const Design& design, ZoOLSResult& out, OlsFeatures& features
     const double room = 1.0 - features.standardized[i];
     features.standardized[i] = room > 1e-10 ? features.residual[i] / (sigma * std::sqrt(room)) : kNaN;
   }
-  return nullptr;
+  return Status::Ok();
 }
 
 }  // namespace ZOC::regression

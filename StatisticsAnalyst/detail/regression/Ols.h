@@ -14,8 +14,8 @@ struct OlsFeatures {
 };
 
 // Fits y = Xβ + e with an intercept and fills every statistic of `out`
-// except the residual Moran's I. Returns the failing identifier ("EUf006"
-// singular design, "EUf007" exact fit) or null.
-const char* FitOls(const Design& design, ZoOLSResult& out, OlsFeatures& features);
+// except the residual Moran's I. Fails with "EUf006" (singular design) or
+// "EUf007" (exact fit).
+Status FitOls(const Design& design, ZoOLSResult& out, OlsFeatures& features);
 
 }  // namespace ZOC::regression

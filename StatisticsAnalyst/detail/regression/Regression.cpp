@@ -3,10 +3,13 @@
 #include <Eigen/Dense>
 #include <cmath>
 #include <limits>
+#include <string>
 
+#include "StatisticsAnalyst/ZoStatisticsUtilities.h"
 #include "StatisticsAnalyst/detail/regression/MatrixToolkit.h"
 #include "host/ZoDatasetVector.h"
 #include "host/ZoEngineToolkit.h"
+#include "host/ZoGeometry.h"
 #include "host/ZoMessageIds.h"
 #include "host/ZoRecordset.h"
 #include "host/ZoStringEx.h"
@@ -41,10 +44,35 @@ double EigenRatio(const Eigen::MatrixXd& s) {
 
 constexpr double kSingularRatio = 1e-12;
 
+// Centres the explanatory values on their means.
+void Centre(Design& design) {
+  const std::int64_t n = design.n;
+  const int k = design.k;
+  for (int j = 0; j < k; ++j) {
+    double sum = 0.0;
+    for (std::int64_t r = 0; r < n; ++r) sum += design.Row(r)[j];
+    const double mean = sum / static_cast<double>(n);
+    design.means[static_cast<std::size_t>(j)] = mean;
+    for (std::int64_t r = 0; r < n; ++r) design.x[static_cast<std::size_t>(r) * k + j] -= mean;
+  }
+}
+
+// The record's representative point, or the failure naming it.
+void ReadPoint(ZoRecordset* records, ZoGeometry& geometry, DesignExtras& out) {
+  LUMA::LumaPoint2D p;
+  if (records->GetGeometry(geometry) && !geometry.IsEmpty() && ZoStatisticsUtilities::GetBaryCenter(&geometry, p)) {
+    out.points.push_back(p);
+    return;
+  }
+  out.status = Status::Fail(msg::EUc002, {std::to_string(records->GetID()).c_str()});
+  out.points.clear();
+}
+
 }  // namespace
 
-const char* ReadDesign(ZoRecordset* records, const LumaUnicodeString& dependent,
-                       const LumaArray<LumaUnicodeString>& explanatory, ZoCallProgress& progress, Design& design) {
+Status ReadDesign(ZoRecordset* records, const LumaUnicodeString& dependent,
+                  const LumaArray<LumaUnicodeString>& explanatory, ZoCallProgress& progress, Design& design,
+                  DesignExtras* extras) {
   const std::int64_t n = records->GetRecordCount();
   const int k = static_cast<int>(explanatory.size());
   design.n = n;
@@ -54,8 +82,14 @@ const char* ReadDesign(ZoRecordset* records, const LumaUnicodeString& dependent,
   design.y.assign(static_cast<std::size_t>(n), 0.0);
   design.x.assign(static_cast<std::size_t>(n) * static_cast<std::size_t>(k), 0.0);
   design.means.assign(static_cast<std::size_t>(k), 0.0);
+  if (extras) {
+    extras->ids.clear(), extras->points.clear(), extras->status = {};
+    extras->ids.reserve(static_cast<std::size_t>(n));
+    if (extras->wantPoints) extras->points.reserve(static_cast<std::size_t>(n));
+  }
   const LumaUnicodeString format = ZoStringEx::LoadResString(msg::IMf002);
   LUMA::LumaVariant value;
+  ZoGeometry geometry;
   std::int64_t i = 0;
   auto read = [&](const LumaUnicodeString& field, double& out) -> const char* {
     if (!records->GetFieldValue(field, value) || value.IsNull()) return msg::EUf003;
@@ -63,21 +97,17 @@ const char* ReadDesign(ZoRecordset* records, const LumaUnicodeString& dependent,
     return std::isfinite(out) ? nullptr : msg::EUf004;
   };
   for (bool more = records->MoveFirst(); more && !records->IsEOF() && i < n; more = records->MoveNext(), ++i) {
-    if ((i & 1023) == 0 && !progress.Step(format, i, n)) return msg::IMb030;
-    if (const char* id = read(dependent, design.y[static_cast<std::size_t>(i)])) return id;
+    if ((i & 1023) == 0 && !progress.Step(format, i, n)) return Status::Fail(msg::IMb030);
+    if (const char* id = read(dependent, design.y[static_cast<std::size_t>(i)])) return Status::Fail(id);
     double* row = design.x.data() + static_cast<std::size_t>(i) * static_cast<std::size_t>(k);
     for (int j = 0; j < k; ++j)
-      if (const char* id = read(explanatory[static_cast<std::size_t>(j)], row[j])) return id;
+      if (const char* id = read(explanatory[static_cast<std::size_t>(j)], row[j])) return Status::Fail(id);
+    if (extras) extras->ids.push_back(records->GetID());
+    if (extras && extras->wantPoints && extras->status) ReadPoint(records, geometry, *extras);
   }
-  if (i != n) return msg::EKa013;
-  for (int j = 0; j < k; ++j) {
-    double sum = 0.0;
-    for (std::int64_t r = 0; r < n; ++r) sum += design.Row(r)[j];
-    const double mean = sum / static_cast<double>(n);
-    design.means[static_cast<std::size_t>(j)] = mean;
-    for (std::int64_t r = 0; r < n; ++r) design.x[static_cast<std::size_t>(r) * k + j] -= mean;
-  }
-  return nullptr;
+  if (i != n) return Status::Fail(msg::EKa013);
+  Centre(design);
+  return Status::Ok();
 }
 
 bool InvertSymmetric(const double* a, int p, double* inverse) {
@@ -120,8 +150,8 @@ void UncentreCovariance(const double* c, int p, const std::vector<double>& means
     for (int j = 0; j < p; ++j) out[i * p + j] = r(i, j);
 }
 
-bool WriteResult(ZoRecordset* records, ZoDatasetVector* result, const std::vector<LumaUnicodeString>& copied,
-                 LUMA::LumaFieldInfos& own, ZoCallProgress& progress, const FillValues& fill, Messages& messages) {
+Status WriteResult(ZoRecordset* records, ZoDatasetVector* result, const std::vector<LumaUnicodeString>& copied,
+                   LUMA::LumaFieldInfos& own, ZoCallProgress& progress, const FillValues& fill) {
   ZoDatasetVector* source = records->GetDataset();
   LUMA::LumaFieldInfos fields;
   for (const auto& name : copied) {
@@ -137,10 +167,7 @@ bool WriteResult(ZoRecordset* records, ZoDatasetVector* result, const std::vecto
   }
   const std::size_t firstOwn = fields.size();
   for (auto& field : own) fields.push_back(field);
-  if (!ZoEngineToolkit::CreateValidFields(result, fields)) {
-    messages.Add(msg::ELc071);
-    return false;
-  }
+  if (!ZoEngineToolkit::CreateValidFields(result, fields)) return Status::Fail(msg::ELc071);
   if (!result->GetPrjCoordSys().IsSame(source->GetPrjCoordSys())) result->SetPrjCoordSys(source->GetPrjCoordSys());
   std::vector<std::pair<LumaUnicodeString, LumaUnicodeString>> fieldMap;
   for (std::size_t f = 0; f < firstOwn; ++f) fieldMap.push_back({copied[f], fields[f].GetName()});
@@ -153,12 +180,9 @@ bool WriteResult(ZoRecordset* records, ZoDatasetVector* result, const std::vecto
                                                 fill(k, values);
                                                 return true;
                                               });
-  if (!appended || !result->Commit()) {
-    if (progress && progress->IsCanceled()) messages.Add(msg::IMb030);
-    messages.Add(msg::ELc071);
-    return false;
-  }
-  return true;
+  if (!appended || !result->Commit())
+    return progress && progress->IsCanceled() ? Status::Fail(msg::IMb030).Then(msg::ELc071) : Status::Fail(msg::ELc071);
+  return Status::Ok();
 }
 
 }  // namespace ZOC::regression

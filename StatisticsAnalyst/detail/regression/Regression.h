@@ -7,22 +7,16 @@
 #include <vector>
 
 #include "StatisticsAnalyst/ZoAnalysisFrame.h"
+#include "StatisticsAnalyst/detail/common/Status.h"
 #include "host/LumaArray.h"
 #include "host/LumaFieldInfo.h"
+#include "host/LumaPoint.h"
 #include "host/LumaUnicodeString.h"
 #include "host/LumaVariant.h"
 
 namespace ZOC::regression {
 
-// Where the regressions report failures: the public class turns these into
-// its accumulated message text.
-struct Messages {
-  virtual void Add(const char* id) = 0;
-  virtual void AddText(const LumaUnicodeString& text) = 0;
-
- protected:
-  ~Messages() = default;
-};
+using detail::Status;
 
 // The model's values, one row per feature in the records' order. The
 // explanatory values are stored centred on their means (the centring is
@@ -48,11 +42,23 @@ struct Design {
   }
 };
 
-// Reads the dependent and explanatory values of every record, in order.
-// Null values fail with "EUf003", non-finite ones with "EUf004", a
-// cancellation with "IMb030"; the failing identifier is returned, or null.
-const char* ReadDesign(ZoRecordset* records, const LumaUnicodeString& dependent,
-                       const LumaArray<LumaUnicodeString>& explanatory, ZoCallProgress& progress, Design& design);
+// What a caller may ask of every record besides its values, read in the
+// same pass: its QlID and, with wantPoints, its representative point (as the
+// weights read them). A record without a point leaves its failure ("EUc002")
+// in `status`, for the caller to report only if it needs the points.
+struct DesignExtras {
+  bool wantPoints = false;
+  std::vector<std::int64_t> ids;
+  LumaArray<LUMA::LumaPoint2D> points;
+  Status status;
+};
+
+// Reads the dependent and explanatory values of every record, in order, and
+// the extras when `extras` is not null. Null values fail with "EUf003",
+// non-finite ones with "EUf004", a cancellation with "IMb030".
+Status ReadDesign(ZoRecordset* records, const LumaUnicodeString& dependent,
+                  const LumaArray<LumaUnicodeString>& explanatory, ZoCallProgress& progress, Design& design,
+                  DesignExtras* extras = nullptr);
 
 // Inverts the symmetric p × p matrix a (row-major) through its unit-diagonal
 // scaling D^-½·a·D^-½ and the toolkit's Gauss–Jordan inverse. False when a
@@ -78,11 +84,11 @@ double UpperChiSquare(double x, double df);
 // The result dataset: a copy of every record (geometry and the copied
 // source fields, system fields renamed "Source_<name>") with the fields
 // `own`, whose values fill(k, values) gives for the k-th record. Field names
-// are made valid for the format first. False with "ELc071" (and "IMb030"
+// are made valid for the format first. Fails with "ELc071" (after "IMb030"
 // when cancelled).
 using FillValues = std::function<void(std::int64_t, std::vector<LUMA::LumaVariant>&)>;
 // The final names of the own fields are written back into `own`.
-bool WriteResult(ZoRecordset* records, ZoDatasetVector* result, const std::vector<LumaUnicodeString>& copied,
-                 LUMA::LumaFieldInfos& own, ZoCallProgress& progress, const FillValues& fill, Messages& messages);
+Status WriteResult(ZoRecordset* records, ZoDatasetVector* result, const std::vector<LumaUnicodeString>& copied,
+                   LUMA::LumaFieldInfos& own, ZoCallProgress& progress, const FillValues& fill);
 
 }  // namespace ZOC::regression
