@@ -66,7 +66,7 @@ bool FeedParallel(Sums& sums, std::int64_t n, const Fetch& fetch, const Step& st
     if (outOfMemory) throw std::bad_alloc();
     for (const Part& part : parts) sums.AddPart(part);
   }
-  return true;
+  return n == 0 || step(n - 1);  // the last row's position, as the sequential loop shows it
 }
 
 // Moran's I under the randomization assumption.

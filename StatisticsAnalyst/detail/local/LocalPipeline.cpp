@@ -173,6 +173,8 @@ Status ComputeRowsParallel(const weights::CsrWeights& csr, std::int64_t n, ZoCal
     if (outOfMemory) throw std::bad_alloc();
     if (failedAt < last) return failure;
   }
+  // The last row's position, as the sequential loop shows it.
+  if (n > 0 && !progress.Step(format, n - 1, n)) return Status::Fail(msg::IMb030);
   return Status::Ok();
 }
 
