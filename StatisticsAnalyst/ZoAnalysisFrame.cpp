@@ -184,8 +184,15 @@ ZoCallProgress::ZoCallProgress(ZoProgress* callerProgress, bool show) {
 
 bool ZoCallProgress::Step(const LumaUnicodeString& format, long long i, long long n) {
   if (!m_progress) return true;
+  // Formatting the message costs more than a feature's statistic: it is
+  // shown when the position moves, at the first and the last step, and
+  // cancellation is polled at least every 1024 steps.
+  const int pos = n > 0 ? static_cast<int>((100 * (i + 1)) / n) : 100;
+  const bool show = pos != m_shownPos || i == 0 || i + 1 >= n;
+  if (!show) return (i & 1023) != 0 || !m_progress->IsCanceled();
+  m_shownPos = pos;
   m_progress->SetMessage(ZoStringEx::Format(format, i + 1, n));
-  m_progress->SetProgressPos(n > 0 ? static_cast<int>((100 * (i + 1)) / n) : 100);
+  m_progress->SetProgressPos(pos);
   return !m_progress->IsCanceled();
 }
 

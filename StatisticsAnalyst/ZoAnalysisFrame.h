@@ -126,12 +126,14 @@ class SA_API ZoCallProgress {
   explicit operator bool() const { return m_progress != nullptr; }
   ZoProgress* operator->() const { return m_progress; }
   // Formats "%1 of %2" style messages, sets position 100·(i+1)/n and polls
-  // for cancellation. Returns false when the user cancelled.
+  // for cancellation (the message and position only when the position
+  // moves). Returns false when the user cancelled.
   bool Step(const LumaUnicodeString& format, long long i, long long n);
 
  private:
   std::unique_ptr<ZoProgress> m_owned;
   ZoProgress* m_progress = nullptr;
+  int m_shownPos = -1;
 };
 
 }  // namespace ZOC

@@ -429,6 +429,70 @@ bool ZoDatasetVector::SetPrjCoordSys(const ZoPrjCoordSys& cs) {
   }
 }
 
+namespace {
+
+// The key columns of an order clause; ORDER BY QlID ASC at the end is the
+// sequence itself once sorted by ID, so it is dropped.
+std::vector<KeyColumn> KeyColumns(const std::vector<OrderKey>& order, OGRFeatureDefn& defn) {
+  std::vector<KeyColumn> keys;
+  for (const OrderKey& k : order) {
+    KeyColumn col;
+    col.field = k.field;
+    col.desc = k.desc;
+    if (k.field >= 0) col.kind = KindOf(*defn.GetFieldDefn(k.field));
+    keys.push_back(std::move(col));
+  }
+  while (!keys.empty() && keys.back().kind == KeyColumn::Fid && !keys.back().desc) keys.pop_back();
+  return keys;
+}
+
+// One sequential pass reading only the feature IDs and the order keys.
+void ReadKeys(OGRLayer& layer, std::vector<KeyColumn>& keys, std::vector<GIntBig>& fids) {
+  fids.clear();
+  OGRFeatureDefn* defn = layer.GetLayerDefn();
+  std::vector<char> keep(static_cast<std::size_t>(defn->GetFieldCount()), 0);
+  for (const KeyColumn& k : keys)
+    if (k.field >= 0) keep[static_cast<std::size_t>(k.field)] = 1;
+  CPLStringList ignored;
+  for (int i = 0; i < defn->GetFieldCount(); ++i)
+    if (!keep[static_cast<std::size_t>(i)]) ignored.AddString(defn->GetFieldDefn(i)->GetNameRef());
+  ignored.AddString("OGR_GEOMETRY");
+  ignored.AddString("OGR_STYLE");
+  for (int i = 0; i < defn->GetGeomFieldCount(); ++i) ignored.AddString(defn->GetGeomFieldDefn(i)->GetNameRef());
+  IgnoredFieldsGuard guard{&layer};
+  layer.SetIgnoredFields(const_cast<const char**>(ignored.List()));
+  layer.ResetReading();
+  while (OGRFeatureUniquePtr f{layer.GetNextFeature()}) {
+    fids.push_back(f->GetFID());
+    for (KeyColumn& k : keys) k.Read(*f);
+  }
+}
+
+// Sorts the IDs by the keys, ties (and everything when there are no keys) by
+// ascending ID. True when the layer's own sequence already was that order.
+bool SortByKeys(const std::vector<KeyColumn>& keys, std::vector<GIntBig>& fids) {
+  if (keys.empty() && std::is_sorted(fids.begin(), fids.end())) return true;
+  const std::size_t n = fids.size();
+  std::vector<std::size_t> perm(n);
+  std::iota(perm.begin(), perm.end(), std::size_t{0});
+  std::sort(perm.begin(), perm.end(), [&](std::size_t a, std::size_t b) {
+    for (const KeyColumn& k : keys) {
+      const int c = k.Compare(a, b, fids);
+      if (c != 0) return k.desc ? c > 0 : c < 0;
+    }
+    return fids[a] < fids[b];
+  });
+  bool identity = true;
+  for (std::size_t i = 0; i < n && identity; ++i) identity = perm[i] == i;
+  if (identity) return true;
+  std::vector<GIntBig> sorted(n);
+  for (std::size_t i = 0; i < n; ++i) sorted[i] = fids[perm[i]];
+  fids.swap(sorted);
+  return false;
+}
+
+}  // namespace
+
 ZoRecordset* ZoDatasetVector::Query(const ZoQueryDef& query) {
   try {
     detail::QuietErrors quiet;
@@ -443,71 +507,17 @@ ZoRecordset* ZoDatasetVector::Query(const ZoQueryDef& query) {
     impl->dataset = this;
     impl->state = &st;
     impl->filter = TranslateFilter(query.m_filter.Str(), st);
-
-    // One sequential pass reading only the feature IDs and the order keys.
     if (!st.ApplyFilter(impl->filter)) return nullptr;
-    std::vector<KeyColumn> keys;
-    OGRFeatureDefn* defn = st.layer->GetLayerDefn();
-    std::vector<char> keep(static_cast<std::size_t>(defn->GetFieldCount()), 0);
-    for (const OrderKey& k : order) {
-      KeyColumn col;
-      col.field = k.field;
-      col.desc = k.desc;
-      if (k.field >= 0) {
-        col.kind = KindOf(*defn->GetFieldDefn(k.field));
-        keep[static_cast<std::size_t>(k.field)] = 1;
-      }
-      keys.push_back(std::move(col));
-    }
-    // ORDER BY QlID ASC is the sequence itself once sorted by ID.
-    while (!keys.empty() && keys.back().kind == KeyColumn::Fid && !keys.back().desc) keys.pop_back();
-
-    std::vector<GIntBig>& fids = impl->fids;
-    {
-      CPLStringList ignored;
-      for (int i = 0; i < defn->GetFieldCount(); ++i)
-        if (!keep[static_cast<std::size_t>(i)]) ignored.AddString(defn->GetFieldDefn(i)->GetNameRef());
-      ignored.AddString("OGR_GEOMETRY");
-      ignored.AddString("OGR_STYLE");
-      for (int i = 0; i < defn->GetGeomFieldCount(); ++i) ignored.AddString(defn->GetGeomFieldDefn(i)->GetNameRef());
-      IgnoredFieldsGuard guard{st.layer};
-      st.layer->SetIgnoredFields(const_cast<const char**>(ignored.List()));
-      st.cursorOwner = impl.get();
-      st.layer->ResetReading();
-      while (OGRFeatureUniquePtr f{st.layer->GetNextFeature()}) {
-        fids.push_back(f->GetFID());
-        for (KeyColumn& k : keys) k.Read(*f);
-      }
-    }
+    std::vector<KeyColumn> keys = KeyColumns(order, *st.layer->GetLayerDefn());
+    st.cursorOwner = impl.get();
+    ReadKeys(*st.layer, keys, impl->fids);
     st.cursorOwner = nullptr;
     if (quiet.Failed()) {  // e.g. a filter the driver's SQL engine rejected
       st.ApplyFilter(std::string());
       return nullptr;
     }
-
-    // Sort; ties (and everything when there are no keys) by ascending ID.
-    const std::size_t n = fids.size();
-    bool identity = true;
-    if (keys.empty() && std::is_sorted(fids.begin(), fids.end())) {
-      // natural order already is the requested one
-    } else {
-      std::vector<std::size_t> perm(n);
-      std::iota(perm.begin(), perm.end(), std::size_t{0});
-      std::sort(perm.begin(), perm.end(), [&](std::size_t a, std::size_t b) {
-        for (const KeyColumn& k : keys) {
-          const int c = k.Compare(a, b, fids);
-          if (c != 0) return k.desc ? c > 0 : c < 0;
-        }
-        return fids[a] < fids[b];
-      });
-      for (std::size_t i = 0; i < n && identity; ++i) identity = perm[i] == i;
-      if (!identity) {
-        std::vector<GIntBig> sorted(n);
-        for (std::size_t i = 0; i < n; ++i) sorted[i] = fids[perm[i]];
-        fids.swap(sorted);
-      }
-    }
-    impl->natural = identity;
+    const std::vector<GIntBig>& fids = impl->fids;
+    impl->natural = SortByKeys(keys, impl->fids);
     impl->ascending =
         std::adjacent_find(fids.begin(), fids.end(), [](GIntBig a, GIntBig b) { return a >= b; }) == fids.end();
 
@@ -528,6 +538,100 @@ bool ZoDatasetVector::AppendRecords(ZoRecordset* source,
   return AppendRecords(source, fieldMap, progress, {}, nullptr);
 }
 
+namespace {
+
+// How one mapped field is copied.
+struct FieldPair {
+  int from, to, fromType, toType;
+  bool raw;  // same OGR type: copy the raw value
+};
+
+bool MapFields(detail::LayerState& src, detail::LayerState& st,
+               const std::vector<std::pair<LumaUnicodeString, LumaUnicodeString>>& fieldMap,
+               std::vector<FieldPair>& pairs) {
+  OGRFeatureDefn* defn = st.layer->GetLayerDefn();
+  OGRFeatureDefn* srcDefn = src.layer->GetLayerDefn();
+  for (const auto& [from, to] : fieldMap) {
+    FieldPair p{};
+    p.from = src.FindField(from.Str());
+    p.to = st.FindField(to.Str());
+    if (p.from == kFieldUnknown || p.to < 0) return false;
+    p.toType = st.HostType(p.to);
+    p.fromType = p.from >= 0 ? src.HostType(p.from) : LUMA::FieldInt32;
+    p.raw = p.from >= 0 && srcDefn->GetFieldDefn(p.from)->GetType() == defn->GetFieldDefn(p.to)->GetType();
+    pairs.push_back(p);
+  }
+  return true;
+}
+
+// The mapped values of the source record `in` (null at a gap) with QlID `id`.
+void CopyFields(const OGRFeature* in, std::int64_t id, const std::vector<FieldPair>& pairs, OGRFeature& out) {
+  for (const FieldPair& p : pairs) {
+    if (p.from == kFieldSystemId) {
+      detail::WriteFieldValue(out, p.to, p.toType, LumaVariant(id));
+    } else if (!in || !in->IsFieldSetAndNotNull(p.from)) {
+      out.SetFieldNull(p.to);
+    } else if (p.raw) {
+      out.SetField(p.to, in->GetRawFieldRef(p.from));
+    } else {
+      LumaVariant v;
+      detail::ReadFieldValue(*in, p.from, p.fromType, v);
+      if (!detail::WriteFieldValue(out, p.to, p.toType, v)) out.SetFieldNull(p.to);
+    }
+  }
+}
+
+// The extra fields' targets and the values the caller fills for each record.
+struct ExtraTargets {
+  std::vector<int> index, type;
+  std::vector<LumaVariant> values;
+
+  bool Map(detail::LayerState& st, const std::vector<LumaUnicodeString>& names) {
+    for (const auto& name : names) {
+      const int i = st.FindField(name.Str());
+      if (i < 0) return false;
+      index.push_back(i);
+      type.push_back(st.HostType(i));
+    }
+    values.resize(names.size());
+    return true;
+  }
+  bool Fill(std::int64_t k, const ZoDatasetVector::ExtraValues& fill, OGRFeature& out) {
+    if (index.empty()) return true;
+    if (!fill || !fill(k, values)) return false;
+    for (std::size_t e = 0; e < index.size(); ++e)
+      if (values[e].IsNull() || !detail::WriteFieldValue(out, index[e], type[e], values[e])) out.SetFieldNull(index[e]);
+    return true;
+  }
+};
+
+// Per-record progress: the position when it moves (and every 4096 records a
+// cancellation poll). False when cancelled.
+struct AppendProgress {
+  ZoProgress* progress;
+  std::int64_t total;
+  int shown = 0;
+
+  bool Start() {
+    if (!progress) return true;
+    progress->SetProgressPos(0);
+    return !progress->IsCanceled();
+  }
+  bool Step(std::int64_t done) {
+    if (!progress) return true;
+    const int pct = total > 0 ? static_cast<int>(std::min<std::int64_t>(100, done * 100 / total)) : 100;
+    if (pct == shown && (done & 4095) != 0) return true;
+    if (pct != shown) progress->SetProgressPos(pct);
+    shown = pct;
+    return !progress->IsCanceled();
+  }
+  void Finish() {
+    if (progress && shown != 100) progress->SetProgressPos(100);
+  }
+};
+
+}  // namespace
+
 bool ZoDatasetVector::AppendRecords(ZoRecordset* source,
                                     const std::vector<std::pair<LumaUnicodeString, LumaUnicodeString>>& fieldMap,
                                     ZoProgress* progress, const std::vector<LumaUnicodeString>& extraFields,
@@ -536,43 +640,14 @@ bool ZoDatasetVector::AppendRecords(ZoRecordset* source,
     if (!source || !source->m_impl || !source->m_impl->state) return false;
     detail::QuietErrors quiet;
     detail::LayerState& st = m_impl->state;
-    detail::LayerState& src = *source->m_impl->state;
-
-    struct Pair {
-      int from, to, fromType, toType;
-      bool raw;  // same OGR type: copy the raw value
-    };
-    std::vector<Pair> pairs;
+    std::vector<FieldPair> pairs;
+    ExtraTargets extra;
+    if (!MapFields(*source->m_impl->state, st, fieldMap, pairs) || !extra.Map(st, extraFields)) return false;
     OGRFeatureDefn* defn = st.layer->GetLayerDefn();
-    OGRFeatureDefn* srcDefn = src.layer->GetLayerDefn();
-    for (const auto& [from, to] : fieldMap) {
-      Pair p{};
-      p.from = src.FindField(from.Str());
-      p.to = st.FindField(to.Str());
-      if (p.from == kFieldUnknown || p.to < 0) return false;
-      p.toType = st.HostType(p.to);
-      p.fromType = p.from >= 0 ? src.HostType(p.from) : LUMA::FieldInt32;
-      p.raw = p.from >= 0 && srcDefn->GetFieldDefn(p.from)->GetType() == defn->GetFieldDefn(p.to)->GetType();
-      pairs.push_back(p);
-    }
-
-    std::vector<int> extraIndex, extraType;
-    for (const auto& name : extraFields) {
-      const int index = st.FindField(name.Str());
-      if (index < 0) return false;
-      extraIndex.push_back(index);
-      extraType.push_back(st.HostType(index));
-    }
-    std::vector<LumaVariant> extraValues(extraFields.size());
-
-    const std::int64_t total = source->GetRecordCount();
     const bool withGeometry = st.HasGeometry();
     const OGRwkbGeometryType layerType = st.layer->GetGeomType();
-    int shown = 0;
-    if (progress) {
-      progress->SetProgressPos(0);
-      if (progress->IsCanceled()) return false;
-    }
+    AppendProgress shown{progress, source->GetRecordCount()};
+    if (!shown.Start()) return false;
     std::int64_t done = 0;
     for (source->MoveFirst(); !source->IsEOF(); source->MoveNext()) {
       const OGRFeature* in = source->m_impl->current.get();
@@ -580,42 +655,14 @@ bool ZoDatasetVector::AppendRecords(ZoRecordset* source,
       if (withGeometry && in && in->GetGeometryRef()) {
         if (OGRGeometry* g = detail::GeometryForLayer(*in->GetGeometryRef(), layerType)) out->SetGeometryDirectly(g);
       }
-      for (const Pair& p : pairs) {
-        if (p.from == kFieldSystemId) {
-          detail::WriteFieldValue(*out, p.to, p.toType,
-                                  LumaVariant(static_cast<std::int64_t>(source->m_impl->fids[source->m_impl->pos])));
-        } else if (!in || !in->IsFieldSetAndNotNull(p.from)) {
-          out->SetFieldNull(p.to);
-        } else if (p.raw) {
-          out->SetField(p.to, in->GetRawFieldRef(p.from));
-        } else {
-          LumaVariant v;
-          detail::ReadFieldValue(*in, p.from, p.fromType, v);
-          if (!detail::WriteFieldValue(*out, p.to, p.toType, v)) out->SetFieldNull(p.to);
-        }
-      }
-      if (!extraFields.empty()) {
-        if (!fill || !fill(done, extraValues)) return false;
-        for (std::size_t e = 0; e < extraIndex.size(); ++e) {
-          if (extraValues[e].IsNull() || !detail::WriteFieldValue(*out, extraIndex[e], extraType[e], extraValues[e]))
-            out->SetFieldNull(extraIndex[e]);
-        }
-      }
+      CopyFields(in, source->GetID(), pairs, *out);
+      if (!extra.Fill(done, fill, *out)) return false;
       st.batch->BeforeWrite();
       const OGRErr err = st.layer->CreateFeature(out.get());
       st.batch->AfterWrite();
-      if (err != OGRERR_NONE) return false;
-      ++done;
-      if (progress) {
-        const int pct = total > 0 ? static_cast<int>(std::min<std::int64_t>(100, done * 100 / total)) : 100;
-        if (pct != shown || (done & 4095) == 0) {
-          if (pct != shown) progress->SetProgressPos(pct);
-          shown = pct;
-          if (progress->IsCanceled()) return false;
-        }
-      }
+      if (err != OGRERR_NONE || !shown.Step(++done)) return false;
     }
-    if (progress && shown != 100) progress->SetProgressPos(100);
+    shown.Finish();
     return true;
   } catch (...) {
     return false;

@@ -3,6 +3,7 @@
 #include <algorithm>
 
 #include "host/ZoDatasetVector.h"
+#include "host/detail/ColumnRead.h"
 #include "host/detail/DatasetInternals.h"
 
 namespace ZOC {
@@ -135,6 +136,41 @@ std::int64_t ZoRecordset::GetID() const {
   const Impl& r = *m_impl;
   if (!r.state || r.pos >= r.fids.size()) return -1;
   return static_cast<std::int64_t>(r.fids[r.pos]);
+}
+
+std::int64_t ZoRecordset::GetIDAt(std::int64_t k) const {
+  const Impl& r = *m_impl;
+  if (!r.state || k < 0 || static_cast<std::size_t>(k) >= r.fids.size()) return -1;
+  return static_cast<std::int64_t>(r.fids[static_cast<std::size_t>(k)]);
+}
+
+bool ZoRecordset::ReadColumns(const std::vector<LumaUnicodeString>& fields, bool points, Columns& columns) {
+  try {
+    Impl& r = *m_impl;
+    if (!r.state || !r.natural || r.pending) return false;
+    detail::QuietErrors quiet;
+    detail::LayerState& st = *r.state;
+    detail::ColumnRequest request;
+    request.points = points;
+    for (const LumaUnicodeString& name : fields) {
+      const int field = st.FindField(name.Str());
+      if (field < 0) return false;
+      request.fields.push_back(field);
+    }
+    if ((points && !st.HasGeometry()) || !st.ApplyFilter(r.filter)) return false;
+    // The stream moves the layer's cursor: record-by-record reading resumes by ID.
+    st.cursorOwner = nullptr;
+    r.sequential = false;
+    detail::ColumnData data;
+    // The layer must still hold exactly the records the query found.
+    if (!detail::ReadColumns(*st.layer, request, data) || quiet.Failed() || data.fids != r.fids) return false;
+    columns.values = std::move(data.values);
+    columns.points = std::move(data.points);
+    columns.hasPoint = std::move(data.hasPoint);
+    return true;
+  } catch (...) {
+    return false;
+  }
 }
 
 bool ZoRecordset::GetFieldValue(const LumaUnicodeString& name, LumaVariant& value) {

@@ -8,8 +8,10 @@
 // end of this recordset's order.
 #include <cstdint>
 #include <memory>
+#include <vector>
 
 #include "StatisticsAnalyst/Export.h"
+#include "host/LumaPoint.h"
 #include "host/LumaUnicodeString.h"
 #include "host/LumaVariant.h"
 #include "host/ZoGeometry.h"
@@ -37,6 +39,24 @@ class SA_API ZoRecordset {
   bool SeekID(std::int64_t id);
   // The QlID of the current record, or -1 at EOF.
   std::int64_t GetID() const;
+
+  // The QlID of the k-th record (0-based, in this recordset's order), or -1.
+  std::int64_t GetIDAt(std::int64_t k) const;
+
+  // Every record's values of numeric fields and, with `points`, its point,
+  // read column-wise in one pass over the layer (far cheaper than a record
+  // at a time). A null value reads as 0, as a null variant converts;
+  // `hasPoint` is 0 where a record has no geometry or an empty one. False,
+  // with the recordset unchanged, when the records cannot be read this way:
+  // an order other than the layer's own, a field that is not a plain
+  // number, a geometry other than a point, or a layer that no longer holds
+  // the records the query found. Then read record by record.
+  struct Columns {
+    std::vector<std::vector<double>> values;  // per field, per record
+    std::vector<LUMA::LumaPoint2D> points;
+    std::vector<std::uint8_t> hasPoint;
+  };
+  bool ReadColumns(const std::vector<LumaUnicodeString>& fields, bool points, Columns& columns);
 
   // False for an unknown field or at EOF. Null values give a null variant.
   bool GetFieldValue(const LumaUnicodeString& name, LumaVariant& value);

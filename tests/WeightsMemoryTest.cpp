@@ -170,3 +170,43 @@ TEST(WeightsMemory, ThreadCountChangesNoRow) {
     }
   }
 }
+
+// Sums over features are reduced in a fixed block order and local statistics
+// are per feature, so one thread and two give the same bits: every analysis,
+// with its weights in memory (parameter 0) or in a temporary file.
+class ThreadCount : public ::testing::TestWithParam<std::int64_t> {};
+
+TEST_P(ThreadCount, ChangesNoResult) {
+  satest::TempDir tmp;
+  satest::ScopedEnv tmpdir("TMPDIR", tmp.path().string());
+  auto layer = Layer();
+  for (const Case& c : {kCases[0], kCases[3]}) {
+    Exponent moran[2], g[2];
+    std::vector<std::string> hot[2], lisa[2];
+    for (int threads = 1; threads <= 2; ++threads) {
+      omp_set_num_threads(threads);
+      const ZoPatternsInformation info = Info(c, GetParam());
+      ZoAnalyzingPatterns patterns;
+      ASSERT_TRUE(patterns.SpatialAutocorrelation(layer.dataset, info, moran[threads - 1], false));
+      ASSERT_TRUE(patterns.HighOrLowCluster(layer.dataset, info, g[threads - 1], false));
+      LocalRun gi, lm;
+      ZoClusteringDistributions local;
+      ASSERT_TRUE(local.HotSpotAnalyst(layer.dataset, gi.dataset, info, false)) << local.GetStrErrorMes().Str();
+      ASSERT_TRUE(local.ClusterOutlier(layer.dataset, lm.dataset, info, false)) << local.GetStrErrorMes().Str();
+      hot[threads - 1] = Everything(gi.dataset);
+      lisa[threads - 1] = Everything(lm.dataset);
+    }
+    omp_set_num_threads(omp_get_num_procs());
+    for (const Exponent* e : {moran, g}) {
+      EXPECT_EQ(e[0].Index, e[1].Index) << c.name;
+      EXPECT_EQ(e[0].Variance, e[1].Variance) << c.name;
+      EXPECT_EQ(e[0].ZScore, e[1].ZScore) << c.name;
+    }
+    EXPECT_EQ(hot[0], hot[1]) << c.name;
+    EXPECT_EQ(lisa[0], lisa[1]) << c.name;
+  }
+  EXPECT_TRUE(std::filesystem::is_empty(tmp.path()));
+}
+
+INSTANTIATE_TEST_SUITE_P(WeightsMemory, ThreadCount, ::testing::Values(std::int64_t{0}, kTiny),
+                         [](const auto& info) { return info.param == 0 ? "InMemory" : "File"; });

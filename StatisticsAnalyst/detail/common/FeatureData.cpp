@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <cmath>
 #include <string>
+#include <vector>
 
 #include "StatisticsAnalyst/ZoStatisticsUtilities.h"
 #include "host/LumaVariant.h"
@@ -44,6 +45,64 @@ Status ReadFeaturePoints(ZoRecordset* records, LUMA::LumaArray<LUMA::LumaPoint2D
   return Status::Ok();
 }
 
+namespace {
+
+// Takes one record at a time, in order, and applies the checks of
+// ReadFeatures; both ways of reading feed it, so they fail alike.
+struct FeatureCollector {
+  const LUMA::LumaUnicodeString& field;
+  const LUMA::LumaUnicodeString& extraField;
+  bool nonNegative;
+  LUMA::LumaArray<double>& values;
+  LUMA::LumaArray<double>& extra;
+  LUMA::LumaArray<LUMA::LumaPoint2D>* points;
+  Status& pointsStatus;
+  Status extraStatus;
+
+  bool WantsExtra() const { return !extraField.IsEmpty() && extraStatus; }
+  bool WantsPoint() const { return points && pointsStatus; }
+
+  // `point` is null when the record has no usable point.
+  Status Take(std::int64_t id, double x, double e, const LUMA::LumaPoint2D* point) {
+    if (!std::isfinite(x)) return Status::Fail(msg::EUc001, {std::to_string(id).c_str(), field});
+    if (nonNegative && x < 0.0) return Status::Fail(msg::ESa022);
+    values.push_back(x);
+    if (WantsExtra()) {
+      if (std::isfinite(e))
+        extra.push_back(e);
+      else
+        extraStatus = Status::Fail(msg::EUc001, {std::to_string(id).c_str(), extraField});
+    }
+    if (WantsPoint()) {
+      if (point)
+        points->push_back(*point);
+      else
+        pointsStatus = Status::Fail(msg::EUc002, {std::to_string(id).c_str()}), points->clear();
+    }
+    return Status::Ok();
+  }
+};
+
+// The column-wise read; false when the records cannot be read that way.
+bool ReadByColumns(ZoRecordset* records, FeatureCollector& c, Status& status) {
+  std::vector<LUMA::LumaUnicodeString> fields{c.field};
+  if (!c.extraField.IsEmpty()) fields.push_back(c.extraField);
+  ZoRecordset::Columns columns;
+  if (!records->ReadColumns(fields, c.points != nullptr, columns)) return false;
+  const std::size_t n = columns.values[0].size();
+  for (std::size_t k = 0; k < n; ++k) {
+    const double e = fields.size() > 1 ? columns.values[1][k] : 0.0;
+    const bool hasPoint = c.points && columns.hasPoint[k];
+    status = c.Take(records->GetIDAt(static_cast<std::int64_t>(k)), columns.values[0][k], e,
+                    hasPoint ? &columns.points[k] : nullptr);
+    if (!status) return true;
+  }
+  status = c.extraStatus;
+  return true;
+}
+
+}  // namespace
+
 Status ReadFeatures(ZoRecordset* records, const LUMA::LumaUnicodeString& field, bool nonNegative,
                     LUMA::LumaArray<double>& values, const LUMA::LumaUnicodeString& extraField,
                     LUMA::LumaArray<double>& extra, LUMA::LumaArray<LUMA::LumaPoint2D>* points, Status& pointsStatus) {
@@ -53,32 +112,25 @@ Status ReadFeatures(ZoRecordset* records, const LUMA::LumaUnicodeString& field, 
   if (!extraField.IsEmpty()) extra.reserve(n);
   if (points) points->clear(), points->reserve(n);
   pointsStatus = Status::Ok();
-  Status extraStatus;
+  FeatureCollector c{field, extraField, nonNegative, values, extra, points, pointsStatus, Status::Ok()};
+  Status status;
+  if (ReadByColumns(records, c, status)) return status;
+
   LUMA::LumaVariant value;
   ZoGeometry geometry;
   LUMA::LumaPoint2D p;
   for (bool more = records->MoveFirst(); more && !records->IsEOF(); more = records->MoveNext()) {
     records->GetFieldValue(field, value);
     const double x = value.ToDouble();
-    if (!std::isfinite(x)) return Status::Fail(msg::EUc001, {QlIdText(records), field});
-    if (nonNegative && x < 0.0) return Status::Fail(msg::ESa022);
-    values.push_back(x);
-    if (!extraField.IsEmpty() && extraStatus) {
-      records->GetFieldValue(extraField, value);
-      const double e = value.ToDouble();
-      if (std::isfinite(e))
-        extra.push_back(e);
-      else
-        extraStatus = Status::Fail(msg::EUc001, {QlIdText(records), extraField});
-    }
-    if (points && pointsStatus) {
-      if (!records->GetGeometry(geometry) || geometry.IsEmpty() || !ZoStatisticsUtilities::GetBaryCenter(&geometry, p))
-        pointsStatus = Status::Fail(msg::EUc002, {QlIdText(records)}), points->clear();
-      else
-        points->push_back(p);
-    }
+    double e = 0.0;
+    if (c.WantsExtra()) records->GetFieldValue(extraField, value), e = value.ToDouble();
+    bool hasPoint = false;
+    if (c.WantsPoint())
+      hasPoint =
+          records->GetGeometry(geometry) && !geometry.IsEmpty() && ZoStatisticsUtilities::GetBaryCenter(&geometry, p);
+    if (Status taken = c.Take(records->GetID(), x, e, hasPoint ? &p : nullptr); !taken) return taken;
   }
-  return extraStatus;
+  return c.extraStatus;
 }
 
 double ScaleToUnitRange(LUMA::LumaArray<double>& values) {

@@ -110,6 +110,28 @@ Status OpenRows(ZoRecordset* records, const ZoPatternsInformation& info, ZoProgr
   return Status::Ok();
 }
 
+// Rows held in memory are summed on every core; rows read from a file one
+// by one. Both give the same bits (see kSumBlock).
+template <class Sums>
+Status Feed(ZoWeightsFileRows& file, Sums& sums, Stage& stage) {
+  const std::int64_t n = file.Count();
+  if (const weights::CsrWeights* csr = file.Memory()) {
+    const bool fed = FeedParallel(
+        sums, n, [csr](std::int64_t i, ZoSparseRow& row) { csr->Row(i, row); },
+        [&](std::int64_t i) { return stage.Step(i, n); });
+    if (!fed) return Status::Fail(msg::IMb030);
+    csr->ColumnSums(Sums::kDiagonalInColumns, sums.Columns());
+    return Status::Ok();
+  }
+  ZoSparseRow row;
+  for (std::int64_t i = 0; i < n; ++i) {
+    if (!stage.Step(i, n)) return Status::Fail(msg::IMb030);
+    if (!file.Next(i, row)) return Status::FromText(file.Error());
+    sums.AddRow(i, row);
+  }
+  return Status::Ok();
+}
+
 template <class Sums>
 Status Streamed(ZoRecordset* records, const ZoPatternsInformation& info, const KindTexts& texts, Stage& stage,
                 Exponent& result) {
@@ -141,13 +163,7 @@ Status Streamed(ZoRecordset* records, const ZoPatternsInformation& info, const K
 
   stage.Enter(texts);
   Sums sums(values);
-  ZoSparseRow row;
-  const std::int64_t n = file.Count();
-  for (std::int64_t i = 0; i < n; ++i) {
-    if (!stage.Step(i, n)) return Status::Fail(msg::IMb030).Then(texts.summary);
-    if (!file.Next(i, row)) return Status::FromText(file.Error(), texts.summary);
-    sums.AddRow(i, row);
-  }
+  if (Status fed = Feed(file, sums, stage); !fed) return fed.Then(texts.summary);
   file.Close();
   return Finish(sums, result).Then(texts.summary);
 }

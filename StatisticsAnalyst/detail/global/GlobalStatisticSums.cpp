@@ -20,19 +20,34 @@ ZoMoranSums::ZoMoranSums(const LumaArray<double>& values)
   for (std::size_t i = 0; i < values.size(); ++i) m_d[i] = values[i] - mean;
 }
 
-void ZoMoranSums::AddRow(std::int64_t i, const ZoSparseRow& row) {
-  double lag = 0;
-  const auto ii = static_cast<std::size_t>(i);
+void ZoMoranSums::RowTerms(std::int64_t i, const ZoSparseRow& row, Part& part) {
+  double lag = 0, rowSum = 0;
   for (std::size_t k = 0; k < row.columns.size(); ++k) {
-    const auto j = static_cast<std::size_t>(row.columns[k]);
     const double w = row.weights[k];
-    m_s0 += w;
-    m_s1 += w * w + w * row.transposed[k];
-    m_row[ii] += w;
-    m_col[j] += w;
-    lag += w * m_d[j];
+    part.s0 += w;
+    part.s1 += w * w + w * row.transposed[k];
+    rowSum += w;
+    lag += w * m_d[static_cast<std::size_t>(row.columns[k])];
   }
-  m_cp += m_d[ii] * lag;
+  const auto ii = static_cast<std::size_t>(i);
+  m_row[ii] = rowSum;
+  part.cp += m_d[ii] * lag;
+}
+
+void ZoMoranSums::AddPart(const Part& part) {
+  m_total.s0 += part.s0;
+  m_total.s1 += part.s1;
+  m_total.cp += part.cp;
+}
+
+void ZoMoranSums::AddRow(std::int64_t i, const ZoSparseRow& row) {
+  RowTerms(i, row, m_pending);
+  for (std::size_t k = 0; k < row.columns.size(); ++k)
+    m_col[static_cast<std::size_t>(row.columns[k])] += row.weights[k];
+  if ((i + 1) % kSumBlock == 0) {
+    AddPart(m_pending);
+    m_pending = {};
+  }
 }
 
 Status ZoMoranSums::Finish(Exponent& result) const {
@@ -43,12 +58,13 @@ Status ZoMoranSums::Finish(Exponent& result) const {
     d2 += m_d[i] * m_d[i];
     d4 += m_d[i] * m_d[i] * m_d[i] * m_d[i];
   }
-  if (IsZero(m_s0) || IsZero(s2) || IsZero(m_s1)) return Status::Fail(msg::ESa030);
+  // A last block that did not fill up is still pending.
+  const double s0 = m_total.s0 + m_pending.s0, s1 = m_total.s1 + m_pending.s1, cp = m_total.cp + m_pending.cp;
+  if (IsZero(s0) || IsZero(s2) || IsZero(s1)) return Status::Fail(msg::ESa030);
   if (IsZero(d2)) return Status::Fail(msg::ESa021);
   const double n = static_cast<double>(m_d.size());
-  const double s1 = m_s1, s0 = m_s0;
   const double b2 = (d4 / n) / ((d2 / n) * (d2 / n));
-  const double index = (n / s0) * (m_cp / d2);
+  const double index = (n / s0) * (cp / d2);
   const double expected = -1.0 / (n - 1.0);
   const double expectedSquare =
       (n * ((n * n - 3 * n + 3) * s1 - n * s2 + 3 * s0 * s0) - b2 * ((n * n - n) * s1 - 2 * n * s2 + 6 * s0 * s0)) /
@@ -67,45 +83,65 @@ ZoGeneralGSums::ZoGeneralGSums(const LumaArray<double>& values)
   for (double x : values) m_total += x;
 }
 
-void ZoGeneralGSums::AddRow(std::int64_t i, const ZoSparseRow& row) {
+void ZoGeneralGSums::RowTerms(std::int64_t i, const ZoSparseRow& row, Part& part) {
   const auto ii = static_cast<std::size_t>(i);
   bool flagged = false;
-  double lag = 0;
+  double lag = 0, rowSum = 0;
   for (std::size_t k = 0; k < row.columns.size(); ++k) {
     const auto j = static_cast<std::size_t>(row.columns[k]);
     const double w = row.weights[k];
     if (!IsZero(w)) flagged = true;
     if (j == ii) continue;  // the diagonal only decides the flag
-    m_s0 += w;
-    m_s1 += w * w + w * row.transposed[k];
-    m_row[ii] += w;
-    m_col[j] += w;
+    part.s0 += w;
+    part.s1 += w * w + w * row.transposed[k];
+    rowSum += w;
     lag += w * m_x[j];
   }
+  m_row[ii] = rowSum;
   if (!flagged) return;
   const double x = m_x[ii];
-  m_a += x * lag;
-  m_d += x * (m_total - x);
-  m_m1 += x;
-  m_m2 += x * x;
-  m_m3 += x * x * x;
-  m_m4 += x * x * x * x;
+  part.a += x * lag;
+  part.d += x * (m_total - x);
+  part.m1 += x;
+  part.m2 += x * x;
+  part.m3 += x * x * x;
+  part.m4 += x * x * x * x;
+}
+
+void ZoGeneralGSums::AddPart(const Part& part) {
+  m_sum.s0 += part.s0, m_sum.s1 += part.s1, m_sum.a += part.a, m_sum.d += part.d;
+  m_sum.m1 += part.m1, m_sum.m2 += part.m2, m_sum.m3 += part.m3, m_sum.m4 += part.m4;
+}
+
+void ZoGeneralGSums::AddRow(std::int64_t i, const ZoSparseRow& row) {
+  RowTerms(i, row, m_pending);
+  for (std::size_t k = 0; k < row.columns.size(); ++k)
+    if (row.columns[k] != i) m_col[static_cast<std::size_t>(row.columns[k])] += row.weights[k];
+  if ((i + 1) % kSumBlock == 0) {
+    AddPart(m_pending);
+    m_pending = {};
+  }
 }
 
 Status ZoGeneralGSums::Finish(Exponent& result) const {
-  if (IsZero(m_d)) return Status::Fail(msg::ESa021);
+  // A last block that did not fill up is still pending.
+  Part sum = m_sum;
+  const Part& p = m_pending;
+  sum.s0 += p.s0, sum.s1 += p.s1, sum.a += p.a, sum.d += p.d;
+  sum.m1 += p.m1, sum.m2 += p.m2, sum.m3 += p.m3, sum.m4 += p.m4;
+  if (IsZero(sum.d)) return Status::Fail(msg::ESa021);
   double s2 = 0;
   for (std::size_t i = 0; i < m_row.size(); ++i) s2 += (m_row[i] + m_col[i]) * (m_row[i] + m_col[i]);
   const double n = static_cast<double>(m_row.size());
-  const double s0 = m_s0, s1 = m_s1;
-  const double g = m_a / m_d;
+  const double s0 = sum.s0, s1 = sum.s1;
+  const double g = sum.a / sum.d;
   const double expected = s0 / (n * (n - 1));
   const double b0 = (n * n - 3 * n + 3) * s1 - n * s2 + 3 * s0 * s0;
   const double b1 = -((n * n - n) * s1 - 2 * n * s2 + 6 * s0 * s0);
   const double b2 = -(2 * n * s1 - (n + 3) * s2 + 6 * s0 * s0);
   const double b3 = 4 * (n - 1) * s1 - 2 * (n + 1) * s2 + 8 * s0 * s0;
   const double b4 = s1 - s2 + s0 * s0;
-  const double m1 = m_m1, m2 = m_m2, m3 = m_m3, m4 = m_m4;
+  const double m1 = sum.m1, m2 = sum.m2, m3 = sum.m3, m4 = sum.m4;
   const double q = (m1 * m1 - m2) * (m1 * m1 - m2) * n * (n - 1) * (n - 2) * (n - 3);
   if (IsZero(q)) return Status::Fail(msg::ESa021);
   const double expectedSquare =

@@ -12,7 +12,9 @@
 //
 // The values are expected finite and within a range whose squares and
 // fourth powers do not overflow (see ScaleToUnitRange).
+#include <algorithm>
 #include <cstdint>
+#include <new>
 #include <vector>
 
 #include "StatisticsAnalyst/ZoAnalyzingPatterns.h"
@@ -23,18 +25,73 @@ namespace ZOC::detail::global {
 
 using Exponent = ZoAnalyzingPatterns::ZoAnalyzingExponent;
 
+// Rows are summed in blocks of kSumBlock features: each block's partial sums
+// start from zero and take its rows in order, and the blocks' partials are
+// added in block order. Sequential and parallel feeding therefore give the
+// same bits whatever the thread count. The column sums are gathered apart,
+// in ascending row order, on both ways.
+inline constexpr std::int64_t kSumBlock = 4096;
+
+// Feeds rows 0 .. n-1 to `sums` from `fetch(i, row)` (safe to call from
+// several threads at once) on every core; `columns(sums)` fills the column
+// sums as the rows would have; `step(i)` reports progress and returns false
+// to stop (then the sums are incomplete and false is returned).
+template <class Sums, class Fetch, class Step>
+bool FeedParallel(Sums& sums, std::int64_t n, const Fetch& fetch, const Step& step) {
+  using Part = typename Sums::Part;
+  constexpr std::int64_t kChunk = 64 * kSumBlock;  // progress between chunks
+  for (std::int64_t first = 0; first < n; first += kChunk) {
+    if (!step(first)) return false;
+    const std::int64_t last = std::min(n, first + kChunk);
+    const std::int64_t blocks = (last - first + kSumBlock - 1) / kSumBlock;
+    std::vector<Part> parts(static_cast<std::size_t>(blocks));
+    bool outOfMemory = false;  // an exception must not leave the parallel region
+#pragma omp parallel
+    {
+      ZoSparseRow row;
+#pragma omp for schedule(dynamic)
+      for (std::int64_t b = 0; b < blocks; ++b) {
+        const std::int64_t end = std::min(last, first + (b + 1) * kSumBlock);
+        try {
+          for (std::int64_t i = first + b * kSumBlock; i < end; ++i) {
+            fetch(i, row);
+            sums.RowTerms(i, row, parts[static_cast<std::size_t>(b)]);
+          }
+        } catch (...) {
+#pragma omp atomic write
+          outOfMemory = true;
+        }
+      }
+    }
+    if (outOfMemory) throw std::bad_alloc();
+    for (const Part& part : parts) sums.AddPart(part);
+  }
+  return n == 0 || step(n - 1);  // the last row's position, as the sequential loop shows it
+}
+
 // Moran's I under the randomization assumption.
 class ZoMoranSums {
  public:
+  struct Part {
+    double s0 = 0, s1 = 0, cp = 0;
+  };
   explicit ZoMoranSums(const LumaArray<double>& values);
+  // Rows in order 0, 1, ..., one at a time.
   void AddRow(std::int64_t i, const ZoSparseRow& row);
   // Fails with "ESa030", "ESa021" or "ESa027".
   Status Finish(Exponent& result) const;
 
+  // The parallel feed (FeedParallel): row i's own terms into `part`, a
+  // finished block's part, and the column sums (diagonal included).
+  void RowTerms(std::int64_t i, const ZoSparseRow& row, Part& part);
+  void AddPart(const Part& part);
+  std::vector<double>& Columns() { return m_col; }
+  static constexpr bool kDiagonalInColumns = true;
+
  private:
   std::vector<double> m_d;  // deviations from the mean
   std::vector<double> m_row, m_col;
-  double m_s0 = 0, m_s1 = 0, m_cp = 0;
+  Part m_total, m_pending;
 };
 
 // General G, with the flag rule: a feature counts in the numerator, the
@@ -42,16 +99,24 @@ class ZoMoranSums {
 // (-1e-20, 1e-20); its weights enter S0, S1 and S2 in any case.
 class ZoGeneralGSums {
  public:
+  struct Part {
+    double s0 = 0, s1 = 0, a = 0, d = 0, m1 = 0, m2 = 0, m3 = 0, m4 = 0;
+  };
   explicit ZoGeneralGSums(const LumaArray<double>& values);
   void AddRow(std::int64_t i, const ZoSparseRow& row);
   // Fails with "ESa021" or "ESa027".
   Status Finish(Exponent& result) const;
 
+  void RowTerms(std::int64_t i, const ZoSparseRow& row, Part& part);
+  void AddPart(const Part& part);
+  std::vector<double>& Columns() { return m_col; }
+  static constexpr bool kDiagonalInColumns = false;
+
  private:
   const LumaArray<double>& m_x;
   double m_total = 0;  // Σ x over all features
   std::vector<double> m_row, m_col;
-  double m_s0 = 0, m_s1 = 0, m_a = 0, m_d = 0, m_m1 = 0, m_m2 = 0, m_m3 = 0, m_m4 = 0;
+  Part m_sum, m_pending;
 };
 
 }  // namespace ZOC::detail::global

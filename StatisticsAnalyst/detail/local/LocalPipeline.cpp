@@ -1,6 +1,8 @@
 #include "StatisticsAnalyst/detail/local/LocalPipeline.h"
 
+#include <algorithm>
 #include <memory>
+#include <new>
 #include <utility>
 
 #include "StatisticsAnalyst/detail/common/FeatureData.h"
@@ -84,6 +86,8 @@ class Rows {
   }
 
   void Close() { m_file.Close(); }
+  // The rows when they are held in memory as compressed sparse rows.
+  const weights::CsrWeights* Memory() const { return m_inMemory ? nullptr : m_file.Memory(); }
 
  private:
   std::int64_t m_n = 0;
@@ -137,8 +141,50 @@ Status ReadInputs(ZoRecordset* records, const ZoPatternsInformation& info, const
   return status;
 }
 
+// In-memory rows are computed on every core, a chunk at a time between
+// progress steps; a failure reports the first failing feature, as the
+// sequential loop would.
+Status ComputeRowsParallel(const weights::CsrWeights& csr, std::int64_t n, ZoCallProgress& progress,
+                           const LumaUnicodeString& format, LocalStatistic& statistic) {
+  constexpr std::int64_t kChunk = 1 << 16;
+  for (std::int64_t first = 0; first < n; first += kChunk) {
+    if (!progress.Step(format, first, n)) return Status::Fail(msg::IMb030);
+    const std::int64_t last = std::min(n, first + kChunk);
+    std::int64_t failedAt = last;
+    Status failure;
+    bool outOfMemory = false;  // an exception must not leave the parallel region
+#pragma omp parallel
+    {
+      ZoSparseRow row;
+#pragma omp for schedule(static)
+      for (std::int64_t i = first; i < last; ++i) {
+        try {
+          csr.Row(i, row);
+          Status status = statistic.Row(i, row);
+          if (status) continue;
+#pragma omp critical(local_row_failure)
+          if (i < failedAt) failedAt = i, failure = std::move(status);
+        } catch (...) {
+#pragma omp atomic write
+          outOfMemory = true;
+        }
+      }
+    }
+    if (outOfMemory) throw std::bad_alloc();
+    if (failedAt < last) return failure;
+  }
+  // The last row's position, as the sequential loop shows it.
+  if (n > 0 && !progress.Step(format, n - 1, n)) return Status::Fail(msg::IMb030);
+  return Status::Ok();
+}
+
 Status ComputeRows(Rows& rows, std::int64_t n, ZoCallProgress& progress, LocalStatistic& statistic) {
   const LumaUnicodeString format = ZoStringEx::LoadResString(statistic.Format());
+  if (const weights::CsrWeights* csr = rows.Memory()) {
+    Status status = ComputeRowsParallel(*csr, n, progress, format, statistic);
+    rows.Close();
+    return status;
+  }
   ZoSparseRow row;
   for (std::int64_t i = 0; i < n; ++i) {
     if (!progress.Step(format, i, n)) return Status::Fail(msg::IMb030);

@@ -41,7 +41,9 @@ class LocalStatistic {
   // power of two: the statistic must not depend on the scale) and the extra
   // field's values (empty when there is none).
   virtual Status Prepare(const LumaArray<double>& values, const LumaArray<double>& extra) = 0;
-  // Feature i's statistic from its weights row (rows come in order).
+  // Feature i's statistic from its weights row. Rows come in order, or, when
+  // the weights are in memory, several features' rows at once from several
+  // threads: Row must touch nothing shared but feature i's results.
   virtual Status Row(std::int64_t i, const ZoSparseRow& row) = 0;
   // Classifies every feature once all rows are in.
   virtual Status Classify(bool falseDiscoveryRate) = 0;

@@ -46,8 +46,12 @@ bool CsrWeights::Append(const std::int64_t* columns, const double* weights, std:
   double sum = 0.0;
   for (std::size_t h = 0; h < size; ++h) {
     if (!weightsfile::IsStoredWeight(weights[h])) continue;
+    if (m_binary && weights[h] != 1.0) {
+      m_binary = false;
+      m_weights.assign(m_columns.size(), 1.0);
+    }
     m_columns.push_back(static_cast<std::int32_t>(columns[h]));
-    m_weights.push_back(weights[h]);
+    if (!m_binary) m_weights.push_back(weights[h]);
     sum += weights[h];
   }
   m_sums.push_back(sum);
@@ -60,13 +64,32 @@ void CsrWeights::Release() {
   std::vector<std::int32_t>().swap(m_columns);
   std::vector<double>().swap(m_weights);
   std::vector<double>().swap(m_sums);
+  std::vector<std::uint8_t>().swap(m_reverse);
+  m_binary = true;
 }
 
-void CsrWeights::SetReading(bool standardized, bool normalize, bool transposed, bool symmetric) {
+void CsrWeights::SetReading(bool standardized, bool normalize, bool transposed, bool symmetric,
+                            const std::vector<std::int64_t>* order) {
   m_standardized = standardized;
   m_normalize = normalize;
   m_transposed = transposed;
   m_symmetric = symmetric;
+  std::vector<std::uint8_t>().swap(m_reverse);
+  if (transposed && !symmetric && m_binary) FindReverse(order);
+}
+
+void CsrWeights::FindReverse(const std::vector<std::int64_t>* order) {
+  m_reverse.assign(m_columns.size(), 0);
+  const auto n = Count();
+  const bool ordered = order != nullptr && static_cast<std::int64_t>(order->size()) == n;
+  // Each row writes only its own flags, so the threads' share-out changes nothing.
+#pragma omp parallel for schedule(static)
+  for (std::int64_t k = 0; k < n; ++k) {
+    const std::int64_t i = ordered ? (*order)[static_cast<std::size_t>(k)] : k;
+    const auto end = static_cast<std::size_t>(m_offsets[static_cast<std::size_t>(i) + 1]);
+    for (auto e = static_cast<std::size_t>(m_offsets[static_cast<std::size_t>(i)]); e < end; ++e)
+      m_reverse[e] = Raw(m_columns[e], static_cast<std::int32_t>(i)) != 0.0 ? 1 : 0;
+  }
 }
 
 double CsrWeights::Normalized(double raw, std::int64_t row) const {
@@ -81,7 +104,7 @@ double CsrWeights::Raw(std::int64_t row, std::int32_t column) const {
   const auto first = m_columns.begin() + m_offsets[static_cast<std::size_t>(row)];
   const auto last = m_columns.begin() + m_offsets[static_cast<std::size_t>(row) + 1];
   const auto it = std::lower_bound(first, last, column);
-  return (it != last && *it == column) ? m_weights[static_cast<std::size_t>(it - m_columns.begin())] : 0.0;
+  return (it != last && *it == column) ? Stored(static_cast<std::size_t>(it - m_columns.begin())) : 0.0;
 }
 
 void CsrWeights::Row(std::int64_t i, ZoSparseRow& row) const {
@@ -91,12 +114,31 @@ void CsrWeights::Row(std::int64_t i, ZoSparseRow& row) const {
                      m_columns.begin() + static_cast<std::ptrdiff_t>(end));
   row.weights.resize(end - begin);
   row.transposed.resize(m_transposed ? end - begin : 0);
+  const bool reverse = !m_reverse.empty();
   for (std::size_t k = begin; k < end; ++k) {
     const std::int32_t j = m_columns[k];
-    row.weights[k - begin] = Normalized(m_weights[k], i);
+    row.weights[k - begin] = Normalized(Stored(k), i);
     if (!m_transposed) continue;
-    const double rawTransposed = m_symmetric ? m_weights[k] : Raw(j, static_cast<std::int32_t>(i));
+    double rawTransposed;
+    if (m_symmetric)
+      rawTransposed = Stored(k);
+    else if (reverse)
+      rawTransposed = m_reverse[k] ? 1.0 : 0.0;
+    else
+      rawTransposed = Raw(j, static_cast<std::int32_t>(i));
     row.transposed[k - begin] = Normalized(rawTransposed, j);
+  }
+}
+
+void CsrWeights::ColumnSums(bool withDiagonal, std::vector<double>& sums) const {
+  sums.assign(m_sums.size(), 0.0);
+  const auto n = Count();
+  for (std::int64_t i = 0; i < n; ++i) {
+    const auto end = static_cast<std::size_t>(m_offsets[static_cast<std::size_t>(i) + 1]);
+    for (auto k = static_cast<std::size_t>(m_offsets[static_cast<std::size_t>(i)]); k < end; ++k) {
+      const std::int32_t j = m_columns[k];
+      if (withDiagonal || j != i) sums[static_cast<std::size_t>(j)] += Normalized(Stored(k), i);
+    }
   }
 }
 

@@ -38,20 +38,35 @@ class CsrWeights {
   // How Row reads: `normalize` divides each weight by its row's sum (a zero
   // sum gives zeros) when `standardized`; `transposed` also gives each w(j, i),
   // taken from row j unless `symmetric`, where w(j, i) is w(i, j) over row
-  // j's sum.
-  void SetReading(bool standardized, bool normalize, bool transposed, bool symmetric);
-  // Row i (0 ≤ i < Count()).
+  // j's sum. `order`, when given, lists the rows in an order where
+  // neighbours lie close together (spatial order): the transposed weights are
+  // then looked up along it, so that the rows consulted are still in cache.
+  void SetReading(bool standardized, bool normalize, bool transposed, bool symmetric,
+                  const std::vector<std::int64_t>* order = nullptr);
+  // Row i (0 ≤ i < Count()). Safe to call from several threads at once.
   void Row(std::int64_t i, ZoSparseRow& row) const;
+  // Σ_i w(i, j) for every column j, summed in ascending i as rows are read
+  // (with the normalization of Row), the diagonal left out when asked.
+  void ColumnSums(bool withDiagonal, std::vector<double>& sums) const;
 
  private:
   double Normalized(double raw, std::int64_t row) const;
   double Raw(std::int64_t row, std::int32_t column) const;
+  double Stored(std::size_t k) const { return m_binary ? 1.0 : m_weights[k]; }
+  void FindReverse(const std::vector<std::int64_t>* order);
 
   std::uint64_t m_budget = 0;
   std::vector<std::int64_t> m_offsets;
   std::vector<std::int32_t> m_columns;
+  // Every stored weight is 1 (K nearest, fixed band, contiguity): the weights
+  // are not held, only the columns.
+  bool m_binary = true;
   std::vector<double> m_weights;
   std::vector<double> m_sums;
+  // For binary asymmetric weights: whether row j holds column i, for the
+  // stored w(i, j) at the same position (1 byte a weight instead of a search
+  // through row j per weight read).
+  std::vector<std::uint8_t> m_reverse;
   bool m_standardized = false, m_normalize = false, m_transposed = false, m_symmetric = true;
 };
 

@@ -96,7 +96,8 @@ bool ZoWeightsFileRows::BuildInMemory(ZoRecordset* records, const ZoPatternsInfo
   // The temporary file would hold row sums when standardizing, and its
   // relationship decides whether w(j, i) is read from row j.
   const bool symmetric = info.Conceptualization >= InverseDistance && info.Conceptualization <= ContiguityEdgesCorners;
-  m_csr.SetReading(info.Standardization, normalize, transposed, symmetric);
+  const std::vector<std::int64_t> order = transposed && !symmetric ? rows.SpatialOrder() : std::vector<std::int64_t>();
+  m_csr.SetReading(info.Standardization, normalize, transposed, symmetric, &order);
   m_field = kSystemIdField;
   m_inMemory = true;
   return true;

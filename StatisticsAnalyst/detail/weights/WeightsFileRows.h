@@ -53,6 +53,9 @@ class ZoWeightsFileRows {
   bool BuildInMemory(ZoRecordset* records, const ZoPatternsInformation& info, ZoProgress* progress,
                      bool normalize = true, bool transposed = true, GivenPoints* given = nullptr);
   bool InMemory() const { return m_inMemory; }
+  // The in-memory rows, for readers that take them in parallel; null when
+  // the rows come from a file.
+  const detail::weights::CsrWeights* Memory() const { return m_inMemory ? &m_csr : nullptr; }
   // Opens and checks a weights file for the dataset and reads what the rows
   // need: the index, the normalizers and, for asymmetric weights, the raw weights.
   // With normalize false the rows keep their raw weights; with transposed

@@ -6,6 +6,8 @@
 #include <cmath>
 #include <new>
 #include <numeric>
+
+#include <omp.h>
 #include "StatisticsAnalyst/detail/common/Limits.h"
 #include "host/ZoMessageIds.h"
 
@@ -18,19 +20,14 @@ using limits::kCoincident;
 LumaPoint3D To3D(const LumaPoint2D& p) { return {p.x, p.y, 0.0}; }
 
 // Orders a row's neighbours by feature number, weights alongside.
-void SortByColumn(std::vector<std::int64_t>& columns, std::vector<double>& weights) {
+void SortByColumn(std::vector<std::int64_t>& columns, std::vector<double>& weights,
+                  std::vector<std::pair<std::int64_t, double>>& pairs) {
   if (std::is_sorted(columns.begin(), columns.end())) return;
-  std::vector<std::size_t> order(columns.size());
-  std::iota(order.begin(), order.end(), 0);
-  std::sort(order.begin(), order.end(), [&](std::size_t a, std::size_t b) { return columns[a] < columns[b]; });
-  std::vector<std::int64_t> c(columns.size());
-  std::vector<double> w(weights.size());
-  for (std::size_t k = 0; k < order.size(); ++k) {
-    c[k] = columns[order[k]];
-    w[k] = weights[order[k]];
-  }
-  columns.swap(c);
-  weights.swap(w);
+  pairs.clear();
+  for (std::size_t k = 0; k < columns.size(); ++k) pairs.emplace_back(columns[k], weights[k]);
+  // Columns are distinct, so the weights never decide the order.
+  std::sort(pairs.begin(), pairs.end(), [](const auto& a, const auto& b) { return a.first < b.first; });
+  for (std::size_t k = 0; k < pairs.size(); ++k) columns[k] = pairs[k].first, weights[k] = pairs[k].second;
 }
 
 }  // namespace
@@ -76,33 +73,47 @@ bool ZoWeightsRowBuilder::PrepareSearch() {
 }
 
 void ZoWeightsRowBuilder::Row(std::int64_t i, std::vector<std::int64_t>& columns, std::vector<double>& weights) const {
-  columns.clear();
-  weights.clear();
+  Scratch s;
+  RowInto(i, s);
+  columns.swap(s.columns);
+  weights.swap(s.weights);
+}
+
+void ZoWeightsRowBuilder::RowInto(std::int64_t i, Scratch& s) const {
+  s.columns.clear();
+  s.weights.clear();
   switch (m_info.Conceptualization) {
     case InverseDistance:
     case InverseDistanceSquared:
-    case FixedDistanceBand: DistanceRow(i, columns, weights); break;
-    case ZoneOfIndifference: ZoneRow(i, columns, weights); break;
+    case FixedDistanceBand: DistanceRow(i, s); break;
+    case ZoneOfIndifference: ZoneRow(i, s); break;
     case ContiguityEdgesOnly:
     case ContiguityEdgesCorners: {
       LumaArray<std::int64_t> ids;
-      ids.clear();
       ZoStatisticsUtilities::GetContiguityIDs(m_grid, i, m_info.Conceptualization == ContiguityEdgesOnly, ids);
-      columns.assign(ids.begin(), ids.end());
-      weights.assign(ids.size(), 1.0);
+      s.columns.assign(ids.begin(), ids.end());
+      s.weights.assign(ids.size(), 1.0);
       break;
     }
-    case KNearestNeighbors: KNearestRow(i, columns, weights); break;
+    case KNearestNeighbors: KNearestRow(i, s); break;
     default: break;
   }
-  SortByColumn(columns, weights);
+  SortByColumn(s.columns, s.weights, s.sorted);
+}
+
+std::vector<std::int64_t> ZoWeightsRowBuilder::SpatialOrder() const {
+  std::vector<std::int64_t> order(m_keys.size());
+  std::iota(order.begin(), order.end(), std::int64_t{0});
+  std::sort(order.begin(), order.end(), [this](std::int64_t a, std::int64_t b) {
+    const auto ka = m_keys[static_cast<std::size_t>(a)], kb = m_keys[static_cast<std::size_t>(b)];
+    return ka < kb || (ka == kb && a < b);
+  });
+  return order;
 }
 
 void ZoWeightsRowBuilder::FillBlock(std::int64_t first, std::int64_t count, Block& block) const {
   block.m_first = first;
-  block.m_spans.assign(static_cast<std::size_t>(count), {0, 0});
-  block.m_columns.clear();
-  block.m_weights.clear();
+  block.m_spans.assign(static_cast<std::size_t>(count), {});
   std::vector<std::int64_t> order(static_cast<std::size_t>(count));
   std::iota(order.begin(), order.end(), first);
   if (!m_keys.empty())
@@ -113,33 +124,37 @@ void ZoWeightsRowBuilder::FillBlock(std::int64_t first, std::int64_t count, Bloc
   // Each row is searched on its own, so the rows do not depend on how the
   // threads share them out; a static schedule over the spatial order gives
   // each thread one compact stretch of the plane.
-  std::vector<std::vector<std::int64_t>> columns(static_cast<std::size_t>(count));
-  std::vector<std::vector<double>> weights(static_cast<std::size_t>(count));
+  const auto parts = static_cast<std::size_t>(std::max(omp_get_max_threads(), 1));
+  block.m_columns.resize(parts);
+  block.m_weights.resize(parts);
+  for (std::size_t t = 0; t < parts; ++t) block.m_columns[t].clear(), block.m_weights[t].clear();
   // An exception must not leave a parallel region: it is carried out after it.
   bool outOfMemory = false;
-#pragma omp parallel for schedule(static)
-  for (std::int64_t k = 0; k < count; ++k) {
-    const auto r = static_cast<std::size_t>(order[static_cast<std::size_t>(k)] - first);
-    try {
-      Row(order[static_cast<std::size_t>(k)], columns[r], weights[r]);
-    } catch (...) {
+#pragma omp parallel num_threads(static_cast <int>(parts))
+  {
+    const auto t = static_cast<std::size_t>(omp_get_thread_num());
+    Scratch s;
+#pragma omp for schedule(static)
+    for (std::int64_t k = 0; k < count; ++k) {
+      const std::int64_t i = order[static_cast<std::size_t>(k)];
+      try {
+        RowInto(i, s);
+        Block::Span& span = block.m_spans[static_cast<std::size_t>(i - first)];
+        span = {t, block.m_columns[t].size(), s.columns.size()};
+        block.m_columns[t].insert(block.m_columns[t].end(), s.columns.begin(), s.columns.end());
+        block.m_weights[t].insert(block.m_weights[t].end(), s.weights.begin(), s.weights.end());
+      } catch (...) {
 #pragma omp atomic write
-      outOfMemory = true;
+        outOfMemory = true;
+      }
     }
   }
   if (outOfMemory) throw std::bad_alloc();
-  for (std::int64_t i : order) {
-    const auto r = static_cast<std::size_t>(i - first);
-    block.m_spans[r] = {block.m_columns.size(), columns[r].size()};
-    block.m_columns.insert(block.m_columns.end(), columns[r].begin(), columns[r].end());
-    block.m_weights.insert(block.m_weights.end(), weights[r].begin(), weights[r].end());
-  }
 }
 
-void ZoWeightsRowBuilder::DistanceRow(std::int64_t i, std::vector<std::int64_t>& columns,
-                                      std::vector<double>& weights) const {
-  std::vector<std::size_t> idx;
-  std::vector<double> dist;
+void ZoWeightsRowBuilder::DistanceRow(std::int64_t i, Scratch& s) const {
+  std::vector<std::size_t>& idx = s.idx;
+  std::vector<double>& dist = s.dist;
   m_tree->SearchKdTreeDis2(To3D(m_points[static_cast<std::size_t>(i)]), m_band, idx, dist, m_method);
   for (std::size_t h = 0; h < idx.size(); ++h) {
     const auto j = static_cast<std::int64_t>(idx[h]);
@@ -154,50 +169,46 @@ void ZoWeightsRowBuilder::DistanceRow(std::int64_t i, std::vector<std::int64_t>&
       else if (m_info.Conceptualization == InverseDistanceSquared)
         w = 1.0 / std::pow(d * d, m_info.Exponent);
     }
-    columns.push_back(j);
-    weights.push_back(w);
+    s.columns.push_back(j);
+    s.weights.push_back(w);
   }
 }
 
-void ZoWeightsRowBuilder::ZoneRow(std::int64_t i, std::vector<std::int64_t>& columns,
-                                  std::vector<double>& weights) const {
+void ZoWeightsRowBuilder::ZoneRow(std::int64_t i, Scratch& s) const {
   LumaArray<double> dist;
   ZoStatisticsUtilities::CalculateDistance(m_points, m_points[static_cast<std::size_t>(i)], m_method, dist);
-  columns.reserve(static_cast<std::size_t>(m_count));
-  weights.reserve(static_cast<std::size_t>(m_count));
+  s.columns.reserve(static_cast<std::size_t>(m_count));
+  s.weights.reserve(static_cast<std::size_t>(m_count));
   for (std::int64_t j = 0; j < m_count; ++j) {
     if (j == i) continue;
     const double d = dist[static_cast<std::size_t>(j)];
-    columns.push_back(j);
-    weights.push_back(d <= m_band ? 1.0 : 1.0 / std::pow(d + 1.0 - m_band, m_info.Exponent));
+    s.columns.push_back(j);
+    s.weights.push_back(d <= m_band ? 1.0 : 1.0 / std::pow(d + 1.0 - m_band, m_info.Exponent));
   }
 }
 
-void ZoWeightsRowBuilder::KNearestRow(std::int64_t i, std::vector<std::int64_t>& columns,
-                                      std::vector<double>& weights) const {
-  std::vector<std::size_t> idx, same;
-  std::vector<double> dist, sameDist;
+void ZoWeightsRowBuilder::KNearestRow(std::int64_t i, Scratch& s) const {
   const std::size_t k = static_cast<std::size_t>(std::max(m_info.KNeighbors, 0));
   const LumaPoint3D q = To3D(m_points[static_cast<std::size_t>(i)]);
   // k + 1: the feature itself is among the points, at distance 0.
-  const std::size_t found = m_tree->SearchKdTree(q, k + 1, idx, dist, m_method);
+  const std::size_t found = m_tree->SearchKdTree(q, k + 1, s.idx, s.dist, m_method);
   bool allCoincident = found >= k;
   for (std::size_t h = 0; h < k && h < found; ++h)
-    if (!(dist[h] > -kCoincident && dist[h] < kCoincident)) allCoincident = false;
+    if (!(s.dist[h] > -kCoincident && s.dist[h] < kCoincident)) allCoincident = false;
   if (allCoincident) {
-    m_tree->SearchKdTreeDis2(q, 0.0, same, sameDist, m_method);
+    m_tree->SearchKdTreeDis2(q, 0.0, s.same, s.sameDist, m_method);
     const std::size_t others =
-        same.size() - static_cast<std::size_t>(std::count(same.begin(), same.end(), static_cast<std::size_t>(i)));
+        s.same.size() - static_cast<std::size_t>(std::count(s.same.begin(), s.same.end(), static_cast<std::size_t>(i)));
     if (others > k) {
-      for (std::size_t j : same)
-        if (static_cast<std::int64_t>(j) != i) columns.push_back(static_cast<std::int64_t>(j));
-      weights.assign(columns.size(), 1.0);
+      for (std::size_t j : s.same)
+        if (static_cast<std::int64_t>(j) != i) s.columns.push_back(static_cast<std::int64_t>(j));
+      s.weights.assign(s.columns.size(), 1.0);
       return;
     }
   }
   for (std::size_t h = 0; h < found; ++h)
-    if (static_cast<std::int64_t>(idx[h]) != i) columns.push_back(static_cast<std::int64_t>(idx[h]));
-  weights.assign(columns.size(), 1.0);
+    if (static_cast<std::int64_t>(s.idx[h]) != i) s.columns.push_back(static_cast<std::int64_t>(s.idx[h]));
+  s.weights.assign(s.columns.size(), 1.0);
 }
 
 }  // namespace ZOC

@@ -52,28 +52,46 @@ class ZoWeightsRowBuilder {
     std::int64_t First() const { return m_first; }
     std::int64_t Count() const { return static_cast<std::int64_t>(m_spans.size()); }
     // Row first + k.
-    std::size_t Size(std::int64_t k) const { return m_spans[static_cast<std::size_t>(k)].second; }
+    std::size_t Size(std::int64_t k) const { return m_spans[static_cast<std::size_t>(k)].size; }
     const std::int64_t* Columns(std::int64_t k) const {
-      return m_columns.data() + m_spans[static_cast<std::size_t>(k)].first;
+      const Span& s = m_spans[static_cast<std::size_t>(k)];
+      return m_columns[s.part].data() + s.offset;
     }
     const double* Weights(std::int64_t k) const {
-      return m_weights.data() + m_spans[static_cast<std::size_t>(k)].first;
+      const Span& s = m_spans[static_cast<std::size_t>(k)];
+      return m_weights[s.part].data() + s.offset;
     }
 
    private:
     friend class ZoWeightsRowBuilder;
+    // Each thread appends the rows it computed to its own part.
+    struct Span {
+      std::size_t part = 0, offset = 0, size = 0;
+    };
     std::int64_t m_first = 0;
-    std::vector<std::pair<std::size_t, std::size_t>> m_spans;
-    std::vector<std::int64_t> m_columns;
-    std::vector<double> m_weights;
+    std::vector<Span> m_spans;
+    std::vector<std::vector<std::int64_t>> m_columns;
+    std::vector<std::vector<double>> m_weights;
   };
   void FillBlock(std::int64_t first, std::int64_t count, Block& block) const;
+  // Every feature number in spatial (Z) order; empty for contiguity.
+  std::vector<std::int64_t> SpatialOrder() const;
 
  private:
+  // A row's working memory, reused from row to row by one thread so that a
+  // row allocates nothing once the buffers have grown.
+  struct Scratch {
+    std::vector<std::size_t> idx, same;
+    std::vector<double> dist, sameDist;
+    std::vector<std::int64_t> columns;
+    std::vector<double> weights;
+    std::vector<std::pair<std::int64_t, double>> sorted;
+  };
   bool PrepareSearch();
-  void DistanceRow(std::int64_t i, std::vector<std::int64_t>& columns, std::vector<double>& weights) const;
-  void ZoneRow(std::int64_t i, std::vector<std::int64_t>& columns, std::vector<double>& weights) const;
-  void KNearestRow(std::int64_t i, std::vector<std::int64_t>& columns, std::vector<double>& weights) const;
+  void RowInto(std::int64_t i, Scratch& s) const;
+  void DistanceRow(std::int64_t i, Scratch& s) const;
+  void ZoneRow(std::int64_t i, Scratch& s) const;
+  void KNearestRow(std::int64_t i, Scratch& s) const;
 
   ZoStatisticsUtilities& m_utilities;
   ZoPatternsInformation m_info;
