@@ -146,13 +146,23 @@ bool GwrModel::LocalFit(std::int64_t i, double b, Scratch& s, Local& out) const 
 
 bool GwrModel::ForEachFeature(const std::function<void(std::int64_t, Scratch&)>& body,
                               const GwrProgress& progress) const {
+  return ForEachSpan(
+      8,
+      [&](std::int64_t first, std::int64_t count, Scratch& s) {
+        for (std::int64_t i = first; i < first + count; ++i) body(i, s);
+      },
+      progress);
+}
+
+bool GwrModel::ForEachSpan(std::int64_t span, const std::function<void(std::int64_t, std::int64_t, Scratch&)>& body,
+                           const GwrProgress& progress) const {
   const std::int64_t n = m_design.n;
   const int p = m_design.p();
   for (std::int64_t start = 0; start < n; start += kBlock) {
     if (progress && !progress(start)) return false;
     const std::int64_t end = std::min(n, start + kBlock);
     std::atomic<bool> outOfMemory{false};
-    // Every feature's work is sequential and lands in its own slots, so the
+    // Every span's work is sequential and lands in its own slots, so the
     // results do not depend on the number of threads or the schedule.
 #pragma omp parallel
     {
@@ -164,11 +174,11 @@ bool GwrModel::ForEachFeature(const std::function<void(std::int64_t, Scratch&)>&
       } catch (const std::bad_alloc&) {
         outOfMemory = true;
       }
-#pragma omp for schedule(dynamic, 8)
-      for (std::int64_t i = start; i < end; ++i) {
+#pragma omp for schedule(dynamic, 1)
+      for (std::int64_t first = start; first < end; first += span) {
         if (!s) continue;
         try {
-          body(i, *s);
+          body(first, std::min(span, end - first), *s);
         } catch (const std::bad_alloc&) {
           outOfMemory = true;
         }

@@ -148,6 +148,10 @@ class GwrModel {
   // Runs body(first, count, scratch) over blocks of features in parallel.
   bool ForEachBlock(const std::function<void(std::int64_t, std::int64_t, Scratch&)>& body,
                     const GwrProgress& progress) const;
+  // The parallel loop under both: spans of `span` features, progress polled
+  // between chunks of features.
+  bool ForEachSpan(std::int64_t span, const std::function<void(std::int64_t, std::int64_t, Scratch&)>& body,
+                   const GwrProgress& progress) const;
   double Distance(std::int64_t i, std::int64_t j) const {
     const auto& a = m_points[static_cast<std::size_t>(i)];
     const auto& b = m_points[static_cast<std::size_t>(j)];

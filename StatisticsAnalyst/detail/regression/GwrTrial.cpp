@@ -3,7 +3,6 @@
 // whole cost (tens of them), so it never rebuilds a local design: ZᵀWZ and
 // ZᵀWy are weighted sums of rows of products computed once per model.
 #include <algorithm>
-#include <atomic>
 #include <cmath>
 #include <new>
 
@@ -13,7 +12,6 @@ namespace ZOC::regression {
 
 namespace {
 
-constexpr std::int64_t kProgressBlock = 4096;
 // A dense block's kernel rows hold about this many weights (2 MB).
 constexpr std::int64_t kBlockWeights = std::int64_t{1} << 18;
 
@@ -158,34 +156,7 @@ bool GwrModel::Trial(double b, std::vector<double>& predicted, std::vector<doubl
 bool GwrModel::ForEachBlock(const std::function<void(std::int64_t, std::int64_t, Scratch&)>& body,
                             const GwrProgress& progress) const {
   const std::int64_t n = m_design.n;
-  const int p = m_design.p();
-  const std::int64_t block = std::clamp<std::int64_t>(kBlockWeights / std::max<std::int64_t>(n, 1), 1, 64);
-  for (std::int64_t start = 0; start < n; start += kProgressBlock) {
-    if (progress && !progress(start)) return false;
-    const std::int64_t end = std::min(n, start + kProgressBlock);
-    std::atomic<bool> outOfMemory{false};
-    // As in ForEachFeature: every block's results land in its own slots.
-#pragma omp parallel
-    {
-      std::unique_ptr<Scratch> s;
-      try {
-        s = std::make_unique<Scratch>(p);
-      } catch (const std::bad_alloc&) {
-        outOfMemory = true;
-      }
-#pragma omp for schedule(dynamic, 1)
-      for (std::int64_t first = start; first < end; first += block) {
-        if (!s) continue;
-        try {
-          body(first, std::min(block, end - first), *s);
-        } catch (const std::bad_alloc&) {
-          outOfMemory = true;
-        }
-      }
-    }
-    if (outOfMemory) throw std::bad_alloc();
-  }
-  return !progress || progress(n);
+  return ForEachSpan(std::clamp<std::int64_t>(kBlockWeights / std::max<std::int64_t>(n, 1), 1, 64), body, progress);
 }
 
 }  // namespace ZOC::regression
