@@ -49,8 +49,8 @@ void RunRows(benchmark::State& state, const ZoPatternsInformation& info) {
     // Rows in blocks computed in spatial order, as the weights-file writers take them.
     ZoWeightsRowBuilder::Block block;
     stored = 0;
-    for (std::int64_t first = 0; first < rows.Count(); first += 1 << 15) {
-      rows.FillBlock(first, std::min<std::int64_t>(1 << 15, rows.Count() - first), block);
+    for (std::int64_t first = 0; first < rows.Count(); first += ZoWeightsRowBuilder::kBlockRows) {
+      rows.FillBlock(first, block);
       for (std::int64_t k = 0; k < block.Count(); ++k) stored += static_cast<std::int64_t>(block.Size(k));
     }
   }

@@ -22,7 +22,7 @@ STAGES = [
     ("statistic", r"ZoMoranSums::|ZoGeneralGSums::|local::GiStar|local::LocalMoran|local::Fdr|local::Confidence|"
                   r"local::ClusterOutlierTypes|MoranMoments|FeedUnits|NormalCdf|pnorm|HotSpot::|ClusterOutlier::|"
                   r"LocalStatistic|Classif"),
-    ("in-memory weights (CSR) build", r"CsrWeights::Append|CsrWeights::Start|BuildInMemory"),
+    ("in-memory weights (CSR) build", r"CsrWeights::AppendRows|CsrWeights::InFeatureOrder|CsrWeights::Start|BuildInMemory"),
     ("in-memory weights (CSR) rows", r"CsrWeights::Row"),
     ("OpenMP wait", r"gomp_|GOMP_"),
     ("reading points", r"PickUpBaryCenters|GetBaryCenter|ReadPoints"),

@@ -136,6 +136,41 @@ TEST(HostKdTree, GridTiesIncludeBoundaryAndFavourLowerIndices) {
   }
 }
 
+// The batch search over the tree's own points answers each point as brute
+// force does: ties on the grid, exact duplicates beyond a leaf's size, points
+// off the plane, ranges that cut leaves, k beyond a leaf's size.
+TEST(HostKdTree, SpatialRangesMatchBruteForce) {
+  auto grid = ShuffledGrid(24, 5);
+  for (int i = 0; i < 40; ++i) grid.push_back(grid[3]);  // a stack taller than a leaf
+  auto solid = RandomPoints(700, 11);
+  std::mt19937 rng(4);
+  for (auto& p : solid) p.z = std::uniform_real_distribution<double>(0.0, 30.0)(rng);
+  for (const auto& pts : {RandomPoints(900, 2), grid, solid}) {
+    for (std::size_t bucket : {1, 4, 30}) {
+      ZoKdTree tree(pts.data(), pts.size());
+      tree.SetMaxBucketSize(bucket);
+      ASSERT_TRUE(tree.Build());
+      std::vector<std::int64_t> order;
+      ASSERT_TRUE(tree.GetSpatialOrder(order));
+      ASSERT_EQ(order.size(), pts.size());
+      for (int method : {kEuclidean, kManhattan})
+        for (std::size_t k : {std::size_t{1}, std::size_t{9}, std::size_t{45}}) {
+          std::vector<int> seen(pts.size(), 0);
+          const auto check = [&](std::size_t position, const std::size_t* idx, const double* dist, std::size_t n) {
+            const LumaPoint3D& q = pts[static_cast<std::size_t>(order[position])];
+            const Hits got{{idx, idx + n}, {dist, dist + n}};
+            ASSERT_EQ(got, Brute(pts, q, k, DBL_MAX, method)) << bucket << " k=" << k << " method=" << method;
+            ++seen[position];
+          };
+          const std::size_t cut = pts.size() / 3 + 1;  // inside a leaf
+          ASSERT_TRUE(tree.SearchSpatialRange(0, cut, k, method, check));
+          ASSERT_TRUE(tree.SearchSpatialRange(cut, pts.size() + 10, k, method, check));
+          EXPECT_EQ(std::count(seen.begin(), seen.end(), 1), static_cast<std::ptrdiff_t>(pts.size()));
+        }
+    }
+  }
+}
+
 TEST(HostKdTree, ConcurrentQueriesAgree) {
   const auto pts = ShuffledGrid(30, 8);
   ZoKdTreec tree(pts.data(), pts.size());

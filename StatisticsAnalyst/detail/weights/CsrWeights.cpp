@@ -21,8 +21,8 @@ std::uint64_t ResolveBudget(std::int64_t requested) {
 }
 
 std::uint64_t CsrWeights::Bytes(std::int64_t n, std::int64_t stored) {
-  // Offsets (n + 1) and row sums (n), then a column and a weight per entry.
-  return static_cast<std::uint64_t>(n + 1) * sizeof(std::int64_t) + static_cast<std::uint64_t>(n) * sizeof(double) +
+  // Each row's bounds and sum, then a column and a weight per entry.
+  return static_cast<std::uint64_t>(n) * (2 * sizeof(std::int64_t) + sizeof(double)) +
          static_cast<std::uint64_t>(stored) * (sizeof(std::int32_t) + sizeof(double));
 }
 
@@ -30,42 +30,75 @@ bool CsrWeights::Start(std::int64_t n, std::uint64_t budget) {
   Release();
   m_budget = budget;
   if (n < 0 || Bytes(n, 0) > budget) return false;
-  m_offsets.reserve(static_cast<std::size_t>(n) + 1);
-  m_sums.reserve(static_cast<std::size_t>(n));
-  m_offsets.push_back(0);
+  m_begin.assign(static_cast<std::size_t>(n), 0);
+  m_end.assign(static_cast<std::size_t>(n), 0);
+  m_sums.assign(static_cast<std::size_t>(n), 0.0);
   return true;
 }
 
-bool CsrWeights::Append(const std::int64_t* columns, const double* weights, std::size_t size) {
-  const std::int64_t rows = Count() + 1;
-  if (Bytes(rows, Stored() + static_cast<std::int64_t>(size)) > m_budget) {
+bool CsrWeights::AppendRows(const std::vector<RowView>& rows) {
+  const auto count = static_cast<std::int64_t>(rows.size());
+  std::vector<std::int64_t> kept(rows.size());
+  bool weighted = false;
+#pragma omp parallel for schedule(static) reduction(|| : weighted)
+  for (std::int64_t r = 0; r < count; ++r) {
+    const RowView& row = rows[static_cast<std::size_t>(r)];
+    std::int64_t stored = 0;
+    for (std::size_t h = 0; h < row.size; ++h)
+      if (weightsfile::IsStoredWeight(row.weights[h])) {
+        ++stored;
+        weighted = weighted || row.weights[h] != 1.0;
+      }
+    kept[static_cast<std::size_t>(r)] = stored;
+  }
+  std::int64_t total = Stored();
+  for (std::size_t r = 0; r < rows.size(); ++r) {
+    const RowView& row = rows[r];
+    if (row.row < 0 || row.row >= Count()) {
+      Release();
+      return false;
+    }
+    m_begin[static_cast<std::size_t>(row.row)] = total;
+    total += kept[r];
+    m_end[static_cast<std::size_t>(row.row)] = total;
+  }
+  if (Bytes(Count(), total) > m_budget) {
     Release();
     return false;
   }
-  // The same filter and the same summation order as the file writer.
-  double sum = 0.0;
-  for (std::size_t h = 0; h < size; ++h) {
-    if (!weightsfile::IsStoredWeight(weights[h])) continue;
-    if (m_binary && weights[h] != 1.0) {
-      m_binary = false;
-      m_weights.assign(m_columns.size(), 1.0);
-    }
-    m_columns.push_back(static_cast<std::int32_t>(columns[h]));
-    if (!m_binary) m_weights.push_back(weights[h]);
-    sum += weights[h];
+  if (weighted && m_binary) {
+    m_binary = false;
+    m_weights.assign(m_columns.size(), 1.0);
   }
-  m_sums.push_back(sum);
-  m_offsets.push_back(static_cast<std::int64_t>(m_columns.size()));
+  m_columns.resize(static_cast<std::size_t>(total));
+  if (!m_binary) m_weights.resize(static_cast<std::size_t>(total));
+    // The same filter and the same summation order as the file writer.
+#pragma omp parallel for schedule(static)
+  for (std::int64_t r = 0; r < count; ++r) {
+    const RowView& row = rows[static_cast<std::size_t>(r)];
+    std::size_t at = Begin(row.row);
+    double sum = 0.0;
+    for (std::size_t h = 0; h < row.size; ++h) {
+      if (!weightsfile::IsStoredWeight(row.weights[h])) continue;
+      m_columns[at] = static_cast<std::int32_t>(row.columns[h]);
+      if (!m_binary) m_weights[at] = row.weights[h];
+      ++at;
+      sum += row.weights[h];
+    }
+    m_sums[static_cast<std::size_t>(row.row)] = sum;
+  }
   return true;
 }
 
 void CsrWeights::Release() {
-  std::vector<std::int64_t>().swap(m_offsets);
+  std::vector<std::int64_t>().swap(m_begin);
+  std::vector<std::int64_t>().swap(m_end);
   std::vector<std::int32_t>().swap(m_columns);
   std::vector<double>().swap(m_weights);
   std::vector<double>().swap(m_sums);
   std::vector<std::uint8_t>().swap(m_reverse);
   m_binary = true;
+  m_next = 0;
 }
 
 void CsrWeights::SetReading(bool standardized, bool normalize, bool transposed, bool symmetric,
@@ -76,6 +109,44 @@ void CsrWeights::SetReading(bool standardized, bool normalize, bool transposed, 
   m_symmetric = symmetric;
   std::vector<std::uint8_t>().swap(m_reverse);
   if (transposed && !symmetric && m_binary) FindReverse(order);
+  InFeatureOrder();
+}
+
+void CsrWeights::InFeatureOrder() {
+  const auto n = Count();
+  bool ordered = true;
+  for (std::int64_t i = 0; i < n && ordered; ++i) ordered = Begin(i) == (i == 0 ? 0 : End(i - 1));
+  if (ordered) return;
+  // Rows set along a spatial order are read in feature order by the sums:
+  // laid out that way, each row read continues where the last one ended.
+  std::vector<std::int64_t> begin(static_cast<std::size_t>(n)), end(static_cast<std::size_t>(n));
+  std::int64_t at = 0;
+  for (std::int64_t i = 0; i < n; ++i) {
+    begin[static_cast<std::size_t>(i)] = at;
+    at += static_cast<std::int64_t>(End(i) - Begin(i));
+    end[static_cast<std::size_t>(i)] = at;
+  }
+  std::vector<std::int32_t> columns(m_columns.size());
+  std::vector<double> weights(m_weights.size());
+  std::vector<std::uint8_t> reverse(m_reverse.size());
+#pragma omp parallel for schedule(static)
+  for (std::int64_t i = 0; i < n; ++i) {
+    const std::size_t from = Begin(i), size = End(i) - from,
+                      to = static_cast<std::size_t>(begin[static_cast<std::size_t>(i)]);
+    std::copy_n(m_columns.begin() + static_cast<std::ptrdiff_t>(from), size,
+                columns.begin() + static_cast<std::ptrdiff_t>(to));
+    if (!weights.empty())
+      std::copy_n(m_weights.begin() + static_cast<std::ptrdiff_t>(from), size,
+                  weights.begin() + static_cast<std::ptrdiff_t>(to));
+    if (!reverse.empty())
+      std::copy_n(m_reverse.begin() + static_cast<std::ptrdiff_t>(from), size,
+                  reverse.begin() + static_cast<std::ptrdiff_t>(to));
+  }
+  m_columns.swap(columns);
+  m_weights.swap(weights);
+  m_reverse.swap(reverse);
+  m_begin.swap(begin);
+  m_end.swap(end);
 }
 
 void CsrWeights::FindReverse(const std::vector<std::int64_t>* order) {
@@ -86,8 +157,7 @@ void CsrWeights::FindReverse(const std::vector<std::int64_t>* order) {
 #pragma omp parallel for schedule(static)
   for (std::int64_t k = 0; k < n; ++k) {
     const std::int64_t i = ordered ? (*order)[static_cast<std::size_t>(k)] : k;
-    const auto end = static_cast<std::size_t>(m_offsets[static_cast<std::size_t>(i) + 1]);
-    for (auto e = static_cast<std::size_t>(m_offsets[static_cast<std::size_t>(i)]); e < end; ++e)
+    for (std::size_t e = Begin(i), end = End(i); e < end; ++e)
       m_reverse[e] = Raw(m_columns[e], static_cast<std::int32_t>(i)) != 0.0 ? 1 : 0;
   }
 }
@@ -101,15 +171,14 @@ double CsrWeights::Normalized(double raw, std::int64_t row) const {
 
 double CsrWeights::Raw(std::int64_t row, std::int32_t column) const {
   // Rows hold their neighbours in ascending order.
-  const auto first = m_columns.begin() + m_offsets[static_cast<std::size_t>(row)];
-  const auto last = m_columns.begin() + m_offsets[static_cast<std::size_t>(row) + 1];
+  const auto first = m_columns.begin() + static_cast<std::ptrdiff_t>(Begin(row));
+  const auto last = m_columns.begin() + static_cast<std::ptrdiff_t>(End(row));
   const auto it = std::lower_bound(first, last, column);
   return (it != last && *it == column) ? Stored(static_cast<std::size_t>(it - m_columns.begin())) : 0.0;
 }
 
 void CsrWeights::Row(std::int64_t i, ZoSparseRow& row) const {
-  const auto begin = static_cast<std::size_t>(m_offsets[static_cast<std::size_t>(i)]);
-  const auto end = static_cast<std::size_t>(m_offsets[static_cast<std::size_t>(i) + 1]);
+  const std::size_t begin = Begin(i), end = End(i);
   row.columns.assign(m_columns.begin() + static_cast<std::ptrdiff_t>(begin),
                      m_columns.begin() + static_cast<std::ptrdiff_t>(end));
   row.weights.resize(end - begin);
@@ -133,13 +202,11 @@ void CsrWeights::Row(std::int64_t i, ZoSparseRow& row) const {
 void CsrWeights::ColumnSums(bool withDiagonal, std::vector<double>& sums) const {
   sums.assign(m_sums.size(), 0.0);
   const auto n = Count();
-  for (std::int64_t i = 0; i < n; ++i) {
-    const auto end = static_cast<std::size_t>(m_offsets[static_cast<std::size_t>(i) + 1]);
-    for (auto k = static_cast<std::size_t>(m_offsets[static_cast<std::size_t>(i)]); k < end; ++k) {
+  for (std::int64_t i = 0; i < n; ++i)
+    for (std::size_t k = Begin(i), end = End(i); k < end; ++k) {
       const std::int32_t j = m_columns[k];
       if (withDiagonal || j != i) sums[static_cast<std::size_t>(j)] += Normalized(Stored(k), i);
     }
-  }
 }
 
 }  // namespace ZOC::detail::weights

@@ -23,13 +23,27 @@ class CsrWeights {
   // Bytes held for n rows with `stored` weights in all.
   static std::uint64_t Bytes(std::int64_t n, std::int64_t stored);
 
-  // Starts empty rows for n features within `budget` bytes; false (nothing
-  // held) when even the row tables do not fit.
+  // Starts n empty rows within `budget` bytes; false (nothing held) when even
+  // the row tables do not fit.
   bool Start(std::int64_t n, std::uint64_t budget);
-  // Appends the next row: the weights a weights file would store (those not
-  // counted as zero) and their sum. False, and everything released, when the
-  // row would take the weights over the budget.
-  bool Append(const std::int64_t* columns, const double* weights, std::size_t size);
+  // A row as its producer holds it: its feature number, neighbours and their
+  // weights.
+  struct RowView {
+    std::int64_t row;
+    const std::int64_t* columns;
+    const double* weights;
+    std::size_t size;
+  };
+  // Sets the given rows, in any order (each row once): of each, the weights
+  // a weights file would store (those not counted as zero) and their sum.
+  // The rows are copied on every core; each row's sum is taken in its own
+  // order, as the file writer does. False, and everything released, when
+  // the rows would take the weights over the budget.
+  bool AppendRows(const std::vector<RowView>& rows);
+  // Sets the row after the last one set by Append.
+  bool Append(const std::int64_t* columns, const double* weights, std::size_t size) {
+    return AppendRows({RowView{m_next++, columns, weights, size}});
+  }
   void Release();
 
   std::int64_t Count() const { return static_cast<std::int64_t>(m_sums.size()); }
@@ -53,10 +67,17 @@ class CsrWeights {
   double Normalized(double raw, std::int64_t row) const;
   double Raw(std::int64_t row, std::int32_t column) const;
   double Stored(std::size_t k) const { return m_binary ? 1.0 : m_weights[k]; }
+  std::size_t Begin(std::int64_t row) const { return static_cast<std::size_t>(m_begin[static_cast<std::size_t>(row)]); }
+  std::size_t End(std::int64_t row) const { return static_cast<std::size_t>(m_end[static_cast<std::size_t>(row)]); }
   void FindReverse(const std::vector<std::int64_t>* order);
+  // Lays the rows out in feature order, if they are not already.
+  void InFeatureOrder();
 
   std::uint64_t m_budget = 0;
-  std::vector<std::int64_t> m_offsets;
+  std::int64_t m_next = 0;  // the row Append sets
+  // Row i's weights are at [m_begin[i], m_end[i]) of the arrays below; rows
+  // lie in the order they were set, which need not be feature order.
+  std::vector<std::int64_t> m_begin, m_end;
   std::vector<std::int32_t> m_columns;
   // Every stored weight is 1 (K nearest, fixed band, contiguity): the weights
   // are not held, only the columns.

@@ -102,13 +102,12 @@ bool ZoWeightsUtilities::WriteRows(const ZoWeightsRowBuilder& rows, LumaArray<Zo
                                    LumaArray<double>& rowSums, bool standardize, Emit&& emit) {
   // Rows are computed a block at a time in spatial order and written in
   // feature order; a block holds a bounded number of rows.
-  constexpr std::int64_t kBlock = 1 << 15;
   const std::int64_t n = rows.Count();
   ZoWeightsRowBuilder::Block block;
   std::vector<std::int64_t> kept;
   std::vector<double> keptWeights;
-  for (std::int64_t first = 0; first < n; first += kBlock) {
-    rows.FillBlock(first, std::min(kBlock, n - first), block);
+  for (std::int64_t first = 0; first < n; first += ZoWeightsRowBuilder::kBlockRows) {
+    rows.FillBlock(first, block);
     for (std::int64_t k = 0; k < block.Count(); ++k) {
       const std::int64_t i = first + k;
       if (m_call && !m_call->Step(m_progressFormat, i, n)) {

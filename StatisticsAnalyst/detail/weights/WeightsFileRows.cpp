@@ -1,6 +1,7 @@
 #include "StatisticsAnalyst/detail/weights/WeightsFileRows.h"
 
 #include <algorithm>
+#include <memory>
 #include <new>
 #include <numeric>
 
@@ -56,7 +57,7 @@ bool ZoWeightsFileRows::BuildInMemory(ZoRecordset* records, const ZoPatternsInfo
   rowsInfo.DistanceMethod =
       ZoStatisticsUtilities::ValidateDistanceMethod(info.DistanceMethod, records->GetDataset()->GetPrjCoordSys());
   ZoStatisticsUtilities utilities;
-  ZoWeightsRowBuilder rows(utilities);
+  auto rows = std::make_unique<ZoWeightsRowBuilder>(utilities);
   const bool contiguity =
       info.Conceptualization == ContiguityEdgesOnly || info.Conceptualization == ContiguityEdgesCorners;
   if (given && !contiguity && !given->status) {
@@ -64,42 +65,51 @@ bool ZoWeightsFileRows::BuildInMemory(ZoRecordset* records, const ZoPatternsInfo
     Fail(msg::ESa008);
     return false;
   }
-  const bool prepared = given && !contiguity ? rows.PrepareFromPoints(std::move(given->points),
-                                                                      records->GetDataset()->GetPrjCoordSys(), rowsInfo)
-                                             : rows.Prepare(records, rowsInfo);
+  const bool prepared =
+      given && !contiguity
+          ? rows->PrepareFromPoints(std::move(given->points), records->GetDataset()->GetPrjCoordSys(), rowsInfo)
+          : rows->Prepare(records, rowsInfo);
   if (!prepared) {
     m_error += utilities.GetStrErrorMes();
-    if (rows.FailedId()) Fail(rows.FailedId());
+    if (rows->FailedId()) Fail(rows->FailedId());
     return false;
   }
-  if (!m_csr.Start(rows.Count(), budget)) return false;
+  if (!m_csr.Start(rows->Count(), budget) || !FillInMemory(*rows, progress)) return false;
+  // The temporary file would hold row sums when standardizing, and its
+  // relationship decides whether w(j, i) is read from row j.
+  const bool symmetric = info.Conceptualization >= InverseDistance && info.Conceptualization <= ContiguityEdgesCorners;
+  std::vector<std::int64_t> order;
+  if (transposed && !symmetric) order = rows->SpatialOrder();
+  rows.reset();  // the tree and the points go before the rows are laid out for reading
+  m_csr.SetReading(info.Standardization, normalize, transposed, symmetric, &order);
+  m_field = kSystemIdField;
+  m_inMemory = true;
+  return true;
+}
+
+bool ZoWeightsFileRows::FillInMemory(const ZoWeightsRowBuilder& rows, ZoProgress* progress) {
   ZoCallProgress call(progress, progress != nullptr);
   LumaUnicodeString format;
   if (call) {
     call->SetTitleMessage(ZoStringEx::LoadResString(msg::IMb330));
     format = ZoStringEx::LoadResString(msg::IMb331);
   }
-  // Rows are computed a block at a time in spatial order, kept in feature order.
-  constexpr std::int64_t kBlock = 1 << 15;
+  // Rows are computed a block at a time along the spatial order and kept
+  // where they fall; progress and cancellation are polled once a block.
   ZoWeightsRowBuilder::Block block;
-  for (std::int64_t first = 0; first < rows.Count(); first += kBlock) {
-    rows.FillBlock(first, std::min(kBlock, rows.Count() - first), block);
-    for (std::int64_t k = 0; k < block.Count(); ++k) {
-      if (call && !call.Step(format, first + k, rows.Count())) {
-        m_csr.Release();
-        Fail(msg::IMb030);
-        return false;
-      }
-      if (!m_csr.Append(block.Columns(k), block.Weights(k), block.Size(k))) return false;
+  std::vector<detail::weights::CsrWeights::RowView> views;
+  for (std::int64_t first = 0; first < rows.Count(); first += ZoWeightsRowBuilder::kBlockRows) {
+    if (call && !call.Step(format, first, rows.Count())) {
+      m_csr.Release();
+      Fail(msg::IMb030);
+      return false;
     }
+    rows.FillSpatialBlock(first, block);
+    views.clear();
+    for (std::int64_t k = 0; k < block.Count(); ++k)
+      views.push_back({block.Feature(k), block.Columns(k), block.Weights(k), block.Size(k)});
+    if (!m_csr.AppendRows(views)) return false;
   }
-  // The temporary file would hold row sums when standardizing, and its
-  // relationship decides whether w(j, i) is read from row j.
-  const bool symmetric = info.Conceptualization >= InverseDistance && info.Conceptualization <= ContiguityEdgesCorners;
-  const std::vector<std::int64_t> order = transposed && !symmetric ? rows.SpatialOrder() : std::vector<std::int64_t>();
-  m_csr.SetReading(info.Standardization, normalize, transposed, symmetric, &order);
-  m_field = kSystemIdField;
-  m_inMemory = true;
   return true;
 }
 

@@ -26,6 +26,8 @@
 
 namespace ZOC {
 
+class ZoWeightsRowBuilder;
+
 class ZoWeightsFileRows {
  public:
   ZoWeightsFileRows() = default;
@@ -74,6 +76,9 @@ class ZoWeightsFileRows {
 
  private:
   void Fail(const char* id);
+  // Every row of `rows` into the in-memory weights; false when cancelled or
+  // over the budget.
+  bool FillInMemory(const ZoWeightsRowBuilder& rows, ZoProgress* progress);
   double Normalized(double raw, std::int64_t row) const;
 
   ZoStatisticsUtilities m_utilities;

@@ -1,7 +1,5 @@
 #include "StatisticsAnalyst/detail/weights/WeightsRowBuilder.h"
 
-#include "StatisticsAnalyst/detail/common/SpatialOrder.h"
-
 #include <algorithm>
 #include <cmath>
 #include <new>
@@ -66,7 +64,8 @@ bool ZoWeightsRowBuilder::PrepareFromPoints(LumaArray<LumaPoint2D> points, const
 bool ZoWeightsRowBuilder::PrepareSearch() {
   m_tree.reset(m_utilities.CreateKDTree(&m_buffer, m_points));
   if (!m_tree) return false;  // the utilities already hold "ESa032"
-  m_keys = SpatialKeys(m_points);
+  // Queries in the tree's own leaf order read its points and nodes from cache.
+  if (!m_tree->GetSpatialOrder(m_order)) return false;
   if (m_info.Conceptualization != KNearestNeighbors)
     m_band = m_utilities.CalculateTolerance(m_tree.get(), m_points, m_info.DistanceTolerance, m_method);
   return true;
@@ -101,36 +100,45 @@ void ZoWeightsRowBuilder::RowInto(std::int64_t i, Scratch& s) const {
   SortByColumn(s.columns, s.weights, s.sorted);
 }
 
-std::vector<std::int64_t> ZoWeightsRowBuilder::SpatialOrder() const {
-  std::vector<std::int64_t> order(m_keys.size());
-  std::iota(order.begin(), order.end(), std::int64_t{0});
-  std::sort(order.begin(), order.end(), [this](std::int64_t a, std::int64_t b) {
-    const auto ka = m_keys[static_cast<std::size_t>(a)], kb = m_keys[static_cast<std::size_t>(b)];
-    return ka < kb || (ka == kb && a < b);
-  });
-  return order;
-}
-
-void ZoWeightsRowBuilder::FillBlock(std::int64_t first, std::int64_t count, Block& block) const {
+void ZoWeightsRowBuilder::StartBlock(std::int64_t first, std::int64_t count, Block& block) const {
   block.m_first = first;
+  block.m_features = nullptr;
   block.m_spans.assign(static_cast<std::size_t>(count), {});
-  std::vector<std::int64_t> order(static_cast<std::size_t>(count));
-  std::iota(order.begin(), order.end(), first);
-  if (!m_keys.empty())
-    std::sort(order.begin(), order.end(), [this](std::int64_t a, std::int64_t b) {
-      const auto ka = m_keys[static_cast<std::size_t>(a)], kb = m_keys[static_cast<std::size_t>(b)];
-      return ka < kb || (ka == kb && a < b);
-    });
-  // Each row is searched on its own, so the rows do not depend on how the
-  // threads share them out; a static schedule over the spatial order gives
-  // each thread one compact stretch of the plane.
   const auto parts = static_cast<std::size_t>(std::max(omp_get_max_threads(), 1));
   block.m_columns.resize(parts);
   block.m_weights.resize(parts);
   for (std::size_t t = 0; t < parts; ++t) block.m_columns[t].clear(), block.m_weights[t].clear();
+}
+
+void ZoWeightsRowBuilder::Keep(Block& block, std::size_t part, std::int64_t k, const Scratch& s) {
+  block.m_spans[static_cast<std::size_t>(k)] = {part, block.m_columns[part].size(), s.columns.size()};
+  block.m_columns[part].insert(block.m_columns[part].end(), s.columns.begin(), s.columns.end());
+  block.m_weights[part].insert(block.m_weights[part].end(), s.weights.begin(), s.weights.end());
+}
+
+void ZoWeightsRowBuilder::FillBlock(std::int64_t first, Block& block) const {
+  const std::int64_t count = std::min(kBlockRows, m_count - first);
+  StartBlock(first, count, block);
+  // Each block keeps the spatial order for its features (one counting pass).
+  std::call_once(m_blockOrderOnce, [this] {
+    m_blockOrder.resize(m_order.size());
+    std::vector<std::int64_t> next(static_cast<std::size_t>((m_count + kBlockRows - 1) / kBlockRows));
+    for (std::size_t b = 0; b < next.size(); ++b) next[b] = static_cast<std::int64_t>(b) * kBlockRows;
+    for (const std::int64_t i : m_order)
+      m_blockOrder[static_cast<std::size_t>(next[static_cast<std::size_t>(i / kBlockRows)]++)] = i;
+  });
+  std::vector<std::int64_t> identity;
+  if (m_blockOrder.empty()) {
+    identity.resize(static_cast<std::size_t>(count));
+    std::iota(identity.begin(), identity.end(), first);
+  }
+  const std::int64_t* order = m_blockOrder.empty() ? identity.data() : m_blockOrder.data() + first;
+  // Each row is searched on its own, so the rows do not depend on how the
+  // threads share them out; a static schedule over the spatial order gives
+  // each thread one compact stretch of the plane.
   // An exception must not leave a parallel region: it is carried out after it.
   bool outOfMemory = false;
-#pragma omp parallel num_threads(static_cast <int>(parts))
+#pragma omp parallel num_threads(static_cast <int>(block.m_columns.size()))
   {
     const auto t = static_cast<std::size_t>(omp_get_thread_num());
     Scratch s;
@@ -139,10 +147,7 @@ void ZoWeightsRowBuilder::FillBlock(std::int64_t first, std::int64_t count, Bloc
       const std::int64_t i = order[static_cast<std::size_t>(k)];
       try {
         RowInto(i, s);
-        Block::Span& span = block.m_spans[static_cast<std::size_t>(i - first)];
-        span = {t, block.m_columns[t].size(), s.columns.size()};
-        block.m_columns[t].insert(block.m_columns[t].end(), s.columns.begin(), s.columns.end());
-        block.m_weights[t].insert(block.m_weights[t].end(), s.weights.begin(), s.weights.end());
+        Keep(block, t, i - first, s);
       } catch (...) {
 #pragma omp atomic write
         outOfMemory = true;
@@ -150,6 +155,53 @@ void ZoWeightsRowBuilder::FillBlock(std::int64_t first, std::int64_t count, Bloc
     }
   }
   if (outOfMemory) throw std::bad_alloc();
+}
+
+void ZoWeightsRowBuilder::FillSpatialBlock(std::int64_t first, Block& block) const {
+  if (m_order.empty()) return FillBlock(first, block);
+  const std::int64_t count = std::min(kBlockRows, m_count - first);
+  StartBlock(first, count, block);
+  block.m_features = m_order.data();
+  // K nearest searches a leaf's features together; the other
+  // conceptualizations search feature by feature along the same order.
+  const bool nearest = m_info.Conceptualization == KNearestNeighbors && m_info.KNeighbors > 0;
+  constexpr std::int64_t kChunk = 256;
+  const std::int64_t chunks = (count + kChunk - 1) / kChunk;
+  bool failed = false;
+#pragma omp parallel num_threads(static_cast <int>(block.m_columns.size()))
+  {
+    const auto t = static_cast<std::size_t>(omp_get_thread_num());
+    Scratch s;
+#pragma omp for schedule(static)
+    for (std::int64_t c = 0; c < chunks; ++c) {
+      const std::int64_t from = first + c * kChunk, to = std::min(first + count, from + kChunk);
+      try {
+        if (nearest) {
+          const auto keep = [&](std::size_t position, const std::size_t* found, const double* distances,
+                                std::size_t n) {
+            const std::int64_t i = m_order[position];
+            s.columns.clear();
+            s.weights.clear();
+            KNearestColumns(i, found, distances, n, s);
+            SortByColumn(s.columns, s.weights, s.sorted);
+            Keep(block, t, static_cast<std::int64_t>(position) - first, s);
+          };
+          if (!m_tree->SearchSpatialRange(static_cast<std::size_t>(from), static_cast<std::size_t>(to),
+                                          static_cast<std::size_t>(m_info.KNeighbors) + 1, m_method, keep))
+            throw std::bad_alloc();
+        } else {
+          for (std::int64_t p = from; p < to; ++p) {
+            RowInto(m_order[static_cast<std::size_t>(p)], s);
+            Keep(block, t, p - first, s);
+          }
+        }
+      } catch (...) {
+#pragma omp atomic write
+        failed = true;
+      }
+    }
+  }
+  if (failed) throw std::bad_alloc();
 }
 
 void ZoWeightsRowBuilder::DistanceRow(std::int64_t i, Scratch& s) const {
@@ -189,14 +241,20 @@ void ZoWeightsRowBuilder::ZoneRow(std::int64_t i, Scratch& s) const {
 
 void ZoWeightsRowBuilder::KNearestRow(std::int64_t i, Scratch& s) const {
   const std::size_t k = static_cast<std::size_t>(std::max(m_info.KNeighbors, 0));
-  const LumaPoint3D q = To3D(m_points[static_cast<std::size_t>(i)]);
   // k + 1: the feature itself is among the points, at distance 0.
-  const std::size_t found = m_tree->SearchKdTree(q, k + 1, s.idx, s.dist, m_method);
+  const std::size_t found =
+      m_tree->SearchKdTree(To3D(m_points[static_cast<std::size_t>(i)]), k + 1, s.idx, s.dist, m_method);
+  KNearestColumns(i, s.idx.data(), s.dist.data(), found, s);
+}
+
+void ZoWeightsRowBuilder::KNearestColumns(std::int64_t i, const std::size_t* idx, const double* dist, std::size_t found,
+                                          Scratch& s) const {
+  const std::size_t k = static_cast<std::size_t>(std::max(m_info.KNeighbors, 0));
   bool allCoincident = found >= k;
   for (std::size_t h = 0; h < k && h < found; ++h)
-    if (!(s.dist[h] > -kCoincident && s.dist[h] < kCoincident)) allCoincident = false;
+    if (!(dist[h] > -kCoincident && dist[h] < kCoincident)) allCoincident = false;
   if (allCoincident) {
-    m_tree->SearchKdTreeDis2(q, 0.0, s.same, s.sameDist, m_method);
+    m_tree->SearchKdTreeDis2(To3D(m_points[static_cast<std::size_t>(i)]), 0.0, s.same, s.sameDist, m_method);
     const std::size_t others =
         s.same.size() - static_cast<std::size_t>(std::count(s.same.begin(), s.same.end(), static_cast<std::size_t>(i)));
     if (others > k) {
@@ -207,7 +265,7 @@ void ZoWeightsRowBuilder::KNearestRow(std::int64_t i, Scratch& s) const {
     }
   }
   for (std::size_t h = 0; h < found; ++h)
-    if (static_cast<std::int64_t>(s.idx[h]) != i) s.columns.push_back(static_cast<std::int64_t>(s.idx[h]));
+    if (static_cast<std::int64_t>(idx[h]) != i) s.columns.push_back(static_cast<std::int64_t>(idx[h]));
   s.weights.assign(s.columns.size(), 1.0);
 }
 

@@ -17,6 +17,7 @@
 //   those instead, so none is picked arbitrarily.
 #include <cstdint>
 #include <memory>
+#include <mutex>
 #include <vector>
 
 #include "StatisticsAnalyst/ZoStatisticsUtilities.h"
@@ -51,6 +52,9 @@ class ZoWeightsRowBuilder {
    public:
     std::int64_t First() const { return m_first; }
     std::int64_t Count() const { return static_cast<std::int64_t>(m_spans.size()); }
+    // The feature of row k: first + k, or for a spatial block the feature at
+    // position first + k of the spatial order.
+    std::int64_t Feature(std::int64_t k) const { return m_features ? m_features[m_first + k] : m_first + k; }
     // Row first + k.
     std::size_t Size(std::int64_t k) const { return m_spans[static_cast<std::size_t>(k)].size; }
     const std::int64_t* Columns(std::int64_t k) const {
@@ -69,13 +73,23 @@ class ZoWeightsRowBuilder {
       std::size_t part = 0, offset = 0, size = 0;
     };
     std::int64_t m_first = 0;
+    const std::int64_t* m_features = nullptr;
     std::vector<Span> m_spans;
     std::vector<std::vector<std::int64_t>> m_columns;
     std::vector<std::vector<double>> m_weights;
   };
-  void FillBlock(std::int64_t first, std::int64_t count, Block& block) const;
-  // Every feature number in spatial (Z) order; empty for contiguity.
-  std::vector<std::int64_t> SpatialOrder() const;
+  // Rows are filled in blocks of this many features (the last may be short).
+  static constexpr std::int64_t kBlockRows = 1 << 15;
+  // The block of rows first .. first + min(kBlockRows, Count() - first) - 1;
+  // `first` is a multiple of kBlockRows.
+  void FillBlock(std::int64_t first, Block& block) const;
+  // The rows of the features at positions first .. first + kBlockRows - 1
+  // of SpatialOrder() (feature order for contiguity), for a consumer that
+  // takes rows in any order: neighbouring features share their searches.
+  void FillSpatialBlock(std::int64_t first, Block& block) const;
+  // Every feature number in the spatial order of the search tree's leaves;
+  // empty for contiguity.
+  const std::vector<std::int64_t>& SpatialOrder() const { return m_order; }
 
  private:
   // A row's working memory, reused from row to row by one thread so that a
@@ -92,6 +106,12 @@ class ZoWeightsRowBuilder {
   void DistanceRow(std::int64_t i, Scratch& s) const;
   void ZoneRow(std::int64_t i, Scratch& s) const;
   void KNearestRow(std::int64_t i, Scratch& s) const;
+  // Row i of K nearest from the k + 1 nearest points found for feature i.
+  void KNearestColumns(std::int64_t i, const std::size_t* found, const double* distances, std::size_t count,
+                       Scratch& s) const;
+  // Appends the finished row of feature i to the calling thread's part.
+  static void Keep(Block& block, std::size_t part, std::int64_t k, const Scratch& s);
+  void StartBlock(std::int64_t first, std::int64_t count, Block& block) const;
 
   ZoStatisticsUtilities& m_utilities;
   ZoPatternsInformation m_info;
@@ -102,7 +122,12 @@ class ZoWeightsRowBuilder {
   ZoContiguityGrid m_grid;
   ZoDistanceMethod m_method = Euclidean;
   double m_band = 0.0;
-  std::vector<std::uint64_t> m_keys;  // Z-order keys of the points, for FillBlock
+  // The tree's spatial order, and the same order grouped by block: the
+  // features of block b, in spatial order, start at b · kBlockRows (made
+  // when FillBlock first needs it).
+  std::vector<std::int64_t> m_order;
+  mutable std::vector<std::int64_t> m_blockOrder;
+  mutable std::once_flag m_blockOrderOnce;
   const char* m_failedId = nullptr;
 };
 
