@@ -17,12 +17,14 @@ from collections import Counter
 # (stage, pattern over the demangled frame name); first match from the leaf wins.
 STAGES = [
     ("spatial index (R-tree)", r"rtree|CreateSpatialIndex|RunDeferredSpatialIndex|BuildSpatialIndex"),
-    ("neighbour search", r"ZoKdTree::Search|searchLevel|KNearestRow|RadiusRow|NearestDistances|SearchSlots"),
-    ("kd-tree build", r"ZoKdTree::ZoKdTree|ZoKdTree::Build|buildIndex|divideTree"),
+    ("neighbour search", r"ZoKdTree::Search|searchLevel|KNearestRow|KNearestColumns|RadiusRow|NearestDistances|SearchSlots|"
+                         r"NearestOfRange|NearestInLeaf|FillSpatialBlock"),
+    ("kd-tree build", r"ZoKdTree::ZoKdTree|ZoKdTree::Build|buildIndex|divideTree|CoarseSpatialOrder|CollectLeaves|LazyTree"),
     ("statistic", r"ZoMoranSums::|ZoGeneralGSums::|local::GiStar|local::LocalMoran|local::Fdr|local::Confidence|"
                   r"local::ClusterOutlierTypes|MoranMoments|FeedUnits|NormalCdf|pnorm|HotSpot::|ClusterOutlier::|"
                   r"LocalStatistic|Classif"),
-    ("in-memory weights (CSR) build", r"CsrWeights::AppendRows|CsrWeights::InFeatureOrder|CsrWeights::Start|BuildInMemory"),
+    ("in-memory weights (CSR) build", r"CsrWeights::AppendRows|CsrWeights::InFeatureOrder|CsrWeights::FindReverse|CsrWeights::Start|"
+                                      r"BuildInMemory|FillInMemory"),
     ("in-memory weights (CSR) rows", r"CsrWeights::Row"),
     ("OpenMP wait", r"gomp_|GOMP_"),
     ("reading points", r"PickUpBaryCenters|GetBaryCenter|ReadPoints"),
