@@ -1,9 +1,9 @@
 #include "StatisticsAnalyst/detail/weights/WeightsFileRows.h"
 
 #include <algorithm>
+#include <functional>
 #include <memory>
 #include <new>
-#include <numeric>
 
 #include "StatisticsAnalyst/detail/common/Limits.h"
 #include "StatisticsAnalyst/detail/weights/WeightsRowBuilder.h"
@@ -130,24 +130,10 @@ bool ZoWeightsFileRows::Open(ZoDatasetVector* dataset, const LumaUnicodeString& 
   m_symmetric = model >= InverseDistance && model <= ContiguityEdgesCorners;
   if (m_symmetric || !m_transposed) return true;
   try {
-    const std::int64_t n = Count();
-    m_offsets.assign(static_cast<std::size_t>(n) + 1, 0);
-    for (std::int64_t r = 0; r < n; ++r) {
-      if (!m_utilities.ReadWeightMatrixBinarySparse(m_file, m_index[static_cast<std::size_t>(r)].Count,
-                                                    static_cast<int>(n), m_readColumns, m_readWeights)) {
-        m_error += m_utilities.GetStrErrorMes();
-        Fail(msg::ESa026);
-        return false;
-      }
-      std::vector<std::size_t> order(m_readColumns.size());
-      std::iota(order.begin(), order.end(), std::size_t{0});
-      std::sort(order.begin(), order.end(),
-                [&](std::size_t a, std::size_t b) { return m_readColumns[a] < m_readColumns[b]; });
-      for (std::size_t k : order) {
-        m_columns.push_back(m_readColumns[k]);
-        m_raw.push_back(m_readWeights[k]);
-      }
-      m_offsets[static_cast<std::size_t>(r) + 1] = static_cast<std::int64_t>(m_columns.size());
+    if (!Transpose(position)) {
+      m_error += m_utilities.GetStrErrorMes();
+      Fail(msg::ESa026);
+      return false;
     }
   } catch (const std::bad_alloc&) {
     Fail(msg::EUb002);
@@ -159,6 +145,52 @@ bool ZoWeightsFileRows::Open(ZoDatasetVector* dataset, const LumaUnicodeString& 
     return false;
   }
   return true;
+}
+
+bool ZoWeightsFileRows::ReadAllRows(std::int64_t position, const std::function<bool(std::int64_t)>& take) {
+  if (fseeko(m_file, static_cast<off_t>(position), SEEK_SET) != 0) return false;
+  const std::int64_t n = Count();
+  for (std::int64_t r = 0; r < n; ++r)
+    if (!m_utilities.ReadWeightMatrixBinarySparse(m_file, m_index[static_cast<std::size_t>(r)].Count,
+                                                  static_cast<int>(n), m_readColumns, m_readWeights) ||
+        !take(r))
+      return false;
+  return true;
+}
+
+bool ZoWeightsFileRows::Transpose(std::int64_t position) {
+  // Row i of the transpose lists, in ascending j, the rows j that hold
+  // column i, so that w(j, i) for row i is found in memory read in the same
+  // order as the file's rows. Two passes over the file (count, then fill)
+  // hold no more than the transpose itself.
+  const std::int64_t n = Count();
+  m_offsets.assign(static_cast<std::size_t>(n) + 1, 0);
+  const bool counted = ReadAllRows(position, [&](std::int64_t) {
+    for (const std::int32_t c : m_readColumns) {
+      if (c < 0 || c >= n) return false;
+      ++m_offsets[static_cast<std::size_t>(c) + 1];
+    }
+    return true;
+  });
+  if (!counted) return false;
+  for (std::size_t c = 1; c < m_offsets.size(); ++c) m_offsets[c] += m_offsets[c - 1];
+  std::vector<std::int64_t> next(m_offsets.begin(), m_offsets.end() - 1);
+  m_columns.resize(static_cast<std::size_t>(m_offsets.back()));
+  m_raw.resize(m_columns.size());
+  // Rows arrive in ascending order, so each column's rows do too (a column
+  // repeated in a row keeps the row's own order). A file that changed
+  // between the passes stops the fill before it leaves a column's place.
+  return ReadAllRows(position, [&](std::int64_t r) {
+    for (std::size_t k = 0; k < m_readColumns.size(); ++k) {
+      const std::int32_t c = m_readColumns[k];
+      if (c < 0 || c >= n || next[static_cast<std::size_t>(c)] >= m_offsets[static_cast<std::size_t>(c) + 1])
+        return false;
+      const auto at = static_cast<std::size_t>(next[static_cast<std::size_t>(c)]++);
+      m_columns[at] = static_cast<std::int32_t>(r);
+      m_raw[at] = m_readWeights[k];
+    }
+    return true;
+  });
 }
 
 void ZoWeightsFileRows::Close() {
@@ -203,10 +235,10 @@ bool ZoWeightsFileRows::Next(std::int64_t i, ZoSparseRow& row) {
     if (!m_transposed) continue;
     double rawTransposed = m_readWeights[k];
     if (!m_symmetric) {
-      const auto first = m_columns.begin() + m_offsets[static_cast<std::size_t>(j)];
-      const auto last = m_columns.begin() + m_offsets[static_cast<std::size_t>(j) + 1];
-      const auto it = std::lower_bound(first, last, static_cast<std::int32_t>(i));
-      rawTransposed = (it != last && *it == i) ? m_raw[static_cast<std::size_t>(it - m_columns.begin())] : 0.0;
+      const auto first = m_columns.begin() + m_offsets[static_cast<std::size_t>(i)];
+      const auto last = m_columns.begin() + m_offsets[static_cast<std::size_t>(i) + 1];
+      const auto it = std::lower_bound(first, last, j);
+      rawTransposed = (it != last && *it == j) ? m_raw[static_cast<std::size_t>(it - m_columns.begin())] : 0.0;
     }
     row.transposed[k] = Normalized(rawTransposed, j);
   }

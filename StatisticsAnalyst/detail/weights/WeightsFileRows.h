@@ -15,6 +15,7 @@
 // path out of the analysis.
 #include <cstdint>
 #include <cstdio>
+#include <functional>
 #include <vector>
 
 #include "StatisticsAnalyst/ZoStatisticsUtilities.h"
@@ -76,6 +77,12 @@ class ZoWeightsFileRows {
 
  private:
   void Fail(const char* id);
+  // Every row of the file from `position` into m_readColumns/m_readWeights,
+  // each handed to `take(row)`; false when a read or `take` fails.
+  bool ReadAllRows(std::int64_t position, const std::function<bool(std::int64_t)>& take);
+  // Reads an asymmetric file's weights by column (m_offsets, m_columns,
+  // m_raw); false when a row cannot be read or a column is out of range.
+  bool Transpose(std::int64_t position);
   // Every row of `rows` into the in-memory weights; false when cancelled or
   // over the budget.
   bool FillInMemory(const ZoWeightsRowBuilder& rows, ZoProgress* progress);
@@ -90,7 +97,8 @@ class ZoWeightsFileRows {
   bool m_symmetric = true;
   bool m_normalize = true;
   bool m_transposed = true;
-  // Raw weights by row for asymmetric files: row r is m_columns/m_raw[m_offsets[r], m_offsets[r+1]).
+  // Raw weights of asymmetric files by column: the rows j holding column i
+  // (ascending) and w(j, i) are m_columns/m_raw[m_offsets[i], m_offsets[i+1]).
   std::vector<std::int64_t> m_offsets;
   std::vector<std::int32_t> m_columns;
   std::vector<double> m_raw;
