@@ -22,7 +22,7 @@ std::uint64_t ResolveBudget(std::int64_t requested) {
 
 std::uint64_t CsrWeights::Bytes(std::int64_t n, std::int64_t stored) {
   // Each row's bounds and sum, then a column and a weight per entry.
-  return static_cast<std::uint64_t>(n) * (2 * sizeof(std::int64_t) + sizeof(double)) +
+  return static_cast<std::uint64_t>(n) * (sizeof(Span) + sizeof(double)) +
          static_cast<std::uint64_t>(stored) * (sizeof(std::int32_t) + sizeof(double));
 }
 
@@ -30,8 +30,7 @@ bool CsrWeights::Start(std::int64_t n, std::uint64_t budget) {
   Release();
   m_budget = budget;
   if (n < 0 || Bytes(n, 0) > budget) return false;
-  m_begin.assign(static_cast<std::size_t>(n), 0);
-  m_end.assign(static_cast<std::size_t>(n), 0);
+  m_rows.assign(static_cast<std::size_t>(n), Span{});
   m_sums.assign(static_cast<std::size_t>(n), 0.0);
   return true;
 }
@@ -58,9 +57,8 @@ bool CsrWeights::AppendRows(const std::vector<RowView>& rows) {
       Release();
       return false;
     }
-    m_begin[static_cast<std::size_t>(row.row)] = total;
+    m_rows[static_cast<std::size_t>(row.row)] = {total, total + kept[r]};
     total += kept[r];
-    m_end[static_cast<std::size_t>(row.row)] = total;
   }
   if (Bytes(Count(), total) > m_budget) {
     Release();
@@ -91,8 +89,7 @@ bool CsrWeights::AppendRows(const std::vector<RowView>& rows) {
 }
 
 void CsrWeights::Release() {
-  std::vector<std::int64_t>().swap(m_begin);
-  std::vector<std::int64_t>().swap(m_end);
+  std::vector<Span>().swap(m_rows);
   std::vector<std::int32_t>().swap(m_columns);
   std::vector<double>().swap(m_weights);
   std::vector<double>().swap(m_sums);
@@ -119,34 +116,28 @@ void CsrWeights::InFeatureOrder() {
   if (ordered) return;
   // Rows set along a spatial order are read in feature order by the sums:
   // laid out that way, each row read continues where the last one ended.
-  std::vector<std::int64_t> begin(static_cast<std::size_t>(n)), end(static_cast<std::size_t>(n));
+  std::vector<Span> rows(static_cast<std::size_t>(n));
   std::int64_t at = 0;
   for (std::int64_t i = 0; i < n; ++i) {
-    begin[static_cast<std::size_t>(i)] = at;
-    at += static_cast<std::int64_t>(End(i) - Begin(i));
-    end[static_cast<std::size_t>(i)] = at;
+    const auto size = static_cast<std::int64_t>(End(i) - Begin(i));
+    rows[static_cast<std::size_t>(i)] = {at, at + size};
+    at += size;
   }
   std::vector<std::int32_t> columns(m_columns.size());
   std::vector<double> weights(m_weights.size());
   std::vector<std::uint8_t> reverse(m_reverse.size());
 #pragma omp parallel for schedule(static)
   for (std::int64_t i = 0; i < n; ++i) {
-    const std::size_t from = Begin(i), size = End(i) - from,
-                      to = static_cast<std::size_t>(begin[static_cast<std::size_t>(i)]);
-    std::copy_n(m_columns.begin() + static_cast<std::ptrdiff_t>(from), size,
-                columns.begin() + static_cast<std::ptrdiff_t>(to));
-    if (!weights.empty())
-      std::copy_n(m_weights.begin() + static_cast<std::ptrdiff_t>(from), size,
-                  weights.begin() + static_cast<std::ptrdiff_t>(to));
-    if (!reverse.empty())
-      std::copy_n(m_reverse.begin() + static_cast<std::ptrdiff_t>(from), size,
-                  reverse.begin() + static_cast<std::ptrdiff_t>(to));
+    const auto from = static_cast<std::ptrdiff_t>(Begin(i)), size = static_cast<std::ptrdiff_t>(End(i) - Begin(i)),
+               to = static_cast<std::ptrdiff_t>(rows[static_cast<std::size_t>(i)].begin);
+    std::copy_n(m_columns.begin() + from, size, columns.begin() + to);
+    if (!weights.empty()) std::copy_n(m_weights.begin() + from, size, weights.begin() + to);
+    if (!reverse.empty()) std::copy_n(m_reverse.begin() + from, size, reverse.begin() + to);
   }
   m_columns.swap(columns);
   m_weights.swap(weights);
   m_reverse.swap(reverse);
-  m_begin.swap(begin);
-  m_end.swap(end);
+  m_rows.swap(rows);
 }
 
 void CsrWeights::FindReverse(const std::vector<std::int64_t>* order) {

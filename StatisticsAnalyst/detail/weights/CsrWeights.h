@@ -67,17 +67,25 @@ class CsrWeights {
   double Normalized(double raw, std::int64_t row) const;
   double Raw(std::int64_t row, std::int32_t column) const;
   double Stored(std::size_t k) const { return m_binary ? 1.0 : m_weights[k]; }
-  std::size_t Begin(std::int64_t row) const { return static_cast<std::size_t>(m_begin[static_cast<std::size_t>(row)]); }
-  std::size_t End(std::int64_t row) const { return static_cast<std::size_t>(m_end[static_cast<std::size_t>(row)]); }
+  std::size_t Begin(std::int64_t row) const {
+    return static_cast<std::size_t>(m_rows[static_cast<std::size_t>(row)].begin);
+  }
+  std::size_t End(std::int64_t row) const {
+    return static_cast<std::size_t>(m_rows[static_cast<std::size_t>(row)].end);
+  }
   void FindReverse(const std::vector<std::int64_t>* order);
   // Lays the rows out in feature order, if they are not already.
   void InFeatureOrder();
 
   std::uint64_t m_budget = 0;
   std::int64_t m_next = 0;  // the row Append sets
-  // Row i's weights are at [m_begin[i], m_end[i]) of the arrays below; rows
-  // lie in the order they were set, which need not be feature order.
-  std::vector<std::int64_t> m_begin, m_end;
+  // Row i's weights are at [begin, end) of the arrays below; rows lie in the
+  // order they were set, which need not be feature order. Both bounds share
+  // a cache line, since rows are looked up at random for w(j, i).
+  struct Span {
+    std::int64_t begin = 0, end = 0;
+  };
+  std::vector<Span> m_rows;
   std::vector<std::int32_t> m_columns;
   // Every stored weight is 1 (K nearest, fixed band, contiguity): the weights
   // are not held, only the columns.

@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <cmath>
+#include <functional>
 #include <new>
 #include <numeric>
 
@@ -21,6 +22,11 @@ LumaPoint3D To3D(const LumaPoint2D& p) { return {p.x, p.y, 0.0}; }
 void SortByColumn(std::vector<std::int64_t>& columns, std::vector<double>& weights,
                   std::vector<std::pair<std::int64_t, double>>& pairs) {
   if (std::is_sorted(columns.begin(), columns.end())) return;
+  // Equal weights (K nearest, bands, contiguity) need not travel with their columns.
+  if (std::adjacent_find(weights.begin(), weights.end(), std::not_equal_to<>()) == weights.end()) {
+    std::sort(columns.begin(), columns.end());
+    return;
+  }
   pairs.clear();
   for (std::size_t k = 0; k < columns.size(); ++k) pairs.emplace_back(columns[k], weights[k]);
   // Columns are distinct, so the weights never decide the order.
