@@ -27,17 +27,6 @@ TEST(LumaUnicodeString, Utf16RoundTripIncludingSurrogatePairs) {
   EXPECT_EQ(LumaUnicodeString("  x y \t").Trimmed(), "x y");
 }
 
-TEST(LumaVariant, Conversions) {
-  EXPECT_EQ(LumaVariant().ToDouble(), 0.0);
-  EXPECT_EQ(LumaVariant(std::int64_t{1} << 40).ToInt(), std::numeric_limits<int>::max());
-  EXPECT_EQ(LumaVariant(-2.9).ToInt(), -2);
-  EXPECT_EQ(LumaVariant(" 3.25 ").ToDouble(), 3.25);
-  EXPECT_EQ(LumaVariant("3.25x").ToDouble(), 0.0);
-  EXPECT_EQ(LumaVariant(true).ToInt(), 1);
-  EXPECT_EQ(LumaVariant(0.1).ToString(), "0.1");
-  EXPECT_TRUE(LumaVariant().IsNull());
-}
-
 TEST(ZoFile, TemporaryNamesAreUniqueReservedAndRemovable) {
   std::set<std::string> names;
   for (int i = 0; i < 50; ++i) {
@@ -52,19 +41,6 @@ TEST(ZoFile, TemporaryNamesAreUniqueReservedAndRemovable) {
   }
   EXPECT_EQ(names.size(), 50u);
   EXPECT_TRUE(ZoFile::Delete("/nonexistent/never/there"));
-}
-
-TEST(ZoFile, ChangeExtAndRename) {
-  EXPECT_EQ(ZoFile::ChangeExt("/a/b.c/file.swmb", ".txt"), "/a/b.c/file.txt");
-  EXPECT_EQ(ZoFile::ChangeExt("/a/b.c/file", "txt"), "/a/b.c/file.txt");
-  EXPECT_EQ(ZoFile::ChangeExt("name.tar.gz", ""), "name.tar");
-  satest::TempDir dir;
-  const std::string a = dir.File("a"), b = dir.File("b");
-  std::ofstream(a) << "x";
-  std::ofstream(b) << "old";
-  EXPECT_TRUE(ZoFile::Rename(a, b));
-  EXPECT_FALSE(ZoFile::IsExist(a));
-  EXPECT_TRUE(ZoFile::IsExist(b));
 }
 
 TEST(ZoFile, GuardDeletesUnlessReleased) {

@@ -111,20 +111,6 @@ TEST(CheckParameterValid, EachCheckInItsOrder) {
   EXPECT_EQ(Check(f, info), V{});
 }
 
-// A weights file that exists passes; contiguity passes on regions.
-TEST(CheckParameterValid, WeightsFileAndContiguityAccepted) {
-  Fixture f(4), regions(5, DatasetRegion);
-  satest::TempDir dir;
-  const std::string path = dir.File("w.swmb");
-  std::fclose(std::fopen(path.c_str(), "w"));
-  ZoPatternsInformation info = f.Valid();
-  info.Conceptualization = SpatialWeightsFile;
-  info.WeightsFilePath = path;
-  EXPECT_EQ(Check(f, info), V{});
-  info.Conceptualization = ContiguityEdgesCorners;
-  EXPECT_EQ(Check(regions, info), V{});
-}
-
 TEST(CheckParameterValid, DistanceBandLimits) {
   Fixture f(4);
   ZoPatternsInformation info = f.Valid();
@@ -155,15 +141,6 @@ TEST(CheckFieldValid, NumericTypesPassOthersFail) {
     EXPECT_FALSE(a.CheckFieldValid(f.dataset, "f" + std::to_string(code))) << code;
     EXPECT_EQ(MessageIds(a.GetStrErrorMes()), V{"ESa006"});
   }
-}
-
-TEST(CheckFieldValid, FailuresAccumulateInOrder) {
-  Fixture f(4);
-  ZoAnalyzingPatterns analysis;
-  EXPECT_FALSE(analysis.CheckFieldValid(f.dataset, "nope"));
-  EXPECT_FALSE(analysis.CheckParameterValid(nullptr, f.Valid()));
-  EXPECT_EQ(MessageIds(analysis.GetStrErrorMes()), (V{"ECd001", "EEg024"}));
-  EXPECT_NE(analysis.GetStrErrorMes().Str().find('\n'), std::string::npos);
 }
 
 TEST(ZoAnalyzingPatterns, CopiesCarryTheMessageButNoOpenFlagMatrix) {

@@ -34,16 +34,6 @@ TEST(Zostat, InfoOnGeographicPointsAndNamedLayer) {
   EXPECT_NE(out.find("WGS 84"), std::string::npos) << out;
 }
 
-TEST(Zostat, AnnJsonHasTheFiveQuantities) {
-  int status = -1;
-  const std::string out = Zostat("ann --json --input " + satest::DataPath("baltim.gpkg"), &status);
-  ASSERT_EQ(status, 0) << out;
-  EXPECT_EQ(out.rfind("{\"ratio\": ", 0), 0u) << out;
-  for (const char* key :
-       {"\"expected_mean_distance\": ", "\"observed_mean_distance\": ", "\"z_score\": ", "\"p_value\": "})
-    EXPECT_NE(out.find(key), std::string::npos) << key;
-}
-
 TEST(Zostat, WeightsShowListsNeighboursByQlID) {
   int status = -1;
   const std::string out = Zostat("weights show --json --input " + satest::DataPath("columbus.gpkg") +
@@ -60,38 +50,4 @@ TEST(Zostat, WeightsShowListsNeighboursByQlID) {
              &status);
   ASSERT_EQ(status, 0);
   EXPECT_EQ(std::count(text.begin(), text.end(), '\n'), 1 + 211 * 3);
-}
-
-TEST(Zostat, MoranAndGeneralGJson) {
-  int status = -1;
-  const std::string columbus = satest::DataPath("columbus.gpkg");
-  std::string out = Zostat("moran --json --input " + columbus +
-                               " --field CRIME --conceptualization contiguity-edges-corners --row-standardize",
-                           &status);
-  ASSERT_EQ(status, 0) << out;
-  EXPECT_EQ(out.rfind("{\"index\": 0.50018855718286", 0), 0u) << out;  // queen, row-standardized (spdep agrees)
-  for (const char* key : {"\"expected_index\": ", "\"variance\": ", "\"z_score\": ", "\"p_value\": "})
-    EXPECT_NE(out.find(key), std::string::npos) << key;
-  out = Zostat("general-g --input " + columbus + " --field HOVAL --conceptualization contiguity-edges", &status);
-  ASSERT_EQ(status, 0) << out;
-  EXPECT_NE(out.find("General G:"), std::string::npos) << out;
-  EXPECT_NE(out.find("does not differ significantly"), std::string::npos) << out;
-}
-
-TEST(Zostat, HotspotAndClusterOutlierSummaries) {
-  satest::TempDir dir;
-  int status = -1;
-  const std::string out = dir.File("result.gpkg");
-  std::string text = Zostat("hotspot --json --input " + satest::DataPath("baltim.gpkg") + " --field PRICE --output " +
-                                out + " --conceptualization k-nearest --k 6",
-                            &status);
-  ASSERT_EQ(status, 0) << text;
-  EXPECT_EQ(text.rfind("{\"features\": 211, \"bins\": {\"-3\": ", 0), 0u) << text;
-  text = Zostat("cluster-outlier --json --input " + satest::DataPath("columbus.gpkg") + " --field CRIME --output " +
-                    out + " --conceptualization contiguity-edges-corners --row-standardize",
-                &status);
-  ASSERT_EQ(status, 0) << text;
-  EXPECT_EQ(text.rfind("{\"features\": 49, \"types\": {\"HH\": ", 0), 0u) << text;
-  text = Zostat("info --json --input " + out + " --layer columbus_clusters", &status);
-  EXPECT_NE(text.find("{\"name\": \"ALMI_Type\", \"type\": 10, \"system\": false}"), std::string::npos) << text;
 }
