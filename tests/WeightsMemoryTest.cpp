@@ -71,6 +71,40 @@ std::vector<std::string> Everything(ZoDatasetVector* ds) {
   return out;
 }
 
+// Moran's I, General G and every field of the Gi* and local Moran results.
+struct Results {
+  Exponent moran, g;
+  std::vector<std::string> hot, lisa;
+};
+
+Results RunAll(ZoDatasetVector* dataset, const ZoPatternsInformation& info) {
+  Results r;
+  ZoAnalyzingPatterns patterns;
+  EXPECT_TRUE(patterns.SpatialAutocorrelation(dataset, info, r.moran, false)) << patterns.GetStrErrorMes().Str();
+  EXPECT_TRUE(patterns.HighOrLowCluster(dataset, info, r.g, false)) << patterns.GetStrErrorMes().Str();
+  LocalRun gi, lm;
+  ZoClusteringDistributions local;
+  EXPECT_TRUE(local.HotSpotAnalyst(dataset, gi.dataset, info, false)) << local.GetStrErrorMes().Str();
+  EXPECT_TRUE(local.ClusterOutlier(dataset, lm.dataset, info, false)) << local.GetStrErrorMes().Str();
+  r.hot = Everything(gi.dataset);
+  r.lisa = Everything(lm.dataset);
+  return r;
+}
+
+// The same bits everywhere.
+void ExpectSame(const Results& a, const Results& b, const char* name) {
+  for (const auto& [x, y] : {std::pair{&a.moran, &b.moran}, {&a.g, &b.g}}) {
+    EXPECT_EQ(x->Index, y->Index) << name;
+    EXPECT_EQ(x->ExpectedIndex, y->ExpectedIndex) << name;
+    EXPECT_EQ(x->Variance, y->Variance) << name;
+    EXPECT_EQ(x->ZScore, y->ZScore) << name;
+    EXPECT_EQ(x->PValue, y->PValue) << name;
+  }
+  ASSERT_GE(a.hot.size(), 10500u * 3);
+  EXPECT_EQ(a.hot, b.hot) << name;
+  EXPECT_EQ(a.lisa, b.lisa) << name;
+}
+
 }  // namespace
 
 TEST(WeightsMemory, BudgetDecidesAndNothingOverflows) {
@@ -120,55 +154,9 @@ TEST(WeightsMemory, EveryAnalysisGivesTheSameNumbersOnBothPaths) {
   satest::TempDir tmp;
   satest::ScopedEnv tmpdir("TMPDIR", tmp.path().string());
   auto layer = Layer();
-  for (const Case& c : {kCases[0], kCases[2]}) {
-    Exponent moran[2], g[2];
-    std::vector<std::string> hot[2], lisa[2];
-    for (int path = 0; path < 2; ++path) {
-      const ZoPatternsInformation info = Info(c, path == 0 ? 0 : kTiny);
-      ZoAnalyzingPatterns patterns;
-      ASSERT_TRUE(patterns.SpatialAutocorrelation(layer.dataset, info, moran[path], false))
-          << patterns.GetStrErrorMes().Str();
-      ASSERT_TRUE(patterns.HighOrLowCluster(layer.dataset, info, g[path], false)) << patterns.GetStrErrorMes().Str();
-      LocalRun gi, lm;
-      ZoClusteringDistributions local;
-      ASSERT_TRUE(local.HotSpotAnalyst(layer.dataset, gi.dataset, info, false)) << local.GetStrErrorMes().Str();
-      ASSERT_TRUE(local.ClusterOutlier(layer.dataset, lm.dataset, info, false)) << local.GetStrErrorMes().Str();
-      hot[path] = Everything(gi.dataset);
-      lisa[path] = Everything(lm.dataset);
-    }
-    for (const Exponent* e : {moran, g}) {
-      EXPECT_EQ(e[0].Index, e[1].Index) << c.name;
-      EXPECT_EQ(e[0].ExpectedIndex, e[1].ExpectedIndex) << c.name;
-      EXPECT_EQ(e[0].Variance, e[1].Variance) << c.name;
-      EXPECT_EQ(e[0].ZScore, e[1].ZScore) << c.name;
-      EXPECT_EQ(e[0].PValue, e[1].PValue) << c.name;
-    }
-    ASSERT_GE(hot[0].size(), 10500u * 3);
-    EXPECT_EQ(hot[0], hot[1]) << c.name;
-    EXPECT_EQ(lisa[0], lisa[1]) << c.name;
-  }
+  for (const Case& c : {kCases[0], kCases[2]})
+    ExpectSame(RunAll(layer.dataset, Info(c, 0)), RunAll(layer.dataset, Info(c, kTiny)), c.name);
   EXPECT_TRUE(std::filesystem::is_empty(tmp.path()));
-}
-
-TEST(WeightsMemory, ThreadCountChangesNoRow) {
-  auto layer = Layer();
-  for (const Case& c : kCases) {
-    std::vector<ZoSparseRow> rows[2];
-    for (int threads = 1; threads <= 2; ++threads) {
-      omp_set_num_threads(threads);
-      ZoRecordsetPtr records(layer.dataset->Query(ZoQueryDef()));
-      ZoWeightsFileRows memory;
-      ASSERT_TRUE(memory.BuildInMemory(records.get(), Info(c, 0), nullptr, c.standardize, true)) << c.name;
-      rows[threads - 1].resize(static_cast<std::size_t>(memory.Count()));
-      for (std::int64_t i = 0; i < memory.Count(); ++i) ASSERT_TRUE(memory.Next(i, rows[threads - 1][i]));
-    }
-    omp_set_num_threads(omp_get_num_procs());
-    for (std::size_t i = 0; i < rows[0].size(); ++i) {
-      ASSERT_EQ(rows[0][i].columns, rows[1][i].columns) << c.name << " row " << i;
-      ASSERT_EQ(rows[0][i].weights, rows[1][i].weights) << c.name << " row " << i;
-      ASSERT_EQ(rows[0][i].transposed, rows[1][i].transposed) << c.name << " row " << i;
-    }
-  }
 }
 
 // Sums over features are reduced in a fixed block order and local statistics
@@ -181,29 +169,12 @@ TEST_P(ThreadCount, ChangesNoResult) {
   satest::ScopedEnv tmpdir("TMPDIR", tmp.path().string());
   auto layer = Layer();
   for (const Case& c : {kCases[0], kCases[3]}) {
-    Exponent moran[2], g[2];
-    std::vector<std::string> hot[2], lisa[2];
-    for (int threads = 1; threads <= 2; ++threads) {
-      omp_set_num_threads(threads);
-      const ZoPatternsInformation info = Info(c, GetParam());
-      ZoAnalyzingPatterns patterns;
-      ASSERT_TRUE(patterns.SpatialAutocorrelation(layer.dataset, info, moran[threads - 1], false));
-      ASSERT_TRUE(patterns.HighOrLowCluster(layer.dataset, info, g[threads - 1], false));
-      LocalRun gi, lm;
-      ZoClusteringDistributions local;
-      ASSERT_TRUE(local.HotSpotAnalyst(layer.dataset, gi.dataset, info, false)) << local.GetStrErrorMes().Str();
-      ASSERT_TRUE(local.ClusterOutlier(layer.dataset, lm.dataset, info, false)) << local.GetStrErrorMes().Str();
-      hot[threads - 1] = Everything(gi.dataset);
-      lisa[threads - 1] = Everything(lm.dataset);
-    }
+    omp_set_num_threads(1);
+    const Results one = RunAll(layer.dataset, Info(c, GetParam()));
+    omp_set_num_threads(2);
+    const Results two = RunAll(layer.dataset, Info(c, GetParam()));
     omp_set_num_threads(omp_get_num_procs());
-    for (const Exponent* e : {moran, g}) {
-      EXPECT_EQ(e[0].Index, e[1].Index) << c.name;
-      EXPECT_EQ(e[0].Variance, e[1].Variance) << c.name;
-      EXPECT_EQ(e[0].ZScore, e[1].ZScore) << c.name;
-    }
-    EXPECT_EQ(hot[0], hot[1]) << c.name;
-    EXPECT_EQ(lisa[0], lisa[1]) << c.name;
+    ExpectSame(one, two, c.name);
   }
   EXPECT_TRUE(std::filesystem::is_empty(tmp.path()));
 }
