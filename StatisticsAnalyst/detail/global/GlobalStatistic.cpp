@@ -91,12 +91,11 @@ Status InMemory(ZoRecordset* records, const ZoPatternsInformation& info, const K
   return status.Then(texts.summary);
 }
 
-// Opens the rows of the weights file: built here for conceptualizations 1 to
-// 7 (K nearest included: its transpose is taken in memory, not from an n × n
-// file), or the caller's file for 8.
-// The weights built here stay in memory when they fit the caller's budget.
-Status OpenRows(ZoRecordset* records, const ZoPatternsInformation& info, ZoProgress* progress, ZoWeightsFileRows& file,
-                ZoWeightsFileRows::GivenPoints* given) {
+}  // namespace
+
+// K nearest included: its transpose is taken in memory, not from an n × n file.
+Status OpenRows(ZoRecordset* records, const ZoPatternsInformation& info, ZoProgress* progress,
+                ZoWeightsFileRows& file, ZoWeightsFileRows::GivenPoints* given) {
   ZoDatasetVector* dataset = records->GetDataset();
   if (info.Conceptualization >= InverseDistance && info.Conceptualization <= KNearestNeighbors) {
     if (file.BuildInMemory(records, info, progress, true, true, given)) return Status::Ok();
@@ -109,6 +108,8 @@ Status OpenRows(ZoRecordset* records, const ZoPatternsInformation& info, ZoProgr
   if (!file.Open(dataset, callers ? info.WeightsFilePath : file.TemporaryPath())) return Status::FromText(file.Error());
   return Status::Ok();
 }
+
+namespace {
 
 // Rows held in memory are summed on every core; rows read from a file one
 // by one. Both give the same bits (see kSumBlock).
@@ -169,6 +170,11 @@ Status Streamed(ZoRecordset* records, const ZoPatternsInformation& info, const K
 }
 
 }  // namespace
+
+Status FeedMoran(ZoWeightsFileRows& file, ZoMoranSums& sums, ZoCallProgress& progress) {
+  Stage stage{progress, progress ? ZoStringEx::LoadResString(msg::IMb329) : LumaUnicodeString()};
+  return Feed(file, sums, stage);
+}
 
 Status Run(ZoRecordset* records, const ZoPatternsInformation& info, Kind kind, ZoCallProgress& progress,
            Exponent& result) {

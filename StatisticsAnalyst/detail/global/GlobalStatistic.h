@@ -5,6 +5,7 @@
 // caller's file for conceptualization 8). Both paths feed the same sums.
 #include "StatisticsAnalyst/ZoAnalysisFrame.h"
 #include "StatisticsAnalyst/detail/global/GlobalStatisticSums.h"
+#include "StatisticsAnalyst/detail/weights/WeightsFileRows.h"
 
 namespace ZOC::detail::global {
 
@@ -18,5 +19,16 @@ enum class Kind { Moran, GeneralG };
 // for General G, a negative value found before any weights were made.
 Status Run(ZoRecordset* records, const ZoPatternsInformation& info, Kind kind, ZoCallProgress& progress,
            Exponent& result);
+
+// The rows of `info`'s weights for a statistic over `records`: the caller's
+// file for conceptualization 8, else built here from `given` points (when
+// not null) or the records' geometries, in memory within the budget or
+// through a temporary file.
+Status OpenRows(ZoRecordset* records, const ZoPatternsInformation& info, ZoProgress* progress,
+                ZoWeightsFileRows& file, ZoWeightsFileRows::GivenPoints* given);
+// Every row of `file` into Moran's sums: rows in memory on every core, rows
+// of a file one by one (the same bits either way). Progress shows the
+// statistic's per-feature text.
+Status FeedMoran(ZoWeightsFileRows& file, ZoMoranSums& sums, ZoCallProgress& progress);
 
 }  // namespace ZOC::detail::global

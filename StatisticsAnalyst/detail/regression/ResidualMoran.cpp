@@ -1,46 +1,21 @@
 // Moran's I of the ordinary least squares residuals. The residuals are
 // already in memory in the records' order, and the points were read with the
-// model's values, so nothing is read again: the weights are built from those
-// points into compressed sparse rows and fed, with the residuals, to the same
-// sums the global Moran's I uses.
+// model's values, so nothing is read again: the weights are opened and fed,
+// with the residuals, exactly as the global Moran's I opens and feeds them.
 #include <algorithm>
 
 #include "StatisticsAnalyst/detail/common/FeatureData.h"
-#include "StatisticsAnalyst/detail/global/GlobalStatisticSums.h"
+#include "StatisticsAnalyst/detail/global/GlobalStatistic.h"
 #include "StatisticsAnalyst/detail/regression/Run.h"
 #include "StatisticsAnalyst/detail/weights/WeightsFileRows.h"
 #include "host/ZoDatasetVector.h"
 #include "host/ZoMessageIds.h"
 #include "host/ZoQueryDef.h"
 #include "host/ZoRecordset.h"
-#include "host/ZoStringEx.h"
 
 namespace ZOC::regression {
 
 namespace {
-
-bool FromPoints(ZoConceptualizationModel model) {
-  return (model >= InverseDistance && model <= ZoneOfIndifference) || model == KNearestNeighbors;
-}
-
-// The weights' rows: the caller's file, or the relationship's weights in
-// memory, in a temporary file when they exceed the budget.
-Status OpenRows(ZoRecordset* records, const ZoPatternsInformation& weights, DesignExtras& extras, ZoProgress* progress,
-                ZoWeightsFileRows& file) {
-  ZoDatasetVector* dataset = records->GetDataset();
-  if (weights.Conceptualization == SpatialWeightsFile) {
-    if (!file.Open(dataset, weights.WeightsFilePath)) return Status::FromText(file.Error());
-    return Status::Ok();
-  }
-  ZoWeightsFileRows::GivenPoints given;
-  const bool fromPoints = FromPoints(weights.Conceptualization) && extras.wantPoints;
-  if (fromPoints) given.points = std::move(extras.points), given.status = extras.status;
-  if (file.BuildInMemory(records, weights, progress, true, true, fromPoints ? &given : nullptr)) return Status::Ok();
-  if (!file.Error().IsEmpty()) return Status::FromText(file.Error());
-  if (!file.BuildTemporary(dataset, weights, progress) || !file.Open(dataset, file.TemporaryPath()))
-    return Status::FromText(file.Error());
-  return Status::Ok();
-}
 
 // The residuals in the order of the rows. A caller's weights file orders its
 // rows by its own unique-ID field: the records are queried in that order and
@@ -69,22 +44,21 @@ Status RowOrder(ZoRecordset* records, const LumaUnicodeString& field, const std:
 
 Status ResidualMoran(ZoRecordset* records, const ZoPatternsInformation& weights, const std::vector<double>& residual,
                      DesignExtras& extras, ZoCallProgress& progress, ZoAnalyzingPatterns::ZoAnalyzingExponent& out) {
+  // Points read with the model serve the weights built from points.
+  const ZoConceptualizationModel model = weights.Conceptualization;
+  const bool fromPoints =
+      extras.wantPoints && ((model >= InverseDistance && model <= ZoneOfIndifference) || model == KNearestNeighbors);
+  ZoWeightsFileRows::GivenPoints given;
+  if (fromPoints) given.points = std::move(extras.points), given.status = extras.status;
   ZoWeightsFileRows file;
-  Status status = OpenRows(records, weights, extras, progress.get(), file);
+  Status status = detail::global::OpenRows(records, weights, progress.get(), file, fromPoints ? &given : nullptr);
   LumaArray<double> values;
   if (status) status = RowOrder(records, file.UniqueIdField(), residual, extras.ids, values);
   if (status && file.Count() != static_cast<std::int64_t>(values.size())) status = Status::Fail(msg::ESa046);
   if (!status) return status.Then(msg::ESa041);
   detail::ScaleToUnitRange(values);
   detail::global::ZoMoranSums sums(values);
-  const LumaUnicodeString format = ZoStringEx::LoadResString(msg::IMb329);
-  ZoSparseRow row;
-  const std::int64_t n = file.Count();
-  for (std::int64_t i = 0; i < n; ++i) {
-    if ((i & 1023) == 0 && !progress.Step(format, i, n)) return Status::Fail(msg::IMb030).Then(msg::ESa041);
-    if (!file.Next(i, row)) return Status::FromText(file.Error(), msg::ESa041);
-    sums.AddRow(i, row);
-  }
+  if (Status fed = detail::global::FeedMoran(file, sums, progress); !fed) return fed.Then(msg::ESa041);
   ZoAnalyzingPatterns::ZoAnalyzingExponent r;
   status = sums.Finish(r);
   if (status) out = r;
