@@ -24,16 +24,16 @@ bool ValidSettings(const ZoGWRInformation& info, std::int64_t n) {
   return b == std::floor(b) && b >= 2.0 && b <= static_cast<double>(n);
 }
 
-// One projected point per feature, z = 0.
-Status FeaturePoints(ZoRecordset* records, std::vector<LUMA::LumaPoint3D>& points, ZoDistanceMethod& method) {
-  ZoStatisticsUtilities utilities;
-  LumaArray<LUMA::LumaPoint2D> centres;
+// The features' points, read with the model's values, in the plane of the
+// distance method.
+Status FeaturePoints(ZoRecordset* records, DesignExtras& extras, std::vector<LUMA::LumaPoint3D>& points,
+                     ZoDistanceMethod& method) {
   const ZoPrjCoordSys& cs = records->GetDataset()->GetPrjCoordSys();
-  if (!utilities.PickUpBaryCenters(records, centres) || !ZoStatisticsUtilities::Forward(centres, cs))
-    return Status::Fail(msg::ESa008);
+  if (!extras.status) return Status(extras.status).Then(msg::ESa008);
+  if (!ZoStatisticsUtilities::Forward(extras.points, cs)) return Status::Fail(msg::ESa008);
   method = ZoStatisticsUtilities::ValidateDistanceMethod(method, cs);
-  points.resize(centres.size());
-  for (std::size_t i = 0; i < centres.size(); ++i) points[i] = {centres[i].x, centres[i].y, 0.0};
+  points.resize(extras.points.size());
+  for (std::size_t i = 0; i < extras.points.size(); ++i) points[i] = {extras.points[i].x, extras.points[i].y, 0.0};
   return Status::Ok();
 }
 
@@ -81,10 +81,12 @@ Status RunGwr(ZoRecordset* records, ZoDatasetVector* result, const ZoGWRInformat
               ZoCallProgress& progress) {
   if (!ValidSettings(info, records->GetRecordCount())) return Status::Fail(msg::EUf008);
   Design design;
-  Status status = ReadModel(records, info.DependentField, info.ExplanatoryFields, progress, design);
+  DesignExtras extras;
+  extras.wantPoints = true;
+  Status status = ReadModel(records, info.DependentField, info.ExplanatoryFields, progress, design, &extras);
   std::vector<LUMA::LumaPoint3D> points;
   ZoDistanceMethod method = info.DistanceMethod;
-  if (status) status = FeaturePoints(records, points, method);
+  if (status) status = FeaturePoints(records, extras, points, method);
   if (!status) return status;
   GwrModel model(design, std::move(points), info.Kernel, info.BandwidthType, method == Euclidean ? 1 : 2);
   if (!model.Build(info.Bandwidth == -1.0)) return Status::Fail(msg::ESa032);
