@@ -73,7 +73,7 @@ CPLStringList LayerOptions(const std::string& driver, bool geometry) {
   if (driver == "ESRI Shapefile") options.SetNameValue("ENCODING", "UTF-8");
   if (driver == "FlatGeobuf") options.SetNameValue("SPATIAL_INDEX", "NO");
   // A GeoPackage's R-tree is built in one statement once every feature is in
-  // (BuildSpatialIndex): far cheaper than updating it on each insert.
+  // (detail::BuildGpkgSpatialIndex): far cheaper than updating it on each insert.
   if (driver == "GPKG" && geometry) options.SetNameValue("SPATIAL_INDEX", "NO");
   if (driver == "CSV") {
     if (geometry) options.SetNameValue("GEOMETRY", "AS_WKT");
@@ -104,7 +104,6 @@ struct ZoResultWriter::Impl {
   fs::path scratch;       // hidden folder beside the target; empty when none
   fs::path stage;         // the scratch GeoPackage's own folder inside it, when staged
   fs::path file;          // the file the result is being written into
-  std::string table;      // the result's layer in that file
   std::string temporary;  // the temporary layer in an existing output, while it exists
   detail::SrsPtr srs;     // the result's coordinate system as given
   OGRwkbGeometryType type = wkbNone;
@@ -134,7 +133,8 @@ struct ZoResultWriter::Impl {
   bool CommitDirect(ZoProgress* progress);
   bool Reopen();
   bool CommitInPlace(ZoProgress* progress);
-  bool BuildIndex(const detail::GpkgIndexTarget& target, long long count, ZoProgress* progress);
+  // Progress runs from `from` to `to` percent while the index is built.
+  bool BuildIndex(const detail::GpkgIndexTarget& target, long long count, ZoProgress* progress, int from, int to);
   bool CheckAndSwap(const fs::path& at, const std::string& name, long long expected, int fields);
   bool SwapLayers(GDALDataset& ds, OGRLayer* temporary);
   bool MakeScratch(fs::path& folder);
@@ -246,7 +246,6 @@ ZoDatasetVector* ZoResultWriter::CreateResult(const ZoDatasetVector* like, int d
 // GeoPackage standing in for it.
 bool ZoResultWriter::Impl::OpenTarget() {
   if (!MakeScratch(scratch)) return false;
-  table = layer;
   if (!direct) {
     std::error_code ec;
     stage = scratch / ".stage";
@@ -254,7 +253,7 @@ bool ZoResultWriter::Impl::OpenTarget() {
   }
   if (!CreateFile(direct ? scratch / path.filename() : stage / "stage.gpkg", direct ? driver : "GPKG")) return false;
   GDALDataset& ds = *detail::HostAccess::Gdal(*source);
-  OGRLayer* created = NewLayer(ds, direct ? driver : "GPKG", table);
+  OGRLayer* created = NewLayer(ds, direct ? driver : "GPKG", layer);
   if (!created) return false;
   result = detail::HostAccess::Adopt(*source, created);
   return true;
@@ -298,7 +297,6 @@ void ZoResultWriter::Impl::Discard() {
     detail::QuietErrors quiet;
     result = nullptr;
     source.reset();
-    table.clear();
     stage.clear();
     if (!temporary.empty()) {
       const char* drivers[] = {driver.c_str(), nullptr};
@@ -382,6 +380,7 @@ bool ZoResultWriter::Commit(ZoProgress* progress) {
     // After a success the result stays readable: from the output itself when
     // written in its format, else from the stage, removed with the writer.
     if (!ok) m.Discard();
+    if (ok && progress) progress->SetProgressPos(100);
     m.committed = ok;
     return ok;
   } catch (const std::exception& e) {
@@ -396,14 +395,14 @@ bool ZoResultWriter::Impl::CommitDirect(ZoProgress* progress) {
   OGRLayer& ogr = *detail::HostAccess::Layer(*result);
   const long long expected = ogr.GetFeatureCount(TRUE);
   const int fields = ogr.GetLayerDefn()->GetFieldCount();
-  const detail::GpkgIndexTarget index{file.string(), table, ogr.GetFIDColumn(), ogr.GetGeometryColumn(), true};
+  const detail::GpkgIndexTarget index{file.string(), layer, ogr.GetFIDColumn(), ogr.GetGeometryColumn(), true};
   // The result's dataset waits, closed, while GDAL lets go of the file and
   // writes what it still holds; it is reopened on the finished output.
   std::unique_ptr<ZoDataSource> parked = detail::HostAccess::Wrap(nullptr, "");
   if (!detail::HostAccess::Move(*source, result, *parked, nullptr)) return Fail(msg::EUa016, "the result is not open");
   source = std::move(parked);
-  if (driver == "GPKG" && type != wkbNone && !BuildIndex(index, expected, progress)) return false;
-  if (!CheckAndSwap(file, table, expected, fields) || !MoveIntoPlace(scratch)) return false;
+  if (driver == "GPKG" && type != wkbNone && !BuildIndex(index, expected, progress, 0, 90)) return false;
+  if (!CheckAndSwap(file, layer, expected, fields) || !MoveIntoPlace(scratch)) return false;
   written = expected;
   std::error_code ec;
   fs::remove_all(scratch, ec);
@@ -443,18 +442,19 @@ bool ZoResultWriter::Impl::CommitInPlace(ZoProgress* progress) {
     if (!copy) return false;
     index = {path.string(), name, copy->GetFIDColumn(), copy->GetGeometryColumn(), false};
   }
-  if (driver == "GPKG" && type != wkbNone && !BuildIndex(index, expected, progress)) return false;
+  if (driver == "GPKG" && type != wkbNone && !BuildIndex(index, expected, progress, 90, 99)) return false;
   if (!CheckAndSwap(path, index.table, expected, fields)) return false;
   temporary.clear();  // it has the layer's own name now
   written = expected;
   return true;
 }
 
-bool ZoResultWriter::Impl::BuildIndex(const detail::GpkgIndexTarget& target, long long count, ZoProgress* progress) {
+bool ZoResultWriter::Impl::BuildIndex(const detail::GpkgIndexTarget& target, long long count, ZoProgress* progress,
+                                      int from, int to) {
   std::function<bool(double)> keepGoing;
   if (progress)
     keepGoing = [&](double done) {
-      progress->SetProgressPos(static_cast<int>(90 * done));
+      progress->SetProgressPos(from + static_cast<int>((to - from) * done));
       return !progress->IsCanceled();
     };
   bool cancelled = false;

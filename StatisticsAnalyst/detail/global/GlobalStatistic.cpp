@@ -94,8 +94,8 @@ Status InMemory(ZoRecordset* records, const ZoPatternsInformation& info, const K
 }  // namespace
 
 // K nearest included: its transpose is taken in memory, not from an n × n file.
-Status OpenRows(ZoRecordset* records, const ZoPatternsInformation& info, ZoProgress* progress,
-                ZoWeightsFileRows& file, ZoWeightsFileRows::GivenPoints* given) {
+Status OpenRows(ZoRecordset* records, const ZoPatternsInformation& info, ZoProgress* progress, ZoWeightsFileRows& file,
+                ZoWeightsFileRows::GivenPoints* given) {
   ZoDatasetVector* dataset = records->GetDataset();
   if (info.Conceptualization >= InverseDistance && info.Conceptualization <= KNearestNeighbors) {
     if (file.BuildInMemory(records, info, progress, true, true, given)) return Status::Ok();

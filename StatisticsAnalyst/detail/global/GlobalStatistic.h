@@ -24,8 +24,8 @@ Status Run(ZoRecordset* records, const ZoPatternsInformation& info, Kind kind, Z
 // file for conceptualization 8, else built here from `given` points (when
 // not null) or the records' geometries, in memory within the budget or
 // through a temporary file.
-Status OpenRows(ZoRecordset* records, const ZoPatternsInformation& info, ZoProgress* progress,
-                ZoWeightsFileRows& file, ZoWeightsFileRows::GivenPoints* given);
+Status OpenRows(ZoRecordset* records, const ZoPatternsInformation& info, ZoProgress* progress, ZoWeightsFileRows& file,
+                ZoWeightsFileRows::GivenPoints* given);
 // Every row of `file` into Moran's sums: rows in memory on every core, rows
 // of a file one by one (the same bits either way). Progress shows the
 // statistic's per-feature text.
