@@ -17,19 +17,9 @@ namespace {
 LUMA::LumaUnicodeString QlIdText(ZoRecordset* records) { return std::to_string(records->GetID()).c_str(); }
 }  // namespace
 
-Status ReadFieldValues(ZoRecordset* records, const LUMA::LumaUnicodeString& field, bool nonNegative,
-                       LUMA::LumaArray<double>& values) {
-  values.clear();
-  values.reserve(static_cast<std::size_t>(std::max<std::int64_t>(records->GetRecordCount(), 0)));
-  LUMA::LumaVariant value;
-  for (bool more = records->MoveFirst(); more && !records->IsEOF(); more = records->MoveNext()) {
-    records->GetFieldValue(field, value);
-    const double x = value.ToDouble();
-    if (!std::isfinite(x)) return Status::Fail(msg::EUc001, {QlIdText(records), field});
-    if (nonNegative && x < 0.0) return Status::Fail(msg::ESa022);
-    values.push_back(x);
-  }
-  return Status::Ok();
+bool RecordPoint(ZoRecordset* records, ZoGeometry& geometry, LUMA::LumaPoint2D& point) {
+  return records->GetGeometry(geometry) && !geometry.IsEmpty() &&
+         ZoStatisticsUtilities::GetBaryCenter(&geometry, point);
 }
 
 Status ReadFeaturePoints(ZoRecordset* records, LUMA::LumaArray<LUMA::LumaPoint2D>& points) {
@@ -38,8 +28,7 @@ Status ReadFeaturePoints(ZoRecordset* records, LUMA::LumaArray<LUMA::LumaPoint2D
   ZoGeometry geometry;
   LUMA::LumaPoint2D p;
   for (bool more = records->MoveFirst(); more && !records->IsEOF(); more = records->MoveNext()) {
-    if (!records->GetGeometry(geometry) || geometry.IsEmpty() || !ZoStatisticsUtilities::GetBaryCenter(&geometry, p))
-      return Status::Fail(msg::EUc002, {QlIdText(records)});
+    if (!RecordPoint(records, geometry, p)) return Status::Fail(msg::EUc002, {QlIdText(records)});
     points.push_back(p);
   }
   return Status::Ok();
@@ -125,12 +114,17 @@ Status ReadFeatures(ZoRecordset* records, const LUMA::LumaUnicodeString& field, 
     double e = 0.0;
     if (c.WantsExtra()) records->GetFieldValue(extraField, value), e = value.ToDouble();
     bool hasPoint = false;
-    if (c.WantsPoint())
-      hasPoint =
-          records->GetGeometry(geometry) && !geometry.IsEmpty() && ZoStatisticsUtilities::GetBaryCenter(&geometry, p);
+    if (c.WantsPoint()) hasPoint = RecordPoint(records, geometry, p);
     if (Status taken = c.Take(records->GetID(), x, e, hasPoint ? &p : nullptr); !taken) return taken;
   }
   return c.extraStatus;
+}
+
+Status ReadFieldValues(ZoRecordset* records, const LUMA::LumaUnicodeString& field, bool nonNegative,
+                       LUMA::LumaArray<double>& values) {
+  LUMA::LumaArray<double> none;
+  Status noPoints;
+  return ReadFeatures(records, field, nonNegative, values, {}, none, nullptr, noPoints);
 }
 
 double ScaleToUnitRange(LUMA::LumaArray<double>& values) {

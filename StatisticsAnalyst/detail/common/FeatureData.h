@@ -11,8 +11,9 @@
 #include "host/LumaUnicodeString.h"
 
 namespace ZOC {
+class ZoGeometry;
 class ZoRecordset;
-}
+}  // namespace ZOC
 
 namespace ZOC::detail {
 
@@ -21,6 +22,10 @@ namespace ZOC::detail {
 // field; with nonNegative a negative value fails with "ESa022".
 Status ReadFieldValues(ZoRecordset* records, const LUMA::LumaUnicodeString& field, bool nonNegative,
                        LUMA::LumaArray<double>& values);
+
+// The current record's representative point (the point itself, or the
+// centroid of a line or region); false when its geometry is missing or empty.
+bool RecordPoint(ZoRecordset* records, ZoGeometry& geometry, LUMA::LumaPoint2D& point);
 
 // One representative point per record (the point itself, or the centroid of
 // a line or region), in the recordset's order. A missing or empty geometry

@@ -1,5 +1,7 @@
 #include "StatisticsAnalyst/detail/regression/Regression.h"
 
+#include "StatisticsAnalyst/detail/common/FeatureData.h"
+
 #include <Eigen/Dense>
 #include <cmath>
 #include <limits>
@@ -60,7 +62,7 @@ void Centre(Design& design) {
 // The record's representative point, or the failure naming it.
 void ReadPoint(ZoRecordset* records, ZoGeometry& geometry, DesignExtras& out) {
   LUMA::LumaPoint2D p;
-  if (records->GetGeometry(geometry) && !geometry.IsEmpty() && ZoStatisticsUtilities::GetBaryCenter(&geometry, p)) {
+  if (detail::RecordPoint(records, geometry, p)) {
     out.points.push_back(p);
     return;
   }
