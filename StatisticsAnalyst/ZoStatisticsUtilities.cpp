@@ -12,7 +12,6 @@
 
 #include "StatisticsAnalyst/detail/common/FeatureData.h"
 #include "StatisticsAnalyst/detail/common/Limits.h"
-#include "StatisticsAnalyst/detail/common/SpatialOrder.h"
 #include "StatisticsAnalyst/detail/weights/WeightsRowBuilder.h"
 #include "host/ZoMessageIds.h"
 #include "host/ZoStringEx.h"
@@ -283,17 +282,15 @@ double ZoStatisticsUtilities::CalculateTolerance(ZoKdTree* tree, const LumaArray
     }
     if (tolerance >= 0.0) return tolerance < limits::kZero ? std::numeric_limits<double>::max() : tolerance;
     // The largest of the nearest-neighbour distances does not depend on the
-    // visiting order, so the queries run in spatial order for speed.
+    // visiting order: the tree (built over `points`) answers its own points
+    // a leaf at a time. Each answer holds the point itself and its nearest.
     double band = 0.0;
-    bool first = true;
-    for (std::size_t i : SpatialQueryOrder(points)) {
-      double d = 0.0;
-      if (!GetDistTolerance(tree, points[i], 1, d, method)) break;
-      d *= kBandMargin;
-      if (first || d > band) band = d;
-      first = false;
-    }
-    return band;
+    const bool searched =
+        tree && tree->SearchSpatialRange(0, points.size(), 2, method,
+                                         [&](std::size_t, const std::size_t*, const double* distances, std::size_t n) {
+                                           band = std::max(band, *std::max_element(distances, distances + n));
+                                         });
+    return searched ? band * kBandMargin : 0.0;
   });
 }
 

@@ -1,11 +1,11 @@
 #include "StatisticsAnalyst/detail/global/NearestNeighbour.h"
 
+#include <algorithm>
 #include <cmath>
 #include <memory>
 #include <vector>
 
 #include "StatisticsAnalyst/detail/common/FeatureData.h"
-#include "StatisticsAnalyst/detail/common/SpatialOrder.h"
 #include "StatisticsAnalyst/detail/global/MinimumAreaRectangle.h"
 #include "host/ZoMessageIds.h"
 #include "host/ZoOpPoints.h"
@@ -97,19 +97,29 @@ Status NearestDistances(const LumaArray<LumaPoint2D>& centroids, const ZoPrjCoor
     progress->SetTitleMessage(ZoStringEx::LoadResString(msg::IMb359));
     format = ZoStringEx::LoadResString(msg::IMb360);
   }
+  // The tree answers its own points a leaf at a time, in chunks between
+  // progress steps; each answer holds the point itself and its nearest (a
+  // coincident point with a lower QlID may come first).
   const std::size_t count = centroids.size();
-  const std::vector<std::size_t> order = SpatialQueryOrder(projected);
+  std::vector<std::int64_t> order;
+  if (!tree->GetSpatialOrder(order)) return Status::Fail(msg::ESa032);
   nearest.assign(count, 0.0);
-  std::vector<std::size_t> hits;
-  std::vector<double> distances;
-  for (std::size_t step = 0; step < count; ++step) {
-    if (!progress.Step(format, static_cast<long long>(step), static_cast<long long>(count)))
-      return Status::Fail(msg::IMb030);
-    const std::size_t i = order[step];
-    if (tree->SearchKdTree(buffer[i], 2, hits, distances, method) < 2) return Status::Fail(msg::ESa032);
+  bool found = true;
+  const auto take = [&](std::size_t position, const std::size_t* hits, const double* distances, std::size_t n) {
+    const auto i = static_cast<std::size_t>(order[position]);
+    if (n < 2) return void(found = false);
     const std::size_t h = hits[0] == i ? 1 : 0;
     nearest[i] =
         geographic ? ZoOpPoints::GetSpheroidChordalDistance(centroids[i], centroids[hits[h]], a, f) : distances[h];
+  };
+  // About a hundredth of the points a chunk, so that progress moves by the
+  // percent and cancellation is seen, and at most 4096.
+  const std::size_t chunk = std::clamp<std::size_t>(count / 100, 1, 4096);
+  for (std::size_t first = 0; first < count; first += chunk) {
+    const std::size_t end = std::min(count, first + chunk);
+    if (!progress.Step(format, static_cast<long long>(end - 1), static_cast<long long>(count)))
+      return Status::Fail(msg::IMb030);
+    if (!tree->SearchSpatialRange(first, end, 2, method, take) || !found) return Status::Fail(msg::ESa032);
   }
   return Status::Ok();
 }
