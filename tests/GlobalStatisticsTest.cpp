@@ -135,46 +135,6 @@ TEST(GlobalStatistics, InMemoryAndStreamedMatchTheDenseDefinitions) {
   }
 }
 
-TEST(GlobalStatistics, LargeDatasetsStreamThroughATemporaryFileThatIsRemoved) {
-  satest::TempDir tmp;
-  satest::ScopedEnv tmpdir("TMPDIR", tmp.path().string());
-  const auto points = satest::RandomPoints(10001, 100.0, 8);
-  const auto values = TrendValues(points);
-  auto layer = satest::MakePointLayer(points, values);
-  ZoPatternsInformation info = Info(KNearestNeighbors, true);
-
-  // The reference: the same weights in memory (the matrix still fits there).
-  ZoRecordsetPtr records(layer.dataset->Query(ZoQueryDef()));
-  ZoStatisticsUtilities u;
-  LumaArray<WeightMatrixUnit> units;
-  ASSERT_TRUE(u.GetSpatialWeight(records.get(), info, units, false));
-  ZoAnalyzingPatterns patterns;
-  Exponent streamed;
-  ASSERT_TRUE(patterns.SpatialAutocorrelation(layer.dataset, info, streamed, false));
-  EXPECT_TRUE(std::filesystem::is_empty(tmp.path()));
-  // Sparse reference sums, written out plainly.
-  const double n = 10001;
-  double mean = 0;
-  for (double v : values) mean += v / n;
-  double s0 = 0, cp = 0, d2 = 0;
-  for (const auto& unit : units) {
-    const int i = unit.Index / 10001, j = unit.Index % 10001;
-    s0 += unit.Weight;
-    cp += unit.Weight * (values[i] - mean) * (values[j] - mean);
-  }
-  for (double v : values) d2 += (v - mean) * (v - mean);
-  EXPECT_NEAR(streamed.Index, n / s0 * cp / d2, 1e-10);
-
-  // A cancelled run leaves no temporary file either.
-  satest::ScopedProgressFactory cancelEarly(
-      [] { return std::make_unique<ZoCallbackProgress>([](const ZoProgressState& s) { return s.percent < 30; }); });
-  Exponent untouched{1, 2, 3, 4, 5};
-  EXPECT_FALSE(patterns.SpatialAutocorrelation(layer.dataset, info, untouched, true));
-  EXPECT_EQ(Ids(patterns), (std::vector<std::string>{"IMb030", "ESa041"}));
-  EXPECT_EQ(untouched.Index, 1);
-  EXPECT_TRUE(std::filesystem::is_empty(tmp.path()));
-}
-
 TEST(GlobalStatistics, HandCheckableCases) {
   // n = 4, the smallest count the checks let through: (n - 3) = 1.
   auto four = satest::MakePointLayer({{0, 0}, {1, 0}, {2, 0}, {3, 0}}, {1, 2, 4, 8});
