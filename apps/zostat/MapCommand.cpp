@@ -1,9 +1,24 @@
 // zostat map: draws a field of a result layer as an SVG or PNG map; and the
 // --map option of the per-feature analyses.
+#include <filesystem>
+
 #include "Command.h"
 #include "MapRenderer.h"
+#include "host/ZoFile.h"
+#include "host/ZoMessageIds.h"
 
 namespace zostat {
+
+void CheckMapTarget(const Options& options, const std::string& map, const std::vector<std::string>& keep) {
+  // A map is a picture: it must never replace a dataset it was drawn from or
+  // written beside, whatever its extension says.
+  for (const auto& path : keep)
+    if (!path.empty() && ZOC::ZoFile::IsSameFile(map, path))
+      throw Failure(MessageText(ZOC::msg::EUa011, "the map '" + map + "' is '" + path + "'"));
+  std::error_code ec;
+  if (std::filesystem::exists(std::filesystem::symlink_status(map, ec)) && !options.Has("overwrite"))
+    throw Failure(MessageText(ZOC::msg::EUa010, "the map '" + map + "' exists"));
+}
 
 void WriteRequestedMap(const Options& options, ZOC::ZoDatasetVector* result, const std::string& field,
                        const std::string& title) {
@@ -23,6 +38,7 @@ int RunMap(const Options& options) {
   map::MapRequest request;
   request.field = options.Require("field");
   request.output = options.Require("output");
+  CheckMapTarget(options, request.output, {options.Require("input")});
   request.title = options.Get("title");
   std::string error;
   if (!map::RenderMap(input.dataset, request, error)) throw Failure(error);
@@ -37,6 +53,7 @@ Command MapCommand() {
   options.push_back({"field", true, "field to map: Gi_ConfInvl bins, ALMI_Type, cluster ids, or any number"});
   options.push_back({"output", true, "map file to write (.svg or .png)"});
   options.push_back({"title", true, "map title (default: layer name and field)"});
+  options.push_back({"overwrite", false, "replace an existing map file"});
   options.push_back({"quiet", false, "print nothing on success"});
   options.push_back({"help", false, "show this command's usage"});
   return {"map", "draw a result layer's field as an SVG or PNG map with legend",
