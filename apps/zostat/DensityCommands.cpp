@@ -5,6 +5,7 @@
 #include "Command.h"
 #include "Json.h"
 #include "StatisticsAnalyst/ZoClusteringDistributions.h"
+#include "host/ZoMessageIds.h"
 
 namespace zostat {
 
@@ -16,6 +17,9 @@ int RunDensity(const Options& options, int method, const std::string& suffix) {
   info.Method = method;
   const long long minPoints = options.GetInt("min-points", 5);
   if (minPoints < 1 || minPoints > 2147483647LL) throw UsageError("--min-points must be a positive integer");
+  // A core distance is the distance to other points, so HDBSCAN needs two.
+  if (method == 2 && minPoints < 2)
+    throw UsageError(ZOC::msg::EUe002, "--min-points " + std::to_string(minPoints) + " for hdbscan");
   info.MinPoints = static_cast<int>(minPoints);
   info.SearchDistance = options.GetDouble("distance", 0.0);
   if (!(info.SearchDistance >= 0.0) || info.SearchDistance > 1.7976931348623157e308)

@@ -7,6 +7,7 @@
 #include "Json.h"
 #include "StatisticsAnalyst/ZoSpatialRelModeling.h"
 #include "WeightsOptions.h"
+#include "host/ZoMessageIds.h"
 
 namespace zostat {
 
@@ -179,6 +180,9 @@ int RunGwr(const Options& options) {
   info.Kernel = kernel == "gaussian" ? ZOC::GWRGaussian : ZOC::GWRBisquare;
   info.BandwidthType = type == "fixed" ? ZOC::GWRFixed : ZOC::GWRAdaptive;
   info.Bandwidth = options.GetDouble("bandwidth", -1.0);
+  // Leaving --bandwidth out is how the search is asked for; a given one must be usable as it stands.
+  if (options.Has("bandwidth") && !(info.Bandwidth > 0.0 && std::isfinite(info.Bandwidth)))
+    throw UsageError(ZOC::msg::EUf008, "--bandwidth " + options.Get("bandwidth") + "; leave it out to search for one");
   info.DistanceMethod = ParseDistanceMethod(options);
   OutputLayer out(options, input.dataset->GetName().Str() + "_gwr", input.dataset->GetType(),
                   input.dataset->GetPrjCoordSys());
