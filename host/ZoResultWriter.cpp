@@ -1,10 +1,12 @@
 #include "host/ZoResultWriter.h"
 
+#include <signal.h>
 #include <unistd.h>
 
 #include <algorithm>
 #include <atomic>
 #include <cctype>
+#include <cerrno>
 #include <filesystem>
 #include <functional>
 #include <string>
@@ -572,11 +574,37 @@ bool ZoResultWriter::Impl::SwapLayers(GDALDataset& ds, OGRLayer* temporary) {
   return ok || Fail(msg::EUa018, quiet.Message());
 }
 
+namespace {
+
+// A run killed outright (a second Ctrl-C, SIGKILL) cannot remove its scratch
+// folder, so the next run that writes the same target removes every scratch
+// folder whose process is gone. A live process, or one we may not signal,
+// keeps its folder.
+void RemoveStaleScratch(const fs::path& parent, const std::string& prefix) {
+  std::error_code ec;
+  for (fs::directory_iterator it(parent, ec), end; !ec && it != end; it.increment(ec)) {
+    const std::string name = it->path().filename().string();
+    if (name.compare(0, prefix.size(), prefix) != 0) continue;
+    const std::string rest = name.substr(prefix.size());
+    const std::size_t digits = rest.find_first_not_of("0123456789");
+    if (digits == 0 || digits == std::string::npos || rest[digits] != '_' || digits > 9) continue;
+    const long pid = std::stol(rest.substr(0, digits));
+    if (pid <= 0 || pid == static_cast<long>(getpid())) continue;
+    if (kill(static_cast<pid_t>(pid), 0) == 0 || errno != ESRCH) continue;
+    std::error_code removeError;
+    fs::remove_all(it->path(), removeError);
+  }
+}
+
+}  // namespace
+
 // A new hidden folder beside the target: files written there are on the
 // target's file system, so moving them into place is a rename.
 bool ZoResultWriter::Impl::MakeScratch(fs::path& folder) {
   const fs::path parent = path.has_parent_path() ? path.parent_path() : fs::path(".");
-  folder = parent / ("." + path.filename().string() + ".zostat_tmp_" + TemporarySuffix());
+  const std::string prefix = "." + path.filename().string() + ".zostat_tmp_";
+  RemoveStaleScratch(parent, prefix);
+  folder = parent / (prefix + TemporarySuffix());
   std::error_code ec;
   if (!fs::create_directory(folder, ec) || ec) return Fail(msg::EUa014, "cannot create " + folder.string());
   return true;
