@@ -1,5 +1,6 @@
 #include <algorithm>
 #include <cmath>
+#include <functional>
 
 #include "StatisticsAnalyst/ZoStatisticsUtilities.h"
 #include "StatisticsAnalyst/detail/regression/Gwr.h"
@@ -88,6 +89,10 @@ Status RunGwr(ZoRecordset* records, ZoDatasetVector* result, const ZoGWRInformat
   ZoDistanceMethod method = info.DistanceMethod;
   if (status) status = FeaturePoints(records, extras, points, method);
   if (!status) return status;
+  // A constant dependent field leaves nothing to explain: every local fit is
+  // exact and what it reports is rounding noise, so it fails as OLS does.
+  if (std::adjacent_find(design.y.begin(), design.y.end(), std::not_equal_to<>()) == design.y.end())
+    return Status::Fail(msg::EUf007);
   GwrModel model(design, std::move(points), info.Kernel, info.BandwidthType, method == Euclidean ? 1 : 2);
   if (!model.Build(info.Bandwidth == -1.0)) return Status::Fail(msg::ESa032);
   double bandwidth = 0.0;
