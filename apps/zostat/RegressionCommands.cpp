@@ -13,16 +13,30 @@ namespace zostat {
 
 namespace {
 
-// --explanatory F1,F2,...: a comma-separated list without empty names.
-LUMA::LumaArray<LUMA::LumaUnicodeString> ParseExplanatory(const Options& options) {
+// A field of the input by the name given, or by that name without the
+// blanks around it ("INC, HOVAL"); names the field when there is neither.
+std::string FieldOf(const InputLayer& input, const std::string& given) {
+  LUMA::LumaFieldInfo info;
+  if (input.dataset->GetFieldInfo(given, info)) return given;
+  const std::size_t first = given.find_first_not_of(" \t");
+  const std::string trimmed =
+      first == std::string::npos ? std::string() : given.substr(first, given.find_last_not_of(" \t") - first + 1);
+  if (!trimmed.empty() && input.dataset->GetFieldInfo(trimmed, info)) return trimmed;
+  throw Failure(MessageText(ZOC::msg::ECd001, "'" + given + "' is not a field of layer '" +
+                                                  input.dataset->GetName().Str() + "'"));
+}
+
+// --explanatory F1,F2,...: a comma-separated list of the input's fields, without empty names.
+LUMA::LumaArray<LUMA::LumaUnicodeString> ParseExplanatory(const Options& options, const InputLayer& input) {
   const std::string list = options.Require("explanatory");
   LUMA::LumaArray<LUMA::LumaUnicodeString> names;
   std::size_t start = 0;
   while (true) {
     const std::size_t comma = list.find(',', start);
     const std::string name = list.substr(start, comma == std::string::npos ? std::string::npos : comma - start);
-    if (name.empty()) throw UsageError("--explanatory holds an empty field name");
-    names.push_back(name);
+    if (name.find_first_not_of(" \t") == std::string::npos)
+      throw UsageError("--explanatory holds an empty field name");
+    names.push_back(FieldOf(input, name));
     if (comma == std::string::npos) break;
     start = comma + 1;
   }
@@ -120,8 +134,8 @@ void PrintOls(const Options& options, const ZOC::ZoOLSResult& r, const OutputLay
 int RunOls(const Options& options) {
   InputLayer input = OpenInput(options);
   ZOC::ZoOLSInformation info;
-  info.DependentField = options.Require("dependent");
-  info.ExplanatoryFields = ParseExplanatory(options);
+  info.DependentField = FieldOf(input, options.Require("dependent"));
+  info.ExplanatoryFields = ParseExplanatory(options, input);
   info.ResidualMoran = !options.Has("no-moran");
   info.MoranWeights = ParseWeightsOptions(options);
   OutputLayer out(options, input.dataset->GetName().Str() + "_ols", input.dataset->GetType(),
@@ -172,8 +186,8 @@ void PrintGwr(const Options& options, const ZOC::ZoGWRResult& r, const OutputLay
 int RunGwr(const Options& options) {
   InputLayer input = OpenInput(options);
   ZOC::ZoGWRInformation info;
-  info.DependentField = options.Require("dependent");
-  info.ExplanatoryFields = ParseExplanatory(options);
+  info.DependentField = FieldOf(input, options.Require("dependent"));
+  info.ExplanatoryFields = ParseExplanatory(options, input);
   const std::string kernel = options.Get("kernel", "bisquare"), type = options.Get("bandwidth-type", "adaptive");
   if (kernel != "gaussian" && kernel != "bisquare") throw UsageError("--kernel must be gaussian or bisquare");
   if (type != "fixed" && type != "adaptive") throw UsageError("--bandwidth-type must be fixed or adaptive");
