@@ -22,8 +22,8 @@ std::string FieldOf(const InputLayer& input, const std::string& given) {
   const std::string trimmed =
       first == std::string::npos ? std::string() : given.substr(first, given.find_last_not_of(" \t") - first + 1);
   if (!trimmed.empty() && input.dataset->GetFieldInfo(trimmed, info)) return trimmed;
-  throw Failure(MessageText(ZOC::msg::ECd001, "'" + given + "' is not a field of layer '" +
-                                                  input.dataset->GetName().Str() + "'"));
+  throw Failure(MessageText(ZOC::msg::ECd001,
+                            "'" + given + "' is not a field of layer '" + input.dataset->GetName().Str() + "'"));
 }
 
 // --explanatory F1,F2,...: a comma-separated list of the input's fields, without empty names.
@@ -34,8 +34,7 @@ LUMA::LumaArray<LUMA::LumaUnicodeString> ParseExplanatory(const Options& options
   while (true) {
     const std::size_t comma = list.find(',', start);
     const std::string name = list.substr(start, comma == std::string::npos ? std::string::npos : comma - start);
-    if (name.find_first_not_of(" \t") == std::string::npos)
-      throw UsageError("--explanatory holds an empty field name");
+    if (name.find_first_not_of(" \t") == std::string::npos) throw UsageError("--explanatory holds an empty field name");
     names.push_back(FieldOf(input, name));
     if (comma == std::string::npos) break;
     start = comma + 1;
