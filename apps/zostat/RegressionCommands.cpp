@@ -117,8 +117,8 @@ void PrintOls(const Options& options, const ZOC::ZoOLSResult& r, const OutputLay
     // The intercept has no variance inflation factor: its column stays empty.
     char vif[32] = "-";
     if (std::isfinite(c.VIF)) std::snprintf(vif, sizeof vif, "%.4g", c.VIF);
-    std::snprintf(row, sizeof row, "  %-16s %14.6g %12.6g %9.4g %10.4g %12.6g %10.4g %8s\n", c.Name.c_str(),
-                  c.Estimate, c.StdError, c.TValue, c.PValue, c.RobustStdError, c.RobustPValue, vif);
+    std::snprintf(row, sizeof row, "  %-16s %14.6g %12.6g %9.4g %10.4g %12.6g %10.4g %8s\n", c.Name.c_str(), c.Estimate,
+                  c.StdError, c.TValue, c.PValue, c.RobustStdError, c.RobustPValue, vif);
     text += row;
   }
   text += Line("\n  R²: %.6g   adjusted R²: %.6g   AICc: %.10g\n", r.R2, r.AdjustedR2, r.AICc);
