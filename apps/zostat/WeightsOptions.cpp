@@ -27,7 +27,9 @@ std::vector<OptionSpec> WeightsOptions() {
       {"distance-band", true,
        "distance band in dataset units; -1 (default) = every feature gets a neighbour, 0 = no limit"},
       {"exponent", true, "power of the distance for inverse distance (default 1)"},
-      {"k", true, "neighbours per feature for k-nearest (default 1)"},
+      {"k", true,
+       "neighbours per feature for k-nearest (default 1; ties by QlID; when more than k features share a "
+       "location, all of them)"},
       {"row-standardize", false, "divide each weight by its row's sum"},
       {"distance-method", true, "euclidean (default) or manhattan"},
       {"weights-file", true, "weights matrix file for --conceptualization weights-file"},
