@@ -75,9 +75,9 @@ class OutputLayer {
 // they see Ctrl-C and SIGTERM; --json and --quiet only stop the drawing.
 inline bool ShowProgress(const Options&) { return true; }
 
-// Refuses a map file that is one of `keep` (the input, the result) or that
-// exists without --overwrite; checked before any work is done.
-void CheckMapTarget(const Options& options, const std::string& map, const std::vector<std::string>& keep);
+// Refuses a --map file that is the input or `out`'s file, or that exists
+// without --overwrite; called before any work is done.
+void CheckRequestedMap(const Options& options, const OutputLayer& out);
 
 // Refuses --distance-method manhattan on geographic data, where distances
 // are measured along the ellipsoid (exit status 2).

@@ -61,7 +61,7 @@ int RunHotSpot(const Options& options) {
   info.SecondFieldName = options.Get("self-weight-field");
   info.FDRCorrection = options.Has("fdr");
   OutputLayer out(options, input.dataset->GetName().Str() + "_hotspots", input);
-  if (options.Has("map")) CheckMapTarget(options, options.Require("map"), {options.Require("input"), out.path()});
+  CheckRequestedMap(options, out);
   ZOC::ZoClusteringDistributions clustering;
   if (!clustering.HotSpotAnalyst(input.dataset, out.dataset(), info, ShowProgress(options)))
     throw Failure(clustering.GetStrErrorMes().Str());
@@ -86,7 +86,7 @@ int RunClusterOutlier(const Options& options) {
   ZOC::ZoPatternsInformation info = ParseWeightsOptions(options);
   info.FDRCorrection = options.Has("fdr");
   OutputLayer out(options, input.dataset->GetName().Str() + "_clusters", input);
-  if (options.Has("map")) CheckMapTarget(options, options.Require("map"), {options.Require("input"), out.path()});
+  CheckRequestedMap(options, out);
   ZOC::ZoClusteringDistributions clustering;
   if (!clustering.ClusterOutlier(input.dataset, out.dataset(), info, ShowProgress(options)))
     throw Failure(clustering.GetStrErrorMes().Str());

@@ -9,6 +9,8 @@
 
 namespace zostat {
 
+namespace {
+
 void CheckMapTarget(const Options& options, const std::string& map, const std::vector<std::string>& keep) {
   // A map is a picture: it must never replace a dataset it was drawn from or
   // written beside, whatever its extension says.
@@ -18,6 +20,12 @@ void CheckMapTarget(const Options& options, const std::string& map, const std::v
   std::error_code ec;
   if (std::filesystem::exists(std::filesystem::symlink_status(map, ec)) && !options.Has("overwrite"))
     throw Failure(MessageText(ZOC::msg::EUa010, "the map '" + map + "' exists"));
+}
+
+}  // namespace
+
+void CheckRequestedMap(const Options& options, const OutputLayer& out) {
+  if (options.Has("map")) CheckMapTarget(options, options.Require("map"), {options.Require("input"), out.path()});
 }
 
 void WriteRequestedMap(const Options& options, ZOC::ZoDatasetVector* result, const std::string& field,
