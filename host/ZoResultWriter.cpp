@@ -135,6 +135,7 @@ struct ZoResultWriter::Impl {
   bool CommitDirect(ZoProgress* progress);
   bool Reopen();
   bool CommitInPlace(ZoProgress* progress);
+  bool CommitCopy(ZoProgress* progress);
   // Progress runs from `from` to `to` percent while the index is built.
   bool BuildIndex(const detail::GpkgIndexTarget& target, long long count, ZoProgress* progress, int from, int to);
   bool CheckAndSwap(const fs::path& at, const std::string& name, long long expected, int fields);
@@ -376,9 +377,10 @@ bool ZoResultWriter::Commit(ZoProgress* progress) {
     }
     if (!m.result->Commit()) return m.Fail(msg::EUa016, "the last features could not be written");
     if (progress && progress->IsCanceled()) return m.Fail(msg::IMb030, "");
-    const bool ok = m.direct    ? m.CommitDirect(progress)
-                    : m.inPlace ? m.CommitInPlace(progress)
-                                : m.CommitStaged(progress);
+    const bool ok = m.direct                            ? m.CommitDirect(progress)
+                    : m.inPlace && m.driver == "SQLite" ? m.CommitCopy(progress)
+                    : m.inPlace                         ? m.CommitInPlace(progress)
+                                                        : m.CommitStaged(progress);
     // After a success the result stays readable: from the output itself when
     // written in its format, else from the stage, removed with the writer.
     if (!ok) m.Discard();
@@ -451,6 +453,36 @@ bool ZoResultWriter::Impl::CommitInPlace(ZoProgress* progress) {
   return true;
 }
 
+// GDAL cannot rename a layer of a SQLite file, so no temporary layer can
+// take the old one's place there. The whole file is copied into the scratch
+// folder instead, the layer is replaced in the copy, and the copy, once read
+// back whole, takes the file's place in one rename: the other layers come
+// along unchanged, and a failure at any point leaves the original as it was.
+bool ZoResultWriter::Impl::CommitCopy(ZoProgress* progress) {
+  OGRLayer& from = *detail::HostAccess::Layer(*result);
+  const long long expected = from.GetFeatureCount(TRUE);
+  const int fields = from.GetLayerDefn()->GetFieldCount();
+  const fs::path copy = scratch / path.filename();
+  std::error_code ec;
+  if (!fs::copy_file(path, copy, ec) || ec)
+    return Fail(msg::EUa014, "cannot copy " + path.string() + ": " + ec.message());
+  {
+    detail::QuietErrors quiet;
+    const char* drivers[] = {driver.c_str(), nullptr};
+    GdalPtr ds(GDALDataset::Open(copy.c_str(), GDAL_OF_VECTOR | GDAL_OF_UPDATE, drivers, nullptr, nullptr));
+    if (!ds) return Fail(msg::EUa014, quiet.Message());
+    if (OGRLayer* old = FindLayer(*ds, layer))
+      if (ds->DeleteLayer(LayerIndex(*ds, old)) != OGRERR_NONE) return Fail(msg::EUa018, quiet.Message());
+    if (!Copy(from, *ds, layer, progress)) return false;
+    ds.reset();
+    if (quiet.Failed()) return Fail(msg::EUa016, quiet.Message());
+  }
+  if (progress && progress->IsCanceled()) return Fail(msg::IMb030, "");
+  if (!CheckAndSwap(copy, layer, expected, fields) || !MoveIntoPlace(scratch)) return false;
+  written = expected;
+  return true;
+}
+
 bool ZoResultWriter::Impl::BuildIndex(const detail::GpkgIndexTarget& target, long long count, ZoProgress* progress,
                                       int from, int to) {
   std::function<bool(double)> keepGoing;
@@ -470,13 +502,15 @@ bool ZoResultWriter::Impl::BuildIndex(const detail::GpkgIndexTarget& target, lon
 bool ZoResultWriter::Impl::CheckAndSwap(const fs::path& at, const std::string& name, long long expected, int fields) {
   detail::QuietErrors quiet;
   const char* drivers[] = {driver.c_str(), nullptr};
-  const unsigned flags = GDAL_OF_VECTOR | (inPlace ? GDAL_OF_UPDATE : GDAL_OF_READONLY);
+  // A temporary layer in the output itself still has to take its place.
+  const bool swap = inPlace && name != layer;
+  const unsigned flags = GDAL_OF_VECTOR | (swap ? GDAL_OF_UPDATE : GDAL_OF_READONLY);
   GdalPtr ds(GDALDataset::Open(at.c_str(), flags, drivers, nullptr, nullptr));
   if (!ds) return Fail(msg::EUa017, "the written file cannot be read back: " + quiet.Message());
   OGRLayer* back = FindLayer(*ds, name);
   if (!back) return Fail(msg::EUa017, "the written layer cannot be found");
   if (!Holds(expected, fields, *back)) return false;
-  if (inPlace) {
+  if (swap) {
     if (!back->TestCapability(OLCRename)) return Fail(msg::EUa018, "the format cannot rename layers");
     if (!SwapLayers(*ds, back)) return false;
   }

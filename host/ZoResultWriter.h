@@ -16,7 +16,8 @@
 //                 spatial index, a staged result is copied into its format,
 //                 the result is read back to check that it holds every
 //                 feature, field and geometry, and only then put in place of
-//                 the old layer or file. The result dataset is closed.
+//                 the old layer or file. (SQLite cannot rename layers, so an
+//                 existing SQLite file is replaced by an edited copy.) The result dataset is closed.
 // Until Commit nothing replaces the output; a failed or cancelled Commit,
 // or a writer destroyed without one, leaves it as it was, with no temporary
 // layer or file behind. Failures leave a message beginning with its
