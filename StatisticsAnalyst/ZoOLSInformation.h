@@ -51,6 +51,9 @@ struct ZoOLSResult {
   double ConditionIndex = 0.0;
   bool HasResidualMoran = false;
   ZoAnalyzingPatterns::ZoAnalyzingExponent ResidualMoran;
+  // Why the residual Moran's I is missing when it was asked for (the
+  // messages of the failed test); empty otherwise.
+  LumaUnicodeString ResidualMoranMessage;
 };
 
 }  // namespace ZOC

@@ -14,13 +14,10 @@ ZoRecordsetPtr ZoSpatialRelModeling::OpenRegression(ZoDatasetVector* source, ZoD
     AddErrorMessage(msg::EEg002);
     return nullptr;
   }
-  if (!result) {
-    AddErrorMessage(msg::EEg032);
-    return nullptr;
-  }
-  if (!result->IsOpen()) result->Open();
+  // A null result asks for the model's summary alone.
+  if (result && !result->IsOpen()) result->Open();
   if (!CheckAnalysisDataset(source)) return nullptr;
-  if (result->GetType() != source->GetType()) {
+  if (result && result->GetType() != source->GetType()) {
     AddErrorMessage(msg::EEe017);
     return nullptr;
   }

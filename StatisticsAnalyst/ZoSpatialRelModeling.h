@@ -6,7 +6,7 @@
 // The result must be an empty vector dataset of the source's type; it gets
 // a copy of every source record (geometry, the dependent and explanatory
 // fields) with the computed fields, in "QlID" order. Nothing is written when
-// the fit fails.
+// the fit fails. A null result asks for the summary record alone.
 #include "StatisticsAnalyst/Export.h"
 #include "StatisticsAnalyst/ZoAnalysisFrame.h"
 #include "StatisticsAnalyst/ZoGWRInformation.h"
@@ -23,7 +23,10 @@ class SA_API ZoSpatialRelModeling : public ZoAnalysisFrame {
   // Fields: "Predicted", "Residual", "StdResid" (the residual over
   // σ·sqrt(1 − leverage)). The result record holds the coefficients with
   // classical and robust inference and the model's diagnostics; the residual
-  // Moran's I is computed on the result dataset under info.MoranWeights.
+  // Moran's I is computed on the residuals under info.MoranWeights. When
+  // that test cannot be computed (no feature has a neighbour, say) the fit
+  // still succeeds, without it: HasResidualMoran is false and
+  // ResidualMoranMessage says why. Cancelling fails the whole call.
   // Messages: "EEg002", "EEg032", "EEe018", "EEe017", "EKa013", "ESa005",
   // "ECd001", "ESa006", "EUf001" (no explanatory field), "EUf003" (null
   // value), "EUf004" (non-finite value), "EUf005" (too few features),

@@ -248,6 +248,34 @@ TEST(OrdinaryLeastSquares, ResidualMoranIsTheGlobalMoranOfTheWrittenResiduals) {
   }
 }
 
+// Without a result dataset the summary is the same; weights under which the
+// residual test cannot be computed leave the fit standing, with the reason.
+TEST(OrdinaryLeastSquares, TheSummaryStandsWithoutAResultOrAResidualTest) {
+  const Sample s = MakeSample(60, 5);
+  auto layer = MakeLayer(s.points, s.columns);
+  ZOC::ZoOLSInformation info;
+  info.DependentField = "Y";
+  info.ExplanatoryFields = {"X1", "X2"};
+  info.MoranWeights.Conceptualization = ZOC::KNearestNeighbors;
+  info.MoranWeights.KNeighbors = 4;
+  ZOC::ZoSpatialRelModeling modeling;
+  ZOC::ZoOLSResult written, alone, untested;
+  ZOC::ZoDatasetVector* out = layer->source->CreateDatasetVector("ols", ZOC::DatasetPoint, ZOC::ZoPrjCoordSys());
+  ASSERT_TRUE(modeling.OrdinaryLeastSquares(layer->dataset, out, info, written, false));
+  ASSERT_TRUE(modeling.OrdinaryLeastSquares(layer->dataset, nullptr, info, alone, false))
+      << modeling.GetStrErrorMes().Str();
+  EXPECT_EQ(alone.AICc, written.AICc);
+  EXPECT_EQ(alone.ResidualMoran.Index, written.ResidualMoran.Index);
+  info.MoranWeights.Conceptualization = ZOC::FixedDistanceBand;
+  info.MoranWeights.DistanceTolerance = 1e-9;  // no feature has a neighbour
+  ASSERT_TRUE(modeling.OrdinaryLeastSquares(layer->dataset, nullptr, info, untested, false))
+      << modeling.GetStrErrorMes().Str();
+  EXPECT_FALSE(untested.HasResidualMoran);
+  EXPECT_NE(untested.ResidualMoranMessage.Str().find("ESa041"), std::string::npos);
+  EXPECT_EQ(untested.AICc, written.AICc);
+  EXPECT_TRUE(alone.ResidualMoranMessage.IsEmpty());
+}
+
 // ---- Geographically weighted regression.
 
 // A plain loop of weighted least squares per feature, the textbook way.

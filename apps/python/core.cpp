@@ -362,6 +362,7 @@ py::dict Ols(const std::string& path, const std::string& layer, const std::strin
   } else {
     d["residual_moran"] = py::none();
   }
+  if (!r.ResidualMoranMessage.IsEmpty()) d["residual_moran_missing"] = r.ResidualMoranMessage.Str();
   return d;
 }
 

@@ -114,6 +114,14 @@ void OutputLayer::Keep() {
   m_layer = m_writer->GetLayerName().Str();
 }
 
+std::unique_ptr<OutputLayer> OptionalOutput(const Options& options, const std::string& defaultLayer, int datasetType,
+                                            const ZOC::ZoPrjCoordSys& cs) {
+  if (options.Has("output")) return std::make_unique<OutputLayer>(options, defaultLayer, datasetType, cs);
+  for (const char* name : {"output-layer", "overwrite"})
+    if (options.Has(name)) throw UsageError(msg::EUa058, std::string("--") + name + " needs --output");
+  return nullptr;
+}
+
 void CheckDistanceMethod(const Options& options, const InputLayer& input) {
   if (options.Get("distance-method", "euclidean") != "manhattan") return;
   if (input.dataset->GetPrjCoordSys().GetTypeID() == ZOC::ZoPrjCoordSys::Geographic)

@@ -71,6 +71,12 @@ class OutputLayer {
   ZOC::ZoDatasetVector* m_dataset = nullptr;
 };
 
+// The result layer when --output is given, else null: for commands whose
+// summary stands on its own. --output-layer and --overwrite without --output
+// are refused (exit status 2).
+std::unique_ptr<OutputLayer> OptionalOutput(const Options& options, const std::string& defaultLayer, int datasetType,
+                                            const ZOC::ZoPrjCoordSys& cs);
+
 // Whether analyses should run with a progress object. Always: it is also how
 // they see Ctrl-C and SIGTERM; --json and --quiet only stop the drawing.
 inline bool ShowProgress(const Options&) { return true; }

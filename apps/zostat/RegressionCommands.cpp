@@ -1,5 +1,6 @@
 // zostat ols and zostat gwr: a field modelled from others, globally or
 // around every feature, with per-feature results written to a new layer.
+#include <algorithm>
 #include <cmath>
 #include <cstdio>
 
@@ -48,7 +49,12 @@ std::string Line(const char* format, double a, double b = 0, double c = 0) {
   return text;
 }
 
-void PrintOls(const Options& options, const ZOC::ZoOLSResult& r, const OutputLayer& out) {
+// What the run wrote, as the summary's last line; nothing without --output.
+std::string Written(const OutputLayer* out, const std::string& fields) {
+  return out ? "Wrote " + fields + " to layer '" + out->layer() + "' of " + out->path() : std::string();
+}
+
+void PrintOls(const Options& options, const ZOC::ZoOLSResult& r, const OutputLayer* out) {
   if (options.Has("json")) {
     JsonWriter json;
     json.BeginObject().Key("coefficients").BeginArray();
@@ -104,6 +110,7 @@ void PrintOls(const Options& options, const ZOC::ZoOLSResult& r, const OutputLay
     } else {
       json.Null();
     }
+    if (!r.ResidualMoranMessage.IsEmpty()) json.Key("residual_moran_missing").String(r.ResidualMoranMessage.Str());
     Print(json.EndObject().str());
     return;
   }
@@ -130,7 +137,16 @@ void PrintOls(const Options& options, const ZOC::ZoOLSResult& r, const OutputLay
   if (r.HasResidualMoran)
     text += Line("  Residual Moran's I: %12.6g  z %.4g  p %.4g\n", r.ResidualMoran.Index, r.ResidualMoran.ZScore,
                  r.ResidualMoran.PValue);
-  Print(text + "Wrote Predicted, Residual and StdResid to layer '" + out.layer() + "' of " + out.path());
+  else if (!r.ResidualMoranMessage.IsEmpty()) {
+    text += "  Residual Moran's I: not computed under these weights:\n";
+    std::string why = r.ResidualMoranMessage.Str();
+    for (std::size_t at = 0; at < why.size();) {
+      const std::size_t end = std::min(why.find('\n', at), why.size());
+      text += "    " + why.substr(at, end - at) + "\n";
+      at = end + 1;
+    }
+  }
+  Print(text + Written(out, "Predicted, Residual and StdResid"));
 }
 
 int RunOls(const Options& options) {
@@ -140,18 +156,18 @@ int RunOls(const Options& options) {
   info.ExplanatoryFields = ParseExplanatory(options, input);
   info.ResidualMoran = !options.Has("no-moran");
   info.MoranWeights = ParseWeightsOptions(options);
-  OutputLayer out(options, input.dataset->GetName().Str() + "_ols", input.dataset->GetType(),
-                  input.dataset->GetPrjCoordSys());
+  const auto out = OptionalOutput(options, input.dataset->GetName().Str() + "_ols", input.dataset->GetType(),
+                                  input.dataset->GetPrjCoordSys());
   ZOC::ZoSpatialRelModeling modeling;
   ZOC::ZoOLSResult result;
-  if (!modeling.OrdinaryLeastSquares(input.dataset, out.dataset(), info, result, !options.Has("json")))
+  if (!modeling.OrdinaryLeastSquares(input.dataset, out ? out->dataset() : nullptr, info, result, !options.Has("json")))
     throw Failure(modeling.GetStrErrorMes().Str());
-  out.Keep();
-  PrintOls(options, result, out);
+  if (out) out->Keep();
+  PrintOls(options, result, out.get());
   return 0;
 }
 
-void PrintGwr(const Options& options, const ZOC::ZoGWRResult& r, const OutputLayer& out) {
+void PrintGwr(const Options& options, const ZOC::ZoGWRResult& r, const OutputLayer* out) {
   if (options.Has("json")) {
     JsonWriter json;
     json.BeginObject()
@@ -180,9 +196,7 @@ void PrintGwr(const Options& options, const ZOC::ZoGWRResult& r, const OutputLay
   text += Line("  Residual sum of sq.:  %.10g\n  Sigma:                %.6g\n", r.RSS, r.Sigma);
   text += Line("  R²: %.6g   adjusted R²: %.6g\n", r.R2, r.AdjustedR2);
   Print(text +
-        "Wrote local coefficients, standard errors, LocalR2, Predicted, Residual, StdResid and CondNumber "
-        "to layer '" +
-        out.layer() + "' of " + out.path());
+        Written(out, "local coefficients, standard errors, LocalR2, Predicted, Residual, StdResid and CondNumber"));
 }
 
 int RunGwr(const Options& options) {
@@ -200,14 +214,15 @@ int RunGwr(const Options& options) {
   if (options.Has("bandwidth") && !(info.Bandwidth > 0.0 && std::isfinite(info.Bandwidth)))
     throw UsageError(ZOC::msg::EUf008, "--bandwidth " + options.Get("bandwidth") + "; leave it out to search for one");
   info.DistanceMethod = ParseDistanceMethod(options);
-  OutputLayer out(options, input.dataset->GetName().Str() + "_gwr", input.dataset->GetType(),
-                  input.dataset->GetPrjCoordSys());
+  const auto out = OptionalOutput(options, input.dataset->GetName().Str() + "_gwr", input.dataset->GetType(),
+                                  input.dataset->GetPrjCoordSys());
   ZOC::ZoSpatialRelModeling modeling;
   ZOC::ZoGWRResult result;
-  if (!modeling.GeographicWeightedRegression(input.dataset, out.dataset(), info, result, !options.Has("json")))
+  if (!modeling.GeographicWeightedRegression(input.dataset, out ? out->dataset() : nullptr, info, result,
+                                             !options.Has("json")))
     throw Failure(modeling.GetStrErrorMes().Str());
-  out.Keep();
-  PrintGwr(options, result, out);
+  if (out) out->Keep();
+  PrintGwr(options, result, out.get());
   return 0;
 }
 
@@ -216,6 +231,7 @@ std::vector<OptionSpec> ModelOptions(const std::string& layerHelp) {
   options.push_back({"dependent", true, "numeric field to model"});
   options.push_back({"explanatory", true, "comma-separated numeric fields that explain it (an intercept is added)"});
   for (auto& o : OutputOptions(layerHelp)) options.push_back(o);
+  options[options.size() - 3].help += "; absent: the summary only";
   return options;
 }
 
@@ -227,7 +243,7 @@ Command OlsCommand() {
   for (auto& o : WeightsOptions()) options.push_back(o);
   for (auto& o : CommonOptions()) options.push_back(o);
   return {"ols", "ordinary least squares: coefficients, robust errors, diagnostics, residual Moran's I",
-          "--input PATH --dependent F --explanatory F1,F2,... --output OUT [--output-layer L] [--no-moran] "
+          "--input PATH --dependent F --explanatory F1,F2,... [--output OUT [--output-layer L]] [--no-moran] "
           "[weights options for the residual Moran's I] [--json]",
           options, RunOls};
 }
@@ -240,7 +256,7 @@ Command GwrCommand() {
   options.push_back({"distance-method", true, "euclidean (default) or manhattan"});
   for (auto& o : CommonOptions()) options.push_back(o);
   return {"gwr", "geographically weighted regression: local coefficients, errors and R² per feature",
-          "--input PATH --dependent F --explanatory F1,F2,... --output OUT [--output-layer L] "
+          "--input PATH --dependent F --explanatory F1,F2,... [--output OUT [--output-layer L]] "
           "[--kernel K] [--bandwidth-type T] [--bandwidth B] [--json]",
           options, RunGwr};
 }

@@ -106,15 +106,16 @@ Status RunGwr(ZoRecordset* records, ZoDatasetVector* result, const ZoGWRInformat
   std::vector<LumaUnicodeString> copied = {info.DependentField};
   for (const auto& name : info.ExplanatoryFields) copied.push_back(name);
   LUMA::LumaFieldInfos own = ResultFields(design);
-  status =
-      WriteResult(records, result, copied, own, progress, [&](std::int64_t k, std::vector<LUMA::LumaVariant>& values) {
-        const auto i = static_cast<std::size_t>(k);
-        for (std::size_t j = 0; j < p; ++j)
-          values[j] = features.beta[i * p + j], values[p + j] = features.se[i * p + j];
-        values[2 * p] = features.localR2[i], values[2 * p + 1] = features.predicted[i];
-        values[2 * p + 2] = features.residual[i], values[2 * p + 3] = features.standardized[i];
-        values[2 * p + 4] = features.condition[i];
-      });
+  if (result)
+    status = WriteResult(records, result, copied, own, progress,
+                         [&](std::int64_t k, std::vector<LUMA::LumaVariant>& values) {
+                           const auto i = static_cast<std::size_t>(k);
+                           for (std::size_t j = 0; j < p; ++j)
+                             values[j] = features.beta[i * p + j], values[p + j] = features.se[i * p + j];
+                           values[2 * p] = features.localR2[i], values[2 * p + 1] = features.predicted[i];
+                           values[2 * p + 2] = features.residual[i], values[2 * p + 3] = features.standardized[i];
+                           values[2 * p + 4] = features.condition[i];
+                         });
   if (!status) return status;
   out.FeatureCount = design.n, out.Bandwidth = bandwidth, out.BandwidthSearched = info.Bandwidth == -1.0;
   out.AICc = summary.aicc, out.EffectiveParameters = summary.trace, out.RSS = summary.rss;

@@ -93,19 +93,23 @@ Status RunOls(ZoRecordset* records, ZoDatasetVector* result, const ZoOLSInformat
   LUMA::LumaFieldInfos own = {LUMA::LumaFieldInfo("Predicted", LUMA::FieldDouble),
                               LUMA::LumaFieldInfo("Residual", LUMA::FieldDouble),
                               LUMA::LumaFieldInfo("StdResid", LUMA::FieldDouble)};
-  status = WriteResult(records, result, CopiedFields(info, uniqueField), own, progress,
-                       [&](std::int64_t k, std::vector<LUMA::LumaVariant>& values) {
-                         const auto i = static_cast<std::size_t>(k);
-                         values[0] = Value(features.predicted[i]), values[1] = Value(features.residual[i]);
-                         values[2] = Value(features.standardized[i]);  // null where the leverage is 1
-                       });
+  if (result)
+    status = WriteResult(records, result, CopiedFields(info, uniqueField), own, progress,
+                         [&](std::int64_t k, std::vector<LUMA::LumaVariant>& values) {
+                           const auto i = static_cast<std::size_t>(k);
+                           values[0] = Value(features.predicted[i]), values[1] = Value(features.residual[i]);
+                           values[2] = Value(features.standardized[i]);  // null where the leverage is 1
+                         });
   if (!status) return status;
   if (info.ResidualMoran) {
     Stage(progress, 71, 100, msg::IMf006);
     features.predicted = {}, features.standardized = {};
     status = ResidualMoran(records, MoranWeights(info), features.residual, extras, progress, fit.ResidualMoran);
-    if (!status) return status;
-    fit.HasResidualMoran = true;
+    // The fit stands on its own: a residual test that cannot be computed
+    // under these weights is reported as missing, with its reason.
+    if (!status && progress && progress->IsCanceled()) return status;
+    fit.HasResidualMoran = status.ok();
+    if (!status) fit.ResidualMoranMessage = status.Text();
   }
   out = fit;
   return Status::Ok();

@@ -66,7 +66,9 @@ class _ModelResult:
 class OlsResult(_ModelResult):
     """Ordinary least squares: coefficients (intercept first), R², adjusted
     R², AICc, joint F and Wald, Koenker (BP), Jarque-Bera, condition index and
-    the residuals' Moran's I (None when skipped)."""
+    the residuals' Moran's I (None when skipped, or when it cannot be
+    computed under the weights given: "residual_moran_missing" then says
+    why)."""
 
 
 class GwrResult(_ModelResult):
