@@ -276,6 +276,34 @@ TEST(OrdinaryLeastSquares, TheSummaryStandsWithoutAResultOrAResidualTest) {
   EXPECT_TRUE(alone.ResidualMoranMessage.IsEmpty());
 }
 
+// Least squares is equivariant under scaling: fields of 1e200, whose
+// squares overflow, fit as the same fields near 1 would, and a dependent
+// field of 1e250 is no exact fit.
+TEST(OrdinaryLeastSquares, HugeFieldsFitAsTheirScaledDownSelves) {
+  Sample s = MakeSample(50, 8);
+  auto plain = MakeLayer(s.points, s.columns);
+  for (double& v : s.columns["X1"]) v *= 1e200;
+  for (double& v : s.columns["Y"]) v *= 1e250;
+  auto huge = MakeLayer(s.points, s.columns);
+  ZOC::ZoOLSInformation info;
+  info.DependentField = "Y";
+  info.ExplanatoryFields = {"X1", "X2"};
+  info.ResidualMoran = false;
+  ZOC::ZoSpatialRelModeling modeling;
+  ZOC::ZoOLSResult a, b;
+  ASSERT_TRUE(modeling.OrdinaryLeastSquares(plain->dataset, nullptr, info, a, false));
+  ASSERT_TRUE(modeling.OrdinaryLeastSquares(huge->dataset, nullptr, info, b, false)) << modeling.GetStrErrorMes().Str();
+  const double factor[] = {1e250, 1e50, 1e250};
+  for (std::size_t j = 0; j < 3; ++j) {
+    ExpectRelative(b.Coefficients[j].Estimate, a.Coefficients[j].Estimate * factor[j], 1e-12, "estimate");
+    ExpectRelative(b.Coefficients[j].RobustStdError, a.Coefficients[j].RobustStdError * factor[j], 1e-12, "robust");
+    ExpectRelative(b.Coefficients[j].TValue, a.Coefficients[j].TValue, 1e-12, "t");
+  }
+  ExpectRelative(b.R2, a.R2, 1e-12, "R2");
+  ExpectRelative(b.KoenkerBP, a.KoenkerBP, 1e-10, "Koenker");
+  EXPECT_TRUE(std::isinf(b.RSS));  // 1e500 is beyond a double
+}
+
 // ---- Geographically weighted regression.
 
 // A plain loop of weighted least squares per feature, the textbook way.

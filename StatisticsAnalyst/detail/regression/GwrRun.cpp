@@ -4,6 +4,7 @@
 
 #include "StatisticsAnalyst/ZoStatisticsUtilities.h"
 #include "StatisticsAnalyst/detail/regression/Gwr.h"
+#include "StatisticsAnalyst/detail/regression/Ols.h"
 #include "StatisticsAnalyst/detail/regression/Run.h"
 #include "host/ZoDatasetVector.h"
 #include "host/ZoMessageIds.h"
@@ -76,6 +77,22 @@ Status FitAt(const GwrModel& model, double bandwidth, std::int64_t n, ZoCallProg
                    [&](std::int64_t done) { return progress.Step(format, std::min(done, n - 1), n); });
 }
 
+// Takes the fit of the normalized design back to the fields' own units, as
+// for OLS: coefficients and errors by y's factor over their field's, values
+// by y's, the residual sum by its square; R², the trace, the standardized
+// residuals and the condition numbers are unchanged.
+void Unscale(const DesignScale& scale, std::size_t p, GwrFeatures& features, GwrSummary& summary, std::int64_t n) {
+  for (std::size_t i = 0; i < features.beta.size(); ++i) {
+    const std::size_t j = i % p;
+    const double factor = j == 0 ? scale.y : scale.y / scale.x[j - 1];
+    features.beta[i] *= factor, features.se[i] *= factor;
+  }
+  for (double& v : features.predicted) v *= scale.y;
+  for (double& v : features.residual) v *= scale.y;
+  summary.rss *= scale.y * scale.y, summary.sigma *= scale.y;
+  summary.aicc += 2.0 * static_cast<double>(n) * std::log(scale.y);
+}
+
 }  // namespace
 
 Status RunGwr(ZoRecordset* records, ZoDatasetVector* result, const ZoGWRInformation& info, ZoGWRResult& out,
@@ -93,6 +110,10 @@ Status RunGwr(ZoRecordset* records, ZoDatasetVector* result, const ZoGWRInformat
   // exact and what it reports is rounding noise, so it fails as OLS does.
   if (std::adjacent_find(design.y.begin(), design.y.end(), std::not_equal_to<>()) == design.y.end())
     return Status::Fail(msg::EUf007);
+  const DesignScale scale = Normalize(design);
+  // Collinear fields leave every local design singular too: say so, as OLS
+  // does, rather than let the search report that no bandwidth fits.
+  if (SingularDesign(design)) return Status::Fail(msg::EUf006);
   GwrModel model(design, std::move(points), info.Kernel, info.BandwidthType, method == Euclidean ? 1 : 2);
   if (!model.Build(info.Bandwidth == -1.0)) return Status::Fail(msg::ESa032);
   double bandwidth = 0.0;
@@ -103,6 +124,7 @@ Status RunGwr(ZoRecordset* records, ZoDatasetVector* result, const ZoGWRInformat
   if (!status) return status;
   if (progress) progress->SetBothPosRange(86, 100);
   const auto p = static_cast<std::size_t>(design.p());
+  Unscale(scale, p, features, summary, design.n);
   std::vector<LumaUnicodeString> copied = {info.DependentField};
   for (const auto& name : info.ExplanatoryFields) copied.push_back(name);
   LUMA::LumaFieldInfos own = ResultFields(design);

@@ -173,9 +173,24 @@ void Diagnostics(const Design& d, const std::vector<double>& inverse, const Resi
   out.JarqueBeraPValue = UpperChiSquare(out.JarqueBera, 2);
 }
 
-}  // namespace
+// Takes a fit of the normalized design back to the field's own units:
+// coefficients and their errors scale by y's factor over their field's,
+// values and residuals by y's, the residual sums by its square; every ratio
+// (t, p, R², F, the tests, VIF, condition index) is unchanged.
+void Unscale(const DesignScale& scale, ZoOLSResult& out, OlsFeatures& features) {
+  for (std::size_t j = 0; j < out.Coefficients.size(); ++j) {
+    ZoOLSCoefficient& c = out.Coefficients[j];
+    const double factor = j == 0 ? scale.y : scale.y / scale.x[j - 1];
+    c.Estimate *= factor, c.StdError *= factor, c.RobustStdError *= factor;
+  }
+  const double square = scale.y * scale.y;
+  out.Sigma2 *= square, out.RSS *= square;
+  out.AICc += 2.0 * static_cast<double>(out.FeatureCount) * std::log(scale.y);
+  for (double& v : features.predicted) v *= scale.y;
+  for (double& v : features.residual) v *= scale.y;
+}
 
-Status FitOls(const Design& design, ZoOLSResult& out, OlsFeatures& features) {
+Status FitNormalized(const Design& design, ZoOLSResult& out, OlsFeatures& features) {
   const int p = design.p();
   std::vector<double> zz, zy, inverse(static_cast<std::size_t>(p * p)), beta(static_cast<std::size_t>(p), 0.0);
   CrossProducts(design, zz, zy);
@@ -208,6 +223,22 @@ Status FitOls(const Design& design, ZoOLSResult& out, OlsFeatures& features) {
     features.standardized[i] = room > 1e-10 ? features.residual[i] / (sigma * std::sqrt(room)) : kNaN;
   }
   return Status::Ok();
+}
+
+}  // namespace
+
+bool SingularDesign(const Design& design) {
+  std::vector<double> zz, zy, inverse(static_cast<std::size_t>(design.p() * design.p()));
+  CrossProducts(design, zz, zy);
+  return !InvertSymmetric(zz.data(), design.p(), inverse.data());
+}
+
+Status FitOls(Design& design, ZoOLSResult& out, OlsFeatures& features) {
+  const DesignScale scale = Normalize(design);
+  const Status status = FitNormalized(design, out, features);
+  Restore(design, scale);
+  if (status) Unscale(scale, out, features);
+  return status;
 }
 
 }  // namespace ZOC::regression

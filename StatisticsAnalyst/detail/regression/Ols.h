@@ -15,7 +15,12 @@ struct OlsFeatures {
 
 // Fits y = Xβ + e with an intercept and fills every statistic of `out`
 // except the residual Moran's I. Fails with "EUf006" (singular design) or
-// "EUf007" (exact fit).
-Status FitOls(const Design& design, ZoOLSResult& out, OlsFeatures& features);
+// "EUf007" (exact fit). The design is fitted normalized (see Normalize) and
+// handed back as it came.
+Status FitOls(Design& design, ZoOLSResult& out, OlsFeatures& features);
+
+// Whether the global design (1, x) is numerically singular: collinear
+// fields, or a constant one. Call it on a normalized design.
+bool SingularDesign(const Design& design);
 
 }  // namespace ZOC::regression

@@ -3,6 +3,7 @@
 #include "StatisticsAnalyst/detail/common/FeatureData.h"
 
 #include <Eigen/Dense>
+#include <algorithm>
 #include <cmath>
 #include <limits>
 #include <string>
@@ -111,6 +112,40 @@ Status ReadDesign(ZoRecordset* records, const LumaUnicodeString& dependent,
   Centre(design);
   return Status::Ok();
 }
+
+namespace {
+
+// The power of two nearest above the largest magnitude; 1 for none.
+double PowerOfTwoScale(double largest) {
+  if (!(largest > 0.0) || !std::isfinite(largest)) return 1.0;
+  return std::ldexp(1.0, std::ilogb(largest) + 1);
+}
+
+void Multiply(Design& d, double yFactor, const std::vector<double>& xFactor) {
+  for (double& y : d.y) y *= yFactor;
+  const auto k = static_cast<std::size_t>(d.k);
+  for (std::size_t i = 0; i < d.x.size(); ++i) d.x[i] *= xFactor[i % k];
+  for (std::size_t j = 0; j < k; ++j) d.means[j] *= xFactor[j];
+}
+
+}  // namespace
+
+DesignScale Normalize(Design& d) {
+  DesignScale scale;
+  const auto k = static_cast<std::size_t>(d.k);
+  double y = 0.0;
+  for (double v : d.y) y = std::max(y, std::abs(v));
+  std::vector<double> x(k, 0.0);
+  for (std::size_t i = 0; i < d.x.size(); ++i) x[i % k] = std::max(x[i % k], std::abs(d.x[i]));
+  scale.y = PowerOfTwoScale(y);
+  scale.x.resize(k);
+  std::vector<double> inverse(k);
+  for (std::size_t j = 0; j < k; ++j) scale.x[j] = PowerOfTwoScale(x[j]), inverse[j] = 1.0 / scale.x[j];
+  Multiply(d, 1.0 / scale.y, inverse);
+  return scale;
+}
+
+void Restore(Design& d, const DesignScale& scale) { Multiply(d, scale.y, scale.x); }
 
 bool InvertSymmetric(const double* a, int p, double* inverse) {
   Eigen::MatrixXd s;

@@ -60,6 +60,20 @@ Status ReadDesign(ZoRecordset* records, const LumaUnicodeString& dependent,
                   const LumaArray<LumaUnicodeString>& explanatory, ZoCallProgress& progress, Design& design,
                   DesignExtras* extras = nullptr);
 
+// Powers of two that bring y and every centred explanatory column to
+// magnitudes near 1. Least squares is equivariant under such scalings, so a
+// field of values near 1e200, whose squares overflow, is fitted as one near
+// 1; and power-of-two factors are exact, so ordinary data fit the same to
+// the last bit.
+struct DesignScale {
+  double y = 1.0;
+  std::vector<double> x;  // k
+};
+// Divides y by scale.y and every column (and its mean) by scale.x; Restore
+// multiplies them back.
+DesignScale Normalize(Design& design);
+void Restore(Design& design, const DesignScale& scale);
+
 // Inverts the symmetric p × p matrix a (row-major) through its unit-diagonal
 // scaling D^-½·a·D^-½ and the toolkit's Gauss–Jordan inverse. False when a
 // diagonal element is not positive or the scaled matrix's smallest
