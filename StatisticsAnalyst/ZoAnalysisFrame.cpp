@@ -140,6 +140,10 @@ bool ZoAnalysisFrame::CheckParameters(ZoRecordset* records, const ZoPatternsInfo
     AddErrorMessage(msg::ESa062);
     return false;
   }
+  if (!(info.SnapTolerance >= 0.0) || !std::isfinite(info.SnapTolerance)) {
+    AddErrorMessage(msg::EUb008);
+    return false;
+  }
   return true;
 }
 

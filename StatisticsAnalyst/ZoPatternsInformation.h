@@ -60,6 +60,12 @@ class SA_API ZoPatternsInformation {
   // less means a quarter of physical memory. Weights beyond it go through a
   // temporary weights file instead, with the same results.
   std::int64_t WeightsMemoryBudget = 0;
+  // Polygon contiguity: boundaries closer than this distance, in dataset
+  // units, count as touching. 0 means 1e-9 of the larger side of the data
+  // extent, which absorbs last-digit disagreements only; data whose shared
+  // boundaries were digitized apart (slivers, gaps of a millimetre) need a
+  // tolerance of their own. Must be finite and 0 or more.
+  double SnapTolerance = 0.0;
 };
 
 }  // namespace ZOC

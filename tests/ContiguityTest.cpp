@@ -36,8 +36,10 @@ ZoGeometry Ring(std::vector<LumaPoint2D> pts) {
 ZoGeometry Rect(double x0, double y0, double x1, double y1) { return Ring({{x0, y0}, {x1, y0}, {x1, y1}, {x0, y1}}); }
 
 // Both relations as neighbour rows; the grid must build.
-void Contiguity(const std::vector<ZoGeometry>& regions, Rows& rook, Rows& queen, ZoContiguityGrid* keep = nullptr) {
+void Contiguity(const std::vector<ZoGeometry>& regions, Rows& rook, Rows& queen, ZoContiguityGrid* keep = nullptr,
+                double tolerance = 0.0) {
   ZoContiguityGrid grid;
+  grid.SetTolerance(tolerance);
   const char* error = nullptr;
   ASSERT_TRUE(grid.Build(regions, regions.size(), &error)) << (error ? error : "");
   rook.assign(regions.size(), {});
@@ -118,6 +120,26 @@ TEST(Contiguity, PointContactsGapsAndNearMisses) {
     EXPECT_EQ(Has(rook, 1, 0), c.rook) << c.name;
     EXPECT_EQ(Has(queen, 1, 0), c.queen) << c.name;
   }
+}
+
+// Parcels digitized a millimetre apart along a kilometre of boundary touch
+// only under a tolerance the caller gives; a corner a millimetre off stays a
+// point contact, not an edge.
+TEST(Contiguity, AGivenSnappingToleranceClosesDigitizedGaps) {
+  const std::vector<ZoGeometry> parcels = {Rect(0, 0, 1000, 1000), Rect(1000.001, 0, 2000, 1000),
+                                           Rect(1000.001, 1000.001, 2000, 2000)};
+  Rows rook, queen;
+  ZoContiguityGrid grid;
+  Contiguity(parcels, rook, queen, &grid);
+  EXPECT_FALSE(Has(queen, 0, 1));
+  EXPECT_NEAR(grid.Tolerance(), 2e-6, 1e-12);
+  Contiguity(parcels, rook, queen, &grid, 2e-3);
+  EXPECT_EQ(grid.Tolerance(), 2e-3);
+  EXPECT_TRUE(Has(rook, 0, 1));
+  EXPECT_TRUE(Has(rook, 1, 0));
+  EXPECT_FALSE(Has(rook, 0, 2));
+  EXPECT_TRUE(Has(queen, 0, 2));
+  EXPECT_TRUE(Has(rook, 1, 2));
 }
 
 TEST(Contiguity, MultiPartRegionsAndHoles) {

@@ -479,6 +479,7 @@ void BindPatternsInformation(py::module_& m) {
           "conceptualization", [](const Info& i) { return static_cast<int>(i.Conceptualization); },
           [](Info& i, int v) { i.Conceptualization = static_cast<ZOC::ZoConceptualizationModel>(v); })
       .def_readwrite("distance_band", &Info::DistanceTolerance)
+      .def_readwrite("snap_tolerance", &Info::SnapTolerance)
       .def_readwrite("exponent", &Info::Exponent)
       .def_readwrite("k", &Info::KNeighbors)
       .def_readwrite("row_standardize", &Info::Standardization)

@@ -56,6 +56,8 @@ void CheckDomain(const std::string& name, const std::string& value) {
     const double band = Number(name, value);
     if (band < 0.0 && band != -1.0)
       throw UsageError(msg::EUa057, "--distance-band must be 0 or more, or -1 for the default, not " + value);
+  } else if (name == "snap-tolerance") {
+    if (Number(name, value) < 0.0) throw UsageError(msg::EUa057, "--snap-tolerance must be 0 or more, not " + value);
   } else if (name == "exponent") {
     if (Number(name, value) < 0.0) throw UsageError(msg::EUa057, "--exponent must not be negative, not " + value);
   } else if (name == "distance-method") {
@@ -102,7 +104,8 @@ Options Options::Parse(const std::vector<std::string>& args, const std::vector<O
 
 // Weights options that only one family of conceptualizations reads.
 void Options::CheckApplicability(bool takesWeightsFile) const {
-  if (!Has("conceptualization") && !Has("weights-file") && !Has("k") && !Has("exponent")) return;
+  if (!Has("conceptualization") && !Has("weights-file") && !Has("k") && !Has("exponent") && !Has("snap-tolerance"))
+    return;
   const std::string c = Get("conceptualization", "inverse-distance");
   auto is = [&](const char* name, const char* code) { return c == name || c == code; };
   if (Has("weights-file") && !is("weights-file", "8"))
@@ -111,6 +114,8 @@ void Options::CheckApplicability(bool takesWeightsFile) const {
     throw UsageError(msg::EUa055, "--conceptualization weights-file needs --weights-file");
   if (is("weights-file", "8") && Has("distance-band"))
     throw UsageError(msg::EUa058, "--distance-band does not apply to a weights file");
+  if (Has("snap-tolerance") && !is("contiguity-edges", "5") && !is("contiguity-edges-corners", "6"))
+    throw UsageError(msg::EUa058, "--snap-tolerance goes with contiguity-edges or contiguity-edges-corners");
   if (Has("k") && !is("k-nearest", "7")) throw UsageError(msg::EUa058, "--k goes with --conceptualization k-nearest");
   if (Has("exponent") && !is("inverse-distance", "1") && !is("inverse-distance-squared", "2") &&
       !is("zone-of-indifference", "4"))

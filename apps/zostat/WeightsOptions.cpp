@@ -30,6 +30,8 @@ std::vector<OptionSpec> WeightsOptions() {
       {"k", true,
        "neighbours per feature for k-nearest (default 1; ties by QlID; when more than k features share a "
        "location, all of them)"},
+      {"snap-tolerance", true,
+       "contiguity: boundaries closer than this distance (dataset units) touch; default 1e-9 of the extent"},
       {"row-standardize", false, "divide each weight by its row's sum"},
       {"distance-method", true, "euclidean (default) or manhattan"},
       {"weights-file", true, "weights matrix file for --conceptualization weights-file"},
@@ -65,6 +67,7 @@ ZOC::ZoPatternsInformation ParseWeightsOptions(const Options& options) {
   const long long k = options.GetInt("k", 1);
   if (k < -2147483648LL || k > 2147483647LL) throw UsageError("--k is out of range");
   info.KNeighbors = static_cast<std::int32_t>(k);
+  info.SnapTolerance = options.GetDouble("snap-tolerance", 0.0);
   info.Standardization = options.Has("row-standardize");
   info.DistanceMethod = ParseDistanceMethod(options);
   info.WeightsFilePath = options.Get("weights-file");

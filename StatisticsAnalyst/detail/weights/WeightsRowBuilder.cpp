@@ -40,8 +40,10 @@ bool ZoWeightsRowBuilder::Prepare(ZoRecordset* records, const ZoPatternsInformat
   m_info = info;
   m_count = records->GetRecordCount();
   try {
-    if (info.Conceptualization == ContiguityEdgesOnly || info.Conceptualization == ContiguityEdgesCorners)
+    if (info.Conceptualization == ContiguityEdgesOnly || info.Conceptualization == ContiguityEdgesCorners) {
+      m_grid.SetTolerance(info.SnapTolerance);
       return m_utilities.BuildContiguityGird(records, m_grid);  // adds its own message
+    }
     LumaArray<LumaPoint2D> points;
     if (!m_utilities.PickUpBaryCenters(records, points)) {
       m_failedId = msg::ESa008;

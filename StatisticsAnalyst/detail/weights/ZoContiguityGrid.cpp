@@ -601,6 +601,7 @@ bool ZoContiguityGrid::Build(const std::vector<ZoGeometry>& regions, std::size_t
                             : 0.0;
     double tol = kRelativeTolerance * side;
     if (!(tol > 0.0) || !std::isfinite(tol)) tol = kRelativeTolerance * std::max(1.0, shapes.largestCoordinate);
+    if (m_requestedTolerance > 0.0 && std::isfinite(m_requestedTolerance)) tol = m_requestedTolerance;
 
     std::vector<Box> boxes(n);
     for (std::size_t i = 0; i < n; ++i)

@@ -18,7 +18,7 @@
 // different programs often disagree in the last digits along a shared
 // boundary, so the test snaps with a tolerance of 1e-9 times the larger side
 // of the data extent (1e-9 times the largest absolute coordinate, or 1e-9,
-// when the extent has no size):
+// when the extent has no size), or with the caller's (SetTolerance):
 //   - queen ("edges or corners"): the two boundaries come within the
 //     tolerance of each other;
 //   - rook ("edges only"): the part of one boundary lying within the
@@ -60,6 +60,10 @@ class ZoContiguityGrid {
   // pointer may be null) and leaves the grid empty. Never throws.
   bool Build(const std::vector<ZoGeometry>& regions, std::size_t recordCount, const char** errorId);
 
+  // The snapping tolerance the next Builds use, in data units; 0 (or any
+  // value that is not a positive finite number) restores the relative one.
+  void SetTolerance(double tolerance) { m_requestedTolerance = tolerance; }
+
   // Appends to `out` the feature numbers of all other regions contiguous
   // with region i, in ascending order: sharing at least a boundary stretch
   // of positive length (edgesOnly = true, "rook"), or at least one point
@@ -84,6 +88,7 @@ class ZoContiguityGrid {
 
   double m_sizeValue = 0.0;
   double m_tolerance = 0.0;
+  double m_requestedTolerance = 0.0;
   std::size_t m_columns = 0;
   std::size_t m_rows = 0;
   // Neighbour rows (queen relation): row i is m_neighbours[m_rowStart[i] ..

@@ -15,7 +15,7 @@ DISTANCE_METHODS = {"euclidean": 1, "manhattan": 2}
 
 # The keywords every weight-based function takes, with zostat's defaults.
 WEIGHTS_KEYWORDS = ("conceptualization", "distance_band", "exponent", "k", "row_standardize",
-                    "distance_method", "weights_file")
+                    "distance_method", "weights_file", "snap_tolerance")
 
 
 def _name(value, table, what):
@@ -33,7 +33,7 @@ def distance_method_code(value):
 
 def patterns_information(field="", *, conceptualization="inverse-distance", distance_band=-1.0, exponent=1.0,
                          k=1, row_standardize=False, distance_method="euclidean", weights_file=None,
-                         self_weight_field=None, fdr=False):
+                         self_weight_field=None, fdr=False, snap_tolerance=0.0):
     """The library's parameter record from keyword arguments. A weights file
     given alone implies ``conceptualization="weights-file"``."""
     info = _core.PatternsInformation()
@@ -43,6 +43,7 @@ def patterns_information(field="", *, conceptualization="inverse-distance", dist
     info.conceptualization = _name(conceptualization, CONCEPTUALIZATIONS, "conceptualization")
     info.distance_band = float(distance_band)
     info.exponent = float(exponent)
+    info.snap_tolerance = float(snap_tolerance)
     if int(k) != k:
         raise ValueError(f"k must be a whole number, not {k!r}")
     info.k = int(k)
