@@ -160,7 +160,8 @@ int RunOls(const Options& options) {
                                   input.dataset->GetPrjCoordSys());
   ZOC::ZoSpatialRelModeling modeling;
   ZOC::ZoOLSResult result;
-  if (!modeling.OrdinaryLeastSquares(input.dataset, out ? out->dataset() : nullptr, info, result, !options.Has("json")))
+  if (!modeling.OrdinaryLeastSquares(input.dataset, out ? out->dataset() : nullptr, info, result,
+                                     ShowProgress(options)))
     throw Failure(modeling.GetStrErrorMes().Str());
   if (out) out->Keep();
   PrintOls(options, result, out.get());
@@ -219,7 +220,7 @@ int RunGwr(const Options& options) {
   ZOC::ZoSpatialRelModeling modeling;
   ZOC::ZoGWRResult result;
   if (!modeling.GeographicWeightedRegression(input.dataset, out ? out->dataset() : nullptr, info, result,
-                                             !options.Has("json")))
+                                             ShowProgress(options)))
     throw Failure(modeling.GetStrErrorMes().Str());
   if (out) out->Keep();
   PrintGwr(options, result, out.get());
