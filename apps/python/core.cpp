@@ -23,6 +23,9 @@
 #include "StatisticsAnalyst/ZoSpatialMeasure.h"
 #include "StatisticsAnalyst/ZoSpatialRelModeling.h"
 #include "StatisticsAnalyst/ZoWeightsUtilities.h"
+#include "common/Errors.h"
+#include "common/Input.h"
+#include "common/OptionDomain.h"
 #include "host/ZoDataSource.h"
 #include "host/ZoMessageIds.h"
 #include "host/ZoProgress.h"
@@ -165,15 +168,14 @@ struct Input {
   ZOC::ZoDatasetVector* dataset = nullptr;
 };
 
+// Opened as zostat opens --input, with the same messages.
 Input OpenInput(const std::string& path, const std::string& layer) {
-  Input input;
-  LUMA::LumaUnicodeString error;
-  input.source = ZOC::ZoDataSource::Open(path, false, &error);
-  if (!input.source) Fail(Text(ZOC::msg::EUp001, path + ": " + error.Str()));
-  input.dataset = layer.empty() ? (input.source->GetDatasetCount() > 0 ? input.source->GetDataset(0) : nullptr)
-                                : input.source->GetDataset(layer);
-  if (!input.dataset) Fail(Text(ZOC::msg::EUp002, path + (layer.empty() ? "" : ", layer " + layer)));
-  return input;
+  try {
+    ZOC::front::InputLayer opened = ZOC::front::OpenInput(path, layer);
+    return Input{std::move(opened.source), opened.dataset};
+  } catch (const ZOC::front::Failure& e) {
+    Fail(e.what());
+  }
 }
 
 // A result layer written through the host's result writer, as zostat writes
@@ -500,6 +502,22 @@ void BindPatternsInformation(py::module_& m) {
 PYBIND11_MODULE(_core, m) {
   m.doc() = "Compiled layer of statisticsanalyst; use the package's functions instead.";
   py::register_exception<LibraryError>(m, "LibraryError", PyExc_RuntimeError);
+  py::register_exception<ZOC::front::UsageError>(m, "UsageError", PyExc_ValueError);
+  // The keyword arguments are checked by zostat's option checks, under the
+  // options' names, so both front ends refuse a value with the same message.
+  m.def("check_option", &ZOC::front::CheckDomain, py::arg("command"), py::arg("name"), py::arg("value"));
+  m.def(
+      "message",
+      [](const std::string& id, const std::vector<std::string>& args, const std::string& detail) {
+        std::string text = ZOC::ZoStringEx::LoadResString(id.c_str()).Str();
+        for (std::size_t i = 0; i < args.size(); ++i) {
+          const std::string mark = "%" + std::to_string(i + 1);
+          for (auto at = text.find(mark); at != std::string::npos; at = text.find(mark, at + args[i].size()))
+            text.replace(at, mark.size(), args[i]);
+        }
+        return detail.empty() ? text : text + " (" + detail + ")";
+      },
+      py::arg("id"), py::arg("args"), py::arg("detail"));
   InstallProgressFactory();
   BindPatternsInformation(m);
   m.def(

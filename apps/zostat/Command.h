@@ -7,6 +7,8 @@
 #include <vector>
 
 #include "Options.h"
+#include "common/Errors.h"
+#include "common/Input.h"
 #include "host/LumaUnicodeString.h"
 #include "host/ZoDataSource.h"
 #include "host/ZoResultWriter.h"
@@ -14,9 +16,7 @@
 namespace zostat {
 
 // A failure to report on stderr with exit status 1 (library messages included).
-struct Failure : std::runtime_error {
-  using std::runtime_error::runtime_error;
-};
+using ZOC::front::Failure;
 
 struct Command {
   std::string name;     // "info", or two words such as "weights show"
@@ -35,10 +35,7 @@ std::vector<OptionSpec> CommonOptions();
 std::vector<OptionSpec> InputOptions();
 
 // An opened input layer: --input, and --layer or the first layer.
-struct InputLayer {
-  std::unique_ptr<ZOC::ZoDataSource> source;
-  ZOC::ZoDatasetVector* dataset = nullptr;
-};
+using ZOC::front::InputLayer;
 InputLayer OpenInput(const Options& options);
 
 // --output and --output-layer (and --overwrite), for commands that write.

@@ -4,69 +4,15 @@
 #include <charconv>
 #include <cmath>
 
+#include "common/OptionDomain.h"
 #include "host/ZoMessageIds.h"
-#include "host/ZoStringEx.h"
 
 namespace zostat {
 
 namespace msg = ZOC::msg;
 
-std::string MessageText(const char* id, const std::string& detail) {
-  std::string text = ZOC::ZoStringEx::LoadResString(id).Str();
-  if (!detail.empty()) text += " (" + detail + ")";
-  return text;
-}
-
-UsageError::UsageError(const char* id, const std::string& detail) : std::runtime_error(MessageText(id, detail)) {}
-
-bool HasIdentifier(const std::string& text) {
-  auto is = [&](std::size_t i, int (*test)(int)) { return test(static_cast<unsigned char>(text[i])) != 0; };
-  // "[" two upper-case letters, one lower-case letter, three digits.
-  for (std::size_t i = 0; i + 7 <= text.size(); ++i) {
-    if (text[i] == '[' && is(i + 1, std::isupper) && is(i + 2, std::isupper) && is(i + 3, std::islower) &&
-        is(i + 4, std::isdigit) && is(i + 5, std::isdigit) && is(i + 6, std::isdigit))
-      return true;
-  }
-  return false;
-}
-
-namespace {
-
-double Number(const std::string& name, const std::string& text) {
-  double value = 0.0;
-  const auto [ptr, ec] = std::from_chars(text.data(), text.data() + text.size(), value);
-  if (text.empty() || ec != std::errc() || ptr != text.data() + text.size() || !std::isfinite(value))
-    throw UsageError(msg::EUa056, "--" + name + " needs a finite number, not '" + text + "'");
-  return value;
-}
-
-}  // namespace
-
-void CheckDomain(const std::string& name, const std::string& value) {
-  if (value.empty()) throw UsageError(msg::EUa053, "option '--" + name + "' needs a value");
-  if (name == "k") {
-    long long k = 0;
-    const auto [ptr, ec] = std::from_chars(value.data(), value.data() + value.size(), k);
-    if (ec != std::errc() || ptr != value.data() + value.size())
-      throw UsageError(msg::EUa056, "--k needs a whole number, not '" + value + "'");
-    if (k < 1 || k > 2147483647LL) throw UsageError(msg::EUa057, "--k must be at least 1, not " + value);
-  } else if (name == "width" || name == "area") {
-    if (!(Number(name, value) > 0.0)) throw UsageError(msg::EUa057, "--" + name + " must be positive, not " + value);
-  } else if (name == "distance-band") {
-    const double band = Number(name, value);
-    if (band < 0.0 && band != -1.0)
-      throw UsageError(msg::EUa057, "--distance-band must be 0 or more, or -1 for the default, not " + value);
-  } else if (name == "snap-tolerance") {
-    if (Number(name, value) < 0.0) throw UsageError(msg::EUa057, "--snap-tolerance must be 0 or more, not " + value);
-  } else if (name == "exponent") {
-    if (Number(name, value) < 0.0) throw UsageError(msg::EUa057, "--exponent must not be negative, not " + value);
-  } else if (name == "distance-method") {
-    if (value != "euclidean" && value != "manhattan")
-      throw UsageError(msg::EUa059, "--distance-method must be euclidean or manhattan, not '" + value + "'");
-  }
-}
-
-Options Options::Parse(const std::vector<std::string>& args, const std::vector<OptionSpec>& specs) {
+Options Options::Parse(const std::string& command, const std::vector<std::string>& args,
+                       const std::vector<OptionSpec>& specs) {
   Options options;
   for (std::size_t i = 0; i < args.size(); ++i) {
     const std::string& arg = args[i];
@@ -89,7 +35,7 @@ Options Options::Parse(const std::vector<std::string>& args, const std::vector<O
         if (i + 1 >= args.size()) throw UsageError(msg::EUa053, "option '--" + name + "' needs a value");
         value = args[++i];
       }
-      CheckDomain(name, value);
+      ZOC::front::CheckDomain(command, name, value);
     } else if (inlineValue) {
       throw UsageError(msg::EUa053, "option '--" + name + "' takes no value");
     }

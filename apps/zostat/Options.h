@@ -6,20 +6,14 @@
 #include <string>
 #include <vector>
 
+#include "common/Errors.h"
+
 namespace zostat {
 
 // A mistake in the command line: reported with the usage, exit status 2.
-// The message begins with its identifier ("[EUa052] Unknown option. ...");
-// one made from plain text gets the general "EUa050" when printed.
-struct UsageError : std::runtime_error {
-  using std::runtime_error::runtime_error;
-  UsageError(const char* id, const std::string& detail);
-};
-
-// "[ID] catalogue text (detail)".
-std::string MessageText(const char* id, const std::string& detail);
-// Whether a message already names an identifier such as "[ESa014]".
-bool HasIdentifier(const std::string& text);
+using ZOC::front::HasIdentifier;
+using ZOC::front::MessageText;
+using ZOC::front::UsageError;
 
 struct OptionSpec {
   std::string name;  // without the leading "--"
@@ -31,8 +25,10 @@ struct OptionSpec {
 class Options {
  public:
   // Throws UsageError for an unknown option, a missing value, a repeated
-  // option, or a value outside the option's domain (CheckDomain).
-  static Options Parse(const std::vector<std::string>& args, const std::vector<OptionSpec>& specs);
+  // option, or a value outside the option's domain for `command` (see
+  // common/OptionDomain.h).
+  static Options Parse(const std::string& command, const std::vector<std::string>& args,
+                       const std::vector<OptionSpec>& specs);
 
   bool Has(const std::string& name) const { return m_values.count(name) != 0; }
   std::string Get(const std::string& name, const std::string& fallback = "") const;
@@ -50,12 +46,6 @@ class Options {
   std::map<std::string, std::string> m_values;
   std::map<std::string, std::vector<std::string>> m_all;
 };
-
-// The values an option accepts, wherever it is declared: counts are whole
-// numbers of at least 1, distances and areas finite and positive, the
-// distance band 0 or more or -1, the exponent 0 or more, named choices one of
-// their names, and every other value not empty. Throws UsageError.
-void CheckDomain(const std::string& name, const std::string& value);
 
 // Formats the option list of a command for its usage text.
 std::string DescribeOptions(const std::vector<OptionSpec>& specs);

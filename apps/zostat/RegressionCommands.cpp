@@ -205,15 +205,11 @@ int RunGwr(const Options& options) {
   ZOC::ZoGWRInformation info;
   info.DependentField = FieldOf(input, options.Require("dependent"));
   info.ExplanatoryFields = ParseExplanatory(options, input);
+  // Values were checked as the options were parsed (common/OptionDomain.h).
   const std::string kernel = options.Get("kernel", "bisquare"), type = options.Get("bandwidth-type", "adaptive");
-  if (kernel != "gaussian" && kernel != "bisquare") throw UsageError("--kernel must be gaussian or bisquare");
-  if (type != "fixed" && type != "adaptive") throw UsageError("--bandwidth-type must be fixed or adaptive");
   info.Kernel = kernel == "gaussian" ? ZOC::GWRGaussian : ZOC::GWRBisquare;
   info.BandwidthType = type == "fixed" ? ZOC::GWRFixed : ZOC::GWRAdaptive;
-  info.Bandwidth = options.GetDouble("bandwidth", -1.0);
-  // Leaving --bandwidth out is how the search is asked for; a given one must be usable as it stands.
-  if (options.Has("bandwidth") && !(info.Bandwidth > 0.0 && std::isfinite(info.Bandwidth)))
-    throw UsageError(ZOC::msg::EUf008, "--bandwidth " + options.Get("bandwidth") + "; leave it out to search for one");
+  info.Bandwidth = options.GetDouble("bandwidth", -1.0);  // -1: the search
   info.DistanceMethod = ParseDistanceMethod(options);
   const auto out = OptionalOutput(options, input.dataset->GetName().Str() + "_gwr", input.dataset->GetType(),
                                   input.dataset->GetPrjCoordSys());

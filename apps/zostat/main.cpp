@@ -170,7 +170,7 @@ int main(int argc, char** argv) {
   }
 
   try {
-    const zostat::Options options = zostat::Options::Parse(args, command->options);
+    const zostat::Options options = zostat::Options::Parse(command->name, args, command->options);
     // The progress object is always there, for cancellation; it draws only
     // on a terminal and never under --quiet or --json.
     ZOC::ZoTerminalProgress::SetQuiet(options.Has("quiet") || options.Has("json"));

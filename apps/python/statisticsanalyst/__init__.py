@@ -14,18 +14,20 @@ per-feature analyses (local statistics, density clustering, geographic
 distributions) return a GeoDataFrame (a pandas DataFrame without GeoPandas);
 ols() and gwr() return a result object whose ``frame`` is that layer.
 Failures raise StatisticsAnalystError with the message identifiers in
-``.ids``. Progress shows through tqdm when it is installed
+``.ids``; an argument zostat would refuse as an option is refused before the
+run with the same identifier, as StatisticsAnalystUsageError (also a
+ValueError and a TypeError). Progress shows through tqdm when it is installed
 (``progress=False`` silences it, a callable(percent, title, message) takes
 it); Ctrl-C cancels a run and raises KeyboardInterrupt.
 """
 from ._analyses import (ResultFrame, ann, central_feature, cluster_outlier, dbscan, directional_mean, ellipse,
                         general_g, gwr, hdbscan, hotspot, mean_center, median_center, moran, ols, optics,
                         standard_distance, weights_build, weights_dump, weights_to_table)
-from ._errors import StatisticsAnalystError
+from ._errors import StatisticsAnalystError, StatisticsAnalystUsageError
 from ._plot import plot_map
 from ._results import AnnResult, GeneralGResult, GwrResult, MoranResult, OlsResult
 
 __all__ = ["AnnResult", "GeneralGResult", "GwrResult", "MoranResult", "OlsResult", "ResultFrame",
-           "StatisticsAnalystError", "ann", "central_feature", "cluster_outlier", "dbscan", "directional_mean",
+           "StatisticsAnalystError", "StatisticsAnalystUsageError", "ann", "central_feature", "cluster_outlier", "dbscan", "directional_mean",
            "ellipse", "general_g", "gwr", "hdbscan", "hotspot", "mean_center", "median_center", "moran", "ols",
            "optics", "plot_map", "standard_distance", "weights_build", "weights_dump", "weights_to_table"]

@@ -9,7 +9,7 @@ binding in core.cpp plus a few lines here:
 import contextlib
 import os
 
-from . import _core, _io
+from . import _core, _io, _validate
 from ._errors import StatisticsAnalystError
 from ._progress import reporter
 from ._results import AnnResult, GeneralGResult, GwrResult, MoranResult, OlsResult
@@ -32,7 +32,7 @@ def _call(function, *args, progress):
 def _weights(field, weights, **extra):
     unknown = set(weights) - set(WEIGHTS_KEYWORDS)
     if unknown:
-        raise TypeError(f"unknown keyword argument(s): {', '.join(sorted(unknown))}")
+        _validate.refuse(_core.message("EUa052", [], f"unknown keyword argument(s): {', '.join(sorted(unknown))}"))
     return patterns_information(field, **weights, **extra)
 
 
@@ -88,10 +88,11 @@ def ann(data, *, layer=None, area=0.0, distance_method="euclidean", width=None, 
     around the features; `width` replaces the default width of degenerate
     layouts."""
     method = distance_method_code(distance_method)
-    width = None if width is None else float(width)
+    area = 0.0 if area == 0 else _validate.number("ann", "area", area)  # 0: the minimum-area rectangle
+    width = None if width is None else _validate.number("ann", "width", width)
 
     def run(path, name, report):
-        return _core.ann(path, name, float(area), method, width, report)
+        return _core.ann(path, name, area, method, width, report)
 
     with _io.scratch() as folder, _io.input_layer(data, layer, folder) as (path, name):
         return AnnResult(*_call(run, path, name, progress=progress))
@@ -118,16 +119,12 @@ def cluster_outlier(data, field, *, layer=None, fdr=False, output=None, output_l
 
 def _density(method, suffix, title, data, layer, min_points, distance, xi, output, output_layer, overwrite,
              progress):
-    if int(min_points) != min_points or not 1 <= min_points <= 2**31 - 1:
-        raise ValueError(f"min_points must be a positive whole number, not {min_points!r}")
-    distance = float(distance)
-    if not 0.0 <= distance < float("inf"):
-        raise ValueError(f"distance must be a finite number >= 0, not {distance!r}")
-    if int(xi) != xi or not 1 <= xi <= 99:
-        raise ValueError(f"xi must be a whole percentage from 1 to 99, not {xi!r}")
+    command = suffix[1:]  # "dbscan", "hdbscan", "optics"
+    min_points = _validate.count(command, "min-points", min_points)
+    distance = _validate.number(command, "distance", distance)
+    xi = _validate.count(command, "xi", xi)
     frame, (clusters, noise, used) = _run_layer(_core.density, data, layer, output, output_layer, overwrite, suffix,
-                                                progress, method, int(min_points), distance, int(xi),
-                                                same_rows=True)
+                                                progress, method, min_points, distance, xi, same_rows=True)
     result = ResultFrame.wrap(frame, "Cluster_ID", title)
     _set_summary(result, dict(clusters=clusters, noise=noise, distance=used))
     return result
@@ -165,14 +162,17 @@ def _measure(function, suffix, title, data, layer, output, output_layer, overwri
              self_weight_field=None, case_field=None, stats=(), tolerance=0.0, ellipse_size=1,
              distance_method="euclidean", orientation_only=False):
     pairs = []
-    for field, kind in stats:
-        if str(kind).lower() not in STATISTICS_TYPES:
-            raise ValueError(f"unknown statistics type {kind!r}; use one of {', '.join(STATISTICS_TYPES)}")
-        pairs.append((str(field), STATISTICS_TYPES[str(kind).lower()]))
-    if ellipse_size not in (1, 2, 3):
-        raise ValueError(f"ellipse_size must be 1, 2 or 3, not {ellipse_size!r}")
-    info = _core.measuring_information(weight_field or "", self_weight_field or "", case_field or "", pairs,
-                                       float(tolerance), int(ellipse_size), distance_method_code(distance_method),
+    for pair in stats:
+        if isinstance(pair, str) or not isinstance(pair, (tuple, list)) or len(pair) != 2:
+            _validate.refuse(_core.message("EUa059", [], f"stats holds (field, type) pairs, not {pair!r}"))
+        field, kind = _validate.field(pair[0], "a stats field"), str(pair[1])
+        _validate.option("", "stat", f"{field}:{kind}")
+        pairs.append((field, STATISTICS_TYPES[kind.lower()]))
+    ellipse_size = _validate.count("", "ellipse-size", ellipse_size)
+    tolerance = _validate.number("", "tolerance", tolerance)
+    names = [_validate.field(name, what) if name else "" for name, what in
+             ((weight_field, "weight_field"), (self_weight_field, "self_weight_field"), (case_field, "case_field"))]
+    info = _core.measuring_information(*names, pairs, tolerance, ellipse_size, distance_method_code(distance_method),
                                        bool(orientation_only))
     frame, _ = _run_layer(function, data, layer, output, output_layer, overwrite, suffix, progress, info)
     if _io.is_frame(frame):
@@ -236,9 +236,9 @@ def directional_mean(data, *, layer=None, orientation_only=False, case_field=Non
 
 def _explanatory(explanatory):
     names = [explanatory] if isinstance(explanatory, str) else list(explanatory)
-    if not names or any(not name for name in names):
-        raise ValueError("explanatory needs one or more non-empty field names")
-    return names
+    if not names:
+        _validate.refuse(_core.message("EUf001", [], "explanatory is empty"))
+    return [_validate.field(name, "an explanatory field") for name in names]
 
 
 def ols(data, dependent, explanatory, *, layer=None, moran=True, output=None, output_layer=None, overwrite=False,
@@ -250,7 +250,7 @@ def ols(data, dependent, explanatory, *, layer=None, moran=True, output=None, ou
     I; ``moran=False`` skips it."""
     info = _weights("", weights)
     frame, values = _run_layer(_core.ols, data, layer, output, output_layer, overwrite, "_ols", progress,
-                               dependent, _explanatory(explanatory), bool(moran), info,
+                               _validate.field(dependent, "dependent"), _explanatory(explanatory), bool(moran), info,
                                same_rows=info.conceptualization != 8)
     return OlsResult(values, ResultFrame.wrap(frame, "StdResid", f"Standardized residuals of {dependent}"))
 
@@ -266,14 +266,14 @@ def gwr(data, dependent, explanatory, *, layer=None, kernel="bisquare", bandwidt
     ``zostat gwr --json`` and ``.frame`` with the local coefficients,
     standard errors, "LocalR2", "Predicted", "Residual", "StdResid" and
     "CondNumber"."""
-    if kernel not in KERNELS:
-        raise ValueError(f"kernel must be gaussian or bisquare, not {kernel!r}")
-    if bandwidth_type not in BANDWIDTH_TYPES:
-        raise ValueError(f"bandwidth_type must be fixed or adaptive, not {bandwidth_type!r}")
-    frame, values = _run_layer(_core.gwr, data, layer, output, output_layer, overwrite, "_gwr", progress, dependent,
-                               _explanatory(explanatory), KERNELS[kernel], BANDWIDTH_TYPES[bandwidth_type],
-                               -1.0 if bandwidth is None else float(bandwidth),
-                               distance_method_code(distance_method), same_rows=True)
+    kernel = _validate.option("gwr", "kernel", kernel)
+    bandwidth_type = _validate.option("gwr", "bandwidth-type", bandwidth_type)
+    # None asks for the search; a given bandwidth must be usable as it stands.
+    bandwidth = -1.0 if bandwidth is None else _validate.number("gwr", "bandwidth", bandwidth)
+    frame, values = _run_layer(_core.gwr, data, layer, output, output_layer, overwrite, "_gwr", progress,
+                               _validate.field(dependent, "dependent"), _explanatory(explanatory), KERNELS[kernel],
+                               BANDWIDTH_TYPES[bandwidth_type], bandwidth, distance_method_code(distance_method),
+                               same_rows=True)
     return GwrResult(values, ResultFrame.wrap(frame, "LocalR2", f"Local R² of {dependent}"))
 
 

@@ -16,3 +16,10 @@ class StatisticsAnalystError(RuntimeError):
 
     def __repr__(self):
         return f"StatisticsAnalystError(ids={self.ids!r})"
+
+
+class StatisticsAnalystUsageError(StatisticsAnalystError, ValueError, TypeError):
+    """An argument the analysis cannot take, refused before it runs with the
+    identifier and words zostat gives the same option ("[EUa057] ...").
+    Like numpy's AxisError it is also a ValueError and a TypeError, so the
+    usual except clauses for a bad argument catch it."""

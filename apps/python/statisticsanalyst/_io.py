@@ -5,7 +5,7 @@ import tempfile
 
 import pandas as pd
 
-from . import _core
+from . import _core, _validate
 
 try:
     import geopandas as gpd
@@ -29,15 +29,21 @@ def input_layer(data, layer, folder):
     """(path, layer) the library can open: a path as given, or a GeoDataFrame
     written as a GeoPackage into the scratch folder."""
     if is_frame(data):
-        if data.geometry.isna().any() or data.geometry.is_empty.any():
-            raise ValueError("every feature of the GeoDataFrame needs a geometry")
+        missing = (data.geometry.isna() | data.geometry.is_empty).to_numpy().nonzero()[0]
+        if len(missing):
+            # Written out, the row would have this QlID: the library's own message for it.
+            first = int(missing[0])
+            _validate.refuse(_core.message("EUc002", [str(first + 1)], f"row {data.index[first]!r} of the GeoDataFrame"))
         path = os.path.join(folder, "input.gpkg")
-        data.to_file(path, layer="input", driver="GPKG")
+        # An empty frame has no geometry kind to write; as points, every
+        # analysis reports it as it reports an empty layer from a file.
+        schema = None
+        if len(data) == 0:
+            schema = {"geometry": "Point", "properties": {c: "float" for c in data.columns if c != data.geometry.name}}
+        data.to_file(path, layer="input", driver="GPKG", schema=schema)
         yield path, "input"
-    elif isinstance(data, (str, os.PathLike)):
-        yield os.fspath(data), layer or ""
     else:
-        raise TypeError("data must be a path or a GeoDataFrame, not " + type(data).__name__)
+        yield _validate.path(data), layer or ""
 
 
 def default_layer_name(data, layer, suffix):

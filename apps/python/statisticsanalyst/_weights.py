@@ -1,5 +1,6 @@
-"""Weights keyword arguments, named like zostat's weights options."""
-from . import _core
+"""Weights keyword arguments, named like zostat's weights options and
+checked by the same code."""
+from . import _core, _validate
 
 CONCEPTUALIZATIONS = {
     "inverse-distance": 1,
@@ -18,17 +19,16 @@ WEIGHTS_KEYWORDS = ("conceptualization", "distance_band", "exponent", "k", "row_
                     "distance_method", "weights_file", "snap_tolerance")
 
 
-def _name(value, table, what):
-    if isinstance(value, int) and not isinstance(value, bool) and value in table.values():
-        return value
-    key = str(value).replace("_", "-").lower()
-    if key not in table:
-        raise ValueError(f"unknown {what} {value!r}; use one of {', '.join(table)}")
-    return table[key]
+def _name(value, table, option):
+    """A named choice as its code: a name (underscores for hyphens) or, where
+    the option takes them, its number."""
+    key = value.replace("_", "-").lower() if isinstance(value, str) else value
+    key = _validate.option("", option, key)
+    return table[key] if isinstance(key, str) and key in table else int(key)
 
 
 def distance_method_code(value):
-    return _name(value, DISTANCE_METHODS, "distance method")
+    return _name(value, DISTANCE_METHODS, "distance-method")
 
 
 def patterns_information(field="", *, conceptualization="inverse-distance", distance_band=-1.0, exponent=1.0,
@@ -37,19 +37,17 @@ def patterns_information(field="", *, conceptualization="inverse-distance", dist
     """The library's parameter record from keyword arguments. A weights file
     given alone implies ``conceptualization="weights-file"``."""
     info = _core.PatternsInformation()
-    info.field = field or ""
+    info.field = _validate.field(field) if field != "" else ""
     if weights_file is not None and conceptualization == "inverse-distance":
         conceptualization = "weights-file"
     info.conceptualization = _name(conceptualization, CONCEPTUALIZATIONS, "conceptualization")
-    info.distance_band = float(distance_band)
-    info.exponent = float(exponent)
-    info.snap_tolerance = float(snap_tolerance)
-    if int(k) != k:
-        raise ValueError(f"k must be a whole number, not {k!r}")
-    info.k = int(k)
+    info.distance_band = _validate.number("", "distance-band", distance_band)
+    info.exponent = _validate.number("", "exponent", exponent)
+    info.snap_tolerance = _validate.number("", "snap-tolerance", snap_tolerance)
+    info.k = _validate.count("", "k", k)
     info.row_standardize = bool(row_standardize)
     info.distance_method = distance_method_code(distance_method)
-    info.weights_file = str(weights_file) if weights_file is not None else ""
-    info.self_weight_field = self_weight_field or ""
+    info.weights_file = _validate.path(weights_file, "weights_file") if weights_file is not None else ""
+    info.self_weight_field = _validate.field(self_weight_field, "self_weight_field") if self_weight_field else ""
     info.fdr = bool(fdr)
     return info

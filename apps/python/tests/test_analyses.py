@@ -148,9 +148,9 @@ def test_weights_files_equal_the_cli(tmp_path):
     (lambda: sa.moran(data("columbus.gpkg"), "NO_SUCH_FIELD"), ["ECd001"]),
     (lambda: sa.moran(data("columbus.gpkg"), "CRIME", conceptualization="k-nearest", k=49), ["ESa042"]),
     (lambda: sa.general_g(data("columbus.gpkg"), "CRIME", conceptualization="weights-file"), ["ESa076"]),
-    (lambda: sa.ann(data("missing.gpkg")), ["EUp001"]),
-    (lambda: sa.cluster_outlier(data("missing.gpkg"), "CRIME"), ["EUp001"]),
-    (lambda: sa.hotspot(data("columbus.gpkg"), "CRIME", layer="nope"), ["EUp002"]),
+    (lambda: sa.ann(data("missing.gpkg")), ["EUa001"]),
+    (lambda: sa.cluster_outlier(data("missing.gpkg"), "CRIME"), ["EUa001"]),
+    (lambda: sa.hotspot(data("columbus.gpkg"), "CRIME", layer="nope"), ["EUa006"]),
     (lambda: sa.weights_dump(data("missing.swmb")), ["ESa049"]),
 ])
 def test_failures_raise_with_identifiers(call, ids):
@@ -158,6 +158,57 @@ def test_failures_raise_with_identifiers(call, ids):
         call()
     assert caught.value.ids[:len(ids)] == ids
     assert str(caught.value).startswith(f"[{ids[0]}] ")
+
+
+# The same mistake gets the same identifier from Python as from zostat.
+@pytest.mark.parametrize("call, cli", [
+    (lambda: sa.moran(data("columbus.gpkg"), "CRIME", conceptualization="k-nearest", k=0),
+     ["moran", "--field", "CRIME", "--conceptualization", "k-nearest", "--k", "0"]),
+    (lambda: sa.moran(data("columbus.gpkg"), "CRIME", conceptualization="k-nearest", k=True),
+     ["moran", "--field", "CRIME", "--conceptualization", "k-nearest", "--k", "true"]),
+    (lambda: sa.moran(data("columbus.gpkg"), "CRIME", distance_band=-2),
+     ["moran", "--field", "CRIME", "--distance-band", "-2"]),
+    (lambda: sa.moran(data("columbus.gpkg"), "CRIME", conceptualization="queen"),
+     ["moran", "--field", "CRIME", "--conceptualization", "queen"]),
+    (lambda: sa.hdbscan(data("baltim.gpkg"), min_points=1), ["hdbscan", "--min-points", "1", "--output", "x.gpkg"]),
+    (lambda: sa.optics(data("baltim.gpkg"), xi=100), ["optics", "--xi", "100", "--output", "x.gpkg"]),
+    (lambda: sa.gwr(data("columbus.gpkg"), "CRIME", ["INC"], bandwidth=-1),
+     ["gwr", "--dependent", "CRIME", "--explanatory", "INC", "--bandwidth", "-1"]),
+    (lambda: sa.gwr(data("columbus.gpkg"), "CRIME", ["INC"], kernel=["bisquare"]),
+     ["gwr", "--dependent", "CRIME", "--explanatory", "INC", "--kernel", "x"]),
+    (lambda: sa.ellipse(data("columbus.gpkg"), ellipse_size=4), ["ellipse", "--ellipse-size", "4"]),
+    (lambda: sa.mean_center(data("columbus.gpkg"), stats=[("CRIME", "mode")]), ["mean-center", "--stat", "CRIME:mode"]),
+    (lambda: sa.ann(data("missing.gpkg")), ["ann"]),
+])
+def test_python_refuses_what_zostat_refuses(call, cli):
+    if cli[0] == "ann":
+        cli = ["ann", "--input", data("missing.gpkg")]
+    else:
+        cli = [cli[0], "--input", data("columbus.gpkg"), *cli[1:]]
+    run = zostat(*cli, check=False)
+    with pytest.raises(sa.StatisticsAnalystError) as caught:
+        call()
+    assert run.returncode in (1, 2) and caught.value.ids
+    assert f"[{caught.value.ids[0]}]" in run.stderr
+    if run.returncode == 2:  # refused before the run, as a usage error
+        assert isinstance(caught.value, (ValueError, TypeError))
+
+
+def test_python_argument_kinds_carry_identifiers():
+    with pytest.raises(TypeError) as caught:
+        sa.moran(42, "CRIME")
+    assert caught.value.ids == ["EUa060"]
+    with pytest.raises(ValueError) as caught:
+        sa.ols(data("columbus.gpkg"), 5, ["INC"])
+    assert caught.value.ids == ["EUa060"]
+    frame = gpd.read_file(data("columbus.gpkg"))
+    with pytest.raises(sa.StatisticsAnalystError) as caught:
+        sa.moran(frame.iloc[0:0], "CRIME")
+    assert caught.value.ids[0] == "ESa014"  # as for an empty layer in a file
+    frame.loc[frame.index[2], "geometry"] = None
+    with pytest.raises(sa.StatisticsAnalystUsageError) as caught:
+        sa.moran(frame, "CRIME")
+    assert caught.value.ids == ["EUc002"] and "QlID 3" in str(caught.value)
 
 
 def test_mistakes_in_the_call_are_python_errors():

@@ -1,0 +1,56 @@
+"""Keyword arguments checked by the same code that checks zostat's options,
+under the options' names, so a value is refused with the same identifier and
+words from Python as from the command line."""
+import numbers
+import os
+
+from . import _core
+from ._errors import StatisticsAnalystUsageError
+
+
+def _text(value):
+    """A value as it would be typed: whole numbers without a fraction, other
+    numbers in full precision, booleans as words (so never as counts)."""
+    if isinstance(value, bool):
+        return str(value).lower()
+    if isinstance(value, numbers.Integral):
+        return str(int(value))
+    if isinstance(value, numbers.Real):
+        number = float(value)
+        return str(int(number)) if number.is_integer() and abs(number) < 2**63 else repr(number)
+    return str(value)
+
+
+def refuse(text):
+    raise StatisticsAnalystUsageError(text)
+
+
+def option(command, name, value):
+    """Checks `value` as zostat's option --`name` of `command`; returns it."""
+    try:
+        _core.check_option(command, name, _text(value))
+    except _core.UsageError as error:
+        # Named as the keyword argument it came from.
+        refuse(str(error).replace("--" + name, name.replace("-", "_")))
+    return value
+
+
+def count(command, name, value):
+    return int(option(command, name, value))
+
+
+def number(command, name, value):
+    return float(option(command, name, value))
+
+
+def field(value, what="field"):
+    """A field name: a non-empty string."""
+    if not isinstance(value, str) or not value.strip():
+        refuse(_core.message("EUa060", [], f"{what} must be a field name, not {value!r}"))
+    return value
+
+
+def path(value, what="data"):
+    if not isinstance(value, (str, os.PathLike)):
+        refuse(_core.message("EUa060", [], f"{what} must be a path or a GeoDataFrame, not {type(value).__name__}"))
+    return os.fspath(value)
