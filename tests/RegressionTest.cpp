@@ -99,14 +99,20 @@ double RSquared(const Eigen::MatrixXd& X, const Eigen::VectorXd& y) {
   return 1.0 - e.squaredNorm() / (y.array() - y.mean()).square().sum();
 }
 
-TEST(OrdinaryLeastSquares, MatchesAQrSolutionAndTheTextbookDiagnostics) {
-  const Sample s = MakeSample(60, 11);
-  auto layer = MakeLayer(s.points, s.columns);
+// Y on X1 and X2, the residual Moran's I under k nearest neighbours.
+ZOC::ZoOLSInformation YOnX1X2(int k) {
   ZOC::ZoOLSInformation info;
   info.DependentField = "Y";
   info.ExplanatoryFields = {"X1", "X2"};
   info.MoranWeights.Conceptualization = ZOC::KNearestNeighbors;
-  info.MoranWeights.KNeighbors = 5;
+  info.MoranWeights.KNeighbors = k;
+  return info;
+}
+
+TEST(OrdinaryLeastSquares, MatchesAQrSolutionAndTheTextbookDiagnostics) {
+  const Sample s = MakeSample(60, 11);
+  auto layer = MakeLayer(s.points, s.columns);
+  ZOC::ZoOLSInformation info = YOnX1X2(5);
   ZOC::ZoSpatialRelModeling modeling;
   ZOC::ZoOLSResult r;
   ASSERT_TRUE(modeling.OrdinaryLeastSquares(layer->dataset, layer->result, info, r, false))
@@ -253,11 +259,7 @@ TEST(OrdinaryLeastSquares, ResidualMoranIsTheGlobalMoranOfTheWrittenResiduals) {
 TEST(OrdinaryLeastSquares, TheSummaryStandsWithoutAResultOrAResidualTest) {
   const Sample s = MakeSample(60, 5);
   auto layer = MakeLayer(s.points, s.columns);
-  ZOC::ZoOLSInformation info;
-  info.DependentField = "Y";
-  info.ExplanatoryFields = {"X1", "X2"};
-  info.MoranWeights.Conceptualization = ZOC::KNearestNeighbors;
-  info.MoranWeights.KNeighbors = 4;
+  ZOC::ZoOLSInformation info = YOnX1X2(4);
   ZOC::ZoSpatialRelModeling modeling;
   ZOC::ZoOLSResult written, alone, untested;
   ZOC::ZoDatasetVector* out = layer->source->CreateDatasetVector("ols", ZOC::DatasetPoint, ZOC::ZoPrjCoordSys());

@@ -43,8 +43,8 @@ InputLayer OpenInput(const std::string& path, const std::string& layer) {
   if (!layer.empty()) {
     input.dataset = input.source->GetDataset(layer);
     if (!input.dataset)
-      throw Failure(MessageText(msg::EUa006, "'" + path + "' has no layer '" + layer +
-                                                 "'; its layers: " + LayerNames(*input.source)));
+      throw Failure(MessageText(
+          msg::EUa006, "'" + path + "' has no layer '" + layer + "'; its layers: " + LayerNames(*input.source)));
   } else {
     if (input.source->GetDatasetCount() < 1) throw Failure(MessageText(msg::EUa007, "'" + path + "'"));
     input.dataset = input.source->GetDataset(0);

@@ -38,7 +38,8 @@ void OneOf(const std::string& name, const std::string& value, std::initializer_l
 
 void AtLeast(const std::string& name, const std::string& value, double least, bool inclusive, const char* what) {
   const double v = Number(name, value);
-  if (inclusive ? v < least : !(v > least)) throw UsageError(msg::EUa057, "--" + name + " must be " + what + ", not " + value);
+  if (inclusive ? v < least : !(v > least))
+    throw UsageError(msg::EUa057, "--" + name + " must be " + what + ", not " + value);
 }
 
 }  // namespace
@@ -70,7 +71,8 @@ void CheckDomain(const std::string& command, const std::string& name, const std:
     AtLeast(name, value, 0.0, true, "0 or more");
   } else if (name == "memory-budget") {
     const double mb = Number(name, value);
-    if (!(mb > 0.0) || mb > 1e12) throw UsageError(msg::EUa057, "--memory-budget must be a positive number of MB, not " + value);
+    if (!(mb > 0.0) || mb > 1e12)
+      throw UsageError(msg::EUa057, "--memory-budget must be a positive number of MB, not " + value);
   } else if (name == "bandwidth") {
     // Leaving it out is how the search is asked for; a given one must be usable.
     const double b = Number(name, value);
