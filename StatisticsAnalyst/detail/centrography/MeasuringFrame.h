@@ -119,8 +119,11 @@ void StartProgress(ZoCallProgress& progress, const char* titleId);
 
 struct MeasureCall;
 // The flow of the mean and median centres: one point per group, computed
-// by `centre` for a group of two or more features (or the whole dataset).
-using CentreFunction = std::function<Status(const FeatureGroup&, LumaPoint2D&)>;
+// by `centre` for a group of two or more features (or the whole dataset),
+// from the group's points in the measuring plane (MeasuringPlane.h) and its
+// weights relative to the largest.
+using CentreFunction =
+    std::function<Status(const LumaArray<LumaPoint2D>& points, const LumaArray<double>& weights, LumaPoint2D&)>;
 Status RunCentrePoints(MeasureCall& call, const char* titleId, const char* stepId, const CentreFunction& centre);
 
 // The flow of the standard distance and the ellipse: at least 3 records
