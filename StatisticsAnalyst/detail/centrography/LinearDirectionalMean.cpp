@@ -4,6 +4,7 @@
 
 #include "StatisticsAnalyst/detail/centrography/Measures.h"
 #include "StatisticsAnalyst/detail/centrography/MeasuringFrame.h"
+#include "StatisticsAnalyst/detail/common/Limits.h"
 #include "host/ZoMessageIds.h"
 
 namespace ZOC::centrography {
@@ -21,6 +22,14 @@ double GetAngle(double p, double q) {
   // q exactly -1 keeps the base angle: a fixed rule of this bearing.
   if (q < 0.0 && !Near(q, -1.0)) return kPi - base;
   return base;
+}
+
+bool LineHasDirection(const ZoGeometry& line) {
+  const LumaArray<LumaPoint2D>& vertices = line.GetPoints();
+  if (vertices.empty()) return false;
+  const LumaPoint2D& from = vertices.front();
+  const LumaPoint2D& to = vertices.back();
+  return std::hypot(to.x - from.x, to.y - from.y) > limits::kCoincident;
 }
 
 Status GetDirectionalMean(const LumaArray<ZoGeometry>& lines, bool orientationOnly, DirectionalMeanResult& result,

@@ -73,6 +73,11 @@ Status GetDirection(const LumaArray<LumaPoint2D>& points, const LumaArray<double
 // (dx, dy), in [0, 2π); exact zeros and q = -1 follow fixed rules.
 double GetAngle(double p, double q);
 
+// Whether a line points somewhere: its first and last vertices (those
+// GetDirectionalMean takes its direction from) lie further apart than the
+// coincidence tolerance. A line of zero length, or a closed one, does not.
+bool LineHasDirection(const ZoGeometry& line);
+
 struct DirectionalMeanResult {
   LumaPoint2D backEnd, frontEnd, centre;
   double meanLength = 0.0, compassAngle = 0.0, directionalMean = 0.0, circularVariance = 0.0;

@@ -99,8 +99,17 @@ class MeasuringFrame {
 
  private:
   bool GroupFieldEqual(const LumaVariant& current, const LumaVariant& group) const;
+  // The current record's point, weights (and line), or the failure naming
+  // it: "EUc002" for no usable location (followed by "ESa008", or "EFd037"
+  // for the one record of a grouped run), "EUc001" for a weight that is NaN
+  // or infinite, "EUc004" for a line without a direction.
   Status AddFeature(FeatureGroup& group, const CollectOptions& collect, bool singleRecord);
-  double ReadWeight(const LumaUnicodeString& field, double fallback);
+  // The weight in `field` when it is above 0, else 0; `fallback` without a field.
+  Status ReadWeight(const LumaUnicodeString& field, double fallback, double& weight);
+  // "EUc001" when a statistics field holds NaN or an infinite value: summed
+  // or compared it would spoil the group's summary without saying where.
+  Status CheckStatisticsValues();
+  LumaUnicodeString CurrentId() const;
   void ReadRawValues();
 
   ZoDatasetVector* m_input;
