@@ -3,8 +3,10 @@
 
 #include <algorithm>
 #include <cmath>
+#include <cstdio>
 #include <limits>
 #include <numbers>
+#include <string>
 #include <vector>
 
 #include <cpl_conv.h>
@@ -84,6 +86,35 @@ struct ZoPrjCoordSys::Impl {
     target->SetLinearUnits(SRS_UL_METER, 1.0);
     target->SetAxisMappingStrategy(OAMS_TRADITIONAL_GIS_ORDER);
     return target;
+  }
+
+  // The PROJ pipeline from this geographic system's coordinates (longitude,
+  // latitude in its angular unit, from its own prime meridian) to the
+  // azimuthal equidistant plane centred at (lon0, lat0) degrees on its
+  // ellipsoid, in metres: the operation PROJ would find, written out. Empty
+  // when the system gives no usable unit or ellipsoid.
+  std::string AeqdPipeline(double lon0Degrees, double lat0Degrees) const {
+    if (!srs) return {};
+    const double perUnit = srs->GetAngularUnits();  // radians
+    OGRErr aErr = OGRERR_NONE, fErr = OGRERR_NONE;
+    const double a = srs->GetSemiMajor(&aErr), invF = srs->GetInvFlattening(&fErr);
+    if (aErr != OGRERR_NONE || fErr != OGRERR_NONE || !(a > 0.0) || !(perUnit > 0.0) || !std::isfinite(invF)) return {};
+    char text[512];
+    // PROJ's own degree when the unit is the degree, so that the numbers are
+    // those of the operation it would have found.
+    const bool degrees = std::fabs(perUnit - std::numbers::pi / 180.0) < 1e-15;
+    const std::string unit = degrees ? std::string("deg") : Number(perUnit);
+    std::snprintf(text, sizeof text,
+                  "+proj=pipeline +step +proj=unitconvert +xy_in=%s +xy_out=rad +step +proj=aeqd +lat_0=%s "
+                  "+lon_0=%s +x_0=0 +y_0=0 +a=%s %s",
+                  unit.c_str(), Number(lat0Degrees).c_str(), Number(lon0Degrees).c_str(), Number(a).c_str(),
+                  invF == 0.0 ? ("+b=" + Number(a)).c_str() : ("+rf=" + Number(invF)).c_str());
+    return text;
+  }
+  static std::string Number(double v) {
+    char text[32];
+    std::snprintf(text, sizeof text, "%.17g", v);
+    return text;
   }
 
   // Between the system's coordinates and the azimuthal equidistant plane
@@ -293,11 +324,20 @@ bool ZoPrjCoordSys::InverseAbout(const LumaPoint2D& centre, LumaPoint2D* points,
 bool ZoPrjCoordSys::Impl::TransformAeqd(double lon0Degrees, double lat0Degrees, bool inverse, LumaPoint2D* points,
                                         std::size_t count) const {
   detail::QuietErrors quiet;
-  detail::SrsPtr target = MakeAeqd(lon0Degrees, lat0Degrees);
-  if (!target) return false;
-  std::unique_ptr<OGRCoordinateTransformation, TransformDelete> ct(
-      inverse ? OGRCreateCoordinateTransformation(target.get(), srs.get())
-              : OGRCreateCoordinateTransformation(srs.get(), target.get()));
+  std::unique_ptr<OGRCoordinateTransformation, TransformDelete> ct;
+  if (const std::string pipeline = AeqdPipeline(lon0Degrees, lat0Degrees); !pipeline.empty()) {
+    // The operation is known: naming it spares PROJ the search of its
+    // database for one, which costs about a millisecond per centre (one
+    // projection per case group).
+    OGRCoordinateTransformationOptions options;
+    if (options.SetCoordinateOperation(pipeline.c_str(), inverse))
+      ct.reset(OGRCreateCoordinateTransformation(nullptr, nullptr, options));
+  } else {
+    detail::SrsPtr target = MakeAeqd(lon0Degrees, lat0Degrees);
+    if (!target) return false;
+    ct.reset(inverse ? OGRCreateCoordinateTransformation(target.get(), srs.get())
+                     : OGRCreateCoordinateTransformation(srs.get(), target.get()));
+  }
   if (!ct) return false;
   constexpr std::size_t kChunk = 65536;
   std::vector<double> x, y;
