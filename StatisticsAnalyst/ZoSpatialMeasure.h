@@ -18,6 +18,17 @@
 // (Mean divides by the group's feature count); a group of one feature gets
 // its raw values instead (Median null). A failed call leaves what it had
 // already written in the result; it returns false with the messages.
+//
+// A feature is named by its QlID when it cannot be measured: no, an empty or
+// a non-finite location "EUc002" (then "ESa008", or "EFd037" for the one
+// record of a grouped run), a NaN or infinite weight or statistics value
+// "EUc001", a line without a direction "EUc004". On geographic data each
+// group is measured in metres on an azimuthal equidistant projection about
+// its own centre (the mean of its points' unit vectors; none "ESa060"), and
+// centres and regions are given back in the input's coordinates, lengths in
+// metres; the linear directional mean measures its lines as given. Weights
+// are used relative to the largest, and coordinates beyond 2^200 divided by
+// a power of two, so that squared spreads stay finite.
 #include "StatisticsAnalyst/Export.h"
 #include "StatisticsAnalyst/ZoAnalysisFrame.h"
 #include "StatisticsAnalyst/ZoMeasuringInformation.h"
@@ -72,6 +83,10 @@ class SA_API ZoSpatialMeasure : public ZoAnalysisFrame {
   // their mean length, in their mean direction: "AverageX", "AverageY",
   // "AverageLength", "CompassAngle", "DirectionalMean", "CircleVariance".
   // Input and result must be line datasets ("EEe018"); no records "ESa067".
+  // With info.OrientationOnly each line is taken on the side of its axis
+  // within 90° of the western end of the lines' mean axis (from the doubled
+  // angles); "CompassAngle" is then the orientation in [0, 180), else the
+  // bearing in [0, 360).
   unsigned char MeasureLinearDirectionalMean(ZoDatasetVector* input, ZoDatasetVector* output,
                                              const ZoMeasuringInformation& info, unsigned char showProgress);
 

@@ -152,6 +152,22 @@ ZoGeometry ZoGeometry::MakeRegion(LumaArray<LumaPoint2D> points, LumaArray<int> 
 
 bool ZoGeometry::GetBaryCenter(LumaPoint2D& centre) const {
   if (m_points.empty()) return false;
+  if (m_type == GeoLine || m_type == GeoRegion) {
+    // Segment lengths square the coordinates and shoelace moments cube them,
+    // which overflows long before 1e300: such a geometry is measured divided
+    // by a power of two, which changes no ratio, and its centroid scaled back.
+    double largest = 0.0;
+    for (const LumaPoint2D& p : m_points) largest = std::max({largest, std::fabs(p.x), std::fabs(p.y)});
+    int exponent = 0;
+    if (std::isfinite(largest)) std::frexp(largest, &exponent);
+    if (exponent > 300) {
+      ZoGeometry scaled = *this;
+      for (LumaPoint2D& p : scaled.m_points) p = {std::ldexp(p.x, -exponent), std::ldexp(p.y, -exponent)};
+      if (!scaled.GetBaryCenter(centre)) return false;
+      centre = {std::ldexp(centre.x, exponent), std::ldexp(centre.y, exponent)};
+      return true;
+    }
+  }
   switch (m_type) {
     case GeoPoint: centre = m_points.front(); return true;
     case GeoLine: centre = PolylineCentroid(m_points, m_partCounts); return true;

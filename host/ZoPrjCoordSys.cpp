@@ -3,8 +3,10 @@
 
 #include <algorithm>
 #include <cmath>
+#include <cstdio>
 #include <limits>
 #include <numbers>
+#include <string>
 #include <vector>
 
 #include <cpl_conv.h>
@@ -85,6 +87,40 @@ struct ZoPrjCoordSys::Impl {
     target->SetAxisMappingStrategy(OAMS_TRADITIONAL_GIS_ORDER);
     return target;
   }
+
+  // The PROJ pipeline from this geographic system's coordinates (longitude,
+  // latitude in its angular unit, from its own prime meridian) to the
+  // azimuthal equidistant plane centred at (lon0, lat0) degrees on its
+  // ellipsoid, in metres: the operation PROJ would find, written out. Empty
+  // when the system gives no usable unit or ellipsoid.
+  std::string AeqdPipeline(double lon0Degrees, double lat0Degrees) const {
+    if (!srs) return {};
+    const double perUnit = srs->GetAngularUnits();  // radians
+    OGRErr aErr = OGRERR_NONE, fErr = OGRERR_NONE;
+    const double a = srs->GetSemiMajor(&aErr), invF = srs->GetInvFlattening(&fErr);
+    if (aErr != OGRERR_NONE || fErr != OGRERR_NONE || !(a > 0.0) || !(perUnit > 0.0) || !std::isfinite(invF)) return {};
+    char text[512];
+    // PROJ's own degree when the unit is the degree, so that the numbers are
+    // those of the operation it would have found.
+    const bool degrees = std::fabs(perUnit - std::numbers::pi / 180.0) < 1e-15;
+    const std::string unit = degrees ? std::string("deg") : Number(perUnit);
+    std::snprintf(text, sizeof text,
+                  "+proj=pipeline +step +proj=unitconvert +xy_in=%s +xy_out=rad +step +proj=aeqd +lat_0=%s "
+                  "+lon_0=%s +x_0=0 +y_0=0 +a=%s %s",
+                  unit.c_str(), Number(lat0Degrees).c_str(), Number(lon0Degrees).c_str(), Number(a).c_str(),
+                  invF == 0.0 ? ("+b=" + Number(a)).c_str() : ("+rf=" + Number(invF)).c_str());
+    return text;
+  }
+  static std::string Number(double v) {
+    char text[32];
+    std::snprintf(text, sizeof text, "%.17g", v);
+    return text;
+  }
+
+  // Between the system's coordinates and the azimuthal equidistant plane
+  // centred at (lon0, lat0) in degrees, forward or inverse, in place.
+  bool TransformAeqd(double lon0Degrees, double lat0Degrees, bool inverse, LumaPoint2D* points,
+                     std::size_t count) const;
 };
 
 ZoPrjCoordSys::ZoPrjCoordSys() : m_impl(std::make_unique<Impl>()) {}
@@ -199,13 +235,23 @@ void ZoPrjCoordSys::SetExtent(double minX, double minY, double maxX, double maxY
   m_impl->maxY = std::max(minY, maxY);
 }
 
+namespace {
+
+// Degrees per unit of a geographic system's angles; 0 when unusable.
+double DegreesPerUnit(const OGRSpatialReference& srs) {
+  const double toDegrees = srs.GetAngularUnits() / (std::numbers::pi / 180.0);
+  return toDegrees > 0.0 && std::isfinite(toDegrees) ? toDegrees : 0.0;
+}
+
+}  // namespace
+
 bool ZoPrjCoordSys::Forward(LumaPoint2D* points, std::size_t count) const {
   try {
     if (GetTypeID() != Geographic || count == 0) return true;
     if (!points) return false;
     // Centre coordinates are in the system's angular unit; the projection wants degrees.
-    const double toDegrees = m_impl->srs->GetAngularUnits() / (std::numbers::pi / 180.0);
-    if (!(toDegrees > 0.0) || !std::isfinite(toDegrees)) return false;
+    const double toDegrees = DegreesPerUnit(*m_impl->srs);
+    if (toDegrees == 0.0) return false;
     double lon0 = 0.0, lat0 = 0.0;
     if (m_impl->hasExtent) {
       lon0 = 0.5 * (m_impl->minX + m_impl->maxX);
@@ -224,40 +270,100 @@ bool ZoPrjCoordSys::Forward(LumaPoint2D* points, std::size_t count) const {
     }
     double straddling = 0.0;
     if (StraddlingCentre(points, count, 360.0 / toDegrees, straddling)) lon0 = straddling;
-    detail::QuietErrors quiet;
-    detail::SrsPtr target = m_impl->MakeAeqd(lon0 * toDegrees, lat0 * toDegrees);
-    if (!target) return false;
-    std::unique_ptr<OGRCoordinateTransformation, TransformDelete> ct(
-        OGRCreateCoordinateTransformation(m_impl->srs.get(), target.get()));
-    if (!ct) return false;
-    constexpr std::size_t kChunk = 65536;
-    std::vector<double> x, y;
-    std::vector<int> ok;
-    for (std::size_t start = 0; start < count; start += kChunk) {
-      const std::size_t n = std::min(kChunk, count - start);
-      x.resize(n);
-      y.resize(n);
-      ok.assign(n, FALSE);
-      for (std::size_t i = 0; i < n; ++i) {
-        x[i] = points[start + i].x;
-        y[i] = points[start + i].y;
-      }
-      if (!ct->Transform(n, x.data(), y.data(), nullptr, ok.data())) return false;
-      for (std::size_t i = 0; i < n; ++i) {
-        if (!ok[i] || !std::isfinite(x[i]) || !std::isfinite(y[i])) return false;
-        points[start + i] = {x[i], y[i]};
-      }
-    }
-    return true;
+    return m_impl->TransformAeqd(lon0 * toDegrees, lat0 * toDegrees, false, points, count);
   } catch (...) {
     return false;
   }
 }
 
+bool ZoPrjCoordSys::SphericalCentre(const LumaArray<LumaPoint2D>& points, LumaPoint2D& centre) const {
+  if (GetTypeID() != Geographic || points.empty()) return false;
+  const double toDegrees = DegreesPerUnit(*m_impl->srs);
+  if (toDegrees == 0.0) return false;
+  const double toRadians = toDegrees * std::numbers::pi / 180.0;
+  // Summed in point order; the length of the sum only decides whether a
+  // direction exists, so its scale does not matter.
+  double sx = 0.0, sy = 0.0, sz = 0.0;
+  for (const LumaPoint2D& p : points) {
+    if (!std::isfinite(p.x) || !std::isfinite(p.y)) return false;
+    const double lon = p.x * toRadians, lat = p.y * toRadians;
+    sx += std::cos(lat) * std::cos(lon);
+    sy += std::cos(lat) * std::sin(lon);
+    sz += std::sin(lat);
+  }
+  // Points whose vectors cancel to within rounding have no centre: the
+  // direction of what is left would be noise.
+  const double length = std::sqrt(sx * sx + sy * sy + sz * sz);
+  if (!(length > 1e-9 * static_cast<double>(points.size()))) return false;
+  centre = {std::atan2(sy, sx) / toRadians, std::atan2(sz, std::hypot(sx, sy)) / toRadians};
+  return true;
+}
+
+bool ZoPrjCoordSys::ForwardAbout(const LumaPoint2D& centre, LumaPoint2D* points, std::size_t count) const {
+  try {
+    if (GetTypeID() != Geographic || count == 0) return true;
+    const double toDegrees = DegreesPerUnit(*m_impl->srs);
+    if (!points || toDegrees == 0.0) return false;
+    return m_impl->TransformAeqd(centre.x * toDegrees, centre.y * toDegrees, false, points, count);
+  } catch (...) {
+    return false;
+  }
+}
+
+bool ZoPrjCoordSys::InverseAbout(const LumaPoint2D& centre, LumaPoint2D* points, std::size_t count) const {
+  try {
+    if (GetTypeID() != Geographic || count == 0) return true;
+    const double toDegrees = DegreesPerUnit(*m_impl->srs);
+    if (!points || toDegrees == 0.0) return false;
+    return m_impl->TransformAeqd(centre.x * toDegrees, centre.y * toDegrees, true, points, count);
+  } catch (...) {
+    return false;
+  }
+}
+
+bool ZoPrjCoordSys::Impl::TransformAeqd(double lon0Degrees, double lat0Degrees, bool inverse, LumaPoint2D* points,
+                                        std::size_t count) const {
+  detail::QuietErrors quiet;
+  std::unique_ptr<OGRCoordinateTransformation, TransformDelete> ct;
+  if (const std::string pipeline = AeqdPipeline(lon0Degrees, lat0Degrees); !pipeline.empty()) {
+    // The operation is known: naming it spares PROJ the search of its
+    // database for one, which costs about a millisecond per centre (one
+    // projection per case group).
+    OGRCoordinateTransformationOptions options;
+    if (options.SetCoordinateOperation(pipeline.c_str(), inverse))
+      ct.reset(OGRCreateCoordinateTransformation(nullptr, nullptr, options));
+  } else {
+    detail::SrsPtr target = MakeAeqd(lon0Degrees, lat0Degrees);
+    if (!target) return false;
+    ct.reset(inverse ? OGRCreateCoordinateTransformation(target.get(), srs.get())
+                     : OGRCreateCoordinateTransformation(srs.get(), target.get()));
+  }
+  if (!ct) return false;
+  constexpr std::size_t kChunk = 65536;
+  std::vector<double> x, y;
+  std::vector<int> ok;
+  for (std::size_t start = 0; start < count; start += kChunk) {
+    const std::size_t n = std::min(kChunk, count - start);
+    x.resize(n);
+    y.resize(n);
+    ok.assign(n, FALSE);
+    for (std::size_t i = 0; i < n; ++i) {
+      x[i] = points[start + i].x;
+      y[i] = points[start + i].y;
+    }
+    if (!ct->Transform(n, x.data(), y.data(), nullptr, ok.data())) return false;
+    for (std::size_t i = 0; i < n; ++i) {
+      if (!ok[i] || !std::isfinite(x[i]) || !std::isfinite(y[i])) return false;
+      points[start + i] = {x[i], y[i]};
+    }
+  }
+  return true;
+}
+
 void ZoPrjCoordSys::UnwrapLongitudes(LumaArray<LumaPoint2D>& points) const {
   if (GetTypeID() != Geographic || points.empty()) return;
-  const double toDegrees = m_impl->srs->GetAngularUnits() / (std::numbers::pi / 180.0);
-  if (!(toDegrees > 0.0) || !std::isfinite(toDegrees)) return;
+  const double toDegrees = DegreesPerUnit(*m_impl->srs);
+  if (toDegrees == 0.0) return;
   const double turn = 360.0 / toDegrees, half = turn / 2;
   double centre = 0.0;
   if (!StraddlingCentre(points.data(), points.size(), turn, centre)) return;

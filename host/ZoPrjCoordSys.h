@@ -68,6 +68,19 @@ class SA_API ZoPrjCoordSys {
   // point; the points are then unspecified.
   bool Forward(LumaPoint2D* points, std::size_t count) const;
   bool Forward(LumaArray<LumaPoint2D>& points) const { return Forward(points.data(), points.size()); }
+  // Geographic data only: the centre of the points on the globe, the
+  // direction of the mean of their unit vectors (in this system's units).
+  // Unlike a mean of longitudes it is found alike on either side of ±180°
+  // and around a pole. False for other systems, a coordinate that is not
+  // finite, or points spread so evenly over the globe that their vectors
+  // cancel (no centre to measure around).
+  bool SphericalCentre(const LumaArray<LumaPoint2D>& points, LumaPoint2D& centre) const;
+  // Forward as above, but centred on `centre` (this system's units) instead
+  // of the extent; and its inverse, from metres back to this system's
+  // coordinates (longitudes in the system's ±half-turn range). Identity for
+  // systems that are not geographic. False when PROJ fails for any point.
+  bool ForwardAbout(const LumaPoint2D& centre, LumaPoint2D* points, std::size_t count) const;
+  bool InverseAbout(const LumaPoint2D& centre, LumaPoint2D* points, std::size_t count) const;
   // Geographic data only: shifts longitudes by whole turns so that points
   // straddling the antimeridian read as one continuous patch (e.g. 179.9 and
   // -179.9 become 179.9 and 180.1); other data is left as it is. Planar

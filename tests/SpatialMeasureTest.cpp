@@ -35,9 +35,9 @@ struct Layer {
 
 // An input layer with the fields and features, and an empty result layer.
 Layer MakeLayer(int type, const std::vector<LumaFieldInfo>& fields, const std::vector<Feature>& features,
-                int resultType) {
+                int resultType, const ZoPrjCoordSys& cs = ZoPrjCoordSys()) {
   Layer layer;
-  layer.dataset = layer.source->CreateDatasetVector("input", type, ZoPrjCoordSys());
+  layer.dataset = layer.source->CreateDatasetVector("input", type, cs);
   for (const auto& f : fields) layer.dataset->CreateField(f);
   ZoRecordsetPtr writer(layer.dataset->Query(ZoQueryDef()));
   for (const auto& feature : features) {
@@ -47,7 +47,7 @@ Layer MakeLayer(int type, const std::vector<LumaFieldInfo>& fields, const std::v
   }
   writer.reset();
   layer.dataset->Commit();
-  layer.result = layer.source->CreateDatasetVector("result", resultType, ZoPrjCoordSys());
+  layer.result = layer.source->CreateDatasetVector("result", resultType, cs);
   return layer;
 }
 
@@ -60,11 +60,12 @@ Feature Line(double x0, double y0, double x1, double y1, std::vector<LumaVariant
 }
 
 // Points with a weight field "W".
-Layer WeightedPoints(const std::vector<LUMA::LumaPoint2D>& points, const std::vector<double>& weights, int resultType) {
+Layer WeightedPoints(const std::vector<LUMA::LumaPoint2D>& points, const std::vector<double>& weights, int resultType,
+                     const ZoPrjCoordSys& cs = ZoPrjCoordSys()) {
   std::vector<Feature> features;
   for (std::size_t i = 0; i < points.size(); ++i)
     features.push_back(Point(points[i].x, points[i].y, {weights.empty() ? 1.0 : weights[i]}));
-  return MakeLayer(DatasetPoint, {LumaFieldInfo("W", LUMA::FieldDouble)}, features, resultType);
+  return MakeLayer(DatasetPoint, {LumaFieldInfo("W", LUMA::FieldDouble)}, features, resultType, cs);
 }
 
 struct Row {
@@ -513,4 +514,291 @@ TEST(SpatialMeasureTest, EmptyAndSingleRecordInputs) {
   EXPECT_DOUBLE_EQ(row["W_Group"].ToDouble(), 2.5);
   EXPECT_DOUBLE_EQ(row["W_Median"].ToDouble(), 2.5);
   EXPECT_DOUBLE_EQ(row["W_Mean"].ToDouble(), 2.5);
+}
+
+namespace {
+
+// The QlID of the k-th feature in QlID order.
+std::int64_t QlIdAt(ZoDatasetVector* dataset, std::size_t k) {
+  ZoQueryDef query;
+  query.m_order = " Order BY QlID";
+  ZoRecordsetPtr r(dataset->Query(query));
+  r->MoveFirst();
+  for (std::size_t i = 0; i < k; ++i) r->MoveNext();
+  return r->GetID();
+}
+
+ZoPrjCoordSys Wgs84() {
+  ZoPrjCoordSys cs;
+  EXPECT_TRUE(cs.SetFromUserInput("EPSG:4326"));
+  return cs;
+}
+
+}  // namespace
+
+// Longitude/latitude groups against tests/crosscheck/geographic_distributions.py
+// (pyproj's azimuthal equidistant projection about the points' unit-vector
+// mean, numpy's sums, pyproj's inverse): twelve weighted points on both sides
+// of ±180° (in degrees their mean centre would lie at longitude 0) and eight
+// around the north pole. Centres come back in degrees, lengths in metres, and
+// a circle across ±180° stays one ring.
+TEST(SpatialMeasureTest, GeographicGroupsAreMeasuredAboutTheirOwnCentre) {
+  struct Expected {
+    std::vector<LUMA::LumaPoint2D> points;
+    std::vector<double> weights;
+    LUMA::LumaPoint2D mean, median;
+    double sd, axisX, axisY, angle;
+  };
+  Expected antimeridian{{},
+                        {},
+                        {-179.999999735851, -16.941666969162},
+                        {-179.998919440188, -16.942553464153},
+                        3948.864480694,
+                        5382.366270344,
+                        1489.024749842,
+                        87.471867006264};
+  for (int i = 0; i < 12; ++i) {
+    antimeridian.points.push_back({i % 2 == 0 ? 179.99 : -179.99, -17 + 0.01 * i});
+    antimeridian.weights.push_back(1.0 + i % 3);
+  }
+  Expected pole{{},
+                {},
+                {127.902634217570, 89.991461614708},
+                {11.793515243509, 89.981734882080},
+                158005.288993637,
+                161844.639845126,
+                154070.293221395,
+                -62.494831437478};
+  for (int i = 0; i < 8; ++i) pole.points.push_back({-170.0 + 45 * i + (i == 2 ? 3 : 0), 88.5 + 0.1 * (i % 3)});
+  pole.weights.assign(8, 1.0);
+
+  for (const Expected* group : {&antimeridian, &pole}) {
+    const Expected& e = *group;
+    ZoMeasuringInformation info;
+    info.WeightField = "W";
+    ZoSpatialMeasure measure;
+    const auto expectAt = [](const LUMA::LumaPoint2D& got, const LUMA::LumaPoint2D& want) {
+      EXPECT_NEAR(std::remainder(got.x - want.x, 360.0), 0.0, 1e-9) << got.x;
+      EXPECT_NEAR(got.y, want.y, 1e-9);
+    };
+    Layer mean = WeightedPoints(e.points, e.weights, DatasetPoint, Wgs84());
+    ASSERT_TRUE(measure.MeasureMeanCenter(mean.dataset, mean.result, info, false)) << measure.GetStrErrorMes().Str();
+    expectAt(Centroid(Rows(mean.result)[0].geometry), e.mean);
+    Layer median = WeightedPoints(e.points, e.weights, DatasetPoint, Wgs84());
+    ASSERT_TRUE(measure.MeasureMedianCenter(median.dataset, median.result, info, false));
+    expectAt(Centroid(Rows(median.result)[0].geometry), e.median);
+
+    Layer circle = WeightedPoints(e.points, e.weights, DatasetRegion, Wgs84());
+    ASSERT_TRUE(measure.MeasureStandardDistance(circle.dataset, circle.result, info, false));
+    const Row c = Rows(circle.result)[0];
+    expectAt({c["CircleCenterX"].ToDouble(), c["CircleCenterY"].ToDouble()}, e.mean);
+    EXPECT_NEAR(c["StandardDistance"].ToDouble(), e.sd, 1e-6);
+    Layer ellipse = WeightedPoints(e.points, e.weights, DatasetRegion, Wgs84());
+    ASSERT_TRUE(measure.MeasureDirectionalDistribution(ellipse.dataset, ellipse.result, info, false));
+    const Row d = Rows(ellipse.result)[0];
+    EXPECT_NEAR(d["SemiMajorAxis"].ToDouble(), e.axisX, 1e-6);
+    EXPECT_NEAR(d["SemiMinorAxis"].ToDouble(), e.axisY, 1e-6);
+    EXPECT_NEAR(d["RotationAngle"].ToDouble(), e.angle, 1e-9);
+    if (group == &pole) continue;  // its rings enclose the pole: no longitude/latitude ring can draw them
+    // Across ±180° the rings keep their longitudes continuous: a span of
+    // about 2 × 3949 m, not of 360°.
+    for (const Row* row : {&c, &d}) {
+      double x0, y0, x1, y1;
+      row->geometry.GetBounds(x0, y0, x1, y1);
+      EXPECT_LT(x1 - x0, 0.2);
+      EXPECT_NEAR(std::remainder(Centroid(row->geometry).x - e.mean.x, 360.0), 0.0, 1e-6);
+    }
+  }
+  // Points spread evenly round the equator have no centre to measure about.
+  Layer around = WeightedPoints({{0, 0}, {90, 0}, {180, 0}, {-90, 0}}, {}, DatasetPoint, Wgs84());
+  ZoSpatialMeasure measure;
+  EXPECT_FALSE(measure.MeasureMeanCenter(around.dataset, around.result, ZoMeasuringInformation(), false));
+  EXPECT_TRUE(HasId(measure, "ESa060")) << measure.GetStrErrorMes().Str();
+}
+
+// Weights are taken relative to the largest and coordinates beyond 2^200 are
+// divided by a power of two: uniform weights of 1e150 or 1e200 give the
+// unweighted ellipse to the last bit (they overflowed its moments and swapped
+// its axes); points scaled by 1e300 give the measures of the plain points
+// scaled by 1e300, and their central feature is the one brute force finds.
+TEST(SpatialMeasureTest, HugeWeightsAndCoordinatesAreScaled) {
+  const auto points = satest::RandomPoints(40, 100.0, 3);
+  ZoMeasuringInformation weighted;
+  weighted.WeightField = "W";
+  std::vector<Row> ellipses;
+  for (const double w : {1.0, 1e150, 1e200}) {
+    Layer layer = WeightedPoints(points, std::vector<double>(points.size(), w), DatasetRegion);
+    ZoSpatialMeasure measure;
+    ASSERT_TRUE(measure.MeasureDirectionalDistribution(layer.dataset, layer.result, weighted, false));
+    ellipses.push_back(Rows(layer.result)[0]);
+  }
+  for (const Row& e : ellipses) {
+    for (const char* f : {"CircleCenterX", "CircleCenterY", "SemiMajorAxis", "SemiMinorAxis", "RotationAngle"})
+      EXPECT_EQ(e[f].ToDouble(), ellipses[0][f].ToDouble()) << f;
+    EXPECT_EQ(e.geometry.GetPoints(), ellipses[0].geometry.GetPoints());
+  }
+
+  // The four points of (2.5, 2.75) with spreads Σdx² = 5 and Σdy² = 8.75.
+  const std::vector<LUMA::LumaPoint2D> four = {{1, 2}, {3, 1}, {2, 5}, {4, 3}};
+  std::vector<LUMA::LumaPoint2D> vast;
+  for (const auto& p : four) vast.push_back({p.x * 1e300, p.y * 1e300});
+  ZoSpatialMeasure measure;
+  Layer circle = WeightedPoints(vast, {}, DatasetRegion);
+  ASSERT_TRUE(measure.MeasureStandardDistance(circle.dataset, circle.result, ZoMeasuringInformation(), false));
+  const Row c = Rows(circle.result)[0];
+  EXPECT_NEAR(c["CircleCenterX"].ToDouble() / 1e300, 2.5, 1e-15);
+  EXPECT_NEAR(c["CircleCenterY"].ToDouble() / 1e300, 2.75, 1e-15);
+  EXPECT_NEAR(c["StandardDistance"].ToDouble() / 1e300, std::sqrt(13.75 / 4), 1e-15);
+  EXPECT_NEAR(Centroid(c.geometry).x / 1e300, 2.5, 1e-9);
+  Layer plain = WeightedPoints(four, {}, DatasetRegion), scaled = WeightedPoints(vast, {}, DatasetRegion);
+  ASSERT_TRUE(measure.MeasureDirectionalDistribution(plain.dataset, plain.result, ZoMeasuringInformation(), false));
+  ASSERT_TRUE(measure.MeasureDirectionalDistribution(scaled.dataset, scaled.result, ZoMeasuringInformation(), false));
+  const Row p = Rows(plain.result)[0], s = Rows(scaled.result)[0];
+  EXPECT_NEAR(s["SemiMajorAxis"].ToDouble() / 1e300, p["SemiMajorAxis"].ToDouble(), 1e-14);
+  EXPECT_NEAR(s["SemiMinorAxis"].ToDouble() / 1e300, p["SemiMinorAxis"].ToDouble(), 1e-14);
+  EXPECT_NEAR(s["RotationAngle"].ToDouble(), p["RotationAngle"].ToDouble(), 1e-12);
+  Layer median = WeightedPoints(vast, {}, DatasetPoint);
+  ASSERT_TRUE(measure.MeasureMedianCenter(median.dataset, median.result, ZoMeasuringInformation(), false));
+  EXPECT_TRUE(std::isfinite(Centroid(Rows(median.result)[0].geometry).x));
+
+  std::vector<LUMA::LumaPoint2D> far;
+  for (const auto& q : points) far.push_back({q.x * 1e300, q.y * 1e300});
+  std::size_t best = 0;
+  double bestCost = HUGE_VAL;
+  for (std::size_t i = 0; i < points.size(); ++i) {
+    double cost = 0.0;
+    for (const auto& q : points) cost += std::hypot(points[i].x - q.x, points[i].y - q.y);
+    if (cost < bestCost) bestCost = cost, best = i;
+  }
+  Layer central = WeightedPoints(far, {}, DatasetPoint);
+  ASSERT_TRUE(measure.MeasureCentralElement(central.dataset, central.result, ZoMeasuringInformation(), false));
+  const auto rows = Rows(central.result);
+  ASSERT_EQ(rows.size(), 1u);
+  EXPECT_EQ(Centroid(rows[0].geometry), far[best]);
+}
+
+// A feature without a finite location, a NaN weight and a NaN statistics
+// value each fail naming the feature's QlID; the measure's own identifier
+// follows a missing location.
+TEST(SpatialMeasureTest, BrokenFeaturesAreNamed) {
+  const double nan = std::nan("");
+  const auto named = [](const ZoSpatialMeasure& m, const char* id, std::int64_t qlid) {
+    const std::string text = m.GetStrErrorMes().Str();
+    EXPECT_NE(text.find(std::string("[") + id + "] The feature with QlID " + std::to_string(qlid) + " "),
+              std::string::npos)
+        << text;
+  };
+  const std::vector<LumaFieldInfo> fields = {LumaFieldInfo("W", LUMA::FieldDouble),
+                                             LumaFieldInfo("G", LUMA::FieldInt32)};
+  // (A memory layer refuses a NaN point; the hostile suite reads one from a file.)
+  for (const ZoGeometry& bad : {ZoGeometry::MakePoint({1.0, HUGE_VAL}), ZoGeometry()}) {
+    Layer layer = MakeLayer(DatasetPoint, fields,
+                            {Point(0, 0, {1.0, 1}), {bad, {1.0, 1}}, Point(2, 0, {1.0, 1}), Point(0, 2, {1.0, 1})},
+                            DatasetRegion);
+    ZoSpatialMeasure measure;
+    EXPECT_FALSE(measure.MeasureStandardDistance(layer.dataset, layer.result, ZoMeasuringInformation(), false));
+    named(measure, "EUc002", QlIdAt(layer.dataset, 1));
+    EXPECT_TRUE(HasId(measure, "ESa008"));
+    EXPECT_TRUE(Rows(layer.result).empty());
+  }
+  // The one record of a grouped run has no geometry: EUc002, then EFd037.
+  Layer single = MakeLayer(DatasetPoint, fields, {{ZoGeometry(), {1.0, 1}}}, DatasetPoint);
+  ZoMeasuringInformation grouped;
+  grouped.CaseField = "G";
+  ZoSpatialMeasure measure;
+  EXPECT_FALSE(measure.MeasureMeanCenter(single.dataset, single.result, grouped, false));
+  named(measure, "EUc002", QlIdAt(single.dataset, 0));
+  EXPECT_TRUE(HasId(measure, "EFd037"));
+
+  Layer values = MakeLayer(DatasetPoint, fields,
+                           {Point(0, 0, {1.0, 1}), Point(1, 0, {2.0, 1}), Point(2, 0, {nan, 2}), Point(3, 0, {4.0, 2})},
+                           DatasetPoint);
+  ZoMeasuringInformation weight;
+  weight.WeightField = "W";
+  EXPECT_FALSE(measure.MeasureMeanCenter(values.dataset, values.result, weight, false));
+  named(measure, "EUc001", QlIdAt(values.dataset, 2));
+  ZoMeasuringInformation summary;
+  summary.CaseField = "G";
+  summary.StatisticsFields = {"W"};
+  summary.StatisticsTypes = {StatisticsSum};
+  ZoDatasetVector* other = values.source->CreateDatasetVector("other", DatasetPoint, ZoPrjCoordSys());
+  EXPECT_FALSE(measure.MeasureMedianCenter(values.dataset, other, summary, false));
+  named(measure, "EUc001", QlIdAt(values.dataset, 2));
+}
+
+namespace {
+
+// A line of length 1 from (x, 0) along the bearing (degrees clockwise from north).
+Feature Bearing(double x, double degrees) {
+  const double r = degrees * 3.14159265358979323846 / 180.0;
+  return Line(x, 0, x + std::sin(r), std::cos(r));
+}
+
+Row DirectionalMean(const std::vector<Feature>& lines, bool orientationOnly) {
+  Layer layer = MakeLayer(DatasetLine, {}, lines, DatasetLine);
+  ZoMeasuringInformation info;
+  info.OrientationOnly = orientationOnly;
+  ZoSpatialMeasure measure;
+  EXPECT_TRUE(measure.MeasureLinearDirectionalMean(layer.dataset, layer.result, info, false))
+      << measure.GetStrErrorMes().Str();
+  return Rows(layer.result).at(0);
+}
+
+}  // namespace
+
+// Orientations by hand. Lines at 359° and 1°: their doubled angles, 358° and
+// 2°, average to 0°, so the mean orientation is 0 (north) and the directional
+// mean 90; folding both into the western half (359° and 181°) gave 90°, east.
+// The circular variance of the aligned bearings 179° and 181° is 1 − cos 1°.
+// A set clear of the fold keeps the fold's result: bearings 20° (turned to
+// 200°), 230°, 300° and 70° (turned to 250°) give, by numpy, 63.946751783°.
+// A wider set turned by any angle turns its mean orientation by that angle
+// (mod 180°), and lies within a degree of the doubled-angle mean (5.7575°).
+// Without the option, lines at 10° and 350° read 0, not 360.
+TEST(SpatialMeasureTest, OrientationsAverageAlongTheirMeanAxis) {
+  const Row north = DirectionalMean({Bearing(0, 359), Bearing(1, 1)}, true);
+  EXPECT_NEAR(north["CompassAngle"].ToDouble(), 0.0, 1e-9);
+  EXPECT_NEAR(north["DirectionalMean"].ToDouble(), 90.0, 1e-9);
+  EXPECT_NEAR(north["CircleVariance"].ToDouble(), 1.0 - std::cos(3.14159265358979323846 / 180.0), 1e-12);
+  // The mean line runs along the axis (its ends on the unreduced, southern side).
+  const auto& ends = north.geometry.GetPoints();
+  EXPECT_NEAR(ends[0].x, ends[1].x, 1e-9);
+
+  const Row clear = DirectionalMean({Bearing(0, 20), Bearing(1, 230), Bearing(2, 300), Bearing(3, 70)}, true);
+  EXPECT_NEAR(clear["CompassAngle"].ToDouble(), 63.94675178320233, 1e-12);
+  EXPECT_NEAR(clear["DirectionalMean"].ToDouble(), 26.05324821679767, 1e-12);
+  EXPECT_NEAR(clear["CircleVariance"].ToDouble(), 0.18916206847467332, 1e-12);
+
+  double first = 0.0;
+  for (const double turn : {0.0, 45.0, 90.0, 170.0, 271.0}) {
+    const Row wide = DirectionalMean(
+        {Bearing(0, 350 + turn), Bearing(1, 0.0001 + turn), Bearing(2, 30 + turn), Bearing(3, 185 + turn)}, true);
+    const double compass = wide["CompassAngle"].ToDouble();
+    EXPECT_GE(compass, 0.0);
+    EXPECT_LT(compass, 180.0);
+    if (turn == 0.0) first = compass;
+    EXPECT_NEAR(std::remainder(compass - first - turn, 180.0), 0.0, 1e-9) << turn;
+  }
+  EXPECT_NEAR(first, 5.757506116489502, 1.0);
+
+  const Row both = DirectionalMean({Bearing(0, 10), Bearing(1, 350)}, false);
+  EXPECT_GE(both["CompassAngle"].ToDouble(), 0.0);
+  EXPECT_LT(both["CompassAngle"].ToDouble(), 1e-9);
+  EXPECT_NEAR(both["DirectionalMean"].ToDouble(), 90.0, 1e-9);
+}
+
+// A line whose first and last vertices coincide (zero length, or closed) has
+// no direction: the measure fails naming it rather than counting it as east.
+TEST(SpatialMeasureTest, LinesWithoutDirectionAreNamed) {
+  const Feature closed = {ZoGeometry::MakeLine({{0, 0}, {1, 0}, {1, 1}, {0, 0}}, {4}), {}};
+  for (const Feature& bad : {Line(2, 2, 2, 2), closed}) {
+    Layer layer = MakeLayer(DatasetLine, {}, {Line(0, 0, 1, 1), bad, Line(5, 0, 6, 1)}, DatasetLine);
+    ZoSpatialMeasure measure;
+    EXPECT_FALSE(measure.MeasureLinearDirectionalMean(layer.dataset, layer.result, ZoMeasuringInformation(), false));
+    EXPECT_NE(measure.GetStrErrorMes().Str().find("[EUc004] The line with QlID " +
+                                                  std::to_string(QlIdAt(layer.dataset, 1)) + " "),
+              std::string::npos)
+        << measure.GetStrErrorMes().Str();
+    EXPECT_TRUE(Rows(layer.result).empty());
+  }
 }

@@ -3,12 +3,17 @@
 // (text or a JSON array, in group order) and written to a layer with --output.
 #include <algorithm>
 #include <cctype>
+#include <cstdio>
 #include <memory>
+#include <string>
+#include <vector>
 
 #include "Command.h"
 #include "Json.h"
 #include "StatisticsAnalyst/ZoSpatialMeasure.h"
 #include "WeightsOptions.h"
+#include "host/ZoMessageIds.h"
+#include "host/ZoPrjCoordSys.h"
 #include "host/ZoRecordset.h"
 
 namespace zostat {
@@ -25,6 +30,11 @@ struct MeasureSpec {
   MeasureMethod method;
   int resultType;  // 0: the input's own type
   bool weight, selfWeight, tolerance, ellipseSize, orientation;
+  // Measured in metres about each group's centre on geographic data (all
+  // but the directional mean).
+  bool projected = true;
+  // An empty input is refused: the library writes a centre at (0, 0) for it.
+  bool refuseEmpty = false;
 };
 
 ZOC::ZoStatisticsType ParseStatisticsType(std::string type) {
@@ -101,9 +111,49 @@ void PrintResults(const Options& options, ZOC::ZoDatasetVector* result) {
   Print(options.Has("json") ? json.str() : text);
 }
 
+// What the printed figures do not show by themselves: on geographic data,
+// where and in what unit they were measured; and how many features a Mean
+// or Median summary counted without a value.
+std::vector<std::string> Notes(const MeasureSpec& spec, const ZOC::ZoMeasuringInformation& info,
+                               ZOC::ZoDatasetVector* input) {
+  std::vector<std::string> notes;
+  if (spec.projected && input->GetPrjCoordSys().GetTypeID() == ZOC::ZoPrjCoordSys::Geographic) {
+    const std::string lengths = spec.ellipseSize ? ", lengths in metres" : "";
+    notes.push_back(
+        "the input is in longitude/latitude: each group was measured in metres on an azimuthal "
+        "equidistant projection about the group's own centre; positions are given in longitude/latitude" +
+        lengths + ".");
+  }
+  std::vector<std::size_t> counted;  // the statistics entries that skip null values
+  for (std::size_t i = 0; i < info.StatisticsTypes.size(); ++i)
+    if (info.StatisticsTypes[i] == ZOC::StatisticsMean || info.StatisticsTypes[i] == ZOC::StatisticsMedian)
+      counted.push_back(i);
+  if (counted.empty()) return notes;
+  ZOC::ZoRecordsetPtr records(input->Query(ZOC::ZoQueryDef()));
+  if (!records) return notes;
+  std::vector<long long> nulls(counted.size(), 0);
+  long long total = 0;
+  LUMA::LumaVariant value;
+  for (bool more = records->MoveFirst(); more && !records->IsEOF(); more = records->MoveNext(), ++total)
+    for (std::size_t k = 0; k < counted.size(); ++k)
+      if (!records->GetFieldValue(info.StatisticsFields[counted[k]], value) || value.IsNull()) ++nulls[k];
+  for (std::size_t k = 0; k < counted.size(); ++k) {
+    if (nulls[k] == 0) continue;
+    const std::string field = info.StatisticsFields[counted[k]].Str();
+    const bool mean = info.StatisticsTypes[counted[k]] == ZOC::StatisticsMean;
+    notes.push_back(std::to_string(nulls[k]) + " of " + std::to_string(total) + " features have no value (NULL) in " +
+                    field +
+                    (mean ? ": " + field + "_Mean divides each group's sum by all of its features, those included."
+                          : ": " + field + "_Median leaves them out."));
+  }
+  return notes;
+}
+
 int RunMeasure(const Options& options, const MeasureSpec& spec) {
   InputLayer input = OpenInput(options);
   const ZOC::ZoMeasuringInformation info = ParseMeasuringOptions(options);
+  if (spec.refuseEmpty && input.dataset->GetRecordCount() == 0)
+    throw Failure(MessageText(ZOC::msg::ESa067, "layer '" + input.dataset->GetName().Str() + "' has no features"));
   const int type = spec.resultType ? spec.resultType : input.dataset->GetType();
   const std::string layer = input.dataset->GetName().Str() + spec.layerSuffix;
   // Without --output the result lives in memory only, for printing.
@@ -128,6 +178,13 @@ int RunMeasure(const Options& options, const MeasureSpec& spec) {
             out->path());
   }
   PrintResults(options, result);
+  // Under --json stdout holds the results alone, so the notes go to stderr.
+  for (const std::string& note : Notes(spec, info, input.dataset)) {
+    if (options.Has("json"))
+      std::fprintf(stderr, "zostat %s: note: %s\n", spec.name, note.c_str());
+    else
+      Print("Note: " + note);
+  }
   return 0;
 }
 
@@ -169,13 +226,14 @@ Command MakeCommand(const MeasureSpec& spec) {
 
 Command MeanCenterCommand() {
   return MakeCommand({"mean-center", "weighted mean centre of the features, per case group", "_mean_center",
-                      &ZOC::ZoSpatialMeasure::MeasureMeanCenter, ZOC::DatasetPoint, true, false, false, false, false});
+                      &ZOC::ZoSpatialMeasure::MeasureMeanCenter, ZOC::DatasetPoint, true, false, false, false, false,
+                      true, true});
 }
 
 Command MedianCenterCommand() {
   return MakeCommand({"median-center", "weighted median centre (least total distance), per case group",
                       "_median_center", &ZOC::ZoSpatialMeasure::MeasureMedianCenter, ZOC::DatasetPoint, true, false,
-                      true, false, false});
+                      true, false, false, true, true});
 }
 
 Command CentralFeatureCommand() {
@@ -199,7 +257,7 @@ Command EllipseCommand() {
 Command DirectionalMeanCommand() {
   return MakeCommand({"directional-mean", "linear directional mean of line features, per case group",
                       "_directional_mean", &ZOC::ZoSpatialMeasure::MeasureLinearDirectionalMean, ZOC::DatasetLine,
-                      false, false, false, false, true});
+                      false, false, false, false, true, false});
 }
 
 }  // namespace zostat

@@ -123,6 +123,9 @@ for (case in local_cases) {
 # its axes are sqrt(2 * eigenvalue) (the definition's factor 2), the first
 # ("SemiMajorAxis") along the principal direction, whose angle
 # counter-clockwise from east is "RotationAngle" (modulo 180).
+# Longitude/latitude layers are measured in metres: each group is projected
+# by sf (PROJ) to an azimuthal equidistant plane about the direction of the
+# mean of its points' unit vectors, and its centre projected back.
 json_numbers <- function(json, key) {
   m <- regmatches(json, gregexpr(paste0('"', key, '": [-+0-9.eE]+'), json))[[1]]
   as.numeric(sub(".*: ", "", m))
@@ -144,15 +147,33 @@ check_distributions <- function(file, case_field, weight_field, points) {
   # The mean centre is the result point, printed as "centroid": [x, y].
   centres <- gsub("\"centroid\": \\[([^,]+), ([^]]+)\\]", "\"cx\": \\1, \"cy\": \\2", mean_json)
   mx <- my <- sd <- major <- minor <- angle <- c()
+  longlat <- isTRUE(sf::st_is_longlat(layer))
   for (g in sort(unique(groups))) {
     k <- groups == g
     wk <- w[k]
     x <- xy[k, 1]
     y <- xy[k, 2]
-    mx <- c(mx, sum(wk * x) / sum(wk))
-    my <- c(my, sum(wk * y) / sum(wk))
-    dx <- x - tail(mx, 1)
-    dy <- y - tail(my, 1)
+    if (longlat) {
+      r <- pi / 180
+      v <- c(sum(cos(y * r) * cos(x * r)), sum(cos(y * r) * sin(x * r)), sum(sin(y * r)))
+      aeqd <- sprintf("+proj=aeqd +lat_0=%.17g +lon_0=%.17g +x_0=0 +y_0=0 +datum=WGS84 +units=m",
+                      atan2(v[3], sqrt(v[1]^2 + v[2]^2)) / r, atan2(v[2], v[1]) / r)
+      p <- sf::st_coordinates(sf::st_transform(sf::st_as_sf(data.frame(x = x, y = y), coords = c("x", "y"),
+                                                             crs = sf::st_crs(layer)), aeqd))
+      x <- p[, 1]
+      y <- p[, 2]
+    }
+    px <- sum(wk * x) / sum(wk)
+    py <- sum(wk * y) / sum(wk)
+    dx <- x - px
+    dy <- y - py
+    if (longlat) {
+      back <- sf::st_coordinates(sf::st_transform(sf::st_sfc(sf::st_point(c(px, py)), crs = aeqd), sf::st_crs(layer)))
+      px <- back[1, 1]
+      py <- back[1, 2]
+    }
+    mx <- c(mx, px)
+    my <- c(my, py)
     sd <- c(sd, sqrt(sum(wk * (dx^2 + dy^2)) / sum(wk)))
     e <- eigen(matrix(c(sum(wk * dx^2), sum(wk * dx * dy), sum(wk * dx * dy), sum(wk * dy^2)), 2) / sum(wk),
                symmetric = TRUE)

@@ -10,6 +10,7 @@
 
 #include "StatisticsAnalyst/detail/centrography/Measures.h"
 #include "StatisticsAnalyst/detail/centrography/MeasuringFrame.h"
+#include "StatisticsAnalyst/detail/centrography/MeasuringPlane.h"
 #include "host/ZoMessageIds.h"
 #include "host/ZoRecordset.h"
 #include "host/ZoStringEx.h"
@@ -100,10 +101,11 @@ Status CentralElement(MeasureCall& call) {
   LumaFieldInfos none, alsoNone;
   if (Status status = ValidateCentral(frame, *call.info); !status) return status;
   if (Status status = frame.CreateFields(none, alsoNone); !status) return status;
-  // Distances on geographic data are measured after a forward projection
-  // to metres, always Euclidean.
+  // Distances on geographic data are measured in metres in the group's
+  // measuring plane, always Euclidean; the self weights are distances too.
   const ZoPrjCoordSys& cs = call.input->GetPrjCoordSys();
   const ZoDistanceMethod method = ZoStatisticsUtilities::ValidateDistanceMethod(call.info->DistanceMethod, cs);
+  MeasuringPlane plane(cs);
   ZoCallProgress progress(call.callerProgress, call.showProgress);
   StartProgress(progress, msg::IMb324);
   const bool grouped = !call.info->CaseField.IsEmpty();
@@ -117,10 +119,12 @@ Status CentralElement(MeasureCall& call) {
       centralIds.push_back(group.ids.front());
     } else {
       if (progress && !grouped) progress->SetBothPosRange(41, 100);
-      if (!ZoStatisticsUtilities::Forward(group.points, cs)) return Status::Fail(msg::ESa060);
+      if (Status status = plane.Enter(group.points); !status) return status;
+      LumaArray<double> selfWeights = group.selfWeights;
+      for (double& s : selfWeights) s /= plane.Scale();
       // The group's failure stands in for its cause.
-      if (!GetCentralElement(group.points, group.ids, group.weights, group.selfWeights, method, &progress, !grouped,
-                             centralIds))
+      if (!GetCentralElement(group.points, group.ids, RelativeWeights(group.weights), selfWeights, method, &progress,
+                             !grouped, centralIds))
         return Status::Fail(msg::ESa016);
     }
     return WriteCopies(frame, byId.get(), centralIds, group, frame.GroupValues(kind, group.count));

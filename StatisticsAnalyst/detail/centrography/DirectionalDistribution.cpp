@@ -5,6 +5,7 @@
 
 #include "StatisticsAnalyst/detail/centrography/Measures.h"
 #include "StatisticsAnalyst/detail/centrography/MeasuringFrame.h"
+#include "StatisticsAnalyst/detail/centrography/MeasuringPlane.h"
 #include "StatisticsAnalyst/detail/common/Limits.h"
 #include "host/ZoMessageIds.h"
 
@@ -24,10 +25,11 @@ Status GetDirection(const LumaArray<LumaPoint2D>& points, const LumaArray<double
   const double theta = limits::IsZero(e) ? 0.0 : std::atan((d - r) / e);
   const double cosT = std::cos(theta), sinT = std::sin(theta);
   double u2 = 0.0, v2 = 0.0;
+  const LumaArray<double>& w = spread.weights;
   for (std::size_t i = 0; i < points.size(); ++i) {
     const double dx = points[i].x - mean.x, dy = points[i].y - mean.y;
     const double u = dx * cosT - dy * sinT, v = dx * sinT + dy * cosT;
-    u2 += weights[i] * u * u, v2 += weights[i] * v * v;
+    u2 += w[i] * u * u, v2 += w[i] * v * v;
   }
   // The factor 2 belongs to the ellipse's definition here.
   const double sigmaX = std::sqrt(2.0 * u2 / spread.weight), sigmaY = std::sqrt(2.0 * v2 / spread.weight);
@@ -43,17 +45,24 @@ Status GetDirection(const LumaArray<LumaPoint2D>& points, const LumaArray<double
 
 Status DirectionalDistribution(MeasureCall& call) {
   const double factor = EllipseFactor(call.info->EllipseSize);
+  MeasuringPlane plane(call.input->GetPrjCoordSys());
   const auto ellipse = [&](const FeatureGroup& group, ZoGeometry& geometry, std::vector<LumaVariant>& values) {
+    LumaArray<LumaPoint2D> points = group.points;
+    if (Status status = plane.Enter(points); !status) return status;
     LumaPoint2D centre;
     double axisX = 0.0, axisY = 0.0, angle = 0.0;
-    if (!GetDirection(group.points, group.weights, factor, centre, axisX, axisY, angle, *call.utilities))
+    if (!GetDirection(points, group.weights, factor, centre, axisX, axisY, angle, *call.utilities))
       return Status::Fail(msg::ESa072);
     // The written angle is the direction of the longer axis, counter-clockwise
     // from east (the 90° added when the rotated y spread is larger makes it
-    // so); the fields keep the rotated-x / rotated-y naming.
+    // so); the fields keep the rotated-x / rotated-y naming. On geographic
+    // data east is that of the projection, the true east at the centre.
     geometry = ZoGeoEllipse::Make(centre, std::max(axisX, axisY), std::min(axisX, axisY), angle).ConvertToRegion();
     if (geometry.IsEmpty()) return Status::Fail(msg::ESa015);
-    values = {LumaVariant(centre.x), LumaVariant(centre.y), LumaVariant(axisX), LumaVariant(axisY), LumaVariant(angle)};
+    if (Status status = plane.Back(geometry); !status) return status;
+    if (Status status = plane.Back(centre); !status) return status;
+    values = {LumaVariant(centre.x), LumaVariant(centre.y), LumaVariant(plane.Length(axisX)),
+              LumaVariant(plane.Length(axisY)), LumaVariant(angle)};
     return Status();
   };
   return RunRegions(call, msg::IMb326, msg::IMb327,

@@ -1,9 +1,11 @@
 // The linear directional mean: the mean direction (or orientation) of line
 // features, as one line per group through their mean centre.
 #include <cmath>
+#include <vector>
 
 #include "StatisticsAnalyst/detail/centrography/Measures.h"
 #include "StatisticsAnalyst/detail/centrography/MeasuringFrame.h"
+#include "StatisticsAnalyst/detail/common/Limits.h"
 #include "host/ZoMessageIds.h"
 
 namespace ZOC::centrography {
@@ -23,11 +25,63 @@ double GetAngle(double p, double q) {
   return base;
 }
 
+bool LineHasDirection(const ZoGeometry& line) {
+  const LumaArray<LumaPoint2D>& vertices = line.GetPoints();
+  if (vertices.empty()) return false;
+  const LumaPoint2D& from = vertices.front();
+  const LumaPoint2D& to = vertices.back();
+  return std::hypot(to.x - from.x, to.y - from.y) > limits::kCoincident;
+}
+
+namespace {
+
+// An angle in degrees brought into [0, period). A value within 1e-9° below
+// the period is rounding noise of 0 (two symmetric directions whose sines
+// almost cancel), so it reads 0, not 360 (or 180 for orientations).
+double Normalised(double degrees, double period) {
+  double d = std::fmod(degrees, period);
+  if (d < 0.0) d += period;
+  return d >= period - 1e-9 ? 0.0 : d;
+}
+
+// The bearings of one line as an orientation: the one the western-half fold
+// gives (a bearing in [180°, 360°) for most lines, by turning the line
+// round when it points east) and the opposite one.
+struct Orientation {
+  double folded, opposite;
+};
+
+// Takes each orientation on the side of its axis nearest the lines' own mean
+// axis. Folding every line into the western half, as such, averages lines
+// just either side of north (bearings 359° and 181° once folded) to west, a
+// right angle off. The mean axis comes from the doubled angles, where a
+// bearing and its opposite coincide (axial statistics); each line is then
+// taken within 90° of the axis's western end. When the folded bearings all
+// lie within 90° of that end anyway (no line near the fold), every choice is
+// the fold's own and the result is exactly the fold's.
+void AlignWithMeanAxis(std::vector<Orientation>& lines, std::vector<double>& theta) {
+  double s2 = 0.0, c2 = 0.0;
+  for (const Orientation& o : lines) s2 += std::sin(2.0 * o.folded), c2 += std::cos(2.0 * o.folded);
+  // Doubled angles that cancel (lines at right angles in equal measure)
+  // have no mean axis: the fold stands.
+  if (std::hypot(s2, c2) <= 1e-9 * static_cast<double>(lines.size())) return;
+  const double axis = std::remainder(std::atan2(s2, c2) / 2.0, kPi);  // in [-π/2, π/2]
+  const double west = axis < 0.0 ? axis + 2.0 * kPi : axis + kPi;     // the end in [π, 2π)
+  for (std::size_t i = 0; i < lines.size(); ++i) {
+    const double off = std::fabs(std::remainder(lines[i].folded - west, 2.0 * kPi));
+    theta[i] = off <= kPi / 2.0 ? lines[i].folded : lines[i].opposite;
+  }
+}
+
+}  // namespace
+
 Status GetDirectionalMean(const LumaArray<ZoGeometry>& lines, bool orientationOnly, DirectionalMeanResult& result,
                           ZoStatisticsUtilities& utilities) {
   if (lines.empty()) return Status::Fail(msg::ESa067);
   LumaArray<LumaPoint2D> kept;
-  double length = 0.0, sinSum = 0.0, cosSum = 0.0;
+  std::vector<double> theta;
+  std::vector<Orientation> orientations;
+  double length = 0.0;
   for (const ZoGeometry& line : lines) {
     LumaPoint2D point;
     if (!ZoStatisticsUtilities::GetBaryCenter(&line, point)) return Status::Fail(msg::ESa008);
@@ -36,32 +90,39 @@ Status GetDirectionalMean(const LumaArray<ZoGeometry>& lines, bool orientationOn
     // From the very first vertex to the last vertex of the last part.
     const LumaPoint2D& from = vertices.front();
     const LumaPoint2D& to = vertices.back();
-    double theta = GetAngle(to.x - from.x, to.y - from.y);
-    if (orientationOnly && theta * kDegrees < 180.0) theta = GetAngle(from.x - to.x, from.y - to.y);
+    const double forward = GetAngle(to.x - from.x, to.y - from.y);
+    double bearing = forward;
+    if (orientationOnly) {
+      const double backward = GetAngle(from.x - to.x, from.y - to.y);
+      const bool turned = forward * kDegrees < 180.0;
+      bearing = turned ? backward : forward;
+      orientations.push_back({bearing, turned ? forward : backward});
+    }
     kept.push_back(point);
     length += line.GetLength();
-    sinSum += std::sin(theta);
-    cosSum += std::cos(theta);
+    theta.push_back(bearing);
   }
   const double k = static_cast<double>(kept.size());
   if (kept.empty()) return Status::Fail(msg::ESa074, {"1"});  // at least one line is needed
+  if (orientationOnly) AlignWithMeanAxis(orientations, theta);
+  double sinSum = 0.0, cosSum = 0.0;
+  for (const double t : theta) sinSum += std::sin(t), cosSum += std::cos(t);
   LumaPoint2D centre;
   if (!utilities.GetMeanCenter(kept, LumaArray<double>(kept.size(), 1.0), centre))
     return Status::FromText(utilities.GetStrErrorMes());
   const double meanLength = length / k;
   const double phi = GetAngle(sinSum, cosSum);
-  double compass = phi * kDegrees;
-  // Orientations report the bearing reduced by 180°, while the line's ends
-  // keep the unreduced direction.
-  if (orientationOnly) compass -= 180.0;
+  // Orientations report the bearing reduced by 180° (an orientation lies in
+  // [0°, 180°)), while the line's ends keep the unreduced direction.
+  const double compass =
+      orientationOnly ? Normalised(phi * kDegrees - 180.0, 180.0) : Normalised(phi * kDegrees, 360.0);
   result.centre = centre;
   result.meanLength = meanLength;
   result.compassAngle = compass;
   result.frontEnd = {centre.x + std::sin(phi) * meanLength / 2.0, centre.y + std::cos(phi) * meanLength / 2.0};
   result.backEnd = {2.0 * centre.x - result.frontEnd.x, 2.0 * centre.y - result.frontEnd.y};
   result.circularVariance = 1.0 - std::sqrt(cosSum * cosSum + sinSum * sinSum) / k;
-  result.directionalMean = 360.0 - compass + 90.0;
-  if (result.directionalMean >= 360.0) result.directionalMean -= 360.0;
+  result.directionalMean = Normalised(360.0 - compass + 90.0, 360.0);
   return {};
 }
 

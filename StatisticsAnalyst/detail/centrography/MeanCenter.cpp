@@ -1,6 +1,7 @@
 // The mean centre, and the flow it shares with the median centre.
 #include "StatisticsAnalyst/detail/centrography/Measures.h"
 #include "StatisticsAnalyst/detail/centrography/MeasuringFrame.h"
+#include "StatisticsAnalyst/detail/centrography/MeasuringPlane.h"
 #include "host/ZoMessageIds.h"
 #include "host/ZoStringEx.h"
 
@@ -20,13 +21,19 @@ Status RunCentrePoints(MeasureCall& call, const char* titleId, const char* stepI
   ZoCallProgress progress(call.callerProgress, call.showProgress);
   StartProgress(progress, titleId);
   if (Status status = frame.Open(); !status) return status;
+  MeasuringPlane plane(call.input->GetPrjCoordSys());
   const auto write = [&](FeatureGroup& group, GroupKind kind) {
     // An ungrouped run over no records still writes its one point, at (0, 0).
     LumaPoint2D point;
-    if (kind == GroupKind::Single || kind == GroupKind::SingleRecord)
+    if (kind == GroupKind::Single || kind == GroupKind::SingleRecord) {
       point = group.points.front();
-    else if (Status status = centre(group, point); !status)
-      return status;
+    } else {
+      LumaArray<LumaPoint2D> points = group.points;
+      if (Status status = plane.Enter(points); !status) return status;
+      if (Status status = centre(points, RelativeWeights(group.weights), point); !status) return status;
+      if (!points.empty())
+        if (Status status = plane.Back(point); !status) return status;
+    }
     return frame.Write(ZoGeometry::MakePoint(point), {}, group.caseValue, frame.GroupValues(kind, group.count));
   };
   if (Status status = frame.Pass(progress, stepId, CollectOptions{}, write); !status) return status;
@@ -34,9 +41,11 @@ Status RunCentrePoints(MeasureCall& call, const char* titleId, const char* stepI
 }
 
 Status MeanCenter(MeasureCall& call) {
-  return RunCentrePoints(call, msg::IMb320, msg::IMb322, [&](const FeatureGroup& group, LumaPoint2D& point) {
-    return call.utilities->GetMeanCenter(group.points, group.weights, point) ? Status() : Status::Fail(msg::ESa0010);
-  });
+  return RunCentrePoints(
+      call, msg::IMb320, msg::IMb322,
+      [&](const LumaArray<LumaPoint2D>& points, const LumaArray<double>& weights, LumaPoint2D& point) {
+        return call.utilities->GetMeanCenter(points, weights, point) ? Status() : Status::Fail(msg::ESa0010);
+      });
 }
 
 double EllipseFactor(int code) {

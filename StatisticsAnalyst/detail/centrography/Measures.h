@@ -45,13 +45,15 @@ Status GetMedianCenter(const LumaArray<LumaPoint2D>& points, const LumaArray<dou
 double MedianTolerance(double tolerance);
 
 // The weighted spread of a group around its weighted mean centre: Σw and
-// Σw dx², Σw dy², Σw dx dy, summed in feature order. No points (or no
-// weights) is no spread: ok with `empty` set. "ESa013" below 3 points,
-// "ESa019" for lists of different lengths, "ESa018" for a weight sum within
-// ±1e-20 of 0, or the mean centre's message.
+// Σw dx², Σw dy², Σw dx dy, summed in feature order, with the weights
+// relative to the largest (RelativeWeights; the sums' ratios are what the
+// measures use). No points (or no weights) is no spread: ok with `empty`
+// set. "ESa013" below 3 points, "ESa019" for lists of different lengths,
+// "ESa018" for a weight sum within ±1e-20 of 0, or the mean centre's message.
 struct WeightedSpread {
   bool empty = true;
   LumaPoint2D mean;
+  LumaArray<double> weights;  // the relative weights summed
   double weight = 0.0, xx = 0.0, yy = 0.0, xy = 0.0;
 };
 Status GetWeightedSpread(const LumaArray<LumaPoint2D>& points, const LumaArray<double>& weights,
@@ -70,6 +72,11 @@ Status GetDirection(const LumaArray<LumaPoint2D>& points, const LumaArray<double
 // A bearing in radians, clockwise from north, of the direction (p, q) =
 // (dx, dy), in [0, 2π); exact zeros and q = -1 follow fixed rules.
 double GetAngle(double p, double q);
+
+// Whether a line points somewhere: its first and last vertices (those
+// GetDirectionalMean takes its direction from) lie further apart than the
+// coincidence tolerance. A line of zero length, or a closed one, does not.
+bool LineHasDirection(const ZoGeometry& line);
 
 struct DirectionalMeanResult {
   LumaPoint2D backEnd, frontEnd, centre;

@@ -1,5 +1,9 @@
 #include "StatisticsAnalyst/detail/centrography/MeasuringFrame.h"
 
+#include <cmath>
+#include <string>
+
+#include "StatisticsAnalyst/detail/centrography/Measures.h"
 #include "host/ZoDatasetVector.h"
 #include "host/ZoEngineToolkit.h"
 #include "host/ZoMessageIds.h"
@@ -138,28 +142,51 @@ bool MeasuringFrame::GroupFieldEqual(const LumaVariant& current, const LumaVaria
   return current == group;
 }
 
-double MeasuringFrame::ReadWeight(const LumaUnicodeString& field, double fallback) {
-  if (field.IsEmpty()) return fallback;
+LumaUnicodeString MeasuringFrame::CurrentId() const { return std::to_string(m_records->GetID()).c_str(); }
+
+Status MeasuringFrame::ReadWeight(const LumaUnicodeString& field, double fallback, double& weight) {
+  weight = fallback;
+  if (field.IsEmpty()) return {};
   LumaVariant value;
-  if (!m_records->GetFieldValue(field, value) || value.IsNull()) return kZeroWeight;
+  weight = kZeroWeight;
+  if (!m_records->GetFieldValue(field, value) || value.IsNull()) return {};
   const double w = value.ToDouble();
-  return w > 0.0 ? w : kZeroWeight;
+  // NaN is not "no weight": it is a broken value, and read as 0 it would
+  // silently drop the feature from every sum.
+  if (!std::isfinite(w)) return Status::Fail(msg::EUc001, {CurrentId(), field});
+  if (w > 0.0) weight = w;
+  return {};
+}
+
+Status MeasuringFrame::CheckStatisticsValues() {
+  LumaVariant value;
+  for (const LumaUnicodeString& field : m_info.StatisticsFields) {
+    m_records->GetFieldValue(field, value);
+    if (value.GetType() == LumaVariant::Double && !std::isfinite(value.GetDouble()))
+      return Status::Fail(msg::EUc001, {CurrentId(), field});
+  }
+  return {};
 }
 
 Status MeasuringFrame::AddFeature(FeatureGroup& group, const CollectOptions& collect, bool singleRecord) {
+  // A feature without a usable location is named, followed by the measure's
+  // own identifier for it.
   ZoGeometry geometry;
-  if (!m_records->GetGeometry(geometry) || geometry.IsEmpty()) {
-    return Status::Fail(singleRecord ? msg::EFd037 : msg::ESa008);
-  }
+  if (!m_records->GetGeometry(geometry) || geometry.IsEmpty())
+    return Status::Fail(msg::EUc002, {CurrentId()}).Then(singleRecord ? msg::EFd037 : msg::ESa008);
   LumaPoint2D point;
-  if (!ZoStatisticsUtilities::GetBaryCenter(&geometry, point)) {
-    return Status::Fail(msg::ESa008);
-  }
+  if (!ZoStatisticsUtilities::GetBaryCenter(&geometry, point) || !std::isfinite(point.x) || !std::isfinite(point.y))
+    return Status::Fail(msg::EUc002, {CurrentId()}).Then(msg::ESa008);
+  double weight = kUnitWeight, selfWeight = kZeroWeight;
+  if (Status status = ReadWeight(m_info.WeightField, kUnitWeight, weight); !status) return status;
+  // Without a self-weight field a feature's own position adds nothing.
+  if (collect.selfWeightsAndIds)
+    if (Status status = ReadWeight(m_info.SelfWeightField, kZeroWeight, selfWeight); !status) return status;
+  if (collect.lines && !LineHasDirection(geometry)) return Status::Fail(msg::EUc004, {CurrentId()});
   group.points.push_back(point);
-  group.weights.push_back(ReadWeight(m_info.WeightField, kUnitWeight));
+  group.weights.push_back(weight);
   if (collect.selfWeightsAndIds) {
-    // Without a self-weight field a feature's own position adds nothing.
-    group.selfWeights.push_back(ReadWeight(m_info.SelfWeightField, kZeroWeight));
+    group.selfWeights.push_back(selfWeight);
     group.ids.push_back(m_records->GetID());
   }
   if (collect.lines) group.lines.push_back(std::move(geometry));
@@ -182,6 +209,7 @@ Status MeasuringFrame::Pass(ZoCallProgress& progress, const char* stepId, const 
     // The one record of a grouped run is written with its raw values.
     m_records->MoveFirst();
     m_records->GetFieldValue(m_info.CaseField, group.caseValue);
+    if (Status status = CheckStatisticsValues(); !status) return status;
     ReadRawValues();
     if (Status status = AddFeature(group, collect, true); !status) return status;
     return handle(group, GroupKind::SingleRecord);
@@ -191,6 +219,7 @@ Status MeasuringFrame::Pass(ZoCallProgress& progress, const char* stepId, const 
   std::int64_t i = 0;
   for (bool more = m_records->MoveFirst(); more && !m_records->IsEOF(); more = m_records->MoveNext(), ++i) {
     if (!progress.Step(step, i, n)) return Status::Fail(msg::IMb030);
+    if (Status status = CheckStatisticsValues(); !status) return status;
     if (grouped) m_records->GetFieldValue(m_info.CaseField, caseValue);
     if (i == 0 || (grouped && !GroupFieldEqual(caseValue, group.caseValue))) {
       if (i > 0) {

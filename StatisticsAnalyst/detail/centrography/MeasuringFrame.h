@@ -99,8 +99,17 @@ class MeasuringFrame {
 
  private:
   bool GroupFieldEqual(const LumaVariant& current, const LumaVariant& group) const;
+  // The current record's point, weights (and line), or the failure naming
+  // it: "EUc002" for no usable location (followed by "ESa008", or "EFd037"
+  // for the one record of a grouped run), "EUc001" for a weight that is NaN
+  // or infinite, "EUc004" for a line without a direction.
   Status AddFeature(FeatureGroup& group, const CollectOptions& collect, bool singleRecord);
-  double ReadWeight(const LumaUnicodeString& field, double fallback);
+  // The weight in `field` when it is above 0, else 0; `fallback` without a field.
+  Status ReadWeight(const LumaUnicodeString& field, double fallback, double& weight);
+  // "EUc001" when a statistics field holds NaN or an infinite value: summed
+  // or compared it would spoil the group's summary without saying where.
+  Status CheckStatisticsValues();
+  LumaUnicodeString CurrentId() const;
   void ReadRawValues();
 
   ZoDatasetVector* m_input;
@@ -119,8 +128,11 @@ void StartProgress(ZoCallProgress& progress, const char* titleId);
 
 struct MeasureCall;
 // The flow of the mean and median centres: one point per group, computed
-// by `centre` for a group of two or more features (or the whole dataset).
-using CentreFunction = std::function<Status(const FeatureGroup&, LumaPoint2D&)>;
+// by `centre` for a group of two or more features (or the whole dataset),
+// from the group's points in the measuring plane (MeasuringPlane.h) and its
+// weights relative to the largest.
+using CentreFunction =
+    std::function<Status(const LumaArray<LumaPoint2D>& points, const LumaArray<double>& weights, LumaPoint2D&)>;
 Status RunCentrePoints(MeasureCall& call, const char* titleId, const char* stepId, const CentreFunction& centre);
 
 // The flow of the standard distance and the ellipse: at least 3 records

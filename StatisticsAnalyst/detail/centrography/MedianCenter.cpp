@@ -72,13 +72,14 @@ Status GetMedianCenter(const LumaArray<LumaPoint2D>& points, const LumaArray<dou
 
 Status MedianCenter(MeasureCall& call) {
   const double tolerance = MedianTolerance(call.info->Tolerance);
-  return RunCentrePoints(call, msg::IMb321, msg::IMb323, [&](const FeatureGroup& group, LumaPoint2D& point) {
-    // The group's failure stands in for its cause.
-    if (GetMedianCenter(group.points, group.weights, tolerance, point, kIterationLimit, kAbsoluteTolerance,
-                        *call.utilities))
-      return Status();
-    return Status::Fail(msg::ESa017);
-  });
+  return RunCentrePoints(
+      call, msg::IMb321, msg::IMb323,
+      [&](const LumaArray<LumaPoint2D>& points, const LumaArray<double>& weights, LumaPoint2D& point) {
+        // The group's failure stands in for its cause.
+        if (GetMedianCenter(points, weights, tolerance, point, kIterationLimit, kAbsoluteTolerance, *call.utilities))
+          return Status();
+        return Status::Fail(msg::ESa017);
+      });
 }
 
 }  // namespace ZOC::centrography

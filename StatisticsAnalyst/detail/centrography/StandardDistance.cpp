@@ -6,6 +6,7 @@
 
 #include "StatisticsAnalyst/detail/centrography/Measures.h"
 #include "StatisticsAnalyst/detail/centrography/MeasuringFrame.h"
+#include "StatisticsAnalyst/detail/centrography/MeasuringPlane.h"
 #include "StatisticsAnalyst/detail/common/Limits.h"
 #include "host/ZoMessageIds.h"
 
@@ -18,11 +19,13 @@ Status GetWeightedSpread(const LumaArray<LumaPoint2D>& points, const LumaArray<d
   if (n == 0 || weights.empty()) return {};
   if (n < 3) return Status::Fail(msg::ESa013);
   if (weights.size() != n) return Status::Fail(msg::ESa019);
-  if (!utilities.GetMeanCenter(points, weights, spread.mean)) return Status::FromText(utilities.GetStrErrorMes());
+  spread.weights = RelativeWeights(weights);
+  const LumaArray<double>& w = spread.weights;
+  if (!utilities.GetMeanCenter(points, w, spread.mean)) return Status::FromText(utilities.GetStrErrorMes());
   for (std::size_t i = 0; i < n; ++i) {
     const double dx = points[i].x - spread.mean.x, dy = points[i].y - spread.mean.y;
-    spread.weight += weights[i];
-    spread.xx += weights[i] * dx * dx, spread.yy += weights[i] * dy * dy, spread.xy += weights[i] * dx * dy;
+    spread.weight += w[i];
+    spread.xx += w[i] * dx * dx, spread.yy += w[i] * dy * dy, spread.xy += w[i] * dx * dy;
   }
   if (limits::IsZero(spread.weight)) return Status::Fail(msg::ESa018);
   spread.empty = false;
@@ -66,15 +69,20 @@ Status RunRegions(MeasureCall& call, const char* titleId, const char* stepId, co
 
 Status StandardDistance(MeasureCall& call) {
   const double factor = EllipseFactor(call.info->EllipseSize);
+  MeasuringPlane plane(call.input->GetPrjCoordSys());
   const auto circle = [&](const FeatureGroup& group, ZoGeometry& geometry, std::vector<LumaVariant>& values) {
+    LumaArray<LumaPoint2D> points = group.points;
+    if (Status status = plane.Enter(points); !status) return status;
     LumaPoint2D centre;
     double distance = 0.0;
     // The group's failure stands in for its cause.
-    if (!GetStandardDist(group.points, group.weights, factor, centre, distance, *call.utilities))
+    if (!GetStandardDist(points, group.weights, factor, centre, distance, *call.utilities))
       return Status::Fail(msg::ESa073);
     geometry = ZoGeoCircle(centre, distance).ConvertToRegion();
     if (geometry.IsEmpty()) return Status::Fail(msg::ESa015);
-    values = {LumaVariant(centre.x), LumaVariant(centre.y), LumaVariant(distance)};
+    if (Status status = plane.Back(geometry); !status) return status;
+    if (Status status = plane.Back(centre); !status) return status;
+    values = {LumaVariant(centre.x), LumaVariant(centre.y), LumaVariant(plane.Length(distance))};
     return Status();
   };
   return RunRegions(call, msg::IMb357, msg::IMb358, {"CircleCenterX", "CircleCenterY", "StandardDistance"}, circle);

@@ -91,7 +91,9 @@ class DensityRun : public ZoAnalysisFrame {
                               double parameter);
 
   // The points of the records in their order, projected for measuring, and
-  // their QlIDs. "ESa008" when a point cannot be taken or projected.
+  // their QlIDs. "EUc002" naming a feature without a finite location
+  // (followed by "ESa008"), "EUc003" naming one with a coordinate beyond
+  // 1e150, "ESa008" when the points cannot be projected.
   bool ReadPoints(ZoRecordset* records, LumaArray<LumaPoint2D>& points);
   // A distance in `unit` as a distance between the read points.
   double InPointUnits(ZoRecordset* records, double distance, int unit) const;

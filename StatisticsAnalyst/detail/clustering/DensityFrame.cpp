@@ -4,6 +4,7 @@
 #include <algorithm>
 #include <cmath>
 #include <new>
+#include <string>
 
 #include "StatisticsAnalyst/ZoStatisticsUtilities.h"
 #include "StatisticsAnalyst/detail/clustering/DensityClustering.h"
@@ -12,6 +13,10 @@
 #include "host/ZoStringEx.h"
 
 namespace ZOC::clustering {
+
+namespace {
+constexpr double kLargestCoordinate = 1e150;
+}  // namespace
 
 double percentile(LumaArray<double> values, double q) {
   if (values.empty()) return 0.0;
@@ -75,9 +80,17 @@ bool DensityRun::ReadPoints(ZoRecordset* records, LumaArray<LumaPoint2D>& points
   ZoGeometry geometry;
   LumaPoint2D p;
   for (bool more = records->MoveFirst(); more && !records->IsEOF(); more = records->MoveNext()) {
+    const LumaUnicodeString id(std::to_string(records->GetID()).c_str());
     if (!records->GetGeometry(geometry) || !ZoStatisticsUtilities::GetBaryCenter(&geometry, p) || !std::isfinite(p.x) ||
         !std::isfinite(p.y)) {
+      AppendErrorText(ZoStringEx::Format(ZoStringEx::LoadResString(msg::EUc002), {id}));
       AddErrorMessage(msg::ESa008);
+      return false;
+    }
+    // Beyond this the squared distances of the neighbour searches overflow,
+    // and every distance would read as infinite.
+    if (std::fabs(p.x) > kLargestCoordinate || std::fabs(p.y) > kLargestCoordinate) {
+      AppendErrorText(ZoStringEx::Format(ZoStringEx::LoadResString(msg::EUc003), {id}));
       return false;
     }
     points.push_back(p);

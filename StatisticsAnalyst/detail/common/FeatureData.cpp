@@ -127,14 +127,34 @@ Status ReadFieldValues(ZoRecordset* records, const LUMA::LumaUnicodeString& fiel
   return ReadFeatures(records, field, nonNegative, values, {}, none, nullptr, noPoints);
 }
 
+namespace {
+
+// The binary exponent that brings `largest` near 1, or 0 when it is within
+// 2^±200 already (or is 0 or not finite).
+int UnitRangeExponent(double largest) {
+  if (!(largest > 0.0) || !std::isfinite(largest)) return 0;
+  int exponent = 0;
+  std::frexp(largest, &exponent);
+  return exponent >= -200 && exponent <= 200 ? 0 : exponent;
+}
+
+}  // namespace
+
 double ScaleToUnitRange(LUMA::LumaArray<double>& values) {
   double largest = 0.0;
   for (double v : values) largest = std::max(largest, std::fabs(v));
-  if (!(largest > 0.0) || !std::isfinite(largest)) return 1.0;
-  int exponent = 0;
-  std::frexp(largest, &exponent);
-  if (exponent >= -200 && exponent <= 200) return 1.0;
+  const int exponent = UnitRangeExponent(largest);
+  if (exponent == 0) return 1.0;
   for (double& v : values) v = std::ldexp(v, -exponent);
+  return std::ldexp(1.0, exponent);
+}
+
+double ScaleToUnitRange(LUMA::LumaArray<LUMA::LumaPoint2D>& points) {
+  double largest = 0.0;
+  for (const auto& p : points) largest = std::max({largest, std::fabs(p.x), std::fabs(p.y)});
+  const int exponent = UnitRangeExponent(largest);
+  if (exponent == 0) return 1.0;
+  for (auto& p : points) p = {std::ldexp(p.x, -exponent), std::ldexp(p.y, -exponent)};
   return std::ldexp(1.0, exponent);
 }
 

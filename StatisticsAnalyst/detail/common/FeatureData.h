@@ -52,6 +52,10 @@ Status ReadFeatures(ZoRecordset* records, const LUMA::LumaUnicodeString& field, 
 // such a division is exact, so nothing else about the numbers changes.
 // Returns the divisor used (1 when the values are left alone).
 double ScaleToUnitRange(LUMA::LumaArray<double>& values);
+// The same for coordinates: both axes divided by one power of two, so that
+// distances, squared spreads and their sums stay finite (and exact ratios
+// keep ties) for coordinates near 1e300. Returns the divisor used.
+double ScaleToUnitRange(LUMA::LumaArray<LUMA::LumaPoint2D>& points);
 
 // A two-sided p-value of z held to [0, 1]; the polynomial approximation of
 // the normal tail gives slightly more than 1 for z near 0.
