@@ -144,7 +144,7 @@ int RunOls(const Options& options) {
                   input.dataset->GetPrjCoordSys());
   ZOC::ZoSpatialRelModeling modeling;
   ZOC::ZoOLSResult result;
-  if (!modeling.OrdinaryLeastSquares(input.dataset, out.dataset(), info, result, !options.Has("json")))
+  if (!modeling.OrdinaryLeastSquares(input.dataset, out.dataset(), info, result, ShowProgress(options)))
     throw Failure(modeling.GetStrErrorMes().Str());
   out.Keep();
   PrintOls(options, result, out);
@@ -204,7 +204,7 @@ int RunGwr(const Options& options) {
                   input.dataset->GetPrjCoordSys());
   ZOC::ZoSpatialRelModeling modeling;
   ZOC::ZoGWRResult result;
-  if (!modeling.GeographicWeightedRegression(input.dataset, out.dataset(), info, result, !options.Has("json")))
+  if (!modeling.GeographicWeightedRegression(input.dataset, out.dataset(), info, result, ShowProgress(options)))
     throw Failure(modeling.GetStrErrorMes().Str());
   out.Keep();
   PrintGwr(options, result, out);
