@@ -108,7 +108,12 @@ struct OpticsResult {
 Status Optics(const LumaArray<LumaPoint2D>& points, int minPoints, double maxDistance, OpticsResult& result,
               ZoProgress* progress);
 // The ξ cluster extraction (ξ as a fraction, 0 < xi < 1) over an ordering:
-// fills `label` and `clusters`.
+// fills `label` and `clusters`. The clusters are those of R's
+// dbscan::extractXi with its defaults, so that the two agree on one plot:
+// a cluster's stretch of the ordering holds at least minPoints points, and a
+// point takes the label of the narrowest cluster holding it, so a cluster
+// around nested ones may keep fewer, and sparse points inside a wide
+// cluster are not noise.
 void ExtractXi(double xi, int minPoints, OpticsResult& result);
 
 // ---- The call frame (DensityFrame.cpp, Dbscan.cpp)
