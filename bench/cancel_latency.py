@@ -3,16 +3,18 @@
 suite's signal cases (tests/hostile/run_hostile.py, SIGNAL_RUNS), the time
 from SIGINT to the process's exit.
 
-Usage: bench/cancel_latency.py ZOSTAT [--repeat N] [--json] [--full] [--only SUBSTRING] [--timeout S]
+Usage: bench/cancel_latency.py ZOSTAT [ZOSTAT ...] [--repeat N] [--json] [--full] [--only SUBSTRING] [--timeout S]
 
 Each run starts on the same inputs as the hostile cases (made once, in a
 temporary folder), gets SIGINT the same delay after it has its input open,
 and is timed from the signal to its exit. Prints per command the median and
 the largest latency over N runs (default 3), the exit status and whether
 stderr named IMb030. A run still going S seconds (default 120) after its
-signal is killed and shows as ">S". --json interrupts the runs under --json instead of with
-their progress bar; --full also times one uninterrupted run of each (slow:
-gwr alone runs for minutes).
+signal is killed and shows as ">S". --json interrupts the runs under --json
+instead of with their progress bar; --full also times one uninterrupted run
+of each (slow: gwr alone runs for minutes). Given several zostat binaries (a build before
+and after a change), each run is repeated with each binary in turn, so that
+they share whatever else loads the machine, and each gets its own line.
 """
 import os
 import signal
@@ -79,28 +81,32 @@ def main():
         del argv[i:i + 2]
     json, full = "--json" in argv, "--full" in argv
     argv = [a for a in argv if a not in ("--json", "--full")]
-    if len(argv) != 1:
+    if not argv:
         raise SystemExit(__doc__)
-    zostat = os.path.abspath(argv[0])
+    binaries = [os.path.abspath(a) for a in argv]
     root = tempfile.mkdtemp(prefix="cancel-latency-")
     try:
-        inputs = hostile.make_signal_inputs(zostat, os.path.join(root, "input"))
-        print("%-18s %9s %9s %5s %7s%s" % ("command", "median s", "max s", "exit", "IMb030",
-                                          "  uninterrupted s" if full else ""))
+        inputs = hostile.make_signal_inputs(binaries[0], os.path.join(root, "input"))
+        print("%-18s %-3s %9s %9s %6s %7s%s" % ("command", "bin", "median s", "max s", "exit", "IMb030",
+                                               "  uninterrupted s" if full else ""))
+        shown = lambda t: "%.3f" % t if t != float("inf") else ">%g" % timeout
         for run in hostile.SIGNAL_RUNS:
             if only and only not in run[0]:
                 continue
-            results = [interrupt(zostat, run, inputs, root, json, timeout) for _ in range(repeat)]
-            latencies = [r[0] for r in results if r[0] is not None]
-            exits = sorted({str(r[1]) for r in results})
-            named = all(r[2] for r in results)
-            shown = lambda t: "%.3f" % t if t != float("inf") else ">%g" % timeout
-            line = "%-18s %9s %9s %5s %7s" % (
-                run[0], shown(statistics.median(latencies)) if latencies else "-",
-                shown(max(latencies)) if latencies else "-", ",".join(map(str, exits)), "yes" if named else "no")
-            if full:
-                line += "  %15.2f" % uninterrupted(zostat, run, inputs, root)
-            print(line, flush=True)
+            results = {b: [] for b in binaries}
+            for _ in range(repeat):
+                for b in binaries:
+                    results[b].append(interrupt(b, run, inputs, root, json, timeout))
+            for k, b in enumerate(binaries):
+                latencies = [r[0] for r in results[b] if r[0] is not None]
+                exits = sorted({str(r[1]) for r in results[b]})
+                named = all(r[2] for r in results[b])
+                line = "%-18s %-3s %9s %9s %6s %7s" % (
+                    run[0], "#%d" % (k + 1), shown(statistics.median(latencies)) if latencies else "-",
+                    shown(max(latencies)) if latencies else "-", ",".join(exits), "yes" if named else "no")
+                if full:
+                    line += "  %15.2f" % uninterrupted(b, run, inputs, root)
+                print(line, flush=True)
     finally:
         shutil.rmtree(root, ignore_errors=True)
 

@@ -21,10 +21,10 @@ covers the files of its format beside it that share its stem (a Shapefile's
 
 Besides the rows, the runner interrupts a long run of every command that
 analyses (SIGNAL_RUNS) with SIGINT, and with SIGTERM under --json (hot spots
-also with SIGHUP), and a few with two signals in quick succession; each must
-stop with exit status 1 and "IMb030", leave its old output as it was and
-nothing behind. --only signal-dbscan runs the signal cases whose names begin
-so; --no-signals leaves them out.
+also with SIGHUP), and a few with two signals at once; each must stop with
+exit status 1 and "IMb030", leave its old output as it was and nothing
+behind. --only signal-dbscan runs the signal cases whose names contain
+that, --only signals all of them; --no-signals leaves them out.
 """
 import concurrent.futures
 import hashlib
@@ -436,8 +436,9 @@ def main():
         with concurrent.futures.ThreadPoolExecutor(max_workers=2) as pool:
             futures = [(row, pool.submit(run_case, row, zostat, data, root)) for row in rows]
             results = [(row["name"] + " (" + row["where"] + ")", f.result()) for row, f in futures]
-        if signals and (not only or "signal".startswith(only) or only.startswith("signal")):
-            results += signal_cases(zostat, data, root, only if only and only.startswith("signal") else None)
+        # --only sig / signal / signals: every signal case; --only signal-NAME: those so named.
+        if signals and (not only or "signals".startswith(only) or only.startswith("signal-")):
+            results += signal_cases(zostat, data, root, only if only and only.startswith("signal-") else None)
         for name, problems in results:
             if problems:
                 failed += 1
