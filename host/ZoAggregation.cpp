@@ -12,8 +12,12 @@ namespace {
 
 enum State : unsigned char { Unvisited = 0, Queued = 1, Border = 2, Core = 3 };
 
-// How often the expansion reports its position and polls for cancellation.
-constexpr std::size_t kPollEvery = 4096;
+// How much work (neighbours found, plus a share for each search) the
+// expansion does between reports of its position and polls for
+// cancellation: milliseconds, whether a neighbourhood holds five points or
+// thousands.
+constexpr std::size_t kPollWork = std::size_t{1} << 18;
+constexpr std::size_t kSearchWork = 32;
 
 // The state of one run: every point is queried once, when the outer scan or
 // a cluster's expansion first needs to know whether it is a core point.
@@ -65,9 +69,12 @@ int ZoAggregation::AggregatePoints(const LUMA::LumaArray<LUMA::LumaPoint2D>& poi
                   {},         {},
                   {}};
     std::int32_t clusters = 0;
-    std::size_t visited = 0;
+    std::size_t visited = 0, work = 0;
     auto poll = [&]() {
-      if (++visited % kPollEvery != 0 || !progress) return true;
+      ++visited;
+      work += kSearchWork + run.neighbours.size();
+      if (work < kPollWork || !progress) return true;
+      work = 0;
       progress->SetProgressPos(static_cast<int>(100.0 * static_cast<double>(visited) / static_cast<double>(n)));
       return !progress->IsCanceled();
     };

@@ -1,7 +1,9 @@
 #pragma once
-// ZoFile: file-system helpers, and ZoTempFileGuard, which deletes a file when
-// it goes out of scope unless released, so temporary and partial outputs are
-// removed on every exit path.
+// ZoFile: file-system helpers; ZoTempFileGuard, which deletes a file when it
+// goes out of scope unless released, so temporary and partial outputs are
+// removed on every exit path; and ZoTempRegistry, the list of such files and
+// folders that a signal handler can still remove when the process is ended
+// before its destructors run.
 #include "StatisticsAnalyst/Export.h"
 #include "host/LumaUnicodeString.h"
 
@@ -31,10 +33,32 @@ class SA_API ZoFile {
   static bool IsSameFile(const LumaUnicodeString& a, const LumaUnicodeString& b);
 };
 
+// The files and folders that exist only while a run uses them. The run
+// removes them itself on every way out it controls; the list is for the one
+// it does not control: a process ended by a signal before its destructors
+// run (zostat's second Ctrl-C), whose handler calls RemoveAllNow and exits.
+// The list lives in static storage, and RemoveAllNow makes only
+// async-signal-safe calls (open, getdents64, unlink, unlinkat, rmdir,
+// close), so a handler may call it at any point of the run, also while
+// another thread is entering or leaving a path.
+class SA_API ZoTempRegistry {
+ public:
+  static constexpr int kEntries = 64;
+  // Lists a file, or a folder to be removed with its contents, under its
+  // absolute path. Returns the entry for Remove, or -1 when the list is full
+  // or the path too long: the path is then only not removed by a handler.
+  static int Add(const LumaUnicodeString& path, bool folder) noexcept;
+  // Takes an entry off the list (-1 does nothing).
+  static void Remove(int entry) noexcept;
+  // Removes every listed file and folder, a folder with its contents three
+  // levels down (symbolic links are removed, never followed). Async-signal-safe.
+  static void RemoveAllNow() noexcept;
+};
+
 class ZoTempFileGuard {
  public:
   ZoTempFileGuard() = default;
-  explicit ZoTempFileGuard(LumaUnicodeString path) : m_path(std::move(path)) {}
+  explicit ZoTempFileGuard(LumaUnicodeString path) { Reset(path); }
   ~ZoTempFileGuard() { Reset(); }
   ZoTempFileGuard(const ZoTempFileGuard&) = delete;
   ZoTempFileGuard& operator=(const ZoTempFileGuard&) = delete;
@@ -42,14 +66,21 @@ class ZoTempFileGuard {
   // Deletes the guarded file now (if any) and guards the new path.
   void Reset(const LumaUnicodeString& path = LumaUnicodeString()) {
     if (!m_path.IsEmpty()) ZoFile::Delete(m_path);
+    ZoTempRegistry::Remove(m_entry);
     m_path = path;
+    m_entry = m_path.IsEmpty() ? -1 : ZoTempRegistry::Add(m_path, false);
   }
   // Keeps the file: the guard forgets it.
-  void Release() { m_path.Empty(); }
+  void Release() {
+    ZoTempRegistry::Remove(m_entry);
+    m_entry = -1;
+    m_path.Empty();
+  }
   const LumaUnicodeString& Path() const { return m_path; }
 
  private:
   LumaUnicodeString m_path;
+  int m_entry = -1;
 };
 
 }  // namespace ZOC

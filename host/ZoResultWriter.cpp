@@ -14,6 +14,7 @@
 
 #include "host/ZoDataSource.h"
 #include "host/ZoDatasetVector.h"
+#include "host/ZoFile.h"
 #include "host/ZoMessageIds.h"
 #include "host/ZoProgress.h"
 #include "host/ZoStringEx.h"
@@ -104,6 +105,7 @@ struct ZoResultWriter::Impl {
   // byte for byte, should the analysis fail). Either way it lives on disk.
   bool direct = false;
   fs::path scratch;       // hidden folder beside the target; empty when none
+  int scratchEntry = -1;  // its entry in ZoTempRegistry
   fs::path stage;         // the scratch GeoPackage's own folder inside it, when staged
   fs::path file;          // the file the result is being written into
   std::string temporary;  // the temporary layer in an existing output, while it exists
@@ -140,7 +142,10 @@ struct ZoResultWriter::Impl {
   bool BuildIndex(const detail::GpkgIndexTarget& target, long long count, ZoProgress* progress, int from, int to);
   bool CheckAndSwap(const fs::path& at, const std::string& name, long long expected, int fields);
   bool SwapLayers(GDALDataset& ds, OGRLayer* temporary);
-  bool MakeScratch(fs::path& folder);
+  // A new scratch folder, listed in ZoTempRegistry under `entry`.
+  bool MakeScratch(fs::path& folder, int& entry);
+  // Removes a scratch folder made by MakeScratch and takes it off the list.
+  static void RemoveScratch(fs::path& folder, int& entry);
   bool CommitStaged(ZoProgress* progress);
   bool WriteFile(OGRLayer& from, const fs::path& target, ZoProgress* progress);
   bool MoveIntoPlace(const fs::path& folder);
@@ -248,7 +253,7 @@ ZoDatasetVector* ZoResultWriter::CreateResult(const ZoDatasetVector* like, int d
 // output itself when it is a new GeoPackage or SQLite file, else a
 // GeoPackage standing in for it.
 bool ZoResultWriter::Impl::OpenTarget() {
-  if (!MakeScratch(scratch)) return false;
+  if (!MakeScratch(scratch, scratchEntry)) return false;
   if (!direct) {
     std::error_code ec;
     stage = scratch / ".stage";
@@ -307,11 +312,7 @@ void ZoResultWriter::Impl::Discard() {
       if (OGRLayer* left = ds ? FindLayer(*ds, temporary) : nullptr) ds->DeleteLayer(LayerIndex(*ds, left));
       temporary.clear();
     }
-    if (!scratch.empty()) {
-      std::error_code ec;
-      fs::remove_all(scratch, ec);
-      scratch.clear();
-    }
+    if (!scratch.empty()) RemoveScratch(scratch, scratchEntry);
   } catch (...) {
   }
 }
@@ -355,10 +356,10 @@ bool ZoResultWriter::Impl::TrialWrite() {
   if (trial->CreateFeature(&feature) != OGRERR_NONE) return Fail(msg::EUa016, quiet.Message());
 
   fs::path folder;
-  if (!MakeScratch(folder)) return false;
+  int entry = -1;
+  if (!MakeScratch(folder, entry)) return false;
   const bool ok = WriteFile(*trial, folder / path.filename(), nullptr);
-  std::error_code ec;
-  fs::remove_all(folder, ec);
+  RemoveScratch(folder, entry);
   writtenLayer.clear();
   written = 0;
   // Whatever went wrong, the format cannot hold such a result.
@@ -408,9 +409,7 @@ bool ZoResultWriter::Impl::CommitDirect(ZoProgress* progress) {
   if (driver == "GPKG" && type != wkbNone && !BuildIndex(index, expected, progress, 0, 90)) return false;
   if (!CheckAndSwap(file, layer, expected, fields) || !MoveIntoPlace(scratch)) return false;
   written = expected;
-  std::error_code ec;
-  fs::remove_all(scratch, ec);
-  scratch.clear();
+  RemoveScratch(scratch, scratchEntry);
   return Reopen();
 }
 
@@ -634,14 +633,30 @@ void RemoveStaleScratch(const fs::path& parent, const std::string& prefix) {
 
 // A new hidden folder beside the target: files written there are on the
 // target's file system, so moving them into place is a rename.
-bool ZoResultWriter::Impl::MakeScratch(fs::path& folder) {
+//
+// The folder is listed in ZoTempRegistry before it is made: a process ended
+// by a second signal then removes it from its handler, not only the next run.
+bool ZoResultWriter::Impl::MakeScratch(fs::path& folder, int& entry) {
   const fs::path parent = path.has_parent_path() ? path.parent_path() : fs::path(".");
   const std::string prefix = "." + path.filename().string() + ".zostat_tmp_";
   RemoveStaleScratch(parent, prefix);
   folder = parent / (prefix + TemporarySuffix());
+  entry = ZoTempRegistry::Add(folder.string(), true);
   std::error_code ec;
-  if (!fs::create_directory(folder, ec) || ec) return Fail(msg::EUa014, "cannot create " + folder.string());
+  if (!fs::create_directory(folder, ec) || ec) {
+    ZoTempRegistry::Remove(entry);
+    entry = -1;
+    return Fail(msg::EUa014, "cannot create " + folder.string());
+  }
   return true;
+}
+
+void ZoResultWriter::Impl::RemoveScratch(fs::path& folder, int& entry) {
+  std::error_code ec;
+  fs::remove_all(folder, ec);
+  folder.clear();
+  ZoTempRegistry::Remove(entry);
+  entry = -1;
 }
 
 bool ZoResultWriter::Impl::WriteFile(OGRLayer& from, const fs::path& target, ZoProgress* progress) {

@@ -7,9 +7,12 @@
 #include <cmath>
 #include <limits>
 #include <map>
+#include <memory>
+#include <optional>
 #include <set>
 
 #include "StatisticsAnalyst/ZoClusteringDistributions.h"
+#include "StatisticsAnalyst/ZoStatisticsUtilities.h"
 #include "StatisticsAnalyst/detail/clustering/DensityClustering.h"
 #include "TestSupport.h"
 #include "host/ZoAggregation.h"
@@ -217,6 +220,75 @@ TEST(DensityClustering, CancellationWritesNothing) {
     EXPECT_NE(analysis.GetStrErrorMes().Str().find("[IMb030]"), std::string::npos) << method;
     EXPECT_EQ(result.dataset->GetRecordCount(), 0);
   }
+}
+
+namespace {
+
+// Cancels at its `at`-th poll (never for 0) and counts the polls until then.
+struct CancelAt : ZoProgressBase {
+  explicit CancelAt(long long at) : at(at) {}
+  void OnChange(const ZoProgressState&) override {}
+  bool PollCancel() override { return ++polls == at; }
+  long long at, polls = 0;
+};
+
+// `run(progress)` computes a result, or nothing when it was cancelled. The
+// run must give the same result with a progress object as without, poll it
+// at least `least` times, and stop at whichever poll cancels.
+template <class Run>
+void ExpectPolledAndHonoured(const char* what, long long least, Run run) {
+  const auto plain = run(nullptr);
+  CancelAt counting(0);
+  const auto watched = run(&counting);
+  ASSERT_TRUE(plain && watched) << what;
+  EXPECT_EQ(*plain, *watched) << what;
+  EXPECT_GE(counting.polls, least) << what;
+  std::set<long long> at = {1, 2, counting.polls / 4, counting.polls / 2, counting.polls - 1, counting.polls};
+  for (long long k : at) {
+    if (k < 1) continue;
+    CancelAt cancel(k);
+    EXPECT_FALSE(run(&cancel)) << what << ": not stopped by poll " << k << " of " << counting.polls;
+  }
+}
+
+}  // namespace
+
+// Neighbourhoods of some 700 of 1,500 points: the work of each method grows
+// with them, not with the number of points, and so must its polls for
+// cancellation (one every 4,096 points would never come).
+TEST(DensityClustering, CancellationIsPolledByWorkAndHonouredAtEveryPoll) {
+  const std::vector<LumaPoint2D> p = satest::RandomPoints(1500, 100.0, 21);
+  const LumaArray<LumaPoint2D> points(p.begin(), p.end());
+  using Values = std::optional<std::vector<double>>;
+  ExpectPolledAndHonoured("DBSCAN", 3, [&](ZoProgress* progress) -> Values {
+    LumaArray<std::int32_t> ids;
+    if (ZoAggregation::AggregatePoints(points, 40.0, 50, ids, progress) != 1) return std::nullopt;
+    return std::vector<double>(ids.begin(), ids.end());
+  });
+  ExpectPolledAndHonoured("HDBSCAN", 3, [&](ZoProgress* progress) -> Values {
+    clustering::HdbscanResult found;
+    if (clustering::Hdbscan(points, 300, found, progress) != clustering::Status::Done) return std::nullopt;
+    std::vector<double> all(found.label.begin(), found.label.end());
+    all.insert(all.end(), found.probability.begin(), found.probability.end());
+    all.insert(all.end(), found.outlier.begin(), found.outlier.end());
+    return all;
+  });
+  ExpectPolledAndHonoured("OPTICS", 3, [&](ZoProgress* progress) -> Values {
+    clustering::OpticsResult found;
+    if (clustering::Optics(points, 50, 40.0, found, progress) != clustering::Status::Done) return std::nullopt;
+    std::vector<double> all(found.order.begin(), found.order.end());
+    all.insert(all.end(), found.reachability.begin(), found.reachability.end());
+    return all;
+  });
+  ZoStatisticsUtilities utilities;
+  LumaArray<LUMA::LumaPoint3D> buffer;
+  std::unique_ptr<ZoKdTreec> tree(utilities.CreateKDTreec(&buffer, points));
+  ExpectPolledAndHonoured("k-th distances", 3, [&](ZoProgress* progress) -> Values {
+    LumaArray<double> kth;
+    if (clustering::KthDistances(tree.get(), points, 700, kth, progress) != clustering::Status::Done)
+      return std::nullopt;
+    return std::vector<double>(kth.begin(), kth.end());
+  });
 }
 
 // Prim's algorithm over all pairs gives the weight of the minimum spanning

@@ -1,6 +1,7 @@
 // Basic host types, files, text files and progress.
 #include <gtest/gtest.h>
 
+#include <filesystem>
 #include <fstream>
 #include <set>
 
@@ -53,6 +54,53 @@ TEST(ZoFile, GuardDeletesUnlessReleased) {
   EXPECT_TRUE(ZoFile::IsExist(kept));
   EXPECT_FALSE(ZoFile::IsExist(dropped));
   ZoFile::Delete(kept);
+}
+
+// What a second Ctrl-C removes from its signal handler: listed files, and
+// listed folders with their contents (a scratch folder holds a staging
+// folder), links removed but never followed; nothing that is off the list.
+TEST(ZoTempRegistry, RemovesListedFilesAndFoldersOnly) {
+  namespace fs = std::filesystem;
+  satest::TempDir dir;
+  const fs::path scratch = dir.path() / ".out.gpkg.zostat_tmp_1_0";
+  fs::create_directories(scratch / ".stage" / "deeper");
+  for (const fs::path& f : {scratch / "out.gpkg", scratch / "out.gpkg-journal", scratch / ".stage" / "stage.gpkg",
+                            scratch / ".stage" / "deeper" / "x", dir.path() / "temporary.swmb",
+                            dir.path() / "kept.swmb", dir.path() / "outside"})
+    std::ofstream(f) << "data";
+  fs::create_directory_symlink(dir.path(), scratch / "link-to-parent");
+  fs::create_symlink(dir.path() / "outside", scratch / ".stage" / "link-to-file");
+  const int folder = ZoTempRegistry::Add(scratch.string(), true);
+  const int file = ZoTempRegistry::Add((dir.path() / "temporary.swmb").string(), false);
+  const int taken = ZoTempRegistry::Add((dir.path() / "kept.swmb").string(), false);
+  ASSERT_GE(folder, 0);
+  ASSERT_GE(file, 0);
+  ASSERT_GE(taken, 0);
+  ZoTempRegistry::Remove(taken);
+  {
+    ZoTempFileGuard released((dir.path() / "outside").string());
+    released.Release();
+  }
+  ZoTempRegistry::RemoveAllNow();
+  EXPECT_FALSE(fs::exists(scratch));
+  EXPECT_FALSE(fs::exists(dir.path() / "temporary.swmb"));
+  EXPECT_TRUE(fs::exists(dir.path() / "kept.swmb"));
+  EXPECT_TRUE(fs::exists(dir.path() / "outside"));
+  ZoTempRegistry::Remove(folder);
+  ZoTempRegistry::Remove(file);
+}
+
+// A relative path is listed as it names a file now, from the working folder.
+TEST(ZoTempRegistry, ListsRelativePathsFromTheWorkingFolder) {
+  namespace fs = std::filesystem;
+  satest::TempDir dir;
+  const fs::path before = fs::current_path();
+  fs::current_path(dir.path());
+  std::ofstream("relative.tmp") << "data";
+  ZoTempFileGuard guard("relative.tmp");
+  fs::current_path(before);
+  ZoTempRegistry::RemoveAllNow();
+  EXPECT_FALSE(fs::exists(dir.path() / "relative.tmp"));
 }
 
 TEST(ZoTextFile, LinesCrLfLastLineAndLimits) {

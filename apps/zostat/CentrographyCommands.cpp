@@ -169,7 +169,7 @@ int RunMeasure(const Options& options, const MeasureSpec& spec) {
     if (!result) throw Failure("no in-memory result layer could be created");
   }
   ZOC::ZoSpatialMeasure measure;
-  if (!(measure.*spec.method)(input.dataset, result, info, !options.Has("json")))
+  if (!(measure.*spec.method)(input.dataset, result, info, ShowProgress(options)))
     throw Failure(measure.GetStrErrorMes().Str());
   if (out) {
     out->Keep();

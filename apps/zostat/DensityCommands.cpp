@@ -33,7 +33,7 @@ int RunDensity(const Options& options, int method, const std::string& suffix) {
                   input.dataset->GetPrjCoordSys());
   ZOC::ZoClusteringDistributions clustering;
   ZOC::ZoClusterSummary summary;
-  if (!clustering.DensityBasedClustering(input.dataset, out.dataset(), info, !options.Has("json"), &summary))
+  if (!clustering.DensityBasedClustering(input.dataset, out.dataset(), info, ShowProgress(options), &summary))
     throw Failure(clustering.GetStrErrorMes().Str());
   out.Keep();
   if (options.Has("json")) {

@@ -2,6 +2,10 @@
 // Exit status: 0 success, 1 failure (the library's message on stderr),
 // 2 a mistake in the command line. Every message on stderr names its
 // identifier.
+#include <unistd.h>
+
+#include <algorithm>
+#include <atomic>
 #include <csignal>
 #include <cstdio>
 #include <cstring>
@@ -10,6 +14,7 @@
 #include <vector>
 
 #include "Command.h"
+#include "host/ZoFile.h"
 #include "host/ZoMessageIds.h"
 #include "host/ZoProgress.h"
 
@@ -79,19 +84,60 @@ void PrintCommandUsage(const zostat::Command& c, std::FILE* out) {
                zostat::DescribeOptions(c.options).c_str());
 }
 
-// The first SIGINT, SIGTERM or SIGHUP asks the run to stop: the analysis
-// polls for it, removes its temporaries and fails with "IMb030", and the
-// output is left as it was. A second signal ends the process at once.
-extern "C" void OnStopSignal(int signal) {
-  ZOC::ZoTerminalProgress::RequestCancel();
-  std::signal(signal, SIG_DFL);
+// SIGINT, SIGTERM and SIGHUP stop a run. The first asks it to stop: the
+// analysis polls for it, removes its temporaries and fails with "IMb030",
+// and the output is left as it was. That takes a moment, and a user who
+// presses Ctrl-C again (or a supervisor that sends SIGTERM after SIGINT)
+// wants the process gone now; so the second ends it at once, from the
+// handler. The handler cannot unwind the run or call anything that may
+// allocate or take a lock (the run may be inside malloc, stdio or GDAL), so
+// it removes what the run has listed in ZoTempRegistry (scratch folders
+// beside the output, temporary weights files), which takes only
+// async-signal-safe calls, writes the message prepared beforehand and
+// calls _exit(1): the status of any failed run, with its identifier, as
+// after the first signal. It does not touch the output itself: an output
+// caught half-way through being replaced keeps SQLite's journal beside it,
+// which undoes the change on the next opening. Before it starts cleaning
+// up it gives the three signals their default action back and unblocks
+// them, so a third one ends the process even then.
+std::atomic<int> g_stopSignals{0};
+std::atomic<bool> g_failureReported{false};  // the run's own message is out: the handler adds none
+char g_stopMessage[512];
+std::size_t g_stopMessageLength = 0;
+
+extern "C" void OnStopSignal(int) {
+  if (g_stopSignals.fetch_add(1) == 0) {
+    ZOC::ZoTerminalProgress::RequestCancel();
+    return;
+  }
+  sigset_t stops;
+  sigemptyset(&stops);
+  for (int stop : {SIGINT, SIGTERM, SIGHUP}) {
+    sigaddset(&stops, stop);
+    std::signal(stop, SIG_DFL);
+  }
+  sigprocmask(SIG_UNBLOCK, &stops, nullptr);
+  ZOC::ZoTempRegistry::RemoveAllNow();
+  if (!g_failureReported.load()) {
+    [[maybe_unused]] const ssize_t written = write(STDERR_FILENO, g_stopMessage, g_stopMessageLength);
+  }
+  _exit(1);
 }
 
-void CatchStopSignals() {
+void CatchStopSignals(const std::string& command) {
+  // The message after a second signal, made now: the handler cannot format.
+  const std::string text =
+      (isatty(STDERR_FILENO) == 1 ? "\r\033[K" : "") +
+      ("zostat " + command + ": " + zostat::MessageText(ZOC::msg::IMb030, "stopped at once by a second signal") + "\n");
+  g_stopMessageLength = std::min(text.size(), sizeof g_stopMessage);
+  std::memcpy(g_stopMessage, text.data(), g_stopMessageLength);
   struct sigaction action;
   std::memset(&action, 0, sizeof action);
   action.sa_handler = OnStopSignal;
+  // Each signal is held back while the handler runs for another, so the
+  // count of signals is never raced.
   sigemptyset(&action.sa_mask);
+  for (int signal : {SIGINT, SIGTERM, SIGHUP}) sigaddset(&action.sa_mask, signal);
   for (int signal : {SIGINT, SIGTERM, SIGHUP}) sigaction(signal, &action, nullptr);
 }
 
@@ -174,7 +220,7 @@ int main(int argc, char** argv) {
     // The progress object is always there, for cancellation; it draws only
     // on a terminal and never under --quiet or --json.
     ZOC::ZoTerminalProgress::SetQuiet(options.Has("quiet") || options.Has("json"));
-    CatchStopSignals();
+    CatchStopSignals(command->name);
     return command->run(options);
   } catch (const zostat::UsageError& e) {
     std::fprintf(stderr, "zostat %s: %s\n\n", command->name.c_str(),
@@ -183,6 +229,12 @@ int main(int argc, char** argv) {
     return 2;
   } catch (const zostat::Failure& e) {
     std::fprintf(stderr, "zostat %s: %s\n", command->name.c_str(), WithIdentifier(e.what(), ZOC::msg::EUa019).c_str());
+    // A run stopped by a signal says so, also where the library reports the
+    // stop as a failure of its own (the central feature's search ends with
+    // "ESa016", as the measure must).
+    if (g_stopSignals.load() > 0 && std::strstr(e.what(), ZOC::msg::IMb030) == nullptr)
+      std::fprintf(stderr, "zostat %s: %s\n", command->name.c_str(), zostat::MessageText(ZOC::msg::IMb030, "").c_str());
+    g_failureReported.store(true);
     return 1;
   } catch (const std::bad_alloc&) {
     std::fprintf(stderr, "zostat %s: %s\n", command->name.c_str(),

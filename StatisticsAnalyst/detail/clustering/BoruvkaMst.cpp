@@ -19,7 +19,6 @@ namespace {
 constexpr double kInf = std::numeric_limits<double>::infinity();
 constexpr std::uint32_t kNone = std::numeric_limits<std::uint32_t>::max();
 constexpr std::uint32_t kLeafSize = 16;
-constexpr std::size_t kPollEvery = 4096;
 
 struct Node {
   double minX, minY, maxX, maxY;
@@ -86,16 +85,18 @@ class BoruvkaTree {
     Forest forest(m_n);
     std::vector<std::uint32_t> comp(m_n);  // per tree position
     std::vector<Candidate> best(m_n);      // per component root (an original index)
-    std::size_t components = m_n, polled = 0;
+    std::size_t components = m_n;
+    // A search's cost is the nodes and points it looks at, which grows with
+    // the core distances: polls go by that, not by the number of searches.
+    CancelPoll poll(progress);
     edges.clear();
     edges.reserve(m_n ? m_n - 1 : 0);
     while (components > 1) {
       for (std::size_t t = 0; t < m_n; ++t) comp[t] = forest.Find(m_index[t]);
       LabelNodes(comp);
-      for (std::size_t t = 0; t < m_n; ++t) {
-        Search(static_cast<std::uint32_t>(t), comp, best[comp[t]]);
-        if (++polled % kPollEvery == 0 && progress && progress->IsCanceled()) return Status::Cancelled;
-      }
+      if (poll.Add(m_n)) return Status::Cancelled;
+      for (std::size_t t = 0; t < m_n; ++t)
+        if (poll.Add(Search(static_cast<std::uint32_t>(t), comp, best[comp[t]]))) return Status::Cancelled;
       std::size_t added = 0;
       for (std::size_t t = 0; t < m_n; ++t) {
         if (comp[t] != m_index[t]) continue;  // only component roots hold a best edge
@@ -157,19 +158,23 @@ class BoruvkaTree {
     return std::sqrt(dx * dx + dy * dy);
   }
 
-  // Improves `found` with the lightest edge from position q to another component.
-  void Search(std::uint32_t q, const std::vector<std::uint32_t>& comp, Candidate& found) {
+  // Improves `found` with the lightest edge from position q to another
+  // component. Returns the work done: the nodes and points looked at.
+  std::size_t Search(std::uint32_t q, const std::vector<std::uint32_t>& comp, Candidate& found) {
     const std::uint32_t c = comp[q];
     const double x = m_x[q], y = m_y[q], coreQ = m_core[q];
-    if (coreQ > found.weight) return;
+    if (coreQ > found.weight) return 1;
+    std::size_t work = 1;
     m_stack.clear();
     m_stack.push_back(0);
     while (!m_stack.empty()) {
       const Node& node = m_nodes[m_stack.back()];
       m_stack.pop_back();
+      ++work;
       if (node.component == c) continue;
       if (std::max({coreQ, node.minCore, BoxDistance(node, x, y)}) > found.weight) continue;
       if (node.left == kNone) {
+        work += node.end - node.begin;
         for (std::uint32_t t = node.begin; t < node.end; ++t) {
           if (comp[t] == c) continue;
           const double dx = m_x[t] - x, dy = m_y[t] - y;
@@ -187,6 +192,7 @@ class BoruvkaTree {
       m_stack.push_back(nearChild == node.left ? node.right : node.left);
       m_stack.push_back(nearChild);
     }
+    return work;
   }
 
   std::size_t m_n;
@@ -203,6 +209,7 @@ Status MutualReachabilityMst(const LumaArray<LumaPoint2D>& points, const std::ve
   for (const LumaPoint2D& p : points)
     if (!std::isfinite(p.x) || !std::isfinite(p.y)) return Status::Failed;
   if (points.size() != core.size() || points.size() >= kNone) return Status::Failed;
+  if (progress && progress->IsCanceled()) return Status::Cancelled;
   BoruvkaTree tree(points, core);
   return tree.Run(edges, progress);
 }

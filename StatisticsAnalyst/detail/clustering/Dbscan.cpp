@@ -22,8 +22,9 @@ bool DensityRun::AutomaticDistance(const LumaArray<LumaPoint2D>& points, int min
   // minPoints reaches the (minPoints − 1)-th nearest other point.
   LumaArray<double> distances;
   const int k = std::max(minPoints, 1);
-  if (!utilities.GetDistTolerance(tree.get(), points, k, distances, Euclidean) || distances.size() != points.size()) {
-    AddErrorMessage(msg::ESa024);
+  const Status status = KthDistances(tree.get(), points, k, distances, m_bar);
+  if (status != Status::Done) {
+    AddErrorMessage(status == Status::Cancelled ? msg::IMb030 : msg::ESa024);
     return false;
   }
   distance = percentile(distances, 50.0);

@@ -9,6 +9,8 @@
 #include "StatisticsAnalyst/ZoClusterInformation.h"
 #include "host/LumaArray.h"
 #include "host/LumaPoint.h"
+#include "host/ZoKdTree.h"
+#include "host/ZoProgress.h"
 
 namespace ZOC::clustering {
 
@@ -23,6 +25,37 @@ double percentile(LumaArray<double> values, double q);
 // cancelled through the progress object.
 enum class Status { Done, Failed, Cancelled };
 
+// How much work (neighbours looked at, tree nodes visited, merges made) the
+// algorithms do between two polls of the progress object: a few
+// milliseconds' worth, so that a cancellation is seen at once whatever the
+// neighbourhoods' size, while the poll itself stays out of the profile.
+constexpr std::size_t kPollWork = std::size_t{1} << 18;
+
+// Counts work and polls `progress` (may be null) for cancellation each time
+// kPollWork more has been done.
+class CancelPoll {
+ public:
+  explicit CancelPoll(ZoProgress* progress) : m_progress(progress) {}
+  // True when the run was cancelled.
+  bool Add(std::size_t work) {
+    m_work += work;
+    if (m_work < kPollWork) return false;
+    m_work = 0;
+    return Now();
+  }
+  bool Now() const { return m_progress && m_progress->IsCanceled(); }
+
+ private:
+  ZoProgress* m_progress;
+  std::size_t m_work = 0;
+};
+
+// For every point, the distance to its k-th nearest point of `tree` (the
+// point itself counts), as ZoStatisticsUtilities::GetDistTolerance finds
+// it. The search runs in slices with a poll for cancellation between them.
+Status KthDistances(ZoKdTreec* tree, const LumaArray<LumaPoint2D>& points, int k, LumaArray<double>& distances,
+                    ZoProgress* progress);
+
 // ---- HDBSCAN (Hdbscan.cpp, BoruvkaMst.cpp)
 
 // An edge of the minimum spanning tree of mutual reachability.
@@ -33,7 +66,8 @@ struct MstEdge {
 
 // Core distance of every point: the distance to its (minPoints − 1)-th
 // nearest other point (0 when minPoints ≤ 1).
-Status CoreDistances(const LumaArray<LumaPoint2D>& points, int minPoints, std::vector<double>& core);
+Status CoreDistances(const LumaArray<LumaPoint2D>& points, int minPoints, std::vector<double>& core,
+                     ZoProgress* progress = nullptr);
 
 // The minimum spanning tree over the mutual reachability distance
 // max(core(a), core(b), d(a, b)), by Borůvka's algorithm over a KD tree.
@@ -55,8 +89,8 @@ struct HdbscanResult {
 // smallest cluster size minPoints, excess-of-mass selection.
 Status Hdbscan(const LumaArray<LumaPoint2D>& points, int minPoints, HdbscanResult& result, ZoProgress* progress);
 // From the spanning tree and core distances on (exposed for tests).
-void CondenseAndSelect(std::size_t n, std::vector<MstEdge> edges, const std::vector<double>& core, int minPoints,
-                       HdbscanResult& result);
+Status CondenseAndSelect(std::size_t n, std::vector<MstEdge> edges, const std::vector<double>& core, int minPoints,
+                         HdbscanResult& result, ZoProgress* progress = nullptr);
 
 // ---- OPTICS (Optics.cpp)
 
@@ -74,7 +108,12 @@ struct OpticsResult {
 Status Optics(const LumaArray<LumaPoint2D>& points, int minPoints, double maxDistance, OpticsResult& result,
               ZoProgress* progress);
 // The ξ cluster extraction (ξ as a fraction, 0 < xi < 1) over an ordering:
-// fills `label` and `clusters`.
+// fills `label` and `clusters`. The clusters are those of R's
+// dbscan::extractXi with its defaults, so that the two agree on one plot:
+// a cluster's stretch of the ordering holds at least minPoints points, and a
+// point takes the label of the narrowest cluster holding it, so a cluster
+// around nested ones may keep fewer, and sparse points inside a wide
+// cluster are not noise.
 void ExtractXi(double xi, int minPoints, OpticsResult& result);
 
 // ---- The call frame (DensityFrame.cpp, Dbscan.cpp)

@@ -30,6 +30,28 @@ double percentile(LumaArray<double> values, double q) {
   return values[l] * (1.0 - f) + values[h] * f;
 }
 
+Status KthDistances(ZoKdTreec* tree, const LumaArray<LumaPoint2D>& points, int k, LumaArray<double>& distances,
+                    ZoProgress* progress) {
+  if (!tree || k < 1) return Status::Failed;
+  // One slice is about kPollWork neighbours; each search is independent of
+  // the others, so slicing leaves every distance as one search finds it.
+  const std::size_t n = points.size();
+  const std::size_t slice = std::clamp<std::size_t>(kPollWork / static_cast<std::size_t>(k), 64, 16384);
+  ZoStatisticsUtilities utilities;
+  distances.assign(n, 0.0);
+  LumaArray<LumaPoint2D> part;
+  LumaArray<double> found;
+  for (std::size_t begin = 0; begin < n; begin += slice) {
+    if (progress && progress->IsCanceled()) return Status::Cancelled;
+    const std::size_t end = std::min(n, begin + slice);
+    part.assign(points.begin() + static_cast<std::ptrdiff_t>(begin), points.begin() + static_cast<std::ptrdiff_t>(end));
+    if (!utilities.GetDistTolerance(tree, part, k, found, Euclidean) || found.size() != part.size())
+      return Status::Failed;
+    std::copy(found.begin(), found.end(), distances.begin() + static_cast<std::ptrdiff_t>(begin));
+  }
+  return progress && progress->IsCanceled() ? Status::Cancelled : Status::Done;
+}
+
 unsigned char DensityRun::Run(ZoDatasetVector* source, ZoDatasetVector* result, const ZoClusterInformation& info,
                               bool showProgress, ZoClusterSummary* summary) {
   ClearErrorMessage();
@@ -80,6 +102,10 @@ bool DensityRun::ReadPoints(ZoRecordset* records, LumaArray<LumaPoint2D>& points
   ZoGeometry geometry;
   LumaPoint2D p;
   for (bool more = records->MoveFirst(); more && !records->IsEOF(); more = records->MoveNext()) {
+    if (m_bar && points.size() % 4096 == 4095 && m_bar->IsCanceled()) {
+      AddErrorMessage(msg::IMb030);
+      return false;
+    }
     const LumaUnicodeString id(std::to_string(records->GetID()).c_str());
     if (!records->GetGeometry(geometry) || !ZoStatisticsUtilities::GetBaryCenter(&geometry, p) || !std::isfinite(p.x) ||
         !std::isfinite(p.y)) {

@@ -38,7 +38,7 @@ struct Merges {
   std::vector<double> height;
 };
 
-Merges SingleLinkage(std::size_t n, std::vector<MstEdge>& edges) {
+Merges SingleLinkage(std::size_t n, std::vector<MstEdge>& edges, CancelPoll& poll) {
   std::sort(edges.begin(), edges.end(), [](const MstEdge& a, const MstEdge& b) {
     if (a.weight != b.weight) return a.weight < b.weight;
     return a.a != b.a ? a.a < b.a : a.b < b.b;
@@ -52,6 +52,7 @@ Merges SingleLinkage(std::size_t n, std::vector<MstEdge>& edges) {
     return i;
   };
   for (const MstEdge& e : edges) {
+    if (poll.Add(1)) break;  // the caller sees the cancellation
     std::uint32_t a = find(e.a), b = find(e.b);
     if (a == b) continue;
     m.left.push_back(node[a]), m.right.push_back(node[b]), m.height.push_back(e.weight);
@@ -80,7 +81,7 @@ struct ClusterTree {
 };
 
 // Walks the merges from the top, handing each point and each merge to its cluster.
-ClusterTree Condense(std::size_t n, const Merges& m, std::uint32_t minPoints) {
+ClusterTree Condense(std::size_t n, const Merges& m, std::uint32_t minPoints, CancelPoll& poll) {
   ClusterTree t;
   t.pointCluster.assign(n, 0), t.pointEps.assign(n, 0.0);
   const std::size_t merges = m.height.size();
@@ -88,6 +89,7 @@ ClusterTree Condense(std::size_t n, const Merges& m, std::uint32_t minPoints) {
   std::vector<std::uint32_t> owner(merges, 0);
   auto sizeOf = [&](std::uint32_t node) { return node < n ? 1u : m.size[node - n]; };
   for (std::size_t k = merges; k-- > 0;) {
+    if (poll.Add(1)) return t;  // the caller sees the cancellation
     const std::uint32_t c = owner[k], l = m.left[k], r = m.right[k];
     const double h = m.height[k];
     const double leave = t.processed[c] ? t.death[c] : h;
@@ -143,10 +145,15 @@ std::vector<unsigned char> Select(const ClusterTree& t) {
 
 }  // namespace
 
-void CondenseAndSelect(std::size_t n, std::vector<MstEdge> edges, const std::vector<double>& core, int minPoints,
-                       HdbscanResult& result) {
-  const Merges merges = SingleLinkage(n, edges);
-  const ClusterTree t = Condense(n, merges, static_cast<std::uint32_t>(std::max(minPoints, 1)));
+Status CondenseAndSelect(std::size_t n, std::vector<MstEdge> edges, const std::vector<double>& core, int minPoints,
+                         HdbscanResult& result, ZoProgress* progress) {
+  // Each stage is linear in n after the sort, so polls between and inside
+  // the two long loops are enough.
+  CancelPoll poll(progress);
+  const Merges merges = SingleLinkage(n, edges, poll);
+  if (poll.Now()) return Status::Cancelled;
+  const ClusterTree t = Condense(n, merges, static_cast<std::uint32_t>(std::max(minPoints, 1)), poll);
+  if (poll.Now()) return Status::Cancelled;
   const std::vector<unsigned char> selected = Select(t);
   const std::size_t count = t.parent.size();
 
@@ -182,19 +189,21 @@ void CondenseAndSelect(std::size_t n, std::vector<MstEdge> edges, const std::vec
     // Exemplars: the points of a leaf cluster that stay in it longest.
     result.exemplar[p] = t.first[c] == kNone && t.pointEps[p] == minEps[c];
   }
+  return Status::Done;
 }
 
-Status CoreDistances(const LumaArray<LumaPoint2D>& points, int minPoints, std::vector<double>& core) {
+Status CoreDistances(const LumaArray<LumaPoint2D>& points, int minPoints, std::vector<double>& core,
+                     ZoProgress* progress) {
   core.assign(points.size(), 0.0);
   if (minPoints <= 1 || points.empty()) return Status::Done;
   ZoStatisticsUtilities utilities;
   LumaArray<LUMA::LumaPoint3D> buffer;
   std::unique_ptr<ZoKdTreec> tree(utilities.CreateKDTreec(&buffer, points));
+  if (!tree) return Status::Failed;
   LumaArray<double> distances;
   // The batch search counts the point itself among its k nearest.
-  if (!tree || !utilities.GetDistTolerance(tree.get(), points, minPoints, distances, Euclidean) ||
-      distances.size() != points.size())
-    return Status::Failed;
+  const Status status = KthDistances(tree.get(), points, minPoints, distances, progress);
+  if (status != Status::Done) return status;
   core.assign(distances.begin(), distances.end());
   return Status::Done;
 }
@@ -202,15 +211,14 @@ Status CoreDistances(const LumaArray<LumaPoint2D>& points, int minPoints, std::v
 Status Hdbscan(const LumaArray<LumaPoint2D>& points, int minPoints, HdbscanResult& result, ZoProgress* progress) {
   try {
     std::vector<double> core;
-    Status status = CoreDistances(points, minPoints, core);
+    Status status = CoreDistances(points, minPoints, core, progress);
     if (status != Status::Done) return status;
     if (progress) progress->SetProgressPos(20);
     std::vector<MstEdge> edges;
     status = MutualReachabilityMst(points, core, edges, progress);
     if (status != Status::Done) return status;
     if (progress) progress->SetProgressPos(80);
-    CondenseAndSelect(points.size(), std::move(edges), core, minPoints, result);
-    return Status::Done;
+    return CondenseAndSelect(points.size(), std::move(edges), core, minPoints, result, progress);
   } catch (const std::bad_alloc&) {
     return Status::Failed;
   }

@@ -18,7 +18,6 @@ namespace ZOC::clustering {
 namespace {
 
 constexpr double kInf = std::numeric_limits<double>::infinity();
-constexpr std::size_t kPollEvery = 4096;
 
 // The seeds: (reachability, index) pairs, smallest first, ties to the lower
 // index. A point's entry is stale once it was processed or improved.
@@ -77,18 +76,25 @@ Status Optics(const LumaArray<LumaPoint2D>& points, int minPoints, double maxDis
                  result,      std::vector<unsigned char>(n, 0),
                  {},          {},
                  {}};
+    // A point's cost is its neighbourhood, which the largest radius can make
+    // the whole layer: polls go by the neighbours seen, not by the points.
+    CancelPoll poll(progress);
+    auto processed = [&]() {
+      if (!poll.Add(run.neighbours.size() + 1)) return true;
+      if (progress) progress->SetProgressPos(static_cast<int>(90.0 * static_cast<double>(result.order.size()) / n));
+      return !poll.Now();
+    };
+    if (poll.Now()) return Status::Cancelled;
     for (std::uint32_t start = 0; start < n; ++start) {
       if (run.done[start]) continue;
       run.Process(start);
+      if (!processed()) return Status::Cancelled;
       while (!run.seeds.empty()) {
         const auto [reach, q] = run.seeds.top();
         run.seeds.pop();
         if (run.done[q] || reach != result.reachability[q]) continue;
         run.Process(q);
-        if (result.order.size() % kPollEvery == 0 && progress) {
-          progress->SetProgressPos(static_cast<int>(90.0 * static_cast<double>(result.order.size()) / n));
-          if (progress->IsCanceled()) return Status::Cancelled;
-        }
+        if (!processed()) return Status::Cancelled;
       }
     }
     return Status::Done;
@@ -253,8 +259,9 @@ unsigned char DensityRun::OPTICS_Method(ZoRecordset* records, ZoDatasetVector* r
     std::unique_ptr<ZoKdTreec> tree(utilities.CreateKDTreec(&buffer, points));
     if (!tree) return AddErrorMessage(msg::ESa032), 0;
     LumaArray<double> kth;
-    if (!utilities.GetDistTolerance(tree.get(), points, minPoints, kth, Euclidean))
-      return AddErrorMessage(msg::ESa024), 0;
+    const Status searched = KthDistances(tree.get(), points, minPoints, kth, m_bar);
+    if (searched == Status::Cancelled) return Fail(searched);
+    if (searched != Status::Done) return AddErrorMessage(msg::ESa024), 0;
     distance = kth.empty() ? 0.0 : *std::max_element(kth.begin(), kth.end());
   }
   if (m_bar) {
