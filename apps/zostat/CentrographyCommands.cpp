@@ -45,7 +45,7 @@ ZOC::ZoStatisticsType ParseStatisticsType(std::string type) {
       {"median", ZOC::StatisticsMedian}};
   for (const auto& [name, value] : types)
     if (type == name) return value;
-  throw UsageError("--stat type must be max, min, sum, mean, first, last or median, not '" + type + "'");
+  return ZOC::StatisticsMax;  // not reached: --stat was checked as parsed (common/OptionDomain.h)
 }
 
 ZOC::ZoMeasuringInformation ParseMeasuringOptions(const Options& options) {
@@ -54,14 +54,11 @@ ZOC::ZoMeasuringInformation ParseMeasuringOptions(const Options& options) {
   info.SelfWeightField = options.Get("self-weight-field");
   info.CaseField = options.Get("case-field");
   info.Tolerance = options.GetDouble("tolerance", 0.0);
-  const long long size = options.GetInt("ellipse-size", 1);
-  if (size < 1 || size > 3) throw UsageError("--ellipse-size must be 1, 2 or 3");
-  info.EllipseSize = static_cast<ZOC::ZoEllipseSize>(size);
+  info.EllipseSize = static_cast<ZOC::ZoEllipseSize>(options.GetInt("ellipse-size", 1));
   if (options.Has("distance-method")) info.DistanceMethod = ParseDistanceMethod(options);
   info.OrientationOnly = options.Has("orientation-only");
   for (const std::string& stat : options.GetAll("stat")) {
     const auto colon = stat.rfind(':');
-    if (colon == std::string::npos || colon == 0) throw UsageError("--stat needs FIELD:TYPE, not '" + stat + "'");
     info.StatisticsFields.push_back(stat.substr(0, colon));
     info.StatisticsTypes.push_back(ParseStatisticsType(stat.substr(colon + 1)));
   }

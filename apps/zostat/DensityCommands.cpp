@@ -15,20 +15,11 @@ int RunDensity(const Options& options, int method, const std::string& suffix) {
   InputLayer input = OpenInput(options);
   ZOC::ZoClusterInformation info;
   info.Method = method;
-  const long long minPoints = options.GetInt("min-points", 5);
-  if (minPoints < 1 || minPoints > 2147483647LL) throw UsageError("--min-points must be a positive integer");
-  // A core distance is the distance to other points, so HDBSCAN needs two.
-  if (method == 2 && minPoints < 2)
-    throw UsageError(ZOC::msg::EUe002, "--min-points " + std::to_string(minPoints) + " for hdbscan");
-  info.MinPoints = static_cast<int>(minPoints);
+  // The values were checked as the options were parsed (common/OptionDomain.h).
+  info.MinPoints = static_cast<int>(options.GetInt("min-points", 5));
   info.SearchDistance = options.GetDouble("distance", 0.0);
-  if (!(info.SearchDistance >= 0.0) || info.SearchDistance > 1.7976931348623157e308)
-    throw UsageError("--distance must be a finite number ≥ 0");
   info.DistanceUnit = 0;  // the layer's own unit
-  const double xi = options.GetDouble("xi", 5.0);
-  if (!(xi >= 1.0 && xi <= 99.0) || xi != static_cast<int>(xi))
-    throw UsageError("--xi must be a whole percentage from 1 to 99");
-  info.OpticsParameter = static_cast<int>(xi);
+  info.OpticsParameter = static_cast<int>(options.GetInt("xi", 5));
   OutputLayer out(options, input.dataset->GetName().Str() + suffix, input.dataset->GetType(),
                   input.dataset->GetPrjCoordSys());
   ZOC::ZoClusteringDistributions clustering;
