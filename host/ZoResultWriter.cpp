@@ -138,6 +138,7 @@ struct ZoResultWriter::Impl {
   bool Reopen();
   bool CommitInPlace(ZoProgress* progress);
   bool CommitCopy(ZoProgress* progress);
+  void RemoveStaleLayers(GDALDataset& ds);
   // Progress runs from `from` to `to` percent while the index is built.
   bool BuildIndex(const detail::GpkgIndexTarget& target, long long count, ZoProgress* progress, int from, int to);
   bool CheckAndSwap(const fs::path& at, const std::string& name, long long expected, int fields);
@@ -438,6 +439,7 @@ bool ZoResultWriter::Impl::CommitInPlace(ZoProgress* progress) {
     const char* drivers[] = {driver.c_str(), nullptr};
     GdalPtr ds(GDALDataset::Open(path.c_str(), GDAL_OF_VECTOR | GDAL_OF_UPDATE, drivers, nullptr, nullptr));
     if (!ds) return Fail(msg::EUa014, quiet.Message());
+    RemoveStaleLayers(*ds);
     std::string name = layer + "_zostat_tmp_" + TemporarySuffix();
     while (FindLayer(*ds, name)) name += "_";
     temporary = name;
@@ -609,27 +611,42 @@ bool ZoResultWriter::Impl::SwapLayers(GDALDataset& ds, OGRLayer* temporary) {
 
 namespace {
 
+// Whether `suffix` ("PID_N...", as TemporarySuffix makes them) names a
+// process that is gone. A live process, or one we may not signal, is not.
+bool OfDeadProcess(const std::string& suffix) {
+  const std::size_t digits = suffix.find_first_not_of("0123456789");
+  if (digits == 0 || digits == std::string::npos || suffix[digits] != '_' || digits > 9) return false;
+  const long pid = std::stol(suffix.substr(0, digits));
+  if (pid <= 0 || pid == static_cast<long>(getpid())) return false;
+  return kill(static_cast<pid_t>(pid), 0) != 0 && errno == ESRCH;
+}
+
 // A run killed outright (a second Ctrl-C, SIGKILL) cannot remove its scratch
 // folder, so the next run that writes the same target removes every scratch
-// folder whose process is gone. A live process, or one we may not signal,
-// keeps its folder.
+// folder whose process is gone.
 void RemoveStaleScratch(const fs::path& parent, const std::string& prefix) {
   std::error_code ec;
   for (fs::directory_iterator it(parent, ec), end; !ec && it != end; it.increment(ec)) {
     const std::string name = it->path().filename().string();
-    if (name.compare(0, prefix.size(), prefix) != 0) continue;
-    const std::string rest = name.substr(prefix.size());
-    const std::size_t digits = rest.find_first_not_of("0123456789");
-    if (digits == 0 || digits == std::string::npos || rest[digits] != '_' || digits > 9) continue;
-    const long pid = std::stol(rest.substr(0, digits));
-    if (pid <= 0 || pid == static_cast<long>(getpid())) continue;
-    if (kill(static_cast<pid_t>(pid), 0) == 0 || errno != ESRCH) continue;
+    if (name.compare(0, prefix.size(), prefix) != 0 || !OfDeadProcess(name.substr(prefix.size()))) continue;
     std::error_code removeError;
     fs::remove_all(it->path(), removeError);
   }
 }
 
 }  // namespace
+
+// Nor can such a run drop the temporary layer it was copying into an
+// existing file: the next run that writes into the file drops every
+// temporary layer whose process is gone.
+void ZoResultWriter::Impl::RemoveStaleLayers(GDALDataset& ds) {
+  static const std::string marker = "_zostat_tmp_";
+  for (int i = ds.GetLayerCount() - 1; i >= 0; --i) {
+    const std::string name = ds.GetLayer(i)->GetName();
+    const std::size_t at = name.rfind(marker);
+    if (at != std::string::npos && OfDeadProcess(name.substr(at + marker.size()))) ds.DeleteLayer(i);
+  }
+}
 
 // A new hidden folder beside the target: files written there are on the
 // target's file system, so moving them into place is a rename.
