@@ -6,6 +6,7 @@
 #include "MapRenderer.h"
 #include "host/ZoFile.h"
 #include "host/ZoMessageIds.h"
+#include "host/ZoProgress.h"
 
 namespace zostat {
 
@@ -35,6 +36,8 @@ void WriteRequestedMap(const Options& options, ZOC::ZoDatasetVector* result, con
   request.field = field;
   request.output = options.Require("map");
   request.title = title;
+  const std::unique_ptr<ZOC::ZoProgress> progress = ZOC::ZoProgress::Create();
+  request.cancelled = [&] { return progress->IsCanceled(); };
   std::string error;
   if (!map::RenderMap(result, request, error)) throw Failure("cannot draw the map: " + error);
 }
@@ -48,6 +51,9 @@ int RunMap(const Options& options) {
   request.output = options.Require("output");
   CheckMapTarget(options, request.output, {options.Require("input")});
   request.title = options.Get("title");
+  // Drawing a large layer takes seconds: a signal stops it like any run.
+  const std::unique_ptr<ZOC::ZoProgress> progress = ZOC::ZoProgress::Create();
+  request.cancelled = [&] { return progress->IsCanceled(); };
   std::string error;
   if (!map::RenderMap(input.dataset, request, error)) throw Failure(error);
   if (!options.Has("quiet")) Print("Wrote the map of " + request.field + " to " + request.output);

@@ -271,7 +271,8 @@ def opened(pid, path):
 # {lines}: 200,000 short lines (field g); {weights}: a k-nearest (k 30)
 # weights file of {points}. output: "layer" writes the layer "columbus" into
 # out.gpkg, which holds a layer of that name already, with --overwrite; "file"
-# writes over out.swmb with --overwrite; None writes nothing. The old output
+# writes over out.swmb with --overwrite; "map" draws over out.svg with
+# --overwrite; None writes nothing. The old output
 # must come through an interruption unchanged. delay: seconds from the moment
 # the run has its input open to the signal.
 #
@@ -279,9 +280,8 @@ def opened(pid, path):
 # features and run for about a second even on {many} (the reading pass
 # polls every record, so a signal still stops them at once); they get their
 # signal 0.1 s after opening the input. Left out because they cannot be
-# interrupted: "info" (reads the layer's description only), "map" (drawing,
-# which does not poll), "weights dump" (prints a file without a progress
-# object) and "weights show" (at most 46,340 features, which it shows in
+# interrupted: "info" (reads the layer's description only), "weights dump"
+# (prints a file without a progress object) and "weights show" (at most 46,340 features, which it shows in
 # well under a second for a band that lists them in a feasible size).
 SIGNAL_RUNS = [
     ("hotspot", "--input {points} --field v --conceptualization k-nearest --k 300", "layer", 0.3),
@@ -302,6 +302,7 @@ SIGNAL_RUNS = [
     ("standard-distance", "--input {many} --case-field g", "layer", 0.1),
     ("ellipse", "--input {many} --case-field g", "layer", 0.1),
     ("directional-mean", "--input {lines} --case-field g", "layer", 0.1),
+    ("map", "--input {many} --field v", "map", 0.3),
 ]
 
 
@@ -311,6 +312,8 @@ def signal_arguments(command, arguments, output, inputs):
         args += ["--output", "out.gpkg", "--output-layer", "columbus", "--overwrite"]
     elif output == "file":
         args += ["--output", "out.swmb", "--overwrite"]
+    elif output == "map":
+        args += ["--output", "out.svg", "--overwrite"]
     return args
 
 
@@ -323,6 +326,10 @@ def prepare_signal_folder(work, data, output):
         with open(os.path.join(work, "out.swmb"), "wb") as fh:
             fh.write(b"an older weights file\n")
         return "out.swmb"
+    if output == "map":
+        with open(os.path.join(work, "out.svg"), "w") as fh:
+            fh.write("<svg xmlns='http://www.w3.org/2000/svg'/>\n")
+        return "out.svg"
     return None
 
 
@@ -398,7 +405,9 @@ def signal_cases(zostat, data, root, only):
     for run in SIGNAL_RUNS[1:]:
         slug = run[0].replace(" ", "-")
         cases.append(("signal-%s-sigint" % slug, run, [signal.SIGINT], False))
-        cases.append(("signal-%s-sigterm-json" % slug, run, [signal.SIGTERM], True))
+        # map prints one line and has no --json: its SIGTERM case runs without it
+        json = run[0] != "map"
+        cases.append(("signal-%s-sigterm%s" % (slug, "-json" if json else ""), run, [signal.SIGTERM], json))
     # A second signal ends the run at once, and still removes what the run
     # had made: the scratch folder beside the output, a temporary weights
     # file in TMPDIR (hot spots over a memory budget of 1 MB), a weights

@@ -9,7 +9,9 @@
 #include "Canvas.h"
 #include "MapStyle.h"
 #include "host/ZoDatasetVector.h"
+#include "host/ZoMessageIds.h"
 #include "host/ZoRecordset.h"
+#include "host/ZoStringEx.h"
 
 namespace zostat::map {
 
@@ -35,8 +37,16 @@ struct Records {
   }
 };
 
-bool ReadFeatures(ZOC::ZoDatasetVector* dataset, const std::string& field, bool& numeric,
+// Whether the run was cancelled, polled every few thousand features.
+bool Stopped(const MapRequest& request, std::size_t done, std::string& error) {
+  if (done % 4096 != 4095 || !request.cancelled || !request.cancelled()) return false;
+  error = ZOC::ZoStringEx::LoadResString(ZOC::msg::IMb030).Str();
+  return true;
+}
+
+bool ReadFeatures(ZOC::ZoDatasetVector* dataset, const MapRequest& request, bool& numeric,
                   std::vector<Feature>& features, std::string& error) {
+  const std::string& field = request.field;
   LUMA::LumaFieldInfo info;
   if (!dataset->GetFieldInfo(field, info)) {
     error = "the layer '" + dataset->GetName().Str() + "' has no field '" + field + "'";
@@ -50,7 +60,9 @@ bool ReadFeatures(ZOC::ZoDatasetVector* dataset, const std::string& field, bool&
     return false;
   }
   LUMA::LumaVariant value;
+  std::size_t read = 0;
   for (bool more = guard.records->MoveFirst(); more && !guard.records->IsEOF(); more = guard.records->MoveNext()) {
+    if (Stopped(request, read++, error)) return false;
     Feature f;
     guard.records->GetGeometry(f.geometry);
     guard.records->GetFieldValue(field, value);
@@ -186,7 +198,7 @@ bool RenderMap(ZOC::ZoDatasetVector* dataset, const MapRequest& request, std::st
   }
   bool numeric = false;
   std::vector<Feature> features;
-  if (!ReadFeatures(dataset, request.field, numeric, features, error)) return false;
+  if (!ReadFeatures(dataset, request, numeric, features, error)) return false;
   std::vector<std::string> texts;
   std::vector<double> numbers;
   for (const auto& f : features) texts.push_back(f.text), numbers.push_back(f.number);
@@ -197,7 +209,11 @@ bool RenderMap(ZOC::ZoDatasetVector* dataset, const MapRequest& request, std::st
   const Transform t = Fit(features, left, top, width, height);
   const bool points = dataset->GetType() == ZOC::DatasetPoint;
   const double radius = features.size() > 2000 ? 2.5 : features.size() > 500 ? 3.5 : 5.0;
-  for (const auto& f : features) DrawFeature(*canvas, f, t, style.Colour(f.text, f.number, f.isNull), radius);
+  std::size_t drawn = 0;
+  for (const auto& f : features) {
+    if (Stopped(request, drawn++, error)) return false;
+    DrawFeature(*canvas, f, t, style.Colour(f.text, f.number, f.isNull), radius);
+  }
 
   const std::string title = request.title.empty() ? dataset->GetName().Str() + ": " + request.field : request.title;
   canvas->Text({request.width / 2.0, 38}, title, 22, true, Anchor::Middle, kInk);

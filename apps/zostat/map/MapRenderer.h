@@ -2,6 +2,7 @@
 // Draws one field of a vector layer as a map: features coloured by the
 // field's style, a legend, a title, and for projected data a scale bar and a
 // north arrow. Points are circles, lines polylines, regions filled.
+#include <functional>
 #include <string>
 
 namespace ZOC {
@@ -15,6 +16,9 @@ struct MapRequest {
   std::string output;  // .svg or .png
   std::string title;   // empty: the layer's name and the field
   int width = 1000, height = 720;
+  // Polled while features are read and drawn; true stops the map, with
+  // "IMb030" in the error. May be empty.
+  std::function<bool()> cancelled;
 };
 
 // False with a reason in `error`; nothing is left at `output` then.
