@@ -4,17 +4,7 @@
 # and the weights cases both compare. Expects `zostat` to be set.
 suppressPackageStartupMessages(library(spdep))
 
-run <- function(...) {
-  out <- suppressWarnings(system2(zostat, c(...), stdout = TRUE, stderr = FALSE))
-  status <- attr(out, "status")
-  if (!is.null(status) && status != 0) stop(paste("zostat failed:", paste(c(...), collapse = " ")))
-  out
-}
-
-json_number <- function(json, key) {
-  m <- regmatches(json, regexpr(paste0('"', key, '": [-+0-9.eE]+'), json))
-  as.numeric(sub(".*: ", "", m))
-}
+source(file.path(dirname(sys.frame(1)$ofile), "zostat.R"))  # run() and json_number()
 
 # The layer's QlIDs in order, from a relationship every feature has.
 layer_ids <- function(input) {

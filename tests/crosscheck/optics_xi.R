@@ -20,17 +20,8 @@ data <- args[2]
 checks <- 0
 failures <- 0
 
-run <- function(...) {
-  out <- suppressWarnings(system2(zostat, c(...), stdout = TRUE, stderr = FALSE))
-  status <- attr(out, "status")
-  if (!is.null(status) && status != 0) stop(paste("zostat failed:", paste(c(...), collapse = " ")))
-  out
-}
-
-json_number <- function(json, key) {
-  m <- regmatches(json, regexpr(paste0('"', key, '": [-+0-9.eE]+'), json))
-  as.numeric(sub(".*: ", "", m))
-}
+here <- dirname(sub("^--file=", "", grep("^--file=", commandArgs(trailingOnly = FALSE), value = TRUE)[1]))
+source(file.path(here, "zostat.R"))  # run() and json_number()
 
 same_partition <- function(a, b) {
   if (length(a) == 0) return(TRUE)
