@@ -6,11 +6,11 @@
 #include <string>
 #include <string_view>
 
-#include "StatisticsAnalyst/Export.h"
+#include "host/HostExport.h"
 
 namespace LUMA {
 
-class SA_API LumaUnicodeString {
+class SA_HOST_API LumaUnicodeString {
  public:
   LumaUnicodeString() = default;
   LumaUnicodeString(const char* utf8) : m_text(utf8 ? utf8 : "") {}

@@ -7,7 +7,7 @@
 #include <variant>
 #include <vector>
 
-#include "StatisticsAnalyst/Export.h"
+#include "host/HostExport.h"
 #include "host/LumaUnicodeString.h"
 
 namespace LUMA {
@@ -22,7 +22,7 @@ struct LumaDateTime {
   friend bool operator==(const LumaDateTime&, const LumaDateTime&) = default;
 };
 
-class SA_API LumaVariant {
+class SA_HOST_API LumaVariant {
  public:
   enum Type { Null, Boolean, Integer, Double, Text, DateTime, Binary };
 

@@ -12,7 +12,7 @@
 // pairs; memory is the labels plus one queue of points and the neighbours of
 // one point.
 #include <cstdint>
-#include "StatisticsAnalyst/Export.h"
+#include "host/HostExport.h"
 
 #include "host/LumaArray.h"
 #include "host/LumaPoint.h"
@@ -21,7 +21,7 @@ namespace ZOC {
 
 class ZoProgress;
 
-class SA_API ZoAggregation {
+class SA_HOST_API ZoAggregation {
  public:
   // Fills `clusterIds` with one cluster number per point (0 = none).
   // Returns 1 on success, 0 when the tree cannot be built (a non-finite

@@ -5,7 +5,7 @@
 #include <memory>
 #include <vector>
 
-#include "StatisticsAnalyst/Export.h"
+#include "host/HostExport.h"
 #include "host/LumaUnicodeString.h"
 #include "host/ZoDatasetVector.h"
 
@@ -15,7 +15,7 @@ namespace detail {
 struct HostAccess;
 }
 
-class SA_API ZoDataSource {
+class SA_HOST_API ZoDataSource {
  public:
   ~ZoDataSource();  // commits pending writes and closes
   ZoDataSource(const ZoDataSource&) = delete;

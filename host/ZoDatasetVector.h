@@ -16,7 +16,7 @@
 #include <utility>
 #include <vector>
 
-#include "StatisticsAnalyst/Export.h"
+#include "host/HostExport.h"
 #include "host/LumaFieldInfo.h"
 #include "host/LumaUnicodeString.h"
 #include "host/LumaVariant.h"
@@ -41,7 +41,7 @@ enum ZoDatasetType : int { DatasetTabular = 0, DatasetPoint = 1, DatasetLine = 3
 // The name of the system identifier field.
 inline constexpr const char* kSystemIdField = "QlID";
 
-class SA_API ZoDatasetVector {
+class SA_HOST_API ZoDatasetVector {
  public:
   ~ZoDatasetVector();
   ZoDatasetVector(const ZoDatasetVector&) = delete;

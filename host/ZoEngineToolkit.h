@@ -1,6 +1,6 @@
 #pragma once
 // ZoEngineToolkit: result-field creation.
-#include "StatisticsAnalyst/Export.h"
+#include "host/HostExport.h"
 #include "host/LumaFieldInfo.h"
 
 namespace ZOC {
@@ -9,7 +9,7 @@ using LUMA::LumaFieldInfos;
 
 class ZoDatasetVector;
 
-class SA_API ZoEngineToolkit {
+class SA_HOST_API ZoEngineToolkit {
  public:
   // Creates the fields on `target`, first making each name valid for the
   // target's format (characters the format cannot hold become '_', names are

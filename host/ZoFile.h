@@ -4,14 +4,14 @@
 // removed on every exit path; and ZoTempRegistry, the list of such files and
 // folders that a signal handler can still remove when the process is ended
 // before its destructors run.
-#include "StatisticsAnalyst/Export.h"
+#include "host/HostExport.h"
 #include "host/LumaUnicodeString.h"
 
 namespace ZOC {
 
 using LUMA::LumaUnicodeString;
 
-class SA_API ZoFile {
+class SA_HOST_API ZoFile {
  public:
   static bool IsExist(const LumaUnicodeString& path);
   // True when no file is left at the path afterwards (a missing file counts).
@@ -41,7 +41,7 @@ class SA_API ZoFile {
 // async-signal-safe calls (open, getdents64, unlink, unlinkat, rmdir,
 // close), so a handler may call it at any point of the run, also while
 // another thread is entering or leaving a path.
-class SA_API ZoTempRegistry {
+class SA_HOST_API ZoTempRegistry {
  public:
   static constexpr int kEntries = 64;
   // Lists a file, or a folder to be removed with its contents, under its

@@ -14,7 +14,7 @@
 // first axis and turning counter-clockwise.
 #include <cstddef>
 
-#include "StatisticsAnalyst/Export.h"
+#include "host/HostExport.h"
 #include "host/LumaArray.h"
 #include "host/LumaPoint.h"
 
@@ -27,7 +27,7 @@ class ZoPrjCoordSys;
 
 enum ZoGeometryType : int { GeoNone = 0, GeoPoint = 1, GeoLine = 3, GeoRegion = 5, GeoCircle = 15, GeoEllipse = 20 };
 
-class SA_API ZoGeometry {
+class SA_HOST_API ZoGeometry {
  public:
   ZoGeometry() = default;  // empty, type GeoNone
 
@@ -68,7 +68,7 @@ class SA_API ZoGeometry {
   LumaArray<int> m_ringCounts;
 };
 
-class SA_API ZoGeoCircle {
+class SA_HOST_API ZoGeoCircle {
  public:
   ZoGeoCircle(const LumaPoint2D& centre, double radius) : m_centre(centre), m_radius(radius) {}
   // A one-ring region; an empty geometry when the radius is not positive and finite.
@@ -79,7 +79,7 @@ class SA_API ZoGeoCircle {
   double m_radius;
 };
 
-class SA_API ZoGeoEllipse {
+class SA_HOST_API ZoGeoEllipse {
  public:
   // semiAxis1 lies along the direction `angleDegrees` counter-clockwise from
   // the x axis; semiAxis2 is perpendicular to it. Either may be the longer.

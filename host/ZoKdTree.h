@@ -19,14 +19,14 @@
 #include <memory>
 #include <vector>
 
-#include "StatisticsAnalyst/Export.h"
+#include "host/HostExport.h"
 #include "host/LumaPoint.h"
 
 namespace ZOC {
 
 using LUMA::LumaPoint3D;
 
-class SA_API ZoKdTree {
+class SA_HOST_API ZoKdTree {
  public:
   ZoKdTree(const LumaPoint3D* points, std::size_t count);
   virtual ~ZoKdTree();
@@ -76,7 +76,7 @@ class SA_API ZoKdTree {
 // The tree type of the batch search. The k-nearest search writes into
 // caller-owned buffers of k slots, so a parallel loop allocates once per
 // thread, not once per point.
-class SA_API ZoKdTreec : public ZoKdTree {
+class SA_HOST_API ZoKdTreec : public ZoKdTree {
  public:
   using ZoKdTree::ZoKdTree;
   std::size_t SearchKdTreec(const LumaPoint3D& query, std::size_t k, std::size_t* indices, double* distances,

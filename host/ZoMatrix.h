@@ -5,11 +5,11 @@
 // and PutElement outside it is ignored, so a caller's index arithmetic can
 // never touch memory it does not own.
 #include <memory>
-#include "StatisticsAnalyst/Export.h"
+#include "host/HostExport.h"
 
 namespace ZOC {
 
-class SA_API ZoMatrix {
+class SA_HOST_API ZoMatrix {
  public:
   ZoMatrix();
   // rows × columns zeros; a negative size counts as 0.

@@ -2,7 +2,7 @@
 // ZoOpPoints: point operations of the host.
 #include <cstddef>
 
-#include "StatisticsAnalyst/Export.h"
+#include "host/HostExport.h"
 #include "host/LumaArray.h"
 #include "host/LumaPoint.h"
 
@@ -11,7 +11,7 @@ namespace ZOC {
 using LUMA::LumaArray;
 using LUMA::LumaPoint2D;
 
-class SA_API ZoOpPoints {
+class SA_HOST_API ZoOpPoints {
  public:
   // Euclidean distance.
   static double Distance(const LumaPoint2D& a, const LumaPoint2D& b);

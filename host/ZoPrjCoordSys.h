@@ -20,7 +20,7 @@
 #include <cstddef>
 #include <memory>
 
-#include "StatisticsAnalyst/Export.h"
+#include "host/HostExport.h"
 #include "host/LumaArray.h"
 #include "host/LumaPoint.h"
 #include "host/LumaUnicodeString.h"
@@ -35,7 +35,7 @@ using LUMA::LumaArray;
 using LUMA::LumaPoint2D;
 using LUMA::LumaUnicodeString;
 
-class SA_API ZoPrjCoordSys {
+class SA_HOST_API ZoPrjCoordSys {
  public:
   enum TypeID { Planar = 0, Geographic = 1, Projected = 2 };
 

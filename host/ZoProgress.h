@@ -11,14 +11,14 @@
 #include <memory>
 #include <string>
 
-#include "StatisticsAnalyst/Export.h"
+#include "host/HostExport.h"
 #include "host/LumaUnicodeString.h"
 
 namespace ZOC {
 
 using LUMA::LumaUnicodeString;
 
-class SA_API ZoProgress {
+class SA_HOST_API ZoProgress {
  public:
   virtual ~ZoProgress() = default;
   virtual void SetBothPosRange(int low, int high) = 0;
@@ -44,7 +44,7 @@ struct ZoProgressState {
 };
 
 // Shared position arithmetic; subclasses only present the state.
-class SA_API ZoProgressBase : public ZoProgress {
+class SA_HOST_API ZoProgressBase : public ZoProgress {
  public:
   void SetBothPosRange(int low, int high) override;
   void SetTitleMessage(const LumaUnicodeString& title) override;
@@ -68,7 +68,7 @@ class SA_API ZoProgressBase : public ZoProgress {
 // A bar on stderr, drawn only when stderr is a terminal and redrawn at most a
 // few times per second. Cancellation comes from RequestCancel, which is safe to
 // call from a signal handler (zostat calls it on Ctrl-C).
-class SA_API ZoTerminalProgress : public ZoProgressBase {
+class SA_HOST_API ZoTerminalProgress : public ZoProgressBase {
  public:
   ZoTerminalProgress();
   ~ZoTerminalProgress() override;
@@ -89,7 +89,7 @@ class SA_API ZoTerminalProgress : public ZoProgressBase {
 };
 
 // Forwards every change to a function; the function returns false to cancel.
-class SA_API ZoCallbackProgress : public ZoProgressBase {
+class SA_HOST_API ZoCallbackProgress : public ZoProgressBase {
  public:
   using Callback = std::function<bool(const ZoProgressState&)>;
   explicit ZoCallbackProgress(Callback callback) : m_callback(std::move(callback)) {}

@@ -10,7 +10,7 @@
 #include <memory>
 #include <vector>
 
-#include "StatisticsAnalyst/Export.h"
+#include "host/HostExport.h"
 #include "host/LumaPoint.h"
 #include "host/LumaUnicodeString.h"
 #include "host/LumaVariant.h"
@@ -23,7 +23,7 @@ using LUMA::LumaVariant;
 
 class ZoDatasetVector;
 
-class SA_API ZoRecordset {
+class SA_HOST_API ZoRecordset {
  public:
   ~ZoRecordset();
   ZoRecordset(const ZoRecordset&) = delete;

@@ -24,7 +24,7 @@
 // identifier in GetError().
 #include <memory>
 #include <vector>
-#include "StatisticsAnalyst/Export.h"
+#include "host/HostExport.h"
 #include "host/LumaUnicodeString.h"
 #include "host/ZoPrjCoordSys.h"
 
@@ -33,7 +33,7 @@ namespace ZOC {
 class ZoDatasetVector;
 class ZoProgress;
 
-class SA_API ZoResultWriter {
+class SA_HOST_API ZoResultWriter {
  public:
   ZoResultWriter();
   ~ZoResultWriter();

@@ -7,14 +7,14 @@
 #include <string>
 #include <vector>
 
-#include "StatisticsAnalyst/Export.h"
+#include "host/HostExport.h"
 #include "host/LumaUnicodeString.h"
 
 namespace ZOC {
 
 using LUMA::LumaUnicodeString;
 
-class SA_API ZoStringEx {
+class SA_HOST_API ZoStringEx {
  public:
   // The catalogue text of an identifier. An identifier missing from the
   // catalogue still yields a text that names it, never an empty string.

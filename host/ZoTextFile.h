@@ -6,14 +6,14 @@
 #include <string>
 #include <string_view>
 
-#include "StatisticsAnalyst/Export.h"
+#include "host/HostExport.h"
 #include "host/LumaUnicodeString.h"
 
 namespace ZOC {
 
 using LUMA::LumaUnicodeString;
 
-class SA_API ZoTextFile {
+class SA_HOST_API ZoTextFile {
  public:
   enum Mode { ModeRead, ModeWrite, ModeAppend };
 
