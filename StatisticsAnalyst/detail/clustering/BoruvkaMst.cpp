@@ -94,9 +94,9 @@ class BoruvkaTree {
     while (components > 1) {
       for (std::size_t t = 0; t < m_n; ++t) comp[t] = forest.Find(m_index[t]);
       LabelNodes(comp);
-      if (poll.Add(m_n)) return Status::Cancelled;
+      if (poll.Add(m_n)) return Cancelled();
       for (std::size_t t = 0; t < m_n; ++t)
-        if (poll.Add(Search(static_cast<std::uint32_t>(t), comp, best[comp[t]]))) return Status::Cancelled;
+        if (poll.Add(Search(static_cast<std::uint32_t>(t), comp, best[comp[t]]))) return Cancelled();
       std::size_t added = 0;
       for (std::size_t t = 0; t < m_n; ++t) {
         if (comp[t] != m_index[t]) continue;  // only component roots hold a best edge
@@ -107,10 +107,10 @@ class BoruvkaTree {
         }
         c = Candidate();
       }
-      if (added == 0) return Status::Failed;  // cannot happen with finite points; guards the loop
+      if (added == 0) return Failed();  // cannot happen with finite points; guards the loop
       components -= added;
     }
-    return Status::Done;
+    return Status::Ok();
   }
 
  private:
@@ -207,9 +207,9 @@ class BoruvkaTree {
 Status MutualReachabilityMst(const LumaArray<LumaPoint2D>& points, const std::vector<double>& core,
                              std::vector<MstEdge>& edges, ZoProgress* progress) {
   for (const LumaPoint2D& p : points)
-    if (!std::isfinite(p.x) || !std::isfinite(p.y)) return Status::Failed;
-  if (points.size() != core.size() || points.size() >= kNone) return Status::Failed;
-  if (progress && progress->IsCanceled()) return Status::Cancelled;
+    if (!std::isfinite(p.x) || !std::isfinite(p.y)) return Failed();
+  if (points.size() != core.size() || points.size() >= kNone) return Failed();
+  if (progress && progress->IsCanceled()) return Cancelled();
   BoruvkaTree tree(points, core);
   return tree.Run(edges, progress);
 }

@@ -23,8 +23,8 @@ bool DensityRun::AutomaticDistance(const LumaArray<LumaPoint2D>& points, int min
   LumaArray<double> distances;
   const int k = std::max(minPoints, 1);
   const Status status = KthDistances(tree.get(), points, k, distances, m_bar);
-  if (status != Status::Done) {
-    AddErrorMessage(status == Status::Cancelled ? msg::IMb030 : msg::ESa024);
+  if (!status) {
+    AddErrorMessage(IsCancelled(status) ? msg::IMb030 : msg::ESa024);
     return false;
   }
   distance = percentile(distances, 50.0);
@@ -57,7 +57,7 @@ unsigned char DensityRun::DBSCAN_Method(ZoRecordset* records, ZoDatasetVector* r
   }
   LumaArray<std::int32_t> ids;
   const int aggregated = ZoAggregation::AggregatePoints(points, distance, minPoints, ids, m_bar);
-  if (aggregated == -1) return Fail(Status::Cancelled);
+  if (aggregated == -1) return Fail(Cancelled());
   if (aggregated != 1) return 0;
 
   Column cluster{"Cluster_ID", LUMA::FieldInt32, std::vector<double>(ids.size())};

@@ -7,9 +7,11 @@
 
 #include "StatisticsAnalyst/ZoAnalysisFrame.h"
 #include "StatisticsAnalyst/ZoClusterInformation.h"
+#include "StatisticsAnalyst/detail/common/Status.h"
 #include "host/LumaArray.h"
 #include "host/LumaPoint.h"
 #include "host/ZoKdTree.h"
+#include "host/ZoMessageIds.h"
 #include "host/ZoProgress.h"
 
 namespace ZOC::clustering {
@@ -21,9 +23,12 @@ using LUMA::LumaPoint2D;
 // values; 0 for no values.
 double percentile(LumaArray<double> values, double q);
 
-// Status of a computation: done, failed (memory, a non-finite point) or
-// cancelled through the progress object.
-enum class Status { Done, Failed, Cancelled };
+// A computation is done (Status::Ok()), failed (Failed(): memory, a
+// non-finite point) or cancelled through the progress object (Cancelled()).
+using detail::Status;
+inline Status Failed() { return Status::Fail(msg::EUc010); }
+inline Status Cancelled() { return Status::Fail(msg::IMb030); }
+inline bool IsCancelled(const Status& status) { return status.id() == msg::IMb030; }
 
 // How much work (neighbours looked at, tree nodes visited, merges made) the
 // algorithms do between two polls of the progress object: a few
@@ -141,7 +146,7 @@ class DensityRun : public ZoAnalysisFrame {
   // median. False after "ESa032" or "ESa024".
   bool AutomaticDistance(const LumaArray<LumaPoint2D>& points, int minPoints, double& distance);
   // A status that is not Done as its message ("IMb030" or "EUc010").
-  unsigned char Fail(Status status);
+  unsigned char Fail(const Status& status);
 
   // One result value per point and field, in field order.
   struct Column {

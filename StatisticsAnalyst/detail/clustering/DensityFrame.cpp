@@ -32,7 +32,7 @@ double percentile(LumaArray<double> values, double q) {
 
 Status KthDistances(ZoKdTreec* tree, const LumaArray<LumaPoint2D>& points, int k, LumaArray<double>& distances,
                     ZoProgress* progress) {
-  if (!tree || k < 1) return Status::Failed;
+  if (!tree || k < 1) return Failed();
   // One slice is about kPollWork neighbours; each search is independent of
   // the others, so slicing leaves every distance as one search finds it.
   const std::size_t n = points.size();
@@ -42,14 +42,13 @@ Status KthDistances(ZoKdTreec* tree, const LumaArray<LumaPoint2D>& points, int k
   LumaArray<LumaPoint2D> part;
   LumaArray<double> found;
   for (std::size_t begin = 0; begin < n; begin += slice) {
-    if (progress && progress->IsCanceled()) return Status::Cancelled;
+    if (progress && progress->IsCanceled()) return Cancelled();
     const std::size_t end = std::min(n, begin + slice);
     part.assign(points.begin() + static_cast<std::ptrdiff_t>(begin), points.begin() + static_cast<std::ptrdiff_t>(end));
-    if (!utilities.GetDistTolerance(tree, part, k, found, Euclidean) || found.size() != part.size())
-      return Status::Failed;
+    if (!utilities.GetDistTolerance(tree, part, k, found, Euclidean) || found.size() != part.size()) return Failed();
     std::copy(found.begin(), found.end(), distances.begin() + static_cast<std::ptrdiff_t>(begin));
   }
-  return progress && progress->IsCanceled() ? Status::Cancelled : Status::Done;
+  return progress && progress->IsCanceled() ? Cancelled() : Status::Ok();
 }
 
 unsigned char DensityRun::Run(ZoDatasetVector* source, ZoDatasetVector* result, const ZoClusterInformation& info,
@@ -139,8 +138,8 @@ double DensityRun::InPointUnits(ZoRecordset* records, double distance, int unit)
   return perUnit > 0 ? metres / perUnit : distance;  // else no known unit
 }
 
-unsigned char DensityRun::Fail(Status status) {
-  AddErrorMessage(status == Status::Cancelled ? msg::IMb030 : msg::EUc010);
+unsigned char DensityRun::Fail(const Status& status) {
+  Report(status);
   return 0;
 }
 

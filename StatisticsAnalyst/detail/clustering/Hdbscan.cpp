@@ -151,9 +151,9 @@ Status CondenseAndSelect(std::size_t n, std::vector<MstEdge> edges, const std::v
   // the two long loops are enough.
   CancelPoll poll(progress);
   const Merges merges = SingleLinkage(n, edges, poll);
-  if (poll.Now()) return Status::Cancelled;
+  if (poll.Now()) return Cancelled();
   const ClusterTree t = Condense(n, merges, static_cast<std::uint32_t>(std::max(minPoints, 1)), poll);
-  if (poll.Now()) return Status::Cancelled;
+  if (poll.Now()) return Cancelled();
   const std::vector<unsigned char> selected = Select(t);
   const std::size_t count = t.parent.size();
 
@@ -189,38 +189,38 @@ Status CondenseAndSelect(std::size_t n, std::vector<MstEdge> edges, const std::v
     // Exemplars: the points of a leaf cluster that stay in it longest.
     result.exemplar[p] = t.first[c] == kNone && t.pointEps[p] == minEps[c];
   }
-  return Status::Done;
+  return Status::Ok();
 }
 
 Status CoreDistances(const LumaArray<LumaPoint2D>& points, int minPoints, std::vector<double>& core,
                      ZoProgress* progress) {
   core.assign(points.size(), 0.0);
-  if (minPoints <= 1 || points.empty()) return Status::Done;
+  if (minPoints <= 1 || points.empty()) return Status::Ok();
   ZoStatisticsUtilities utilities;
   LumaArray<LUMA::LumaPoint3D> buffer;
   std::unique_ptr<ZoKdTreec> tree(utilities.CreateKDTreec(&buffer, points));
-  if (!tree) return Status::Failed;
+  if (!tree) return Failed();
   LumaArray<double> distances;
   // The batch search counts the point itself among its k nearest.
   const Status status = KthDistances(tree.get(), points, minPoints, distances, progress);
-  if (status != Status::Done) return status;
+  if (!status) return status;
   core.assign(distances.begin(), distances.end());
-  return Status::Done;
+  return Status::Ok();
 }
 
 Status Hdbscan(const LumaArray<LumaPoint2D>& points, int minPoints, HdbscanResult& result, ZoProgress* progress) {
   try {
     std::vector<double> core;
     Status status = CoreDistances(points, minPoints, core, progress);
-    if (status != Status::Done) return status;
+    if (!status) return status;
     if (progress) progress->SetProgressPos(20);
     std::vector<MstEdge> edges;
     status = MutualReachabilityMst(points, core, edges, progress);
-    if (status != Status::Done) return status;
+    if (!status) return status;
     if (progress) progress->SetProgressPos(80);
     return CondenseAndSelect(points.size(), std::move(edges), core, minPoints, result, progress);
   } catch (const std::bad_alloc&) {
-    return Status::Failed;
+    return Failed();
   }
 }
 
@@ -235,7 +235,7 @@ unsigned char DensityRun::HDBSCAN_Method(ZoRecordset* records, ZoDatasetVector* 
   }
   HdbscanResult found;
   const Status status = Hdbscan(points, minPoints, found, m_bar);
-  if (status != Status::Done) return Fail(status);
+  if (!status) return Fail(status);
   std::vector<Column> columns;
   columns.push_back({"Cluster_ID", LUMA::FieldInt32, std::vector<double>(found.label.begin(), found.label.end())});
   columns.push_back({"Prob", LUMA::FieldDouble, std::move(found.probability)});

@@ -70,7 +70,7 @@ Status Optics(const LumaArray<LumaPoint2D>& points, int minPoints, double maxDis
     for (std::size_t i = 0; i < n; ++i) buffer[i] = {points[i].x, points[i].y, 0.0};
     ZoKdTree tree(buffer.data(), n);
     tree.SetMaxBucketSize(30);
-    if (!tree.Build()) return Status::Failed;
+    if (!tree.Build()) return Failed();
     Ordering run{tree,        buffer,
                  maxDistance, static_cast<std::size_t>(std::max(minPoints, 1)),
                  result,      std::vector<unsigned char>(n, 0),
@@ -84,22 +84,22 @@ Status Optics(const LumaArray<LumaPoint2D>& points, int minPoints, double maxDis
       if (progress) progress->SetProgressPos(static_cast<int>(90.0 * static_cast<double>(result.order.size()) / n));
       return !poll.Now();
     };
-    if (poll.Now()) return Status::Cancelled;
+    if (poll.Now()) return Cancelled();
     for (std::uint32_t start = 0; start < n; ++start) {
       if (run.done[start]) continue;
       run.Process(start);
-      if (!processed()) return Status::Cancelled;
+      if (!processed()) return Cancelled();
       while (!run.seeds.empty()) {
         const auto [reach, q] = run.seeds.top();
         run.seeds.pop();
         if (run.done[q] || reach != result.reachability[q]) continue;
         run.Process(q);
-        if (!processed()) return Status::Cancelled;
+        if (!processed()) return Cancelled();
       }
     }
-    return Status::Done;
+    return Status::Ok();
   } catch (const std::bad_alloc&) {
-    return Status::Failed;
+    return Failed();
   }
 }
 
@@ -260,8 +260,8 @@ unsigned char DensityRun::OPTICS_Method(ZoRecordset* records, ZoDatasetVector* r
     if (!tree) return AddErrorMessage(msg::ESa032), 0;
     LumaArray<double> kth;
     const Status searched = KthDistances(tree.get(), points, minPoints, kth, m_bar);
-    if (searched == Status::Cancelled) return Fail(searched);
-    if (searched != Status::Done) return AddErrorMessage(msg::ESa024), 0;
+    if (IsCancelled(searched)) return Fail(searched);
+    if (!searched) return AddErrorMessage(msg::ESa024), 0;
     distance = kth.empty() ? 0.0 : *std::max_element(kth.begin(), kth.end());
   }
   if (m_bar) {
@@ -270,7 +270,7 @@ unsigned char DensityRun::OPTICS_Method(ZoRecordset* records, ZoDatasetVector* r
   }
   OpticsResult found;
   const Status status = Optics(points, minPoints, distance, found, m_bar);
-  if (status != Status::Done) return Fail(status);
+  if (!status) return Fail(status);
   const double xi = parameter >= 1 && parameter <= 99 ? parameter / 100.0 : 0.05;
   ExtractXi(xi, minPoints, found);
 
