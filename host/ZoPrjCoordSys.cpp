@@ -121,6 +121,8 @@ struct ZoPrjCoordSys::Impl {
   // centred at (lon0, lat0) in degrees, forward or inverse, in place.
   bool TransformAeqd(double lon0Degrees, double lat0Degrees, bool inverse, LumaPoint2D* points,
                      std::size_t count) const;
+  // The same about a centre in the system's own units; a geographic system only.
+  bool TransformAbout(const LumaPoint2D& centre, bool inverse, LumaPoint2D* points, std::size_t count) const;
 };
 
 ZoPrjCoordSys::ZoPrjCoordSys() : m_impl(std::make_unique<Impl>()) {}
@@ -300,22 +302,20 @@ bool ZoPrjCoordSys::SphericalCentre(const LumaArray<LumaPoint2D>& points, LumaPo
 }
 
 bool ZoPrjCoordSys::ForwardAbout(const LumaPoint2D& centre, LumaPoint2D* points, std::size_t count) const {
-  try {
-    if (GetTypeID() != Geographic || count == 0) return true;
-    const double toDegrees = DegreesPerUnit(*m_impl->srs);
-    if (!points || toDegrees == 0.0) return false;
-    return m_impl->TransformAeqd(centre.x * toDegrees, centre.y * toDegrees, false, points, count);
-  } catch (...) {
-    return false;
-  }
+  return GetTypeID() != Geographic || m_impl->TransformAbout(centre, false, points, count);
 }
 
 bool ZoPrjCoordSys::InverseAbout(const LumaPoint2D& centre, LumaPoint2D* points, std::size_t count) const {
+  return GetTypeID() != Geographic || m_impl->TransformAbout(centre, true, points, count);
+}
+
+bool ZoPrjCoordSys::Impl::TransformAbout(const LumaPoint2D& centre, bool inverse, LumaPoint2D* points,
+                                         std::size_t count) const {
   try {
-    if (GetTypeID() != Geographic || count == 0) return true;
-    const double toDegrees = DegreesPerUnit(*m_impl->srs);
+    if (count == 0) return true;
+    const double toDegrees = DegreesPerUnit(*srs);
     if (!points || toDegrees == 0.0) return false;
-    return m_impl->TransformAeqd(centre.x * toDegrees, centre.y * toDegrees, true, points, count);
+    return TransformAeqd(centre.x * toDegrees, centre.y * toDegrees, inverse, points, count);
   } catch (...) {
     return false;
   }

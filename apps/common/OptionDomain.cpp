@@ -11,6 +11,17 @@ namespace ZOC::front {
 
 namespace {
 
+struct NamedConceptualization {
+  const char* name;
+  ZoConceptualizationModel model;
+};
+constexpr NamedConceptualization kConceptualizations[] = {
+    {"inverse-distance", InverseDistance},      {"inverse-distance-squared", InverseDistanceSquared},
+    {"fixed-distance-band", FixedDistanceBand}, {"zone-of-indifference", ZoneOfIndifference},
+    {"contiguity-edges", ContiguityEdgesOnly},  {"contiguity-edges-corners", ContiguityEdgesCorners},
+    {"k-nearest", KNearestNeighbors},           {"weights-file", SpatialWeightsFile},
+};
+
 double Number(const std::string& name, const std::string& text) {
   double value = 0.0;
   const auto [ptr, ec] = std::from_chars(text.data(), text.data() + text.size(), value);
@@ -43,6 +54,15 @@ void AtLeast(const std::string& name, const std::string& value, double least, bo
 }
 
 }  // namespace
+
+bool ConceptualizationNamed(const std::string& value, ZoConceptualizationModel& model) {
+  for (const auto& named : kConceptualizations)
+    if (value == named.name || value == std::to_string(static_cast<int>(named.model))) {
+      model = named.model;
+      return true;
+    }
+  return false;
+}
 
 void CheckDomain(const std::string& command, const std::string& name, const std::string& value) {
   if (value.empty()) throw UsageError(msg::EUa053, "option '--" + name + "' needs a value");
@@ -84,10 +104,12 @@ void CheckDomain(const std::string& command, const std::string& name, const std:
   } else if (name == "bandwidth-type") {
     OneOf(name, value, {"fixed", "adaptive"});
   } else if (name == "conceptualization") {
-    OneOf(name, value,
-          {"inverse-distance", "inverse-distance-squared", "fixed-distance-band", "zone-of-indifference",
-           "contiguity-edges", "contiguity-edges-corners", "k-nearest", "weights-file", "1", "2", "3", "4", "5", "6",
-           "7", "8"});
+    ZoConceptualizationModel model;
+    if (!ConceptualizationNamed(value, model)) {
+      std::string list;
+      for (const auto& named : kConceptualizations) list += std::string(named.name) + ", ";
+      throw UsageError(msg::EUa059, "--conceptualization must be one of " + list + "or 1-8, not '" + value + "'");
+    }
   } else if (name == "stat") {
     const auto colon = value.rfind(':');
     if (colon == std::string::npos || colon == 0)

@@ -5,7 +5,13 @@
 // with the same identifier and words in both.
 #include <string>
 
+#include "StatisticsAnalyst/ZoPatternsInformation.h"
+
 namespace ZOC::front {
+
+// The conceptualization an option value names: its name
+// ("contiguity-edges") or its number ("5"); false for anything else.
+bool ConceptualizationNamed(const std::string& value, ZoConceptualizationModel& model);
 
 // Throws UsageError when `value` (as typed on a command line) is outside the
 // domain of option `name` of `command` ("hdbscan", "gwr", ...; empty when

@@ -4,20 +4,9 @@
 
 #include <string>
 
-namespace zostat {
+#include "common/OptionDomain.h"
 
-namespace {
-struct Named {
-  const char* name;
-  ZOC::ZoConceptualizationModel value;
-};
-constexpr Named kConceptualizations[] = {
-    {"inverse-distance", ZOC::InverseDistance},      {"inverse-distance-squared", ZOC::InverseDistanceSquared},
-    {"fixed-distance-band", ZOC::FixedDistanceBand}, {"zone-of-indifference", ZOC::ZoneOfIndifference},
-    {"contiguity-edges", ZOC::ContiguityEdgesOnly},  {"contiguity-edges-corners", ZOC::ContiguityEdgesCorners},
-    {"k-nearest", ZOC::KNearestNeighbors},           {"weights-file", ZOC::SpatialWeightsFile},
-};
-}  // namespace
+namespace zostat {
 
 std::vector<OptionSpec> WeightsOptions() {
   return {
@@ -52,8 +41,7 @@ ZOC::ZoPatternsInformation ParseWeightsOptions(const Options& options) {
   info.FieldName = options.Get("field");
   if (options.Has("conceptualization")) {
     const std::string c = options.Get("conceptualization");
-    for (const auto& named : kConceptualizations)
-      if (c == named.name || c == std::to_string(static_cast<int>(named.value))) info.Conceptualization = named.value;
+    ZOC::front::ConceptualizationNamed(c, info.Conceptualization);  // checked as parsed
   }
   info.DistanceTolerance = options.GetDouble("distance-band", -1.0);
   info.Exponent = options.GetDouble("exponent", 1.0);
