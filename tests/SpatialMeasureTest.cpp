@@ -518,16 +518,6 @@ TEST(SpatialMeasureTest, EmptyAndSingleRecordInputs) {
 
 namespace {
 
-// The QlID of the k-th feature in QlID order.
-std::int64_t QlIdAt(ZoDatasetVector* dataset, std::size_t k) {
-  ZoQueryDef query;
-  query.m_order = " Order BY QlID";
-  ZoRecordsetPtr r(dataset->Query(query));
-  r->MoveFirst();
-  for (std::size_t i = 0; i < k; ++i) r->MoveNext();
-  return r->GetID();
-}
-
 ZoPrjCoordSys Wgs84() {
   ZoPrjCoordSys cs;
   EXPECT_TRUE(cs.SetFromUserInput("EPSG:4326"));
@@ -680,52 +670,6 @@ TEST(SpatialMeasureTest, HugeWeightsAndCoordinatesAreScaled) {
 // A feature without a finite location, a NaN weight and a NaN statistics
 // value each fail naming the feature's QlID; the measure's own identifier
 // follows a missing location.
-TEST(SpatialMeasureTest, BrokenFeaturesAreNamed) {
-  const double nan = std::nan("");
-  const auto named = [](const ZoSpatialMeasure& m, const char* id, std::int64_t qlid) {
-    const std::string text = m.GetStrErrorMes().Str();
-    EXPECT_NE(text.find(std::string("[") + id + "] The feature with QlID " + std::to_string(qlid) + " "),
-              std::string::npos)
-        << text;
-  };
-  const std::vector<LumaFieldInfo> fields = {LumaFieldInfo("W", LUMA::FieldDouble),
-                                             LumaFieldInfo("G", LUMA::FieldInt32)};
-  // (A memory layer refuses a NaN point; the hostile suite reads one from a file.)
-  for (const ZoGeometry& bad : {ZoGeometry::MakePoint({1.0, HUGE_VAL}), ZoGeometry()}) {
-    Layer layer = MakeLayer(DatasetPoint, fields,
-                            {Point(0, 0, {1.0, 1}), {bad, {1.0, 1}}, Point(2, 0, {1.0, 1}), Point(0, 2, {1.0, 1})},
-                            DatasetRegion);
-    ZoSpatialMeasure measure;
-    EXPECT_FALSE(measure.MeasureStandardDistance(layer.dataset, layer.result, ZoMeasuringInformation(), false));
-    named(measure, "EUc002", QlIdAt(layer.dataset, 1));
-    EXPECT_TRUE(HasId(measure, "ESa008"));
-    EXPECT_TRUE(Rows(layer.result).empty());
-  }
-  // The one record of a grouped run has no geometry: EUc002, then EFd037.
-  Layer single = MakeLayer(DatasetPoint, fields, {{ZoGeometry(), {1.0, 1}}}, DatasetPoint);
-  ZoMeasuringInformation grouped;
-  grouped.CaseField = "G";
-  ZoSpatialMeasure measure;
-  EXPECT_FALSE(measure.MeasureMeanCenter(single.dataset, single.result, grouped, false));
-  named(measure, "EUc002", QlIdAt(single.dataset, 0));
-  EXPECT_TRUE(HasId(measure, "EFd037"));
-
-  Layer values = MakeLayer(DatasetPoint, fields,
-                           {Point(0, 0, {1.0, 1}), Point(1, 0, {2.0, 1}), Point(2, 0, {nan, 2}), Point(3, 0, {4.0, 2})},
-                           DatasetPoint);
-  ZoMeasuringInformation weight;
-  weight.WeightField = "W";
-  EXPECT_FALSE(measure.MeasureMeanCenter(values.dataset, values.result, weight, false));
-  named(measure, "EUc001", QlIdAt(values.dataset, 2));
-  ZoMeasuringInformation summary;
-  summary.CaseField = "G";
-  summary.StatisticsFields = {"W"};
-  summary.StatisticsTypes = {StatisticsSum};
-  ZoDatasetVector* other = values.source->CreateDatasetVector("other", DatasetPoint, ZoPrjCoordSys());
-  EXPECT_FALSE(measure.MeasureMedianCenter(values.dataset, other, summary, false));
-  named(measure, "EUc001", QlIdAt(values.dataset, 2));
-}
-
 namespace {
 
 // A line of length 1 from (x, 0) along the bearing (degrees clockwise from north).
@@ -785,20 +729,4 @@ TEST(SpatialMeasureTest, OrientationsAverageAlongTheirMeanAxis) {
   EXPECT_GE(both["CompassAngle"].ToDouble(), 0.0);
   EXPECT_LT(both["CompassAngle"].ToDouble(), 1e-9);
   EXPECT_NEAR(both["DirectionalMean"].ToDouble(), 90.0, 1e-9);
-}
-
-// A line whose first and last vertices coincide (zero length, or closed) has
-// no direction: the measure fails naming it rather than counting it as east.
-TEST(SpatialMeasureTest, LinesWithoutDirectionAreNamed) {
-  const Feature closed = {ZoGeometry::MakeLine({{0, 0}, {1, 0}, {1, 1}, {0, 0}}, {4}), {}};
-  for (const Feature& bad : {Line(2, 2, 2, 2), closed}) {
-    Layer layer = MakeLayer(DatasetLine, {}, {Line(0, 0, 1, 1), bad, Line(5, 0, 6, 1)}, DatasetLine);
-    ZoSpatialMeasure measure;
-    EXPECT_FALSE(measure.MeasureLinearDirectionalMean(layer.dataset, layer.result, ZoMeasuringInformation(), false));
-    EXPECT_NE(measure.GetStrErrorMes().Str().find("[EUc004] The line with QlID " +
-                                                  std::to_string(QlIdAt(layer.dataset, 1)) + " "),
-              std::string::npos)
-        << measure.GetStrErrorMes().Str();
-    EXPECT_TRUE(Rows(layer.result).empty());
-  }
 }
