@@ -13,6 +13,7 @@
 
 #include "StatisticsAnalyst/Export.h"
 #include "StatisticsAnalyst/ZoPatternsInformation.h"
+#include "StatisticsAnalyst/ZoRecordsetPtr.h"
 #include "host/LumaUnicodeString.h"
 #include "host/ZoDatasetVector.h"
 #include "host/ZoProgress.h"
@@ -25,12 +26,6 @@ using LUMA::LumaUnicodeString;
 namespace detail {
 class Status;
 }
-
-// Releases a recordset through its dataset when it goes out of scope.
-struct SA_API ZoRecordsetRelease {
-  void operator()(ZoRecordset* records) const;
-};
-using ZoRecordsetPtr = std::unique_ptr<ZoRecordset, ZoRecordsetRelease>;
 
 class SA_API ZoAnalysisFrame {
  public:
@@ -110,30 +105,7 @@ class SA_API ZoAnalysisFrame {
   ZoProgress* m_progress = nullptr;
 
  private:
-  bool CheckParameters(ZoRecordset* records, const ZoPatternsInformation& info);
-
   LumaUnicodeString m_errorMessage;
-};
-
-// The progress object of one call that asks to show progress: the object
-// set with SetProgress when there is one, else a new one from the host's
-// factory, deleted when the call returns. A call that does not ask reports
-// nothing.
-class SA_API ZoCallProgress {
- public:
-  ZoCallProgress(ZoProgress* callerProgress, bool show);
-  ZoProgress* get() const { return m_progress; }
-  explicit operator bool() const { return m_progress != nullptr; }
-  ZoProgress* operator->() const { return m_progress; }
-  // Formats "%1 of %2" style messages, sets position 100·(i+1)/n and polls
-  // for cancellation (the message and position only when the position
-  // moves). Returns false when the user cancelled.
-  bool Step(const LumaUnicodeString& format, long long i, long long n);
-
- private:
-  std::unique_ptr<ZoProgress> m_owned;
-  ZoProgress* m_progress = nullptr;
-  int m_shownPos = -1;
 };
 
 }  // namespace ZOC

@@ -18,7 +18,7 @@ bool ZoAnalyzingPatterns::SpatialAutocorrelation(ZoDatasetVector* dataset, const
       [&] {
         ZoRecordsetPtr records = OpenAnalysisRecords(dataset, info);
         if (!records) return false;
-        ZoCallProgress progress(m_progress, showProgress);
+        detail::CallProgress progress(m_progress, showProgress);
         return Report(detail::global::Run(records.get(), info, detail::global::Kind::Moran, progress, result));
       },
       msg::ESa041);
@@ -31,7 +31,7 @@ unsigned char ZoAnalyzingPatterns::HighOrLowCluster(ZoDatasetVector* dataset, co
       [&]() -> unsigned char {
         ZoRecordsetPtr records = OpenAnalysisRecords(dataset, info);
         if (!records) return 0;
-        ZoCallProgress progress(m_progress, showProgress != 0);
+        detail::CallProgress progress(m_progress, showProgress != 0);
         return Report(detail::global::Run(records.get(), info, detail::global::Kind::GeneralG, progress, result));
       },
       msg::ESa035);
@@ -44,7 +44,7 @@ unsigned char ZoAnalyzingPatterns::AverageNearestNeighbor(ZoDatasetVector* datas
   ClearErrorMessage();
   return Guard([&]() -> unsigned char {
     if (!CheckAnalysisDataset(dataset)) return 0;
-    ZoCallProgress progress(m_progress, showProgress != 0);
+    detail::CallProgress progress(m_progress, showProgress != 0);
     const detail::global::NearestNeighbourInput input{area, method, useDefaultWidth != 0, width};
     return Report(detail::global::AverageNearestNeighbour(dataset, input, progress, result));
   });

@@ -32,7 +32,7 @@ unsigned char ZoClusteringDistributions::HotSpotAnalyst(ZoDatasetVector* source,
   return Guard([&]() -> unsigned char {
     ZoRecordsetPtr records = OpenLocalRecords(source, result, info, info.SecondFieldName);
     if (!records) return 0;
-    ZoCallProgress progress(m_progress, showProgress != 0);
+    detail::CallProgress progress(m_progress, showProgress != 0);
     detail::local::HotSpot statistic(info.SecondFieldName);
     return Report(detail::local::RunLocal(source, records.get(), result, info, progress, statistic));
   });
@@ -44,7 +44,7 @@ unsigned char ZoClusteringDistributions::ClusterOutlier(ZoDatasetVector* source,
   return Guard([&]() -> unsigned char {
     ZoRecordsetPtr records = OpenLocalRecords(source, result, info, {});
     if (!records) return 0;
-    ZoCallProgress progress(m_progress, showProgress != 0);
+    detail::CallProgress progress(m_progress, showProgress != 0);
     detail::local::ClusterOutlier statistic;
     return Report(detail::local::RunLocal(source, records.get(), result, info, progress, statistic));
   });
@@ -54,7 +54,7 @@ unsigned char ZoClusteringDistributions::DensityBasedClustering(ZoDatasetVector*
                                                                 const ZoClusterInformation& info,
                                                                 unsigned char showProgress, ZoClusterSummary* summary) {
   return Guard([&]() -> unsigned char {
-    clustering::DensityRun run;
+    detail::clustering::DensityRun run;
     run.SetProgress(m_progress);
     const unsigned char ok = run.Run(source, result, info, showProgress != 0, summary);
     SetStrErrorMes(run.GetStrErrorMes());

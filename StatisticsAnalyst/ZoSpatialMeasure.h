@@ -36,7 +36,7 @@
 
 namespace ZOC {
 
-namespace centrography {
+namespace detail::centrography {
 struct MeasureCall;
 }
 
@@ -95,7 +95,7 @@ class SA_API ZoSpatialMeasure : public ZoAnalysisFrame {
 
  private:
   // Runs one measure with a fresh message and keeps the measure's message.
-  unsigned char Run(detail::Status (*measure)(centrography::MeasureCall&), ZoDatasetVector* input,
+  unsigned char Run(detail::Status (*measure)(detail::centrography::MeasureCall&), ZoDatasetVector* input,
                     ZoDatasetVector* output, const ZoMeasuringInformation& info, unsigned char showProgress);
 
   // Supplies the weighted mean centre.

@@ -54,7 +54,7 @@ unsigned char ZoSpatialRelModeling::Regress(ZoDatasetVector* source, ZoDatasetVe
           AddErrorMessage(summaryId);
           return false;
         }
-        ZoCallProgress progress(m_progress, showProgress != 0);
+        detail::CallProgress progress(m_progress, showProgress != 0);
         return Report(fit(records.get(), progress).Then(summaryId));
       },
       summaryId);
@@ -65,8 +65,8 @@ unsigned char ZoSpatialRelModeling::OrdinaryLeastSquares(ZoDatasetVector* source
                                                          const ZoOLSInformation& info, ZoOLSResult& out,
                                                          unsigned char showProgress) {
   return Regress(source, result, info.DependentField, info.ExplanatoryFields, showProgress, msg::EUf012,
-                 [&](ZoRecordset* records, ZoCallProgress& progress) {
-                   return regression::RunOls(records, result, info, out, progress);
+                 [&](ZoRecordset* records, detail::CallProgress& progress) {
+                   return detail::regression::RunOls(records, result, info, out, progress);
                  });
 }
 
@@ -74,25 +74,25 @@ unsigned char ZoSpatialRelModeling::GeographicWeightedRegression(ZoDatasetVector
                                                                  const ZoGWRInformation& info, ZoGWRResult& out,
                                                                  unsigned char showProgress) {
   return Regress(source, result, info.DependentField, info.ExplanatoryFields, showProgress, msg::EUf013,
-                 [&](ZoRecordset* records, ZoCallProgress& progress) {
-                   return regression::RunGwr(records, result, info, out, progress);
+                 [&](ZoRecordset* records, detail::CallProgress& progress) {
+                   return detail::regression::RunGwr(records, result, info, out, progress);
                  });
 }
 
-unsigned char ZoSpatialRelModeling::InvsMatrix(ZoMatrix& a) { return regression::InvsMatrix(a); }
+unsigned char ZoSpatialRelModeling::InvsMatrix(ZoMatrix& a) { return detail::regression::InvsMatrix(a); }
 
-void ZoSpatialRelModeling::cov(ZoMatrix& x, ZoMatrix& c) { regression::cov(x, c); }
+void ZoSpatialRelModeling::cov(ZoMatrix& x, ZoMatrix& c) { detail::regression::cov(x, c); }
 
-void ZoSpatialRelModeling::corroef(ZoMatrix& x, ZoMatrix& r) { regression::corroef(x, r); }
+void ZoSpatialRelModeling::corroef(ZoMatrix& x, ZoMatrix& r) { detail::regression::corroef(x, r); }
 
 unsigned char ZoSpatialRelModeling::Eigen(ZoMatrix& a, const double& eps, const int& limit, ZoMatrix& vectors,
                                           LumaArray<double>& values) {
-  return regression::JacobiEigen(a, eps, limit, vectors, values);
+  return detail::regression::JacobiEigen(a, eps, limit, vectors, values);
 }
 
 unsigned char ZoSpatialRelModeling::GetConditionIndex(const LumaArray<double>& weights, const ZoMatrix& x,
                                                       double& index) {
-  if (regression::ConditionIndex(weights, x, index)) return 1;
+  if (detail::regression::ConditionIndex(weights, x, index)) return 1;
   AddErrorMessage(msg::ESa047);
   return 0;
 }

@@ -13,6 +13,7 @@
 #include "StatisticsAnalyst/Export.h"
 #include "StatisticsAnalyst/ZoAnalysisFrame.h"
 #include "StatisticsAnalyst/ZoPatternsInformation.h"
+#include "StatisticsAnalyst/ZoWeightRecords.h"
 #include "host/LumaArray.h"
 #include "host/LumaPoint.h"
 #include "host/ZoGeometry.h"
@@ -25,14 +26,11 @@ using LUMA::LumaArray;
 using LUMA::LumaPoint2D;
 using LUMA::LumaPoint3D;
 
-// One non-zero weight: key i·n + j and its value.
-struct WeightMatrixUnit {
-  std::int32_t Index = 0;
-  double Weight = 0.0;
-};
-
-class ZoContiguityGrid;
-struct ZoSWMFileUniqueIndex;
+namespace detail::weights {
+class ContiguityGrid;
+}
+// The contiguity grid's query structure; built by BuildContiguityGird.
+using ZoContiguityGrid = detail::weights::ContiguityGrid;
 
 class SA_API ZoStatisticsUtilities : public ZoAnalysisFrame {
  public:

@@ -4,16 +4,17 @@
 #include <memory>
 #include <new>
 
+#include "StatisticsAnalyst/detail/spatial/Distance.h"
 #include "StatisticsAnalyst/detail/weights/BinaryWeightsReader.h"
+#include "StatisticsAnalyst/detail/weights/RowBuilder.h"
 #include "StatisticsAnalyst/detail/weights/WeightsFileFormat.h"
-#include "StatisticsAnalyst/detail/weights/WeightsRowBuilder.h"
 #include "host/ZoFile.h"
 #include "host/ZoMessageIds.h"
 #include "host/ZoStringEx.h"
 
 namespace ZOC {
 
-namespace wf = weightsfile;
+namespace wf = detail::weights;
 
 namespace {
 
@@ -28,7 +29,7 @@ using FilePtr = std::unique_ptr<std::FILE, FileCloser>;
 // The progress of one build, visible to WriteRows for as long as it runs.
 class BuildProgress {
  public:
-  BuildProgress(ZoCallProgress*& slot, LumaUnicodeString& format, ZoProgress* caller, bool show)
+  BuildProgress(detail::CallProgress*& slot, LumaUnicodeString& format, ZoProgress* caller, bool show)
       : m_progress(caller, show), m_slot(slot) {
     // The range is left to the caller: an analysis that builds a temporary
     // file gives the build its own slice of the run.
@@ -39,11 +40,11 @@ class BuildProgress {
     m_slot = &m_progress;
   }
   ~BuildProgress() { m_slot = nullptr; }
-  ZoCallProgress& get() { return m_progress; }
+  detail::CallProgress& get() { return m_progress; }
 
  private:
-  ZoCallProgress m_progress;
-  ZoCallProgress*& m_slot;
+  detail::CallProgress m_progress;
+  detail::CallProgress*& m_slot;
 };
 
 }  // namespace
@@ -246,13 +247,8 @@ struct BinaryRowSink {
 int ZoWeightsUtilities::WriteBinaryRows(std::FILE* file, std::FILE* flags, ZoRecordset* records,
                                         const ZoPatternsInformation& info, LumaArray<ZoSWMFileUniqueIndex>& uniqueIndex,
                                         LumaArray<double>& rowSums) {
-  ZoStatisticsUtilities utilities;
-  ZoWeightsRowBuilder rows(utilities);
-  if (!rows.Prepare(records, info)) {
-    AppendErrorText(utilities.GetStrErrorMes());
-    if (rows.FailedId()) AddErrorMessage(rows.FailedId());
-    return 0;
-  }
+  detail::weights::RowBuilder rows;
+  if (!Report(rows.Prepare(records, info))) return 0;
   BinaryRowSink sink{file, flags, rows.Count(), {}};
   return WriteRows(rows, uniqueIndex, rowSums, info.Standardization, sink) ? 1 : 0;
 }
@@ -324,8 +320,7 @@ unsigned char ZoWeightsUtilities::BuildBinary(ZoDatasetVector* dataset, const Lu
     LumaArray<ZoSWMFileUniqueIndex> uniqueIndex;
     ZoRecordsetPtr records = PrepareBuild(dataset, uniqueIdField, path, info, uniqueIndex, flagPath);
     if (!records) return 0;
-    const ZoDistanceMethod method =
-        ZoStatisticsUtilities::ValidateDistanceMethod(info.DistanceMethod, dataset->GetPrjCoordSys());
+    const ZoDistanceMethod method = detail::spatial::EffectiveMethod(info.DistanceMethod, dataset->GetPrjCoordSys());
     const auto n = static_cast<std::int64_t>(uniqueIndex.size());
 
     // Both outputs are built under temporary names beside them, deleted on
@@ -410,8 +405,8 @@ unsigned char ZoWeightsUtilities::BuildWeightsDictionary(std::FILE* file, const 
   });
 }
 
-bool ZoWeightsUtilities::MarkFlagMatrix(std::FILE* file, std::FILE* out, const weightsfile::BinaryLayout& layout,
-                                        ZoCallProgress& progress) {
+bool ZoWeightsUtilities::MarkFlagMatrix(std::FILE* file, std::FILE* out, const detail::weights::BinaryLayout& layout,
+                                        detail::CallProgress& progress) {
   const std::int64_t n = layout.count;
   // N blocks of N zero bytes (a sparse file), then a 1 for every record.
   if (std::fflush(out) != 0 || ftruncate(fileno(out), n * n) != 0) {

@@ -39,6 +39,7 @@
 #include "StatisticsAnalyst/Export.h"
 #include "StatisticsAnalyst/ZoAnalysisFrame.h"
 #include "StatisticsAnalyst/ZoPatternsInformation.h"
+#include "StatisticsAnalyst/ZoWeightRecords.h"
 #include "host/LumaArray.h"
 #include "host/LumaUnicodeString.h"
 
@@ -48,16 +49,13 @@ using LUMA::LumaArray;
 using LUMA::LumaUnicodeString;
 
 class ZoTextFile;
-class ZoWeightsRowBuilder;
-namespace weightsfile {
+namespace detail {
+class CallProgress;
+namespace weights {
+class RowBuilder;
 struct BinaryLayout;
-}
-
-// One feature of a binary weights file: its unique ID and its neighbour count.
-struct ZoSWMFileUniqueIndex {
-  std::int32_t UniqueID = 0;
-  std::int32_t Count = 0;
-};
+}  // namespace weights
+}  // namespace detail
 
 class SA_API ZoWeightsUtilities : public ZoAnalysisFrame {
  public:
@@ -172,14 +170,14 @@ class SA_API ZoWeightsUtilities : public ZoAnalysisFrame {
   template <class Body>
   unsigned char RunReader(Body&& body);
   // Marks the flag matrix `out` from the rows of `file`, whose layout has been read.
-  bool MarkFlagMatrix(std::FILE* file, std::FILE* out, const weightsfile::BinaryLayout& layout,
-                      ZoCallProgress& progress);
+  bool MarkFlagMatrix(std::FILE* file, std::FILE* out, const detail::weights::BinaryLayout& layout,
+                      detail::CallProgress& progress);
   // Writes every row of `rows` through `emit`, with progress and cancellation.
   template <class Emit>
-  bool WriteRows(const ZoWeightsRowBuilder& rows, LumaArray<ZoSWMFileUniqueIndex>& uniqueIndex,
+  bool WriteRows(const detail::weights::RowBuilder& rows, LumaArray<ZoSWMFileUniqueIndex>& uniqueIndex,
                  LumaArray<double>& rowSums, bool standardize, Emit&& emit);
 
-  ZoCallProgress* m_call = nullptr;  // the progress of the build under way
+  detail::CallProgress* m_call = nullptr;  // the progress of the build under way
   LumaUnicodeString m_progressFormat;
 };
 

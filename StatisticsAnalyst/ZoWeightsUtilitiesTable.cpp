@@ -11,7 +11,7 @@
 
 namespace ZOC {
 
-namespace wf = weightsfile;
+namespace wf = detail::weights;
 
 namespace {
 
@@ -36,7 +36,7 @@ const char* AppendRows(wf::WeightsFileReader& reader, ZoDatasetVector* target, Z
   ZoRecordsetPtr table(target->Query(ZoQueryDef()));
   if (!table) return msg::EKa013;
 
-  ZoCallProgress progress(caller, show);
+  detail::CallProgress progress(caller, show);
   LumaUnicodeString format;
   if (progress) {
     progress->SetBothPosRange(0, 100);

@@ -5,9 +5,10 @@
 #include <stdexcept>
 
 #include "StatisticsAnalyst/ZoWeightsUtilities.h"
+#include "StatisticsAnalyst/detail/spatial/Distance.h"
+#include "StatisticsAnalyst/detail/weights/RowBuilder.h"
 #include "StatisticsAnalyst/detail/weights/WeightsFileFormat.h"
 #include "StatisticsAnalyst/detail/weights/WeightsFileReader.h"
-#include "StatisticsAnalyst/detail/weights/WeightsRowBuilder.h"
 #include "host/ZoFile.h"
 #include "host/ZoMessageIds.h"
 #include "host/ZoStringEx.h"
@@ -15,14 +16,14 @@
 
 namespace ZOC {
 
-namespace wf = weightsfile;
+namespace wf = detail::weights;
 
 namespace {
 
 // The progress of the text build, visible to WriteRows while it runs.
 class TextBuildProgress {
  public:
-  TextBuildProgress(ZoCallProgress*& slot, LumaUnicodeString& format, ZoProgress* caller, bool show)
+  TextBuildProgress(detail::CallProgress*& slot, LumaUnicodeString& format, ZoProgress* caller, bool show)
       : m_progress(caller, show), m_slot(slot) {
     if (m_progress) {
       m_progress->SetBothPosRange(0, 100);
@@ -36,8 +37,8 @@ class TextBuildProgress {
   TextBuildProgress& operator=(const TextBuildProgress&) = delete;
 
  private:
-  ZoCallProgress m_progress;
-  ZoCallProgress*& m_slot;
+  detail::CallProgress m_progress;
+  detail::CallProgress*& m_slot;
 };
 
 // Writes the header line, the ID line and, when standardizing, a placeholder
@@ -153,16 +154,10 @@ unsigned char ZoWeightsUtilities::BuildWeightMatrixText(ZoDatasetVector* dataset
     std::string line;
 
     TextBuildProgress progress(m_call, m_progressFormat, m_progress, showProgress != 0);
-    ZoStatisticsUtilities utilities;
-    ZoWeightsRowBuilder rows(utilities);
+    detail::weights::RowBuilder rows;
     ZoPatternsInformation rowsInfo = info;
-    rowsInfo.DistanceMethod =
-        ZoStatisticsUtilities::ValidateDistanceMethod(info.DistanceMethod, dataset->GetPrjCoordSys());
-    if (!rows.Prepare(records.get(), rowsInfo)) {
-      AppendErrorText(utilities.GetStrErrorMes());
-      if (rows.FailedId()) AddErrorMessage(rows.FailedId());
-      return 0;
-    }
+    rowsInfo.DistanceMethod = detail::spatial::EffectiveMethod(info.DistanceMethod, dataset->GetPrjCoordSys());
+    if (!Report(rows.Prepare(records.get(), rowsInfo))) return 0;
     LumaArray<double> rowSums(n, 0.0);
     auto emit = [&](std::int64_t i, const std::vector<std::int64_t>& columns, const std::vector<double>& weights) {
       line.clear();

@@ -34,13 +34,13 @@ int main(int argc, char** argv) {
       if (ZoAggregation::AggregatePoints(points, band, 5, ids) != 1) return 1;
       for (std::int32_t id : ids) clusters = std::max<long>(clusters, id);
     } else if (method == "hdbscan") {
-      clustering::HdbscanResult result;
-      if (clustering::Hdbscan(points, 5, result, nullptr) != clustering::Status::Done) return 1;
+      detail::clustering::HdbscanResult result;
+      if (detail::clustering::Hdbscan(points, 5, result, nullptr) != detail::clustering::Status::Done) return 1;
       clusters = result.clusters;
     } else if (method == "optics") {
-      clustering::OpticsResult result;
-      if (clustering::Optics(points, 5, band, result, nullptr) != clustering::Status::Done) return 1;
-      clustering::ExtractXi(0.05, 5, result);
+      detail::clustering::OpticsResult result;
+      if (detail::clustering::Optics(points, 5, band, result, nullptr) != detail::clustering::Status::Done) return 1;
+      detail::clustering::ExtractXi(0.05, 5, result);
       clusters = result.clusters;
     } else {
       std::fprintf(stderr, "unknown method %s\n", method.c_str());

@@ -10,7 +10,7 @@
 #include <numbers>
 
 #include "StatisticsAnalyst/ZoAnalyzingPatterns.h"
-#include "StatisticsAnalyst/detail/weights/WeightsRowBuilder.h"
+#include "StatisticsAnalyst/detail/weights/RowBuilder.h"
 #include "TestSupport.h"
 
 using namespace ZOC;
@@ -42,14 +42,13 @@ void RunRows(benchmark::State& state, const ZoPatternsInformation& info) {
   const auto raw = satest::RandomPoints(static_cast<std::size_t>(state.range(0)), 1.0, 42);
   std::int64_t stored = 0;
   for (auto _ : state) {
-    ZoStatisticsUtilities utilities;
-    ZoWeightsRowBuilder rows(utilities);
+    ZOC::detail::weights::RowBuilder rows;
     if (!rows.PrepareFromPoints(LumaArray<LumaPoint2D>(raw.begin(), raw.end()), ZoPrjCoordSys(), info))
       state.SkipWithError("prepare failed");
     // Rows in blocks computed in spatial order, as the weights-file writers take them.
-    ZoWeightsRowBuilder::Block block;
+    ZOC::detail::weights::RowBuilder::Block block;
     stored = 0;
-    for (std::int64_t first = 0; first < rows.Count(); first += ZoWeightsRowBuilder::kBlockRows) {
+    for (std::int64_t first = 0; first < rows.Count(); first += ZOC::detail::weights::RowBuilder::kBlockRows) {
       rows.FillBlock(first, block);
       for (std::int64_t k = 0; k < block.Count(); ++k) stored += static_cast<std::int64_t>(block.Size(k));
     }

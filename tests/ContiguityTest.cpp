@@ -13,14 +13,15 @@
 #include <string>
 #include <vector>
 
-#include "StatisticsAnalyst/detail/weights/ZoContiguityGrid.h"
+#include "StatisticsAnalyst/detail/weights/ContiguityGrid.h"
 #include "TestSupport.h"
 #include "host/ZoDataSource.h"
+#include "host/ZoMessageIds.h"
 #include "host/ZoRecordset.h"
 
 using LUMA::LumaArray;
 using LUMA::LumaPoint2D;
-using ZOC::ZoContiguityGrid;
+using ContiguityGrid = ZOC::detail::weights::ContiguityGrid;
 using ZOC::ZoGeometry;
 using Rows = std::vector<std::vector<int>>;
 
@@ -36,12 +37,12 @@ ZoGeometry Ring(std::vector<LumaPoint2D> pts) {
 ZoGeometry Rect(double x0, double y0, double x1, double y1) { return Ring({{x0, y0}, {x1, y0}, {x1, y1}, {x0, y1}}); }
 
 // Both relations as neighbour rows; the grid must build.
-void Contiguity(const std::vector<ZoGeometry>& regions, Rows& rook, Rows& queen, ZoContiguityGrid* keep = nullptr,
+void Contiguity(const std::vector<ZoGeometry>& regions, Rows& rook, Rows& queen, ContiguityGrid* keep = nullptr,
                 double tolerance = 0.0) {
-  ZoContiguityGrid grid;
+  ContiguityGrid grid;
   grid.SetTolerance(tolerance);
-  const char* error = nullptr;
-  ASSERT_TRUE(grid.Build(regions, regions.size(), &error)) << (error ? error : "");
+  const ZOC::detail::Status built = grid.Build(regions, regions.size());
+  ASSERT_TRUE(built) << built.Text().Str();
   rook.assign(regions.size(), {});
   queen.assign(regions.size(), {});
   for (std::size_t i = 0; i < regions.size(); ++i) {
@@ -129,7 +130,7 @@ TEST(Contiguity, AGivenSnappingToleranceClosesDigitizedGaps) {
   const std::vector<ZoGeometry> parcels = {Rect(0, 0, 1000, 1000), Rect(1000.001, 0, 2000, 1000),
                                            Rect(1000.001, 1000.001, 2000, 2000)};
   Rows rook, queen;
-  ZoContiguityGrid grid;
+  ContiguityGrid grid;
   Contiguity(parcels, rook, queen, &grid);
   EXPECT_FALSE(Has(queen, 0, 1));
   EXPECT_NEAR(grid.Tolerance(), 2e-6, 1e-12);
@@ -192,13 +193,13 @@ TEST(Contiguity, JitteredLatticeWithNoisyUnmatchedVertices) {
 
 TEST(Contiguity, SizeValueAndFailures) {
   std::vector<ZoGeometry> regions = {Rect(0, 0, 1, 1), Rect(1, 0, 2, 1)};
-  ZoContiguityGrid grid;
-  const char* error = nullptr;
-  ASSERT_TRUE(grid.Build(regions, 2, &error));
+  ContiguityGrid grid;
+  ASSERT_TRUE(grid.Build(regions, 2));
   EXPECT_DOUBLE_EQ(grid.SizeValue(), std::sqrt(4.0 * 10));  // 10 stored vertices, rings closed
 
-  EXPECT_FALSE(grid.Build(regions, 3, &error));
-  EXPECT_STREQ(error, "EFd059");
+  const ZOC::detail::Status mismatch = grid.Build(regions, 3);
+  EXPECT_FALSE(mismatch);
+  EXPECT_STREQ(mismatch.id(), ZOC::msg::EFd059);
   std::vector<int> out;
   grid.GetContiguityIDs(0, false, out);
   EXPECT_TRUE(out.empty());
@@ -207,7 +208,7 @@ TEST(Contiguity, SizeValueAndFailures) {
   regions.push_back(ZoGeometry::MakePoint({1, 0.5}));
   regions.push_back(ZoGeometry());
   for (int k = 0; k < 100; ++k) regions.push_back(Rect(10 + k, 10, 11 + k, 11));
-  ASSERT_TRUE(grid.Build(regions, regions.size(), &error));
+  ASSERT_TRUE(grid.Build(regions, regions.size()));
   EXPECT_DOUBLE_EQ(grid.SizeValue(), std::sqrt(32.0 * 104));
   for (const std::size_t i : {2u, 3u}) {
     grid.GetContiguityIDs(i, false, out);
@@ -272,7 +273,7 @@ void CheckAgainstGeos(const char* file, std::size_t expectedCount, std::size_t& 
   const std::vector<ZoGeometry> regions = LoadRegions(file);
   ASSERT_EQ(regions.size(), expectedCount) << file;
   Rows rook, queen;
-  ZoContiguityGrid grid;
+  ContiguityGrid grid;
   Contiguity(regions, rook, queen, &grid);
   rookLinks = Links(rook);
   queenLinks = Links(queen);

@@ -53,10 +53,10 @@ ZoClusterInformation Info(int method, int minPoints, double distance = 0.0) {
 }  // namespace
 
 TEST(DensityClustering, PercentileInterpolatesLinearly) {
-  EXPECT_DOUBLE_EQ(clustering::percentile({4, 1, 3, 2}, 50.0), 2.5);
-  EXPECT_DOUBLE_EQ(clustering::percentile({4, 1, 3, 2}, 0.0), 1.0);
-  EXPECT_DOUBLE_EQ(clustering::percentile({4, 1, 3, 2}, 100.0), 4.0);
-  EXPECT_DOUBLE_EQ(clustering::percentile({10, 0, 5}, 25.0), 2.5);
+  EXPECT_DOUBLE_EQ(detail::clustering::percentile({4, 1, 3, 2}, 50.0), 2.5);
+  EXPECT_DOUBLE_EQ(detail::clustering::percentile({4, 1, 3, 2}, 0.0), 1.0);
+  EXPECT_DOUBLE_EQ(detail::clustering::percentile({4, 1, 3, 2}, 100.0), 4.0);
+  EXPECT_DOUBLE_EQ(detail::clustering::percentile({10, 0, 5}, 25.0), 2.5);
 }
 
 // DBSCAN by its definition, over all pairs: the core points, the components
@@ -266,16 +266,16 @@ TEST(DensityClustering, CancellationIsPolledByWorkAndHonouredAtEveryPoll) {
     return std::vector<double>(ids.begin(), ids.end());
   });
   ExpectPolledAndHonoured("HDBSCAN", 3, [&](ZoProgress* progress) -> Values {
-    clustering::HdbscanResult found;
-    if (!clustering::Hdbscan(points, 300, found, progress)) return std::nullopt;
+    detail::clustering::HdbscanResult found;
+    if (!detail::clustering::Hdbscan(points, 300, found, progress)) return std::nullopt;
     std::vector<double> all(found.label.begin(), found.label.end());
     all.insert(all.end(), found.probability.begin(), found.probability.end());
     all.insert(all.end(), found.outlier.begin(), found.outlier.end());
     return all;
   });
   ExpectPolledAndHonoured("OPTICS", 3, [&](ZoProgress* progress) -> Values {
-    clustering::OpticsResult found;
-    if (!clustering::Optics(points, 50, 40.0, found, progress)) return std::nullopt;
+    detail::clustering::OpticsResult found;
+    if (!detail::clustering::Optics(points, 50, 40.0, found, progress)) return std::nullopt;
     std::vector<double> all(found.order.begin(), found.order.end());
     all.insert(all.end(), found.reachability.begin(), found.reachability.end());
     return all;
@@ -285,7 +285,7 @@ TEST(DensityClustering, CancellationIsPolledByWorkAndHonouredAtEveryPoll) {
   std::unique_ptr<ZoKdTreec> tree(utilities.CreateKDTreec(&buffer, points));
   ExpectPolledAndHonoured("k-th distances", 3, [&](ZoProgress* progress) -> Values {
     LumaArray<double> kth;
-    if (!clustering::KthDistances(tree.get(), points, 700, kth, progress)) return std::nullopt;
+    if (!detail::clustering::KthDistances(tree.get(), points, 700, kth, progress)) return std::nullopt;
     return std::vector<double>(kth.begin(), kth.end());
   });
 }
@@ -299,9 +299,9 @@ TEST(DensityClustering, BoruvkaTreeWeighsAsMuchAsPrims) {
     const std::size_t n = p.size();
     for (int minPoints : {2, 5}) {
       std::vector<double> core;
-      ASSERT_TRUE(clustering::CoreDistances(points, minPoints, core));
-      std::vector<clustering::MstEdge> edges;
-      ASSERT_TRUE(clustering::MutualReachabilityMst(points, core, edges, nullptr));
+      ASSERT_TRUE(detail::clustering::CoreDistances(points, minPoints, core));
+      std::vector<detail::clustering::MstEdge> edges;
+      ASSERT_TRUE(detail::clustering::MutualReachabilityMst(points, core, edges, nullptr));
       ASSERT_EQ(edges.size(), n - 1);
       auto mrd = [&](std::size_t a, std::size_t b) { return std::max({core[a], core[b], Dist(p[a], p[b])}); };
       std::vector<double> key(n, std::numeric_limits<double>::infinity());
@@ -366,8 +366,8 @@ TEST(DensityClustering, OpticsMatchesBruteForceOrdering) {
   const std::size_t n = p.size();
   const double eps = 6.0;
   const int minPoints = 4;
-  clustering::OpticsResult found;
-  ASSERT_TRUE(clustering::Optics(LumaArray<LumaPoint2D>(p.begin(), p.end()), minPoints, eps, found, nullptr));
+  detail::clustering::OpticsResult found;
+  ASSERT_TRUE(detail::clustering::Optics(LumaArray<LumaPoint2D>(p.begin(), p.end()), minPoints, eps, found, nullptr));
   const double inf = std::numeric_limits<double>::infinity();
   std::vector<double> core(n, inf), reach(n, inf);
   for (std::size_t i = 0; i < n; ++i) {
@@ -397,7 +397,7 @@ TEST(DensityClustering, OpticsMatchesBruteForceOrdering) {
   for (std::size_t i = 0; i < n; ++i) EXPECT_EQ(found.reachability[i], reach[i]) << i;
 
   // The three clumps stand out in the reachability plot.
-  clustering::ExtractXi(0.05, minPoints, found);
+  detail::clustering::ExtractXi(0.05, minPoints, found);
   EXPECT_GE(found.clusters, 3);
   std::set<int> clumps;
   for (std::size_t i = 120; i < 300; i += 60) clumps.insert(found.label[i + 30]);

@@ -39,7 +39,7 @@ TEST(MatrixToolkit, GaussJordanInverseMatchesEigenAndRefusesWhatCannotBeInverted
   for (unsigned seed : {1u, 2u, 3u}) {
     const Eigen::MatrixXd a = Random(6, 6, seed);
     ZoMatrix m = FromEigen(a), host = FromEigen(a);
-    ASSERT_TRUE(ZOC::regression::InvsMatrix(m));
+    ASSERT_TRUE(ZOC::detail::regression::InvsMatrix(m));
     ASSERT_TRUE(host.InvsMatrix());
     EXPECT_LT((ToEigen(m) - a.inverse()).cwiseAbs().maxCoeff(), 1e-10);
     EXPECT_LT((ToEigen(host) - a.inverse()).cwiseAbs().maxCoeff(), 1e-10);
@@ -48,32 +48,32 @@ TEST(MatrixToolkit, GaussJordanInverseMatchesEigenAndRefusesWhatCannotBeInverted
   Eigen::MatrixXd swap(2, 2);
   swap << 0, 1, 1, 0;
   ZoMatrix m = FromEigen(swap);
-  ASSERT_TRUE(ZOC::regression::InvsMatrix(m));
+  ASSERT_TRUE(ZOC::detail::regression::InvsMatrix(m));
   EXPECT_EQ(ToEigen(m), swap);
   // After the first pivot of [[1, 2], [2, 4]] the remaining element is 0.
   Eigen::MatrixXd singular(2, 2);
   singular << 1, 2, 2, 4;
   m = FromEigen(singular);
-  EXPECT_FALSE(ZOC::regression::InvsMatrix(m));
+  EXPECT_FALSE(ZOC::detail::regression::InvsMatrix(m));
   ZoMatrix host = FromEigen(singular);
   EXPECT_FALSE(host.InvsMatrix());
   EXPECT_EQ(ToEigen(host), singular);
   // The cut-off is on the pivot's size: 1e-21 is singular, 1e-19 is not.
   ZoMatrix tiny(1, 1);
   tiny.PutElement(1e-21, 0, 0);
-  EXPECT_FALSE(ZOC::regression::InvsMatrix(tiny));
+  EXPECT_FALSE(ZOC::detail::regression::InvsMatrix(tiny));
   tiny.PutElement(1e-19, 0, 0);
-  ASSERT_TRUE(ZOC::regression::InvsMatrix(tiny));
+  ASSERT_TRUE(ZOC::detail::regression::InvsMatrix(tiny));
   EXPECT_DOUBLE_EQ(tiny.GetElement(0, 0), 1e19);
   // Non-square matrices are refused untouched; an empty one is its own inverse.
   const Eigen::MatrixXd wide = Random(2, 3, 4);
   m = FromEigen(wide);
-  EXPECT_FALSE(ZOC::regression::InvsMatrix(m));
+  EXPECT_FALSE(ZOC::detail::regression::InvsMatrix(m));
   EXPECT_EQ(ToEigen(m), wide);
   host = FromEigen(wide);
   EXPECT_FALSE(host.InvsMatrix());
   ZoMatrix empty;
-  EXPECT_TRUE(ZOC::regression::InvsMatrix(empty));
+  EXPECT_TRUE(ZOC::detail::regression::InvsMatrix(empty));
 }
 
 TEST(MatrixToolkit, CovarianceAndCorrelationOfRows) {
@@ -81,16 +81,16 @@ TEST(MatrixToolkit, CovarianceAndCorrelationOfRows) {
   const Eigen::MatrixXd d = x.colwise() - x.rowwise().mean();
   const Eigen::MatrixXd expected = d * d.transpose() / 19.0;
   ZoMatrix c, r;
-  ZOC::regression::cov(FromEigen(x), c);
+  ZOC::detail::regression::cov(FromEigen(x), c);
   EXPECT_LT((ToEigen(c) - expected).cwiseAbs().maxCoeff(), 1e-12);
-  ZOC::regression::corroef(FromEigen(x), r);
+  ZOC::detail::regression::corroef(FromEigen(x), r);
   const Eigen::VectorXd s = expected.diagonal().cwiseSqrt();
   EXPECT_LT((ToEigen(r) - expected.cwiseQuotient(s * s.transpose())).cwiseAbs().maxCoeff(), 1e-12);
   // Identical rows correlate exactly 1, rounding clamped.
   Eigen::MatrixXd twin(2, 7);
   twin.row(0) << 0.1, 0.7, 0.3, 1.9, 2.2, 0.4, 0.9;
   twin.row(1) = twin.row(0);
-  ZOC::regression::corroef(FromEigen(twin), r);
+  ZOC::detail::regression::corroef(FromEigen(twin), r);
   EXPECT_EQ(ToEigen(r), Eigen::MatrixXd::Ones(2, 2));
 }
 
@@ -99,7 +99,7 @@ TEST(MatrixToolkit, JacobiEigenvaluesMatchEigenWithTheirOrderAndSignRules) {
   a << 2, 1, 1, 2;  // eigenvalues 3 and 1, vectors (1, 1)/√2 and (1, -1)/√2
   ZoMatrix m = FromEigen(a), vectors;
   LUMA::LumaArray<double> values;
-  ASSERT_TRUE(ZOC::regression::JacobiEigen(m, 1e-12, 100, vectors, values));
+  ASSERT_TRUE(ZOC::detail::regression::JacobiEigen(m, 1e-12, 100, vectors, values));
   ASSERT_EQ(values.size(), 2u);
   EXPECT_NEAR(values[0], 3.0, 1e-12);
   EXPECT_NEAR(values[1], 1.0, 1e-12);
@@ -112,7 +112,7 @@ TEST(MatrixToolkit, JacobiEigenvaluesMatchEigenWithTheirOrderAndSignRules) {
   Eigen::MatrixXd b(2, 2);
   b << 3, 0.5, 0.5, 1;
   m = FromEigen(b);
-  ASSERT_TRUE(ZOC::regression::JacobiEigen(m, 1e-14, 0, vectors, values));
+  ASSERT_TRUE(ZOC::detail::regression::JacobiEigen(m, 1e-14, 0, vectors, values));
   const Eigen::SelfAdjointEigenSolver<Eigen::MatrixXd> solver(b);
   EXPECT_NEAR(values[0], solver.eigenvalues()(1), 1e-12);
   EXPECT_NEAR(values[1], solver.eigenvalues()(0), 1e-12);
@@ -130,14 +130,14 @@ TEST(MatrixToolkit, JacobiEigenvaluesMatchEigenWithTheirOrderAndSignRules) {
   Eigen::MatrixXd c3(3, 3);
   c3 << 2, 0, 1, 0, 5, 0, 1, 0, 2;
   m = FromEigen(c3);
-  ASSERT_TRUE(ZOC::regression::JacobiEigen(m, 1e-13, 0, vectors, values));
+  ASSERT_TRUE(ZOC::detail::regression::JacobiEigen(m, 1e-13, 0, vectors, values));
   const Eigen::VectorXd expected = Eigen::SelfAdjointEigenSolver<Eigen::MatrixXd>(c3).eigenvalues().reverse();
   for (int k = 0; k < 3; ++k) EXPECT_NEAR(values[static_cast<std::size_t>(k)], expected(k), 1e-12) << k;
   EXPECT_EQ(vectors.GetElement(1, 0), 1.0);  // the 5 keeps its unit vector, moved to the front
 
   // A negative limit stops before any rotation: the diagonal, sorted.
   m = FromEigen(b);
-  ASSERT_TRUE(ZOC::regression::JacobiEigen(m, 1e-14, -1, vectors, values));
+  ASSERT_TRUE(ZOC::detail::regression::JacobiEigen(m, 1e-14, -1, vectors, values));
   EXPECT_EQ(values[0], 3.0);
   EXPECT_EQ(values[1], 1.0);
 }
@@ -160,11 +160,11 @@ TEST(MatrixToolkit, SingularValuesAndConditionIndexMatchEigen) {
   for (int j = 0; j < 3; ++j) z.col(j) /= z.col(j).norm();
   const Eigen::VectorXd s = Eigen::JacobiSVD<Eigen::MatrixXd>(z).singularValues();
   double index = 0;
-  ASSERT_TRUE(ZOC::regression::ConditionIndex(weights, FromEigen(a), index));
+  ASSERT_TRUE(ZOC::detail::regression::ConditionIndex(weights, FromEigen(a), index));
   EXPECT_NEAR(index, s(0) / s(2), 1e-10);
   weights.pop_back();
-  EXPECT_FALSE(ZOC::regression::ConditionIndex(weights, FromEigen(a), index));
-  EXPECT_FALSE(ZOC::regression::ConditionIndex({}, FromEigen(a), index));
+  EXPECT_FALSE(ZOC::detail::regression::ConditionIndex(weights, FromEigen(a), index));
+  EXPECT_FALSE(ZOC::detail::regression::ConditionIndex({}, FromEigen(a), index));
 }
 
 }  // namespace

@@ -490,9 +490,9 @@ TEST(GeographicallyWeightedRegression, SearchTrialsGiveTheFullFitsAiccOnEveryPat
   const Sample s = GwrSample(1100, 17);
   auto layer = MakeLayer(s.points, s.columns);
   ZOC::ZoRecordsetPtr records(layer->dataset->Query(ZOC::ZoQueryDef()));
-  ZOC::ZoCallProgress progress(nullptr, false);
-  ZOC::regression::Design design;
-  ASSERT_TRUE(ZOC::regression::ReadDesign(records.get(), "Y", {"X1", "X2"}, progress, design));
+  ZOC::detail::CallProgress progress(nullptr, false);
+  ZOC::detail::regression::Design design;
+  ASSERT_TRUE(ZOC::detail::regression::ReadDesign(records.get(), "Y", {"X1", "X2"}, progress, design));
   std::vector<LUMA::LumaPoint3D> points;
   for (const auto& q : s.points) points.push_back({q.x, q.y, 0.0});
   struct Case {
@@ -507,14 +507,14 @@ TEST(GeographicallyWeightedRegression, SearchTrialsGiveTheFullFitsAiccOnEveryPat
                         {ZOC::GWRGaussian, ZOC::GWRFixed, {0.4, 3.0}},
                         {ZOC::GWRBisquare, ZOC::GWRFixed, {2.5}}};
   for (const Case& c : cases) {
-    ZOC::regression::GwrModel model(design, points, c.kernel, c.type, 1);
+    ZOC::detail::regression::GwrModel model(design, points, c.kernel, c.type, 1);
     ASSERT_TRUE(model.Build(true));
-    ZOC::regression::NeighbourOrder order;
+    ZOC::detail::regression::NeighbourOrder order;
     ASSERT_TRUE(model.SortNeighbours(900, order, {}));
     for (double b : c.bandwidths) {
       SCOPED_TRACE(b);
-      ZOC::regression::GwrFeatures features;
-      ZOC::regression::GwrSummary summary;
+      ZOC::detail::regression::GwrFeatures features;
+      ZOC::detail::regression::GwrSummary summary;
       ASSERT_TRUE(model.Fit(b, features, summary, {}));
       bool cancelled = false;
       ExpectRelative(model.Aicc(b, {}, cancelled), summary.aicc, 1e-10, "trial");

@@ -172,9 +172,9 @@ TEST(WeightsText, HandWorkedFilesTablesAndDumps) {
   ASSERT_FALSE(inverseLines.empty());
   EXPECT_EQ(std::vector<std::string>(inverseLines.begin() + 1, inverseLines.end()), inverse);
   // Row-sum entries are 13 characters whatever the size of the integer part.
-  EXPECT_EQ(weightsfile::RowSumEntry(10.0), "10.000000000 ");
-  EXPECT_EQ(weightsfile::RowSumEntry(123.456), "123.45600000 ");
-  EXPECT_EQ(weightsfile::RowSumEntry(9.99), "9.9900000000 ");
+  EXPECT_EQ(detail::weights::RowSumEntry(10.0), "10.000000000 ");
+  EXPECT_EQ(detail::weights::RowSumEntry(123.456), "123.45600000 ");
+  EXPECT_EQ(detail::weights::RowSumEntry(9.99), "9.9900000000 ");
 
   // Queen contiguity of columbus, up to ten neighbours a row: both forms give
   // the same table, and both dumps print the same lines.

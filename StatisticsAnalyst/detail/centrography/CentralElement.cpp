@@ -15,7 +15,7 @@
 #include "host/ZoRecordset.h"
 #include "host/ZoStringEx.h"
 
-namespace ZOC::centrography {
+namespace ZOC::detail::centrography {
 
 namespace {
 
@@ -41,7 +41,7 @@ double Cost(const LumaArray<LumaPoint2D>& points, const LumaArray<double>& weigh
 
 Status GetCentralElement(const LumaArray<LumaPoint2D>& points, const LumaArray<std::int64_t>& ids,
                          const LumaArray<double>& weights, const LumaArray<double>& selfWeights,
-                         ZoDistanceMethod method, ZoCallProgress* progress, bool reportSteps,
+                         ZoDistanceMethod method, detail::CallProgress* progress, bool reportSteps,
                          LumaArray<std::int64_t>& centralIds) {
   const std::size_t n = points.size();
   if (n == 0 || weights.empty()) return {};
@@ -104,9 +104,9 @@ Status CentralElement(MeasureCall& call) {
   // Distances on geographic data are measured in metres in the group's
   // measuring plane, always Euclidean; the self weights are distances too.
   const ZoPrjCoordSys& cs = call.input->GetPrjCoordSys();
-  const ZoDistanceMethod method = ZoStatisticsUtilities::ValidateDistanceMethod(call.info->DistanceMethod, cs);
+  const ZoDistanceMethod method = spatial::EffectiveMethod(call.info->DistanceMethod, cs);
   MeasuringPlane plane(cs);
-  ZoCallProgress progress(call.callerProgress, call.showProgress);
+  detail::CallProgress progress(call.callerProgress, call.showProgress);
   StartProgress(progress, msg::IMb324);
   const bool grouped = !call.info->CaseField.IsEmpty();
   if (progress && !grouped) progress->SetBothPosRange(0, 40);
@@ -135,4 +135,4 @@ Status CentralElement(MeasureCall& call) {
   return frame.Finish();
 }
 
-}  // namespace ZOC::centrography
+}  // namespace ZOC::detail::centrography

@@ -9,17 +9,16 @@
 #include "StatisticsAnalyst/detail/common/Limits.h"
 #include "host/ZoMessageIds.h"
 
-namespace ZOC::centrography {
+namespace ZOC::detail::centrography {
 
 namespace {
 constexpr double kPi = 3.14159265358979323846;
 }  // namespace
 
 Status GetDirection(const LumaArray<LumaPoint2D>& points, const LumaArray<double>& weights, double factor,
-                    LumaPoint2D& centre, double& axisX, double& axisY, double& angle,
-                    ZoStatisticsUtilities& utilities) {
+                    LumaPoint2D& centre, double& axisX, double& axisY, double& angle) {
   WeightedSpread spread;
-  if (Status status = GetWeightedSpread(points, weights, utilities, spread); !status || spread.empty) return status;
+  if (Status status = GetWeightedSpread(points, weights, spread); !status || spread.empty) return status;
   const LumaPoint2D& mean = spread.mean;
   const double d = spread.xx - spread.yy, r = std::sqrt(d * d + 4.0 * spread.xy * spread.xy), e = 2.0 * spread.xy;
   const double theta = limits::IsZero(e) ? 0.0 : std::atan((d - r) / e);
@@ -51,8 +50,7 @@ Status DirectionalDistribution(MeasureCall& call) {
     if (Status status = plane.Enter(points); !status) return status;
     LumaPoint2D centre;
     double axisX = 0.0, axisY = 0.0, angle = 0.0;
-    if (!GetDirection(points, group.weights, factor, centre, axisX, axisY, angle, *call.utilities))
-      return Status::Fail(msg::ESa072);
+    if (!GetDirection(points, group.weights, factor, centre, axisX, axisY, angle)) return Status::Fail(msg::ESa072);
     // The written angle is the direction of the longer axis, counter-clockwise
     // from east (the 90° added when the rotated y spread is larger makes it
     // so); the fields keep the rotated-x / rotated-y naming. On geographic
@@ -69,4 +67,4 @@ Status DirectionalDistribution(MeasureCall& call) {
                     {"CircleCenterX", "CircleCenterY", "SemiMajorAxis", "SemiMinorAxis", "RotationAngle"}, ellipse);
 }
 
-}  // namespace ZOC::centrography
+}  // namespace ZOC::detail::centrography

@@ -8,7 +8,7 @@
 #include "StatisticsAnalyst/detail/common/Limits.h"
 #include "host/ZoMessageIds.h"
 
-namespace ZOC::centrography {
+namespace ZOC::detail::centrography {
 
 namespace {
 constexpr double kPi = 3.14159265358979323846;
@@ -75,8 +75,7 @@ void AlignWithMeanAxis(std::vector<Orientation>& lines, std::vector<double>& the
 
 }  // namespace
 
-Status GetDirectionalMean(const LumaArray<ZoGeometry>& lines, bool orientationOnly, DirectionalMeanResult& result,
-                          ZoStatisticsUtilities& utilities) {
+Status GetDirectionalMean(const LumaArray<ZoGeometry>& lines, bool orientationOnly, DirectionalMeanResult& result) {
   if (lines.empty()) return Status::Fail(msg::ESa067);
   LumaArray<LumaPoint2D> kept;
   std::vector<double> theta;
@@ -84,7 +83,7 @@ Status GetDirectionalMean(const LumaArray<ZoGeometry>& lines, bool orientationOn
   double length = 0.0;
   for (const ZoGeometry& line : lines) {
     LumaPoint2D point;
-    if (!ZoStatisticsUtilities::GetBaryCenter(&line, point)) return Status::Fail(msg::ESa008);
+    if (!line.GetBaryCenter(point)) return Status::Fail(msg::ESa008);
     const LumaArray<LumaPoint2D>& vertices = line.GetPoints();
     if (vertices.empty()) continue;  // nothing to take a direction from
     // From the very first vertex to the last vertex of the last part.
@@ -108,8 +107,7 @@ Status GetDirectionalMean(const LumaArray<ZoGeometry>& lines, bool orientationOn
   double sinSum = 0.0, cosSum = 0.0;
   for (const double t : theta) sinSum += std::sin(t), cosSum += std::cos(t);
   LumaPoint2D centre;
-  if (!utilities.GetMeanCenter(kept, LumaArray<double>(kept.size(), 1.0), centre))
-    return Status::FromText(utilities.GetStrErrorMes());
+  if (Status s = spatial::MeanCentre(kept, LumaArray<double>(kept.size(), 1.0), centre); !s) return s;
   const double meanLength = length / k;
   const double phi = GetAngle(sinSum, cosSum);
   // Orientations report the bearing reduced by 180° (an orientation lies in
@@ -147,13 +145,13 @@ Status LinearDirectionalMean(MeasureCall& call) {
     own.emplace_back(name, LUMA::FieldDouble);
   if (Status status = ValidateLines(frame); !status) return status;
   if (Status status = frame.CreateFields(none, own); !status) return status;
-  ZoCallProgress progress(call.callerProgress, call.showProgress);
+  detail::CallProgress progress(call.callerProgress, call.showProgress);
   StartProgress(progress, msg::IMb362);
   if (Status status = frame.Open(); !status) return status;
   if (frame.RecordCount() < 1) return Status::Fail(msg::ESa067);
   const auto write = [&](FeatureGroup& group, GroupKind kind) {
     DirectionalMeanResult r;
-    if (Status status = GetDirectionalMean(group.lines, call.info->OrientationOnly, r, *call.utilities); !status)
+    if (Status status = GetDirectionalMean(group.lines, call.info->OrientationOnly, r); !status)
       return status.Then(msg::ESa073);
     if (!std::isfinite(r.backEnd.x) || !std::isfinite(r.backEnd.y) || !std::isfinite(r.frontEnd.x) ||
         !std::isfinite(r.frontEnd.y))
@@ -171,4 +169,4 @@ Status LinearDirectionalMean(MeasureCall& call) {
   return frame.Finish();
 }
 
-}  // namespace ZOC::centrography
+}  // namespace ZOC::detail::centrography

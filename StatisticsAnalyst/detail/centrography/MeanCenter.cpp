@@ -5,9 +5,9 @@
 #include "host/ZoMessageIds.h"
 #include "host/ZoStringEx.h"
 
-namespace ZOC::centrography {
+namespace ZOC::detail::centrography {
 
-void StartProgress(ZoCallProgress& progress, const char* titleId) {
+void StartProgress(detail::CallProgress& progress, const char* titleId) {
   if (!progress) return;
   progress->SetBothPosRange(0, 100);
   progress->SetTitleMessage(ZoStringEx::LoadResString(titleId));
@@ -18,7 +18,7 @@ Status RunCentrePoints(MeasureCall& call, const char* titleId, const char* stepI
   LumaFieldInfos none, alsoNone;
   if (Status status = frame.Validate(); !status) return status;
   if (Status status = frame.CreateFields(none, alsoNone); !status) return status;
-  ZoCallProgress progress(call.callerProgress, call.showProgress);
+  detail::CallProgress progress(call.callerProgress, call.showProgress);
   StartProgress(progress, titleId);
   if (Status status = frame.Open(); !status) return status;
   MeasuringPlane plane(call.input->GetPrjCoordSys());
@@ -44,7 +44,7 @@ Status MeanCenter(MeasureCall& call) {
   return RunCentrePoints(
       call, msg::IMb320, msg::IMb322,
       [&](const LumaArray<LumaPoint2D>& points, const LumaArray<double>& weights, LumaPoint2D& point) {
-        return call.utilities->GetMeanCenter(points, weights, point) ? Status() : Status::Fail(msg::ESa0010);
+        return spatial::MeanCentre(points, weights, point) ? Status() : Status::Fail(msg::ESa0010);
       });
 }
 
@@ -57,4 +57,4 @@ double EllipseFactor(int code) {
   }
 }
 
-}  // namespace ZOC::centrography
+}  // namespace ZOC::detail::centrography

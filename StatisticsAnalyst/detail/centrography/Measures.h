@@ -8,17 +8,20 @@
 #include <cstdint>
 
 #include "StatisticsAnalyst/ZoMeasuringInformation.h"
-#include "StatisticsAnalyst/ZoStatisticsUtilities.h"
 #include "StatisticsAnalyst/detail/common/Status.h"
+#include "StatisticsAnalyst/detail/spatial/Centre.h"
+#include "StatisticsAnalyst/detail/spatial/Distance.h"
 #include "host/LumaArray.h"
 #include "host/LumaPoint.h"
+#include "host/ZoDatasetVector.h"
 #include "host/ZoGeometry.h"
+#include "host/ZoProgress.h"
 
-namespace ZOC {
-class ZoCallProgress;
+namespace ZOC::detail {
+class CallProgress;
 }
 
-namespace ZOC::centrography {
+namespace ZOC::detail::centrography {
 
 using detail::Status;
 
@@ -29,7 +32,6 @@ struct MeasureCall {
   const ZoMeasuringInformation* info = nullptr;
   bool showProgress = false;
   ZoProgress* callerProgress = nullptr;
-  ZoStatisticsUtilities* utilities = nullptr;
 };
 
 // The factor of an ellipse size code: 1, 2 or 3, and 0 for any other code.
@@ -40,7 +42,7 @@ double EllipseFactor(int code);
 // Weiszfeld's iteration from the unweighted mean centre. Empty lists leave
 // `centre` as it was; "ESa019" for lists of different lengths.
 Status GetMedianCenter(const LumaArray<LumaPoint2D>& points, const LumaArray<double>& weights, double relativeTolerance,
-                       LumaPoint2D& centre, int limit, double absoluteTolerance, ZoStatisticsUtilities& utilities);
+                       LumaPoint2D& centre, int limit, double absoluteTolerance);
 // The relative tolerance the median centre uses for a Tolerance setting.
 double MedianTolerance(double tolerance);
 
@@ -57,17 +59,17 @@ struct WeightedSpread {
   double weight = 0.0, xx = 0.0, yy = 0.0, xy = 0.0;
 };
 Status GetWeightedSpread(const LumaArray<LumaPoint2D>& points, const LumaArray<double>& weights,
-                         ZoStatisticsUtilities& utilities, WeightedSpread& spread);
+                         WeightedSpread& spread);
 
 // sqrt((Σw dx² + Σw dy²) / Σw) × factor around the weighted mean centre;
 // failures as GetWeightedSpread.
 Status GetStandardDist(const LumaArray<LumaPoint2D>& points, const LumaArray<double>& weights, double factor,
-                       LumaPoint2D& centre, double& distance, ZoStatisticsUtilities& utilities);
+                       LumaPoint2D& centre, double& distance);
 
 // The standard deviational ellipse: axes along the rotated x and y
 // directions (not sorted by length) and the rotation angle in degrees.
 Status GetDirection(const LumaArray<LumaPoint2D>& points, const LumaArray<double>& weights, double factor,
-                    LumaPoint2D& centre, double& axisX, double& axisY, double& angle, ZoStatisticsUtilities& utilities);
+                    LumaPoint2D& centre, double& axisX, double& axisY, double& angle);
 
 // A bearing in radians, clockwise from north, of the direction (p, q) =
 // (dx, dy), in [0, 2π); exact zeros and q = -1 follow fixed rules.
@@ -84,15 +86,14 @@ struct DirectionalMeanResult {
 };
 // The mean direction of lines (first vertex to last vertex), optionally as
 // orientations. "ESa067" for no lines, "ESa008", "ESa074" when no line has vertices.
-Status GetDirectionalMean(const LumaArray<ZoGeometry>& lines, bool orientationOnly, DirectionalMeanResult& result,
-                          ZoStatisticsUtilities& utilities);
+Status GetDirectionalMean(const LumaArray<ZoGeometry>& lines, bool orientationOnly, DirectionalMeanResult& result);
 
 // The IDs of the elements with the smallest Σ_j≠i d(i, j)·w(j) + s(i)·w(i)
 // (all of them when tied). "ESa019", "ESa018" (weights within ±1e-10 of 0),
 // "IMb030" when the progress object is cancelled.
 Status GetCentralElement(const LumaArray<LumaPoint2D>& points, const LumaArray<std::int64_t>& ids,
                          const LumaArray<double>& weights, const LumaArray<double>& selfWeights,
-                         ZoDistanceMethod method, ZoCallProgress* progress, bool reportSteps,
+                         ZoDistanceMethod method, detail::CallProgress* progress, bool reportSteps,
                          LumaArray<std::int64_t>& centralIds);
 
 // ---- The measures ----
@@ -103,4 +104,4 @@ Status StandardDistance(MeasureCall& call);
 Status DirectionalDistribution(MeasureCall& call);
 Status LinearDirectionalMean(MeasureCall& call);
 
-}  // namespace ZOC::centrography
+}  // namespace ZOC::detail::centrography

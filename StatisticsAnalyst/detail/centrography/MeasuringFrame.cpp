@@ -9,7 +9,7 @@
 #include "host/ZoMessageIds.h"
 #include "host/ZoRecordset.h"
 
-namespace ZOC::centrography {
+namespace ZOC::detail::centrography {
 
 namespace {
 // Weight of a feature whose weight value is not above 0 (or null), and of
@@ -175,7 +175,7 @@ Status MeasuringFrame::AddFeature(FeatureGroup& group, const CollectOptions& col
   if (!m_records->GetGeometry(geometry) || geometry.IsEmpty())
     return Status::Fail(msg::EUc002, {CurrentId()}).Then(singleRecord ? msg::EFd037 : msg::ESa008);
   LumaPoint2D point;
-  if (!ZoStatisticsUtilities::GetBaryCenter(&geometry, point) || !std::isfinite(point.x) || !std::isfinite(point.y))
+  if (!geometry.GetBaryCenter(point) || !std::isfinite(point.x) || !std::isfinite(point.y))
     return Status::Fail(msg::EUc002, {CurrentId()}).Then(msg::ESa008);
   double weight = kUnitWeight, selfWeight = kZeroWeight;
   if (Status status = ReadWeight(m_info.WeightField, kUnitWeight, weight); !status) return status;
@@ -200,7 +200,7 @@ void MeasuringFrame::ReadRawValues() {
     m_records->GetFieldValue(m_info.StatisticsFields[i], m_rawValues[i]);
 }
 
-Status MeasuringFrame::Pass(ZoCallProgress& progress, const char* stepId, const CollectOptions& collect,
+Status MeasuringFrame::Pass(detail::CallProgress& progress, const char* stepId, const CollectOptions& collect,
                             const GroupHandler& handle) {
   const bool grouped = !m_info.CaseField.IsEmpty();
   const std::int64_t n = RecordCount();
@@ -269,4 +269,4 @@ Status MeasuringFrame::Finish() {
   return {};
 }
 
-}  // namespace ZOC::centrography
+}  // namespace ZOC::detail::centrography

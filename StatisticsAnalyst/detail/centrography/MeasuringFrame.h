@@ -8,16 +8,18 @@
 #include <functional>
 #include <vector>
 
-#include "StatisticsAnalyst/ZoAnalysisFrame.h"
 #include "StatisticsAnalyst/ZoMeasuringInformation.h"
-#include "StatisticsAnalyst/ZoStatisticsUtilities.h"
+#include "StatisticsAnalyst/ZoRecordsetPtr.h"
 #include "StatisticsAnalyst/detail/centrography/StatisticsSummaries.h"
+#include "StatisticsAnalyst/detail/common/CallProgress.h"
 #include "StatisticsAnalyst/detail/common/Status.h"
+#include "StatisticsAnalyst/detail/spatial/Centre.h"
+#include "StatisticsAnalyst/detail/spatial/Distance.h"
 #include "host/LumaFieldInfo.h"
 #include "host/LumaVariant.h"
 #include "host/ZoGeometry.h"
 
-namespace ZOC::centrography {
+namespace ZOC::detail::centrography {
 
 using detail::Status;
 using LUMA::LumaFieldInfos;
@@ -82,7 +84,8 @@ class MeasuringFrame {
   // it writes it through Write. Progress: one step per record with the
   // per-record message; cancellation "IMb030".
   using GroupHandler = std::function<Status(FeatureGroup&, GroupKind)>;
-  Status Pass(ZoCallProgress& progress, const char* stepId, const CollectOptions& collect, const GroupHandler& handle);
+  Status Pass(detail::CallProgress& progress, const char* stepId, const CollectOptions& collect,
+              const GroupHandler& handle);
 
   // The statistics values to write for the current group.
   LumaArray<LumaVariant> GroupValues(GroupKind kind, std::int64_t count) const;
@@ -124,7 +127,7 @@ class MeasuringFrame {
 };
 
 // Sets the whole range and the title of a measure's progress, when shown.
-void StartProgress(ZoCallProgress& progress, const char* titleId);
+void StartProgress(detail::CallProgress& progress, const char* titleId);
 
 struct MeasureCall;
 // The flow of the mean and median centres: one point per group, computed
@@ -142,4 +145,4 @@ using RegionFunction = std::function<Status(const FeatureGroup&, ZoGeometry&, st
 Status RunRegions(MeasureCall& call, const char* titleId, const char* stepId, const std::vector<const char*>& ownFields,
                   const RegionFunction& region);
 
-}  // namespace ZOC::centrography
+}  // namespace ZOC::detail::centrography

@@ -6,7 +6,7 @@
 #include "StatisticsAnalyst/detail/common/FeatureData.h"
 #include "host/ZoMessageIds.h"
 
-namespace ZOC::centrography {
+namespace ZOC::detail::centrography {
 
 MeasuringPlane::MeasuringPlane(const ZoPrjCoordSys& cs)
     : m_cs(cs), m_geographic(cs.GetTypeID() == ZoPrjCoordSys::Geographic) {}
@@ -56,4 +56,4 @@ LumaArray<double> RelativeWeights(const LumaArray<double>& weights) {
   return relative;
 }
 
-}  // namespace ZOC::centrography
+}  // namespace ZOC::detail::centrography

@@ -18,7 +18,7 @@
 #include "host/ZoGeometry.h"
 #include "host/ZoPrjCoordSys.h"
 
-namespace ZOC::centrography {
+namespace ZOC::detail::centrography {
 
 using detail::Status;
 
@@ -57,4 +57,4 @@ class MeasuringPlane {
 // 1, so they give the unweighted result to the last bit).
 LumaArray<double> RelativeWeights(const LumaArray<double>& weights);
 
-}  // namespace ZOC::centrography
+}  // namespace ZOC::detail::centrography

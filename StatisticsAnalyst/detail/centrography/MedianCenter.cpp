@@ -8,7 +8,7 @@
 #include "StatisticsAnalyst/detail/common/Limits.h"
 #include "host/ZoMessageIds.h"
 
-namespace ZOC::centrography {
+namespace ZOC::detail::centrography {
 
 namespace {
 constexpr int kIterationLimit = 100;
@@ -19,7 +19,7 @@ constexpr double kDefaultTolerance = 1e-6;
 double MedianTolerance(double tolerance) { return limits::IsZero(tolerance) ? kDefaultTolerance : tolerance; }
 
 Status GetMedianCenter(const LumaArray<LumaPoint2D>& points, const LumaArray<double>& weights, double relativeTolerance,
-                       LumaPoint2D& centre, int limit, double absoluteTolerance, ZoStatisticsUtilities& utilities) {
+                       LumaPoint2D& centre, int limit, double absoluteTolerance) {
   const std::size_t n = points.size();
   if (n == 0 || weights.empty()) return {};
   if (n == 1) {
@@ -29,7 +29,7 @@ Status GetMedianCenter(const LumaArray<LumaPoint2D>& points, const LumaArray<dou
   if (weights.size() != n) return Status::Fail(msg::ESa019);
   // The start ignores the weights: the plain mean of the points.
   LumaPoint2D start;
-  if (!utilities.GetMeanCenter(points, LumaArray<double>(n, 1.0), start)) return Status::Fail(msg::ESa0010);
+  if (!spatial::MeanCentre(points, LumaArray<double>(n, 1.0), start)) return Status::Fail(msg::ESa0010);
   double xmin = points[0].x, xmax = xmin, ymin = points[0].y, ymax = ymin;
   for (const auto& p : points) {
     xmin = std::min(xmin, p.x), xmax = std::max(xmax, p.x);
@@ -76,10 +76,9 @@ Status MedianCenter(MeasureCall& call) {
       call, msg::IMb321, msg::IMb323,
       [&](const LumaArray<LumaPoint2D>& points, const LumaArray<double>& weights, LumaPoint2D& point) {
         // The group's failure stands in for its cause.
-        if (GetMedianCenter(points, weights, tolerance, point, kIterationLimit, kAbsoluteTolerance, *call.utilities))
-          return Status();
+        if (GetMedianCenter(points, weights, tolerance, point, kIterationLimit, kAbsoluteTolerance)) return Status();
         return Status::Fail(msg::ESa017);
       });
 }
 
-}  // namespace ZOC::centrography
+}  // namespace ZOC::detail::centrography

@@ -10,10 +10,10 @@
 #include "StatisticsAnalyst/detail/common/Limits.h"
 #include "host/ZoMessageIds.h"
 
-namespace ZOC::centrography {
+namespace ZOC::detail::centrography {
 
 Status GetWeightedSpread(const LumaArray<LumaPoint2D>& points, const LumaArray<double>& weights,
-                         ZoStatisticsUtilities& utilities, WeightedSpread& spread) {
+                         WeightedSpread& spread) {
   const std::size_t n = points.size();
   spread = WeightedSpread();
   if (n == 0 || weights.empty()) return {};
@@ -21,7 +21,7 @@ Status GetWeightedSpread(const LumaArray<LumaPoint2D>& points, const LumaArray<d
   if (weights.size() != n) return Status::Fail(msg::ESa019);
   spread.weights = RelativeWeights(weights);
   const LumaArray<double>& w = spread.weights;
-  if (!utilities.GetMeanCenter(points, w, spread.mean)) return Status::FromText(utilities.GetStrErrorMes());
+  if (Status s = spatial::MeanCentre(points, w, spread.mean); !s) return s;
   for (std::size_t i = 0; i < n; ++i) {
     const double dx = points[i].x - spread.mean.x, dy = points[i].y - spread.mean.y;
     spread.weight += w[i];
@@ -33,9 +33,9 @@ Status GetWeightedSpread(const LumaArray<LumaPoint2D>& points, const LumaArray<d
 }
 
 Status GetStandardDist(const LumaArray<LumaPoint2D>& points, const LumaArray<double>& weights, double factor,
-                       LumaPoint2D& centre, double& distance, ZoStatisticsUtilities& utilities) {
+                       LumaPoint2D& centre, double& distance) {
   WeightedSpread spread;
-  if (Status status = GetWeightedSpread(points, weights, utilities, spread); !status || spread.empty) return status;
+  if (Status status = GetWeightedSpread(points, weights, spread); !status || spread.empty) return status;
   // Divided by the weight sum itself: no small-sample correction.
   distance = std::sqrt((spread.xx + spread.yy) / spread.weight) * factor;
   centre = spread.mean;
@@ -49,7 +49,7 @@ Status RunRegions(MeasureCall& call, const char* titleId, const char* stepId, co
   for (const char* name : ownFields) own.emplace_back(name, LUMA::FieldDouble);
   if (Status status = frame.Validate(); !status) return status;
   if (Status status = frame.CreateFields(own, none); !status) return status;
-  ZoCallProgress progress(call.callerProgress, call.showProgress);
+  detail::CallProgress progress(call.callerProgress, call.showProgress);
   StartProgress(progress, titleId);
   if (Status status = frame.Open(); !status) return status;
   if (frame.RecordCount() < 3) return Status::Fail(msg::ESa013);
@@ -76,8 +76,7 @@ Status StandardDistance(MeasureCall& call) {
     LumaPoint2D centre;
     double distance = 0.0;
     // The group's failure stands in for its cause.
-    if (!GetStandardDist(points, group.weights, factor, centre, distance, *call.utilities))
-      return Status::Fail(msg::ESa073);
+    if (!GetStandardDist(points, group.weights, factor, centre, distance)) return Status::Fail(msg::ESa073);
     geometry = ZoGeoCircle(centre, distance).ConvertToRegion();
     if (geometry.IsEmpty()) return Status::Fail(msg::ESa015);
     if (Status status = plane.Back(geometry); !status) return status;
@@ -88,4 +87,4 @@ Status StandardDistance(MeasureCall& call) {
   return RunRegions(call, msg::IMb357, msg::IMb358, {"CircleCenterX", "CircleCenterY", "StandardDistance"}, circle);
 }
 
-}  // namespace ZOC::centrography
+}  // namespace ZOC::detail::centrography

@@ -5,7 +5,7 @@
 #include "host/ZoMessageIds.h"
 #include "host/ZoRecordset.h"
 
-namespace ZOC::centrography {
+namespace ZOC::detail::centrography {
 
 const char* StatisticsSuffix(int type) {
   switch (type) {
@@ -112,4 +112,4 @@ void StatisticsSummaries::GetMedian(const LumaArray<LumaVariant>& values, LumaVa
   out = LumaVariant(n % 2 == 1 ? v[n / 2] : (v[n / 2 - 1] + v[n / 2]) / 2.0);
 }
 
-}  // namespace ZOC::centrography
+}  // namespace ZOC::detail::centrography

@@ -13,7 +13,7 @@ namespace ZOC {
 class ZoRecordset;
 }
 
-namespace ZOC::centrography {
+namespace ZOC::detail::centrography {
 
 using LUMA::LumaVariant;
 
@@ -50,4 +50,4 @@ class StatisticsSummaries {
   std::vector<LumaArray<LumaVariant>> m_medians;
 };
 
-}  // namespace ZOC::centrography
+}  // namespace ZOC::detail::centrography

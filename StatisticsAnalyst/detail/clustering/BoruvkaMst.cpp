@@ -12,7 +12,7 @@
 #include "StatisticsAnalyst/detail/clustering/DensityClustering.h"
 #include "host/ZoProgress.h"
 
-namespace ZOC::clustering {
+namespace ZOC::detail::clustering {
 
 namespace {
 
@@ -214,4 +214,4 @@ Status MutualReachabilityMst(const LumaArray<LumaPoint2D>& points, const std::ve
   return tree.Run(edges, progress);
 }
 
-}  // namespace ZOC::clustering
+}  // namespace ZOC::detail::clustering

@@ -2,19 +2,18 @@
 #include <algorithm>
 #include <memory>
 
-#include "StatisticsAnalyst/ZoStatisticsUtilities.h"
 #include "StatisticsAnalyst/detail/clustering/DensityClustering.h"
+#include "StatisticsAnalyst/detail/spatial/NeighbourSearch.h"
 #include "host/ZoAggregation.h"
 #include "host/ZoMessageIds.h"
 #include "host/ZoStringEx.h"
 
-namespace ZOC::clustering {
+namespace ZOC::detail::clustering {
 
 bool DensityRun::AutomaticDistance(const LumaArray<LumaPoint2D>& points, int minPoints, double& distance) {
-  ZoStatisticsUtilities utilities;
   LumaArray<LUMA::LumaPoint3D> buffer;
-  std::unique_ptr<ZoKdTreec> tree(utilities.CreateKDTreec(&buffer, points));
-  if (!tree) {
+  std::unique_ptr<ZoKdTreec> tree;
+  if (!detail::spatial::BuildTree(buffer, points, tree)) {
     AddErrorMessage(msg::ESa032);
     return false;
   }
@@ -74,4 +73,4 @@ unsigned char DensityRun::DBSCAN_Method(ZoRecordset* records, ZoDatasetVector* r
   return WriteResult(records, result, columns) ? 1 : 0;
 }
 
-}  // namespace ZOC::clustering
+}  // namespace ZOC::detail::clustering

@@ -7,6 +7,8 @@
 
 #include "StatisticsAnalyst/ZoAnalysisFrame.h"
 #include "StatisticsAnalyst/ZoClusterInformation.h"
+#include "StatisticsAnalyst/ZoRecordsetPtr.h"
+#include "StatisticsAnalyst/detail/common/CallProgress.h"
 #include "StatisticsAnalyst/detail/common/Status.h"
 #include "host/LumaArray.h"
 #include "host/LumaPoint.h"
@@ -14,7 +16,7 @@
 #include "host/ZoMessageIds.h"
 #include "host/ZoProgress.h"
 
-namespace ZOC::clustering {
+namespace ZOC::detail::clustering {
 
 using LUMA::LumaArray;
 using LUMA::LumaPoint2D;
@@ -164,4 +166,4 @@ class DensityRun : public ZoAnalysisFrame {
   ZoClusterSummary m_summary;
 };
 
-}  // namespace ZOC::clustering
+}  // namespace ZOC::detail::clustering

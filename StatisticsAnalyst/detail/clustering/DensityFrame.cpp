@@ -6,13 +6,13 @@
 #include <new>
 #include <string>
 
-#include "StatisticsAnalyst/ZoStatisticsUtilities.h"
 #include "StatisticsAnalyst/detail/clustering/DensityClustering.h"
+#include "StatisticsAnalyst/detail/spatial/NeighbourSearch.h"
 #include "host/ZoEngineToolkit.h"
 #include "host/ZoMessageIds.h"
 #include "host/ZoStringEx.h"
 
-namespace ZOC::clustering {
+namespace ZOC::detail::clustering {
 
 namespace {
 constexpr double kLargestCoordinate = 1e150;
@@ -37,7 +37,6 @@ Status KthDistances(ZoKdTreec* tree, const LumaArray<LumaPoint2D>& points, int k
   // the others, so slicing leaves every distance as one search finds it.
   const std::size_t n = points.size();
   const std::size_t slice = std::clamp<std::size_t>(kPollWork / static_cast<std::size_t>(k), 64, 16384);
-  ZoStatisticsUtilities utilities;
   distances.assign(n, 0.0);
   LumaArray<LumaPoint2D> part;
   LumaArray<double> found;
@@ -45,7 +44,8 @@ Status KthDistances(ZoKdTreec* tree, const LumaArray<LumaPoint2D>& points, int k
     if (progress && progress->IsCanceled()) return Cancelled();
     const std::size_t end = std::min(n, begin + slice);
     part.assign(points.begin() + static_cast<std::ptrdiff_t>(begin), points.begin() + static_cast<std::ptrdiff_t>(end));
-    if (!utilities.GetDistTolerance(tree, part, k, found, Euclidean) || found.size() != part.size()) return Failed();
+    if (!detail::spatial::KNearestReach(*tree, part, k, Euclidean, found) || found.size() != part.size())
+      return Failed();
     std::copy(found.begin(), found.end(), distances.begin() + static_cast<std::ptrdiff_t>(begin));
   }
   return progress && progress->IsCanceled() ? Cancelled() : Status::Ok();
@@ -69,7 +69,7 @@ unsigned char DensityRun::Run(ZoDatasetVector* source, ZoDatasetVector* result, 
     }
     ZoRecordsetPtr records = QueryOrderedBy(source, kSystemIdField);
     if (!records) return 0;
-    ZoCallProgress progress(m_progress, showProgress);
+    detail::CallProgress progress(m_progress, showProgress);
     if (progress) {
       progress->SetBothPosRange(0, 100);
       progress->SetTitleMessage(ZoStringEx::LoadResString(msg::IMb390));
@@ -106,8 +106,7 @@ bool DensityRun::ReadPoints(ZoRecordset* records, LumaArray<LumaPoint2D>& points
       return false;
     }
     const LumaUnicodeString id(std::to_string(records->GetID()).c_str());
-    if (!records->GetGeometry(geometry) || !ZoStatisticsUtilities::GetBaryCenter(&geometry, p) || !std::isfinite(p.x) ||
-        !std::isfinite(p.y)) {
+    if (!records->GetGeometry(geometry) || !geometry.GetBaryCenter(p) || !std::isfinite(p.x) || !std::isfinite(p.y)) {
       AppendErrorText(ZoStringEx::Format(ZoStringEx::LoadResString(msg::EUc002), {id}));
       AddErrorMessage(msg::ESa008);
       return false;
@@ -121,8 +120,7 @@ bool DensityRun::ReadPoints(ZoRecordset* records, LumaArray<LumaPoint2D>& points
     points.push_back(p);
     m_ids.push_back(records->GetID());
   }
-  if (static_cast<std::int64_t>(points.size()) != n ||
-      !ZoStatisticsUtilities::Forward(points, records->GetDataset()->GetPrjCoordSys())) {
+  if (static_cast<std::int64_t>(points.size()) != n || !records->GetDataset()->GetPrjCoordSys().Forward(points)) {
     AddErrorMessage(msg::ESa008);
     return false;
   }
@@ -179,4 +177,4 @@ bool DensityRun::WriteResult(ZoRecordset* records, ZoDatasetVector* result, std:
   return true;
 }
 
-}  // namespace ZOC::clustering
+}  // namespace ZOC::detail::clustering

@@ -16,12 +16,12 @@
 #include <new>
 #include <numeric>
 
-#include "StatisticsAnalyst/ZoStatisticsUtilities.h"
 #include "StatisticsAnalyst/detail/clustering/DensityClustering.h"
+#include "StatisticsAnalyst/detail/spatial/NeighbourSearch.h"
 #include "host/ZoMessageIds.h"
 #include "host/ZoStringEx.h"
 
-namespace ZOC::clustering {
+namespace ZOC::detail::clustering {
 
 namespace {
 
@@ -196,10 +196,9 @@ Status CoreDistances(const LumaArray<LumaPoint2D>& points, int minPoints, std::v
                      ZoProgress* progress) {
   core.assign(points.size(), 0.0);
   if (minPoints <= 1 || points.empty()) return Status::Ok();
-  ZoStatisticsUtilities utilities;
   LumaArray<LUMA::LumaPoint3D> buffer;
-  std::unique_ptr<ZoKdTreec> tree(utilities.CreateKDTreec(&buffer, points));
-  if (!tree) return Failed();
+  std::unique_ptr<ZoKdTreec> tree;
+  if (!detail::spatial::BuildTree(buffer, points, tree)) return Failed();
   LumaArray<double> distances;
   // The batch search counts the point itself among its k nearest.
   const Status status = KthDistances(tree.get(), points, minPoints, distances, progress);
@@ -247,4 +246,4 @@ unsigned char DensityRun::HDBSCAN_Method(ZoRecordset* records, ZoDatasetVector* 
   return WriteResult(records, result, columns) ? 1 : 0;
 }
 
-}  // namespace ZOC::clustering
+}  // namespace ZOC::detail::clustering

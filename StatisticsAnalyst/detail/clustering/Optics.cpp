@@ -8,12 +8,12 @@
 #include <new>
 #include <queue>
 
-#include "StatisticsAnalyst/ZoStatisticsUtilities.h"
 #include "StatisticsAnalyst/detail/clustering/DensityClustering.h"
+#include "StatisticsAnalyst/detail/spatial/NeighbourSearch.h"
 #include "host/ZoMessageIds.h"
 #include "host/ZoStringEx.h"
 
-namespace ZOC::clustering {
+namespace ZOC::detail::clustering {
 
 namespace {
 
@@ -254,10 +254,9 @@ unsigned char DensityRun::OPTICS_Method(ZoRecordset* records, ZoDatasetVector* r
     distance = InPointUnits(records, distance, unit);
   } else {
     // No limit: the largest distance at which every point is a core point.
-    ZoStatisticsUtilities utilities;
     LumaArray<LUMA::LumaPoint3D> buffer;
-    std::unique_ptr<ZoKdTreec> tree(utilities.CreateKDTreec(&buffer, points));
-    if (!tree) return AddErrorMessage(msg::ESa032), 0;
+    std::unique_ptr<ZoKdTreec> tree;
+    if (!detail::spatial::BuildTree(buffer, points, tree)) return AddErrorMessage(msg::ESa032), 0;
     LumaArray<double> kth;
     const Status searched = KthDistances(tree.get(), points, minPoints, kth, m_bar);
     if (IsCancelled(searched)) return Fail(searched);
@@ -292,4 +291,4 @@ unsigned char DensityRun::OPTICS_Method(ZoRecordset* records, ZoDatasetVector* r
   return WriteResult(records, result, columns) ? 1 : 0;
 }
 
-}  // namespace ZOC::clustering
+}  // namespace ZOC::detail::clustering

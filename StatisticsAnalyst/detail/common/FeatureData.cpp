@@ -5,7 +5,7 @@
 #include <string>
 #include <vector>
 
-#include "StatisticsAnalyst/ZoStatisticsUtilities.h"
+#include "StatisticsAnalyst/detail/probability/Distributions.h"
 #include "host/LumaVariant.h"
 #include "host/ZoGeometry.h"
 #include "host/ZoMessageIds.h"
@@ -18,8 +18,7 @@ LUMA::LumaUnicodeString QlIdText(ZoRecordset* records) { return std::to_string(r
 }  // namespace
 
 bool RecordPoint(ZoRecordset* records, ZoGeometry& geometry, LUMA::LumaPoint2D& point) {
-  return records->GetGeometry(geometry) && !geometry.IsEmpty() &&
-         ZoStatisticsUtilities::GetBaryCenter(&geometry, point);
+  return records->GetGeometry(geometry) && !geometry.IsEmpty() && geometry.GetBaryCenter(point);
 }
 
 Status ReadFeaturePoints(ZoRecordset* records, LUMA::LumaArray<LUMA::LumaPoint2D>& points) {
@@ -159,7 +158,7 @@ double ScaleToUnitRange(LUMA::LumaArray<LUMA::LumaPoint2D>& points) {
 }
 
 double ClampedPvalue(double z) {
-  const double p = ZoStatisticsUtilities::GetPvalue(z);
+  const double p = probability::NormalTwoSided(z);
   return std::isnan(p) ? p : std::clamp(p, 0.0, 1.0);
 }
 

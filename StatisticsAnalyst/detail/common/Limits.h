@@ -4,7 +4,7 @@
 // place" alike.
 #include <cstdint>
 
-namespace ZOC::limits {
+namespace ZOC::detail::limits {
 
 // A sum, variance or weight strictly inside (-kZero, kZero) counts as zero.
 inline constexpr double kZero = 1e-20;
@@ -17,4 +17,4 @@ inline constexpr double kCoincident = 1e-10;
 // features; larger datasets stream their rows from a weights file.
 inline constexpr std::int64_t kInMemoryFeatures = 10000;
 
-}  // namespace ZOC::limits
+}  // namespace ZOC::detail::limits

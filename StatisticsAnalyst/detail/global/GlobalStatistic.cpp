@@ -2,6 +2,7 @@
 
 #include "StatisticsAnalyst/detail/common/FeatureData.h"
 #include "StatisticsAnalyst/detail/common/Limits.h"
+#include "StatisticsAnalyst/detail/weights/MatrixWeights.h"
 #include "StatisticsAnalyst/detail/weights/WeightsFileRows.h"
 #include "host/ZoMessageIds.h"
 #include "host/ZoStringEx.h"
@@ -24,7 +25,7 @@ KindTexts TextsOf(Kind kind) {
 
 // The statistic stage of a call: its progress and per-feature format.
 struct Stage {
-  ZoCallProgress& progress;
+  detail::CallProgress& progress;
   LumaUnicodeString format;
 
   // Progress of the statistic stage: positions 61-100 of the run.
@@ -60,7 +61,7 @@ Status FeedUnits(const LumaArray<WeightMatrixUnit>& units, std::int64_t n, Sums&
     // per stored weight, never by visiting all n² positions.
     for (; u < units.size() && units[u].Index < (i + 1) * n; ++u) {
       const auto j = static_cast<std::int32_t>(units[u].Index - i * n);
-      const int t = ZoStatisticsUtilities::FindWeightIndex(units, static_cast<int>(j * n + i));
+      const int t = weights::FindUnit(units, static_cast<int>(j * n + i));
       row.columns.push_back(j);
       row.weights.push_back(units[u].Weight);
       row.transposed.push_back(t >= 0 ? units[static_cast<std::size_t>(t)].Weight : 0.0);
@@ -79,10 +80,8 @@ Status InMemory(ZoRecordset* records, const ZoPatternsInformation& info, const K
   if (!status) return status;  // reported alone, as the weights' failures are
   ScaleToUnitRange(values);
   LumaArray<WeightMatrixUnit> units;
-  ZoStatisticsUtilities utilities;
-  utilities.SetProgress(stage.progress.get());
-  if (!utilities.GetSpatialWeight(records, info, units, static_cast<bool>(stage.progress)))
-    return Status::FromText(utilities.GetStrErrorMes());
+  status = weights::BuildWeightList(records, info, stage.progress.get(), static_cast<bool>(stage.progress), units);
+  if (!status) return status;
   stage.Enter(texts);
   if (values.empty() || units.empty()) return Status::Fail(msg::ESa031).Then(texts.summary);
   Sums sums(values);
@@ -171,12 +170,12 @@ Status Streamed(ZoRecordset* records, const ZoPatternsInformation& info, const K
 
 }  // namespace
 
-Status FeedMoran(ZoWeightsFileRows& file, ZoMoranSums& sums, ZoCallProgress& progress) {
+Status FeedMoran(ZoWeightsFileRows& file, ZoMoranSums& sums, detail::CallProgress& progress) {
   Stage stage{progress, progress ? ZoStringEx::LoadResString(msg::IMb329) : LumaUnicodeString()};
   return Feed(file, sums, stage);
 }
 
-Status Run(ZoRecordset* records, const ZoPatternsInformation& info, Kind kind, ZoCallProgress& progress,
+Status Run(ZoRecordset* records, const ZoPatternsInformation& info, Kind kind, detail::CallProgress& progress,
            Exponent& result) {
   const KindTexts texts = TextsOf(kind);
   Stage stage{progress, {}};

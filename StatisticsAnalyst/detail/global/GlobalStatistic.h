@@ -3,7 +3,8 @@
 // memory as sorted units up to limits::kInMemoryFeatures features, or
 // streamed row by row from a binary weights file (a temporary one, or the
 // caller's file for conceptualization 8). Both paths feed the same sums.
-#include "StatisticsAnalyst/ZoAnalysisFrame.h"
+#include "StatisticsAnalyst/ZoRecordsetPtr.h"
+#include "StatisticsAnalyst/detail/common/CallProgress.h"
 #include "StatisticsAnalyst/detail/global/GlobalStatisticSums.h"
 #include "StatisticsAnalyst/detail/weights/WeightsFileRows.h"
 
@@ -17,7 +18,7 @@ enum class Kind { Moran, GeneralG };
 // carries the weights' or the sums' messages; the kind's summary ("ESa041",
 // "ESa035") follows every failure except those of the in-memory weights and,
 // for General G, a negative value found before any weights were made.
-Status Run(ZoRecordset* records, const ZoPatternsInformation& info, Kind kind, ZoCallProgress& progress,
+Status Run(ZoRecordset* records, const ZoPatternsInformation& info, Kind kind, detail::CallProgress& progress,
            Exponent& result);
 
 // The rows of `info`'s weights for a statistic over `records`: the caller's
@@ -29,6 +30,6 @@ Status OpenRows(ZoRecordset* records, const ZoPatternsInformation& info, ZoProgr
 // Every row of `file` into Moran's sums: rows in memory on every core, rows
 // of a file one by one (the same bits either way). Progress shows the
 // statistic's per-feature text.
-Status FeedMoran(ZoWeightsFileRows& file, ZoMoranSums& sums, ZoCallProgress& progress);
+Status FeedMoran(ZoWeightsFileRows& file, ZoMoranSums& sums, detail::CallProgress& progress);
 
 }  // namespace ZOC::detail::global

@@ -17,13 +17,15 @@
 #include <new>
 #include <vector>
 
-#include "StatisticsAnalyst/ZoAnalyzingPatterns.h"
+#include "StatisticsAnalyst/ZoPatternsInformation.h"
 #include "StatisticsAnalyst/detail/common/SparseRow.h"
 #include "StatisticsAnalyst/detail/common/Status.h"
+#include "host/LumaArray.h"
 
 namespace ZOC::detail::global {
 
-using Exponent = ZoAnalyzingPatterns::ZoAnalyzingExponent;
+using Exponent = ZoAnalyzingExponent;
+using LUMA::LumaArray;
 
 // Rows are summed in blocks of kSumBlock features: each block's partial sums
 // start from zero and take its rows in order, and the blocks' partials are

@@ -7,6 +7,8 @@
 
 #include "StatisticsAnalyst/detail/common/FeatureData.h"
 #include "StatisticsAnalyst/detail/global/MinimumAreaRectangle.h"
+#include "StatisticsAnalyst/detail/spatial/Distance.h"
+#include "StatisticsAnalyst/detail/spatial/NeighbourSearch.h"
 #include "host/ZoMessageIds.h"
 #include "host/ZoOpPoints.h"
 #include "host/ZoStringEx.h"
@@ -80,16 +82,15 @@ Status StudyArea(const LumaArray<LumaPoint2D>& c, const ZoPrjCoordSys& cs, doubl
 // afterwards, so the result does not depend on it. Geographic data measures
 // the chord on the ellipsoid between the original positions.
 Status NearestDistances(const LumaArray<LumaPoint2D>& centroids, const ZoPrjCoordSys& cs, ZoDistanceMethod method,
-                        ZoCallProgress& progress, std::vector<double>& nearest) {
+                        detail::CallProgress& progress, std::vector<double>& nearest) {
   LumaArray<LumaPoint2D> projected = centroids;
-  if (!ZoStatisticsUtilities::Forward(projected, cs)) return Status::Fail(msg::ESa060);
+  if (!cs.Forward(projected)) return Status::Fail(msg::ESa060);
   const bool geographic = cs.GetTypeID() == ZoPrjCoordSys::Geographic;
   const double a = geographic ? cs.GetSemiMajorAxis() : 0.0;
   const double f = geographic ? cs.GetFlattening() : 0.0;
-  ZoStatisticsUtilities utilities;
   LumaArray<LumaPoint3D> buffer;
-  std::unique_ptr<ZoKdTree> tree(utilities.CreateKDTree(&buffer, projected));
-  if (!tree) return Status::FromText(utilities.GetStrErrorMes());
+  std::unique_ptr<ZoKdTree> tree;
+  if (Status built = spatial::BuildTree(buffer, projected, tree); !built) return built;
 
   LumaUnicodeString format;
   if (progress) {
@@ -126,8 +127,8 @@ Status NearestDistances(const LumaArray<LumaPoint2D>& centroids, const ZoPrjCoor
 
 }  // namespace
 
-Status AverageNearestNeighbour(ZoDatasetVector* dataset, const NearestNeighbourInput& input, ZoCallProgress& progress,
-                               ZoAnalyzingPatterns::ZoAnalyzingExponent& result) {
+Status AverageNearestNeighbour(ZoDatasetVector* dataset, const NearestNeighbourInput& input,
+                               detail::CallProgress& progress, ZoAnalyzingExponent& result) {
   if (!(input.area >= 0.0)) return Status::Fail(msg::ESa051);
   LumaArray<LumaPoint2D> centroids;
   {
@@ -153,7 +154,7 @@ Status AverageNearestNeighbour(ZoDatasetVector* dataset, const NearestNeighbourI
     if (Status status = StudyArea(unwrapped, cs, width, area); !status) return status;
   }
   std::vector<double> nearest;
-  const ZoDistanceMethod method = ZoStatisticsUtilities::ValidateDistanceMethod(input.method, cs);
+  const ZoDistanceMethod method = spatial::EffectiveMethod(input.method, cs);
   if (Status status = NearestDistances(centroids, cs, method, progress, nearest); !status) return status;
   double sum = 0.0;
   for (double d : nearest) sum += d;

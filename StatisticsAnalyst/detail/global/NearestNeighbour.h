@@ -2,8 +2,9 @@
 // Average nearest neighbour: the mean distance from each feature's
 // representative point to its nearest neighbour against the mean expected
 // for a random pattern of as many features in the study area.
-#include "StatisticsAnalyst/ZoAnalysisFrame.h"
-#include "StatisticsAnalyst/ZoAnalyzingPatterns.h"
+#include "StatisticsAnalyst/ZoPatternsInformation.h"
+#include "StatisticsAnalyst/ZoRecordsetPtr.h"
+#include "StatisticsAnalyst/detail/common/CallProgress.h"
 #include "StatisticsAnalyst/detail/common/Status.h"
 
 namespace ZOC::detail::global {
@@ -19,7 +20,7 @@ struct NearestNeighbourInput {
 // AverageNearestNeighbor describes the inputs and the result's slots).
 // Geographic data is unwrapped across the antimeridian for the study area
 // and projected around the points' own centre for the search.
-Status AverageNearestNeighbour(ZoDatasetVector* dataset, const NearestNeighbourInput& input, ZoCallProgress& progress,
-                               ZoAnalyzingPatterns::ZoAnalyzingExponent& result);
+Status AverageNearestNeighbour(ZoDatasetVector* dataset, const NearestNeighbourInput& input,
+                               detail::CallProgress& progress, ZoAnalyzingExponent& result);
 
 }  // namespace ZOC::detail::global

@@ -5,8 +5,11 @@
 #include <new>
 #include <utility>
 
+#include "StatisticsAnalyst/detail/common/Checks.h"
 #include "StatisticsAnalyst/detail/common/FeatureData.h"
 #include "StatisticsAnalyst/detail/common/Limits.h"
+#include "StatisticsAnalyst/detail/weights/AnalysisWeightsFile.h"
+#include "StatisticsAnalyst/detail/weights/MatrixWeights.h"
 #include "StatisticsAnalyst/detail/weights/WeightsFileRows.h"
 #include "host/ZoEngineToolkit.h"
 #include "host/ZoMessageIds.h"
@@ -53,11 +56,7 @@ class Rows {
     if (m_inMemory) {
       ZoPatternsInformation weightsInfo = info;
       weightsInfo.Standardization = standardizes && info.Standardization;
-      ZoStatisticsUtilities utilities;
-      utilities.SetProgress(progress);
-      if (!utilities.GetSpatialWeight(records, weightsInfo, m_units, progress != nullptr))
-        return Status::FromText(utilities.GetStrErrorMes());
-      return Status::Ok();
+      return weights::BuildWeightList(records, weightsInfo, progress, progress != nullptr, m_units);
     }
     const bool callers = info.Conceptualization == SpatialWeightsFile;
     // The rows are raw; they are divided by their row sums when the
@@ -101,20 +100,10 @@ class Rows {
 // records are queried again in that order, and the field is copied too.
 Status OrderByWeightsFile(ZoDatasetVector* source, const ZoPatternsInformation& info, LumaUnicodeString& uniqueField,
                           ZoRecordsetPtr& ordered) {
-  ZoStatisticsUtilities utilities;
-  LumaArray<ZoSWMFileUniqueIndex> index;
-  ZoConceptualizationModel model;
-  unsigned char standardized;
-  LumaArray<double> sums;
-  std::int64_t position;
-  std::FILE* file = utilities.CheckSWMFileValid(source, info.WeightsFilePath, uniqueField, index, model, standardized,
-                                                sums, position);
-  if (!file) return Status::Fail(msg::ESa046);
-  std::fclose(file);
-  ZoQueryDef query;
-  query.m_order = LumaUnicodeString(" Order BY ") + uniqueField;
-  ordered.reset(source->Query(query));
-  return ordered ? Status::Ok() : Status::Fail(msg::EKa013);
+  weights::AnalysisWeightsFile file;
+  if (!weights::OpenForAnalysis(source, info.WeightsFilePath, file)) return Status::Fail(msg::ESa046);
+  uniqueField = file.uniqueIdField;
+  return QueryOrderedBy(source, uniqueField, ordered);
 }
 
 Status CreateFields(ZoDatasetVector* source, ZoDatasetVector* result, const ZoPatternsInformation& info,
@@ -144,7 +133,7 @@ Status ReadInputs(ZoRecordset* records, const ZoPatternsInformation& info, const
 // In-memory rows are computed on every core, a chunk at a time between
 // progress steps; a failure reports the first failing feature, as the
 // sequential loop would.
-Status ComputeRowsParallel(const weights::CsrWeights& csr, std::int64_t n, ZoCallProgress& progress,
+Status ComputeRowsParallel(const weights::CsrWeights& csr, std::int64_t n, detail::CallProgress& progress,
                            const LumaUnicodeString& format, LocalStatistic& statistic) {
   constexpr std::int64_t kChunk = 1 << 16;
   for (std::int64_t first = 0; first < n; first += kChunk) {
@@ -178,7 +167,7 @@ Status ComputeRowsParallel(const weights::CsrWeights& csr, std::int64_t n, ZoCal
   return Status::Ok();
 }
 
-Status ComputeRows(Rows& rows, std::int64_t n, ZoCallProgress& progress, LocalStatistic& statistic) {
+Status ComputeRows(Rows& rows, std::int64_t n, detail::CallProgress& progress, LocalStatistic& statistic) {
   const LumaUnicodeString format = ZoStringEx::LoadResString(statistic.Format());
   if (const weights::CsrWeights* csr = rows.Memory()) {
     Status status = ComputeRowsParallel(*csr, n, progress, format, statistic);
@@ -195,8 +184,8 @@ Status ComputeRows(Rows& rows, std::int64_t n, ZoCallProgress& progress, LocalSt
   return Status::Ok();
 }
 
-Status WriteResult(ZoRecordset* records, ZoDatasetVector* result, const ResultFields& fields, ZoCallProgress& progress,
-                   const LocalStatistic& statistic, std::size_t n) {
+Status WriteResult(ZoRecordset* records, ZoDatasetVector* result, const ResultFields& fields,
+                   detail::CallProgress& progress, const LocalStatistic& statistic, std::size_t n) {
   if (progress) {
     progress->SetBothPosRange(61, 100);
     progress->SetMessage(ZoStringEx::LoadResString(msg::IMb037));
@@ -215,7 +204,7 @@ Status WriteResult(ZoRecordset* records, ZoDatasetVector* result, const ResultFi
 }  // namespace
 
 Status RunLocal(ZoDatasetVector* source, ZoRecordset* records, ZoDatasetVector* result,
-                const ZoPatternsInformation& info, ZoCallProgress& progress, LocalStatistic& statistic) {
+                const ZoPatternsInformation& info, detail::CallProgress& progress, LocalStatistic& statistic) {
   LumaUnicodeString uniqueField;
   ZoRecordsetPtr ordered;
   if (info.Conceptualization == SpatialWeightsFile) {

@@ -9,7 +9,9 @@
 #include <cstdint>
 #include <vector>
 
-#include "StatisticsAnalyst/ZoAnalysisFrame.h"
+#include "StatisticsAnalyst/ZoPatternsInformation.h"
+#include "StatisticsAnalyst/ZoRecordsetPtr.h"
+#include "StatisticsAnalyst/detail/common/CallProgress.h"
 #include "StatisticsAnalyst/detail/common/SparseRow.h"
 #include "StatisticsAnalyst/detail/common/Status.h"
 #include "host/LumaArray.h"
@@ -55,6 +57,6 @@ class LocalStatistic {
 // the caller) into the empty result dataset. Failures carry the steps'
 // messages.
 Status RunLocal(ZoDatasetVector* source, ZoRecordset* records, ZoDatasetVector* result,
-                const ZoPatternsInformation& info, ZoCallProgress& progress, LocalStatistic& statistic);
+                const ZoPatternsInformation& info, detail::CallProgress& progress, LocalStatistic& statistic);
 
 }  // namespace ZOC::detail::local

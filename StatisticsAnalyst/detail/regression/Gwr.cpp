@@ -8,7 +8,7 @@
 
 #include "host/ZoMessageIds.h"
 
-namespace ZOC::regression {
+namespace ZOC::detail::regression {
 
 namespace {
 
@@ -189,4 +189,4 @@ bool GwrModel::ForEachSpan(std::int64_t span, const std::function<void(std::int6
   return !progress || progress(n);
 }
 
-}  // namespace ZOC::regression
+}  // namespace ZOC::detail::regression

@@ -15,7 +15,7 @@
 #include "host/LumaPoint.h"
 #include "host/ZoKdTree.h"
 
-namespace ZOC::regression {
+namespace ZOC::detail::regression {
 
 // Up to this many neighbours the KD tree finds them; beyond, one pass over
 // every feature with a selection is cheaper than the tree's sorted list.
@@ -175,4 +175,4 @@ class GwrModel {
   Eigen::ArrayXd m_xs, m_ys;
 };
 
-}  // namespace ZOC::regression
+}  // namespace ZOC::detail::regression

@@ -9,7 +9,7 @@
 #include "StatisticsAnalyst/detail/regression/Gwr.h"
 #include "host/ZoMessageIds.h"
 
-namespace ZOC::regression {
+namespace ZOC::detail::regression {
 
 namespace {
 
@@ -181,4 +181,4 @@ Status GwrModel::Search(double& best, const std::function<bool(int)>& trial, con
   return bestValue < kInfinity ? Status::Ok() : Status::Fail(msg::EUf011);
 }
 
-}  // namespace ZOC::regression
+}  // namespace ZOC::detail::regression

@@ -2,16 +2,16 @@
 #include <cmath>
 #include <functional>
 
-#include "StatisticsAnalyst/ZoStatisticsUtilities.h"
 #include "StatisticsAnalyst/detail/regression/Gwr.h"
 #include "StatisticsAnalyst/detail/regression/Ols.h"
 #include "StatisticsAnalyst/detail/regression/Run.h"
+#include "StatisticsAnalyst/detail/spatial/Distance.h"
 #include "host/ZoDatasetVector.h"
 #include "host/ZoMessageIds.h"
 #include "host/ZoRecordset.h"
 #include "host/ZoStringEx.h"
 
-namespace ZOC::regression {
+namespace ZOC::detail::regression {
 
 namespace {
 
@@ -32,15 +32,15 @@ Status FeaturePoints(ZoRecordset* records, DesignExtras& extras, std::vector<LUM
                      ZoDistanceMethod& method) {
   const ZoPrjCoordSys& cs = records->GetDataset()->GetPrjCoordSys();
   if (!extras.status) return Status(extras.status).Then(msg::ESa008);
-  if (!ZoStatisticsUtilities::Forward(extras.points, cs)) return Status::Fail(msg::ESa008);
-  method = ZoStatisticsUtilities::ValidateDistanceMethod(method, cs);
+  if (!cs.Forward(extras.points)) return Status::Fail(msg::ESa008);
+  method = spatial::EffectiveMethod(method, cs);
   points.resize(extras.points.size());
   for (std::size_t i = 0; i < extras.points.size(); ++i) points[i] = {extras.points[i].x, extras.points[i].y, 0.0};
   return Status::Ok();
 }
 
 // The bandwidth: the caller's, or the one the search finds.
-Status ChooseBandwidth(const GwrModel& model, const ZoGWRInformation& info, ZoCallProgress& progress,
+Status ChooseBandwidth(const GwrModel& model, const ZoGWRInformation& info, detail::CallProgress& progress,
                        double& bandwidth) {
   bandwidth = info.Bandwidth;
   if (bandwidth != -1.0) return Status::Ok();
@@ -66,8 +66,8 @@ LUMA::LumaFieldInfos ResultFields(const Design& design) {
 }
 
 // The full fit at the chosen bandwidth.
-Status FitAt(const GwrModel& model, double bandwidth, std::int64_t n, ZoCallProgress& progress, GwrFeatures& features,
-             GwrSummary& summary) {
+Status FitAt(const GwrModel& model, double bandwidth, std::int64_t n, detail::CallProgress& progress,
+             GwrFeatures& features, GwrSummary& summary) {
   if (progress) {
     progress->SetBothPosRange(61, 85);
     progress->SetTitleMessage(ZoStringEx::LoadResString(msg::IMf003));
@@ -96,7 +96,7 @@ void Unscale(const DesignScale& scale, std::size_t p, GwrFeatures& features, Gwr
 }  // namespace
 
 Status RunGwr(ZoRecordset* records, ZoDatasetVector* result, const ZoGWRInformation& info, ZoGWRResult& out,
-              ZoCallProgress& progress) {
+              detail::CallProgress& progress) {
   if (!ValidSettings(info, records->GetRecordCount())) return Status::Fail(msg::EUf008);
   Design design;
   DesignExtras extras;
@@ -145,4 +145,4 @@ Status RunGwr(ZoRecordset* records, ZoDatasetVector* result, const ZoGWRInformat
   return Status::Ok();
 }
 
-}  // namespace ZOC::regression
+}  // namespace ZOC::detail::regression

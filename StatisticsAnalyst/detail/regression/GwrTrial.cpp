@@ -8,7 +8,7 @@
 
 #include "StatisticsAnalyst/detail/regression/Gwr.h"
 
-namespace ZOC::regression {
+namespace ZOC::detail::regression {
 
 namespace {
 
@@ -159,4 +159,4 @@ bool GwrModel::ForEachBlock(const std::function<void(std::int64_t, std::int64_t,
   return ForEachSpan(std::clamp<std::int64_t>(kBlockWeights / std::max<std::int64_t>(n, 1), 1, 64), body, progress);
 }
 
-}  // namespace ZOC::regression
+}  // namespace ZOC::detail::regression

@@ -5,7 +5,7 @@
 #include <utility>
 #include <vector>
 
-namespace ZOC::regression {
+namespace ZOC::detail::regression {
 
 namespace {
 
@@ -190,4 +190,4 @@ bool ConditionIndex(const LUMA::LumaArray<double>& weights, const ZoMatrix& x, d
   return true;
 }
 
-}  // namespace ZOC::regression
+}  // namespace ZOC::detail::regression

@@ -5,7 +5,7 @@
 #include "host/LumaArray.h"
 #include "host/ZoMatrix.h"
 
-namespace ZOC::regression {
+namespace ZOC::detail::regression {
 
 // Gauss–Jordan inversion in place with full pivoting. The pivot of step k is
 // the first largest |a(i,j)| over i, j ≥ k (rows outer, columns inner; only
@@ -28,4 +28,4 @@ bool JacobiEigen(ZoMatrix& a, double eps, int limit, ZoMatrix& vectors, LUMA::Lu
 // differs from x's row count.
 bool ConditionIndex(const LUMA::LumaArray<double>& weights, const ZoMatrix& x, double& index);
 
-}  // namespace ZOC::regression
+}  // namespace ZOC::detail::regression

@@ -7,7 +7,7 @@
 #include "StatisticsAnalyst/detail/regression/MatrixToolkit.h"
 #include "host/ZoMessageIds.h"
 
-namespace ZOC::regression {
+namespace ZOC::detail::regression {
 
 namespace {
 
@@ -241,4 +241,4 @@ Status FitOls(Design& design, ZoOLSResult& out, OlsFeatures& features) {
   return status;
 }
 
-}  // namespace ZOC::regression
+}  // namespace ZOC::detail::regression

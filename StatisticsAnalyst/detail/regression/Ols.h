@@ -5,7 +5,7 @@
 #include "StatisticsAnalyst/ZoOLSInformation.h"
 #include "StatisticsAnalyst/detail/regression/Regression.h"
 
-namespace ZOC::regression {
+namespace ZOC::detail::regression {
 
 // Per-feature values of the fit. A standardized residual is NaN where the
 // feature's leverage is 1 (it is written as a null value).
@@ -23,4 +23,4 @@ Status FitOls(Design& design, ZoOLSResult& out, OlsFeatures& features);
 // fields, or a constant one. Call it on a normalized design.
 bool SingularDesign(const Design& design);
 
-}  // namespace ZOC::regression
+}  // namespace ZOC::detail::regression

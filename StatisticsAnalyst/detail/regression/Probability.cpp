@@ -6,7 +6,7 @@
 
 #include "StatisticsAnalyst/detail/regression/Regression.h"
 
-namespace ZOC::regression {
+namespace ZOC::detail::regression {
 
 double TwoSidedT(double t, double df) { return 2.0 * pt(std::fabs(t), df, 0, 0); }
 
@@ -14,4 +14,4 @@ double UpperF(double f, double df1, double df2) { return pf(f, df1, df2, 0, 0); 
 
 double UpperChiSquare(double x, double df) { return pchisq(x, df, 0, 0); }
 
-}  // namespace ZOC::regression
+}  // namespace ZOC::detail::regression

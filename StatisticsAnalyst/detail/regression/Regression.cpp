@@ -8,7 +8,6 @@
 #include <limits>
 #include <string>
 
-#include "StatisticsAnalyst/ZoStatisticsUtilities.h"
 #include "StatisticsAnalyst/detail/regression/MatrixToolkit.h"
 #include "host/ZoDatasetVector.h"
 #include "host/ZoEngineToolkit.h"
@@ -17,7 +16,7 @@
 #include "host/ZoRecordset.h"
 #include "host/ZoStringEx.h"
 
-namespace ZOC::regression {
+namespace ZOC::detail::regression {
 
 namespace {
 
@@ -74,7 +73,7 @@ void ReadPoint(ZoRecordset* records, ZoGeometry& geometry, DesignExtras& out) {
 }  // namespace
 
 Status ReadDesign(ZoRecordset* records, const LumaUnicodeString& dependent,
-                  const LumaArray<LumaUnicodeString>& explanatory, ZoCallProgress& progress, Design& design,
+                  const LumaArray<LumaUnicodeString>& explanatory, detail::CallProgress& progress, Design& design,
                   DesignExtras* extras) {
   const std::int64_t n = records->GetRecordCount();
   const int k = static_cast<int>(explanatory.size());
@@ -188,7 +187,7 @@ void UncentreCovariance(const double* c, int p, const std::vector<double>& means
 }
 
 Status WriteResult(ZoRecordset* records, ZoDatasetVector* result, const std::vector<LumaUnicodeString>& copied,
-                   LUMA::LumaFieldInfos& own, ZoCallProgress& progress, const FillValues& fill) {
+                   LUMA::LumaFieldInfos& own, detail::CallProgress& progress, const FillValues& fill) {
   ZoDatasetVector* source = records->GetDataset();
   LUMA::LumaFieldInfos fields;
   for (const auto& name : copied) {
@@ -222,4 +221,4 @@ Status WriteResult(ZoRecordset* records, ZoDatasetVector* result, const std::vec
   return Status::Ok();
 }
 
-}  // namespace ZOC::regression
+}  // namespace ZOC::detail::regression

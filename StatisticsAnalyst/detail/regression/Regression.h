@@ -6,7 +6,8 @@
 #include <functional>
 #include <vector>
 
-#include "StatisticsAnalyst/ZoAnalysisFrame.h"
+#include "StatisticsAnalyst/ZoRecordsetPtr.h"
+#include "StatisticsAnalyst/detail/common/CallProgress.h"
 #include "StatisticsAnalyst/detail/common/Status.h"
 #include "host/LumaArray.h"
 #include "host/LumaFieldInfo.h"
@@ -14,7 +15,7 @@
 #include "host/LumaUnicodeString.h"
 #include "host/LumaVariant.h"
 
-namespace ZOC::regression {
+namespace ZOC::detail::regression {
 
 using detail::Status;
 
@@ -57,7 +58,7 @@ struct DesignExtras {
 // the extras when `extras` is not null. Null values fail with "EUf003",
 // non-finite ones with "EUf004", a cancellation with "IMb030".
 Status ReadDesign(ZoRecordset* records, const LumaUnicodeString& dependent,
-                  const LumaArray<LumaUnicodeString>& explanatory, ZoCallProgress& progress, Design& design,
+                  const LumaArray<LumaUnicodeString>& explanatory, detail::CallProgress& progress, Design& design,
                   DesignExtras* extras = nullptr);
 
 // Powers of two that bring y and every centred explanatory column to
@@ -103,6 +104,6 @@ double UpperChiSquare(double x, double df);
 using FillValues = std::function<void(std::int64_t, std::vector<LUMA::LumaVariant>&)>;
 // The final names of the own fields are written back into `own`.
 Status WriteResult(ZoRecordset* records, ZoDatasetVector* result, const std::vector<LumaUnicodeString>& copied,
-                   LUMA::LumaFieldInfos& own, ZoCallProgress& progress, const FillValues& fill);
+                   LUMA::LumaFieldInfos& own, detail::CallProgress& progress, const FillValues& fill);
 
-}  // namespace ZOC::regression
+}  // namespace ZOC::detail::regression

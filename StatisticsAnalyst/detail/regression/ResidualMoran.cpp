@@ -13,7 +13,7 @@
 #include "host/ZoQueryDef.h"
 #include "host/ZoRecordset.h"
 
-namespace ZOC::regression {
+namespace ZOC::detail::regression {
 
 namespace {
 
@@ -43,7 +43,7 @@ Status RowOrder(ZoRecordset* records, const LumaUnicodeString& field, const std:
 }  // namespace
 
 Status ResidualMoran(ZoRecordset* records, const ZoPatternsInformation& weights, const std::vector<double>& residual,
-                     DesignExtras& extras, ZoCallProgress& progress, ZoAnalyzingPatterns::ZoAnalyzingExponent& out) {
+                     DesignExtras& extras, detail::CallProgress& progress, ZoAnalyzingExponent& out) {
   // Points read with the model serve the weights built from points.
   const ZoConceptualizationModel model = weights.Conceptualization;
   const bool fromPoints =
@@ -59,10 +59,10 @@ Status ResidualMoran(ZoRecordset* records, const ZoPatternsInformation& weights,
   detail::ScaleToUnitRange(values);
   detail::global::ZoMoranSums sums(values);
   if (Status fed = detail::global::FeedMoran(file, sums, progress); !fed) return fed.Then(msg::ESa041);
-  ZoAnalyzingPatterns::ZoAnalyzingExponent r;
+  ZoAnalyzingExponent r;
   status = sums.Finish(r);
   if (status) out = r;
   return status.Then(msg::ESa041);
 }
 
-}  // namespace ZOC::regression
+}  // namespace ZOC::detail::regression

@@ -3,23 +3,23 @@
 #include <cmath>
 #include <limits>
 
-#include "StatisticsAnalyst/ZoStatisticsUtilities.h"
-#include "StatisticsAnalyst/ZoWeightsUtilities.h"
+#include "StatisticsAnalyst/detail/common/Checks.h"
 #include "StatisticsAnalyst/detail/regression/Gwr.h"
 #include "StatisticsAnalyst/detail/regression/Ols.h"
+#include "StatisticsAnalyst/detail/weights/AnalysisWeightsFile.h"
 #include "host/ZoDatasetVector.h"
 #include "host/ZoMessageIds.h"
 #include "host/ZoRecordset.h"
 #include "host/ZoStringEx.h"
 
-namespace ZOC::regression {
+namespace ZOC::detail::regression {
 
 namespace {
 
 LUMA::LumaVariant Value(double v) { return std::isfinite(v) ? LUMA::LumaVariant(v) : LUMA::LumaVariant(); }
 
 // Starts a stage of the call's progress.
-void Stage(ZoCallProgress& progress, int from, int to, const char* title) {
+void Stage(detail::CallProgress& progress, int from, int to, const char* title) {
   if (!progress) return;
   progress->SetBothPosRange(from, to);
   progress->SetTitleMessage(ZoStringEx::LoadResString(title));
@@ -37,18 +37,12 @@ ZoPatternsInformation MoranWeights(const ZoOLSInformation& info) {
 // is written, and names the weights file's unique-ID field, which the result
 // must then carry.
 Status PrepareMoran(ZoRecordset* records, const ZoOLSInformation& info, LumaUnicodeString& uniqueField) {
-  ZoStatisticsUtilities utilities;
-  if (!utilities.CheckParameterValid(records, MoranWeights(info))) return Status::FromText(utilities.GetStrErrorMes());
+  if (Status s = CheckWeightParameters(records, MoranWeights(info)); !s) return s;
   if (info.MoranWeights.Conceptualization != SpatialWeightsFile) return Status::Ok();
-  LumaArray<ZoSWMFileUniqueIndex> index;
-  ZoConceptualizationModel model;
-  unsigned char standardized;
-  LumaArray<double> sums;
-  std::int64_t position;
-  std::FILE* file = utilities.CheckSWMFileValid(records->GetDataset(), info.MoranWeights.WeightsFilePath, uniqueField,
-                                                index, model, standardized, sums, position);
-  if (!file) return Status::FromText(utilities.GetStrErrorMes(), msg::ESa046);
-  std::fclose(file);
+  weights::AnalysisWeightsFile file;
+  if (Status s = weights::OpenForAnalysis(records->GetDataset(), info.MoranWeights.WeightsFilePath, file); !s)
+    return s.Then(msg::ESa046);
+  uniqueField = file.uniqueIdField;
   return Status::Ok();
 }
 
@@ -66,14 +60,14 @@ std::vector<LumaUnicodeString> CopiedFields(const ZoOLSInformation& info, const 
 // The model's fields must be there before anything is computed: enough
 // features for every statistic to be finite, then the values themselves.
 Status ReadModel(ZoRecordset* records, const LumaUnicodeString& dependent,
-                 const LumaArray<LumaUnicodeString>& explanatory, ZoCallProgress& progress, Design& design,
+                 const LumaArray<LumaUnicodeString>& explanatory, detail::CallProgress& progress, Design& design,
                  DesignExtras* extras) {
   if (records->GetRecordCount() < static_cast<std::int64_t>(explanatory.size()) + 4) return Status::Fail(msg::EUf005);
   return ReadDesign(records, dependent, explanatory, progress, design, extras);
 }
 
 Status RunOls(ZoRecordset* records, ZoDatasetVector* result, const ZoOLSInformation& info, ZoOLSResult& out,
-              ZoCallProgress& progress) {
+              detail::CallProgress& progress) {
   LumaUnicodeString uniqueField;
   Status status = info.ResidualMoran ? PrepareMoran(records, info, uniqueField) : Status::Ok();
   if (!status) return status;
@@ -115,4 +109,4 @@ Status RunOls(ZoRecordset* records, ZoDatasetVector* result, const ZoOLSInformat
   return Status::Ok();
 }
 
-}  // namespace ZOC::regression
+}  // namespace ZOC::detail::regression

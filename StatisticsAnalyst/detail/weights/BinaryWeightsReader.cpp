@@ -5,7 +5,7 @@
 
 #include "host/ZoMessageIds.h"
 
-namespace ZOC::weightsfile {
+namespace ZOC::detail::weights {
 
 namespace {
 
@@ -97,4 +97,4 @@ const char* ReadBinaryRow(std::FILE* file, std::int32_t count, std::int32_t n, s
   return nullptr;
 }
 
-}  // namespace ZOC::weightsfile
+}  // namespace ZOC::detail::weights

@@ -13,10 +13,10 @@
 #include <cstdio>
 #include <vector>
 
-#include "StatisticsAnalyst/ZoWeightsUtilities.h"
+#include "StatisticsAnalyst/ZoWeightRecords.h"
 #include "StatisticsAnalyst/detail/weights/WeightsFileFormat.h"
 
-namespace ZOC::weightsfile {
+namespace ZOC::detail::weights {
 
 // What comes before the rows of a binary weights file.
 struct BinaryLayout {
@@ -56,4 +56,4 @@ const char* ReadBinaryTables(std::FILE* file, BinaryLayout& layout);
 // they are not all there or a row or column index lies outside 0..n−1.
 const char* ReadBinaryRow(std::FILE* file, std::int32_t count, std::int32_t n, std::vector<RowRecord>& records);
 
-}  // namespace ZOC::weightsfile
+}  // namespace ZOC::detail::weights

@@ -44,7 +44,7 @@ bool CsrWeights::AppendRows(const std::vector<RowView>& rows) {
     const RowView& row = rows[static_cast<std::size_t>(r)];
     std::int64_t stored = 0;
     for (std::size_t h = 0; h < row.size; ++h)
-      if (weightsfile::IsStoredWeight(row.weights[h])) {
+      if (weights::IsStoredWeight(row.weights[h])) {
         ++stored;
         weighted = weighted || row.weights[h] != 1.0;
       }
@@ -77,7 +77,7 @@ bool CsrWeights::AppendRows(const std::vector<RowView>& rows) {
     std::size_t at = Begin(row.row);
     double sum = 0.0;
     for (std::size_t h = 0; h < row.size; ++h) {
-      if (!weightsfile::IsStoredWeight(row.weights[h])) continue;
+      if (!weights::IsStoredWeight(row.weights[h])) continue;
       m_columns[at] = static_cast<std::int32_t>(row.columns[h]);
       if (!m_binary) m_weights[at] = row.weights[h];
       ++at;

@@ -10,7 +10,7 @@
 
 #include "host/ZoFile.h"
 
-namespace ZOC::weightsfile {
+namespace ZOC::detail::weights {
 
 static_assert(std::endian::native == std::endian::little || std::endian::native == std::endian::big);
 
@@ -185,4 +185,4 @@ bool ReadRecords(std::FILE* f, std::size_t count, std::vector<RowRecord>& record
   return true;
 }
 
-}  // namespace ZOC::weightsfile
+}  // namespace ZOC::detail::weights

@@ -11,12 +11,13 @@
 #include <vector>
 
 #include "StatisticsAnalyst/ZoWeightsUtilities.h"
+#include "StatisticsAnalyst/detail/common/CallProgress.h"
 #include "StatisticsAnalyst/detail/common/Limits.h"
-#include "StatisticsAnalyst/detail/weights/WeightsRowBuilder.h"
+#include "StatisticsAnalyst/detail/weights/RowBuilder.h"
 #include "host/ZoMessageIds.h"
 #include "host/ZoStringEx.h"
 
-namespace ZOC::weightsfile {
+namespace ZOC::detail::weights {
 
 // The header keys in their fixed order; the text form has all but the last.
 inline constexpr std::array<const char*, 8> kHeaderKeys = {"QUILLARD",        "DATASETNAME",   "DATASETTYPE",
@@ -88,7 +89,7 @@ bool WriteRecords(std::FILE* f, const std::vector<RowRecord>& records);
 // Reads `count` records; false unless all of them could be read.
 bool ReadRecords(std::FILE* f, std::size_t count, std::vector<RowRecord>& records);
 
-}  // namespace ZOC::weightsfile
+}  // namespace ZOC::detail::weights
 
 namespace ZOC {
 
@@ -98,15 +99,16 @@ namespace ZOC {
 // the kept neighbours to `emit(i, columns, weights)`, which returns false
 // when writing fails.
 template <class Emit>
-bool ZoWeightsUtilities::WriteRows(const ZoWeightsRowBuilder& rows, LumaArray<ZoSWMFileUniqueIndex>& uniqueIndex,
-                                   LumaArray<double>& rowSums, bool standardize, Emit&& emit) {
+bool ZoWeightsUtilities::WriteRows(const detail::weights::RowBuilder& rows,
+                                   LumaArray<ZoSWMFileUniqueIndex>& uniqueIndex, LumaArray<double>& rowSums,
+                                   bool standardize, Emit&& emit) {
   // Rows are computed a block at a time in spatial order and written in
   // feature order; a block holds a bounded number of rows.
   const std::int64_t n = rows.Count();
-  ZoWeightsRowBuilder::Block block;
+  detail::weights::RowBuilder::Block block;
   std::vector<std::int64_t> kept;
   std::vector<double> keptWeights;
-  for (std::int64_t first = 0; first < n; first += ZoWeightsRowBuilder::kBlockRows) {
+  for (std::int64_t first = 0; first < n; first += detail::weights::RowBuilder::kBlockRows) {
     rows.FillBlock(first, block);
     for (std::int64_t k = 0; k < block.Count(); ++k) {
       const std::int64_t i = first + k;
@@ -120,7 +122,7 @@ bool ZoWeightsUtilities::WriteRows(const ZoWeightsRowBuilder& rows, LumaArray<Zo
       const std::int64_t* columns = block.Columns(k);
       const double* weights = block.Weights(k);
       for (std::size_t h = 0; h < block.Size(k); ++h) {
-        if (!weightsfile::IsStoredWeight(weights[h])) continue;
+        if (!detail::weights::IsStoredWeight(weights[h])) continue;
         kept.push_back(columns[h]);
         keptWeights.push_back(weights[h]);
         sum += weights[h];

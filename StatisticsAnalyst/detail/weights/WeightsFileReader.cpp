@@ -10,7 +10,7 @@
 #include "StatisticsAnalyst/detail/weights/BinaryWeightsReader.h"
 #include "host/ZoMessageIds.h"
 
-namespace ZOC::weightsfile {
+namespace ZOC::detail::weights {
 
 namespace {
 
@@ -213,4 +213,4 @@ const char* CheckAllRows(WeightsFileReader& reader) {
   return nullptr;
 }
 
-}  // namespace ZOC::weightsfile
+}  // namespace ZOC::detail::weights

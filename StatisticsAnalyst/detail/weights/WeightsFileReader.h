@@ -21,7 +21,7 @@
 #include "host/ZoMessageIds.h"
 #include "host/ZoTextFile.h"
 
-namespace ZOC::weightsfile {
+namespace ZOC::detail::weights {
 
 // Characters of one row-sum entry of the text form.
 inline constexpr std::size_t kRowSumWidth = 13;
@@ -88,7 +88,7 @@ std::unique_ptr<WeightsFileReader> OpenTextWeights(ZoWeightsUtilities& owner, co
 // so a damaged file is refused before anything is written from it.
 const char* CheckAllRows(WeightsFileReader& reader);
 
-}  // namespace ZOC::weightsfile
+}  // namespace ZOC::detail::weights
 
 namespace ZOC {
 

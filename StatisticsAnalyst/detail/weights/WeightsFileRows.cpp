@@ -5,15 +5,18 @@
 #include <memory>
 #include <new>
 
+#include "StatisticsAnalyst/detail/common/CallProgress.h"
 #include "StatisticsAnalyst/detail/common/Limits.h"
-#include "StatisticsAnalyst/detail/weights/WeightsRowBuilder.h"
+#include "StatisticsAnalyst/detail/spatial/Distance.h"
+#include "StatisticsAnalyst/detail/weights/AnalysisWeightsFile.h"
+#include "StatisticsAnalyst/detail/weights/RowBuilder.h"
 #include "host/ZoMessageIds.h"
 #include "host/ZoStringEx.h"
 
 namespace ZOC {
 
 namespace {
-using limits::IsZero;
+using detail::limits::IsZero;
 }  // namespace
 
 void ZoWeightsFileRows::Fail(const char* id) {
@@ -55,9 +58,8 @@ bool ZoWeightsFileRows::BuildInMemory(ZoRecordset* records, const ZoPatternsInfo
   }
   ZoPatternsInformation rowsInfo = info;
   rowsInfo.DistanceMethod =
-      ZoStatisticsUtilities::ValidateDistanceMethod(info.DistanceMethod, records->GetDataset()->GetPrjCoordSys());
-  ZoStatisticsUtilities utilities;
-  auto rows = std::make_unique<ZoWeightsRowBuilder>(utilities);
+      detail::spatial::EffectiveMethod(info.DistanceMethod, records->GetDataset()->GetPrjCoordSys());
+  auto rows = std::make_unique<detail::weights::RowBuilder>();
   const bool contiguity =
       info.Conceptualization == ContiguityEdgesOnly || info.Conceptualization == ContiguityEdgesCorners;
   if (given && !contiguity && !given->status) {
@@ -65,13 +67,12 @@ bool ZoWeightsFileRows::BuildInMemory(ZoRecordset* records, const ZoPatternsInfo
     Fail(msg::ESa008);
     return false;
   }
-  const bool prepared =
+  const detail::Status prepared =
       given && !contiguity
           ? rows->PrepareFromPoints(std::move(given->points), records->GetDataset()->GetPrjCoordSys(), rowsInfo)
           : rows->Prepare(records, rowsInfo);
   if (!prepared) {
-    m_error += utilities.GetStrErrorMes();
-    if (rows->FailedId()) Fail(rows->FailedId());
+    m_error += prepared.Text();
     return false;
   }
   if (!m_csr.Start(rows->Count(), budget) || !FillInMemory(*rows, progress)) return false;
@@ -87,8 +88,8 @@ bool ZoWeightsFileRows::BuildInMemory(ZoRecordset* records, const ZoPatternsInfo
   return true;
 }
 
-bool ZoWeightsFileRows::FillInMemory(const ZoWeightsRowBuilder& rows, ZoProgress* progress) {
-  ZoCallProgress call(progress, progress != nullptr);
+bool ZoWeightsFileRows::FillInMemory(const detail::weights::RowBuilder& rows, ZoProgress* progress) {
+  detail::CallProgress call(progress, progress != nullptr);
   LumaUnicodeString format;
   if (call) {
     call->SetTitleMessage(ZoStringEx::LoadResString(msg::IMb330));
@@ -96,9 +97,9 @@ bool ZoWeightsFileRows::FillInMemory(const ZoWeightsRowBuilder& rows, ZoProgress
   }
   // Rows are computed a block at a time along the spatial order and kept
   // where they fall; progress and cancellation are polled once a block.
-  ZoWeightsRowBuilder::Block block;
+  detail::weights::RowBuilder::Block block;
   std::vector<detail::weights::CsrWeights::RowView> views;
-  for (std::int64_t first = 0; first < rows.Count(); first += ZoWeightsRowBuilder::kBlockRows) {
+  for (std::int64_t first = 0; first < rows.Count(); first += detail::weights::RowBuilder::kBlockRows) {
     if (call && !call.Step(format, first, rows.Count())) {
       m_csr.Release();
       Fail(msg::IMb030);
@@ -117,21 +118,23 @@ bool ZoWeightsFileRows::Open(ZoDatasetVector* dataset, const LumaUnicodeString& 
   Close();
   m_normalize = normalize;
   m_transposed = transposed;
-  ZoConceptualizationModel model = InverseDistance;
-  unsigned char standardized = 0;
-  std::int64_t position = 0;
-  m_file = m_utilities.CheckSWMFileValid(dataset, path, m_field, m_index, model, standardized, m_normalizers, position);
-  if (!m_file) {
-    m_error += m_utilities.GetStrErrorMes();
+  detail::weights::AnalysisWeightsFile opened;
+  if (const detail::Status s = detail::weights::OpenForAnalysis(dataset, path, opened); !s) {
+    m_error += s.Text();
     return false;
   }
+  m_field = opened.uniqueIdField;
+  m_index = std::move(opened.index);
+  m_normalizers = std::move(opened.rowSums);
+  const ZoConceptualizationModel model = opened.model;
+  const std::int64_t position = opened.position;
+  m_file = opened.file.release();
   // Relationships built from distances or shared boundaries are symmetric;
   // K nearest and anything unknown are not assumed to be.
   m_symmetric = model >= InverseDistance && model <= ContiguityEdgesCorners;
   if (m_symmetric || !m_transposed) return true;
   try {
     if (!Transpose(position)) {
-      m_error += m_utilities.GetStrErrorMes();
       Fail(msg::ESa026);
       return false;
     }
@@ -151,10 +154,14 @@ bool ZoWeightsFileRows::ReadAllRows(std::int64_t position, const std::function<b
   if (fseeko(m_file, static_cast<off_t>(position), SEEK_SET) != 0) return false;
   const std::int64_t n = Count();
   for (std::int64_t r = 0; r < n; ++r)
-    if (!m_utilities.ReadWeightMatrixBinarySparse(m_file, m_index[static_cast<std::size_t>(r)].Count,
-                                                  static_cast<int>(n), m_readColumns, m_readWeights) ||
-        !take(r))
+    if (const detail::Status s = detail::weights::ReadSparseRow(m_file, m_index[static_cast<std::size_t>(r)].Count,
+                                                                static_cast<int>(n), m_readColumns, m_readWeights);
+        !s) {
+      m_error += s.Text();
       return false;
+    } else if (!take(r)) {
+      return false;
+    }
   return true;
 }
 
@@ -219,11 +226,13 @@ bool ZoWeightsFileRows::Next(std::int64_t i, ZoSparseRow& row) {
     m_csr.Row(i, row);
     return true;
   }
-  if (!m_file || i < 0 || i >= n ||
-      !m_utilities.ReadWeightMatrixBinarySparse(m_file, m_index[static_cast<std::size_t>(i)].Count, static_cast<int>(n),
-                                                m_readColumns, m_readWeights)) {
-    m_error += m_utilities.GetStrErrorMes();
-    Fail(msg::ESa026);
+  detail::Status read = !m_file || i < 0 || i >= n
+                            ? detail::Status::Fail(msg::ESa026)
+                            : detail::weights::ReadSparseRow(m_file, m_index[static_cast<std::size_t>(i)].Count,
+                                                             static_cast<int>(n), m_readColumns, m_readWeights);
+  if (!read) {
+    if (read.id() != msg::ESa026) read.Then(msg::ESa026);
+    m_error += read.Text();
     return false;
   }
   row.columns.assign(m_readColumns.begin(), m_readColumns.end());

@@ -18,7 +18,6 @@
 #include <functional>
 #include <vector>
 
-#include "StatisticsAnalyst/ZoStatisticsUtilities.h"
 #include "StatisticsAnalyst/ZoWeightsUtilities.h"
 #include "StatisticsAnalyst/detail/common/SparseRow.h"
 #include "StatisticsAnalyst/detail/common/Status.h"
@@ -27,7 +26,9 @@
 
 namespace ZOC {
 
-class ZoWeightsRowBuilder;
+namespace detail::weights {
+class RowBuilder;
+}
 
 class ZoWeightsFileRows {
  public:
@@ -85,10 +86,9 @@ class ZoWeightsFileRows {
   bool Transpose(std::int64_t position);
   // Every row of `rows` into the in-memory weights; false when cancelled or
   // over the budget.
-  bool FillInMemory(const ZoWeightsRowBuilder& rows, ZoProgress* progress);
+  bool FillInMemory(const detail::weights::RowBuilder& rows, ZoProgress* progress);
   double Normalized(double raw, std::int64_t row) const;
 
-  ZoStatisticsUtilities m_utilities;
   ZoTempFileGuard m_temporary;
   std::FILE* m_file = nullptr;
   LumaUnicodeString m_field;

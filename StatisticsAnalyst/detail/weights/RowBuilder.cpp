@@ -1,4 +1,4 @@
-#include "StatisticsAnalyst/detail/weights/WeightsRowBuilder.h"
+#include "StatisticsAnalyst/detail/weights/RowBuilder.h"
 
 #include <algorithm>
 #include <cmath>
@@ -7,10 +7,13 @@
 #include <numeric>
 
 #include <omp.h>
+#include "StatisticsAnalyst/detail/common/FeatureData.h"
 #include "StatisticsAnalyst/detail/common/Limits.h"
+#include "StatisticsAnalyst/detail/spatial/Distance.h"
+#include "StatisticsAnalyst/detail/spatial/NeighbourSearch.h"
 #include "host/ZoMessageIds.h"
 
-namespace ZOC {
+namespace ZOC::detail::weights {
 
 namespace {
 
@@ -36,57 +39,52 @@ void SortByColumn(std::vector<std::int64_t>& columns, std::vector<double>& weigh
 
 }  // namespace
 
-bool ZoWeightsRowBuilder::Prepare(ZoRecordset* records, const ZoPatternsInformation& info) {
+Status RowBuilder::Prepare(ZoRecordset* records, const ZoPatternsInformation& info) {
   m_info = info;
   m_count = records->GetRecordCount();
   try {
     if (info.Conceptualization == ContiguityEdgesOnly || info.Conceptualization == ContiguityEdgesCorners) {
       m_grid.SetTolerance(info.SnapTolerance);
-      return m_utilities.BuildContiguityGird(records, m_grid);  // adds its own message
+      return m_grid.Build(records);
     }
     LumaArray<LumaPoint2D> points;
-    if (!m_utilities.PickUpBaryCenters(records, points)) {
-      m_failedId = msg::ESa008;
-      return false;
-    }
+    // A feature without a usable geometry is named before the summary.
+    Status read = ReadFeaturePoints(records, points);
+    if (!read) return read.Then(msg::ESa008);
+    if (static_cast<std::int64_t>(points.size()) != m_count) return Status::Fail(msg::ESa008);
     return PrepareFromPoints(std::move(points), records->GetDataset()->GetPrjCoordSys(), info);
   } catch (const std::bad_alloc&) {
-    m_failedId = msg::EUb002;
-    return false;
+    return Status::Fail(msg::EUb002);
   }
 }
 
-bool ZoWeightsRowBuilder::PrepareFromPoints(LumaArray<LumaPoint2D> points, const ZoPrjCoordSys& cs,
-                                            const ZoPatternsInformation& info) {
+Status RowBuilder::PrepareFromPoints(LumaArray<LumaPoint2D> points, const ZoPrjCoordSys& cs,
+                                     const ZoPatternsInformation& info) {
   m_info = info;
   m_count = static_cast<std::int64_t>(points.size());
   m_points = std::move(points);
-  if (!ZoStatisticsUtilities::Forward(m_points, cs)) {
-    m_failedId = msg::ESa060;
-    return false;
-  }
-  m_method = ZoStatisticsUtilities::ValidateDistanceMethod(info.DistanceMethod, cs);
+  if (!cs.Forward(m_points)) return Status::Fail(msg::ESa060);
+  m_method = spatial::EffectiveMethod(info.DistanceMethod, cs);
   return PrepareSearch();
 }
 
-bool ZoWeightsRowBuilder::PrepareSearch() {
-  m_tree.reset(m_utilities.CreateKDTree(&m_buffer, m_points));
-  if (!m_tree) return false;  // the utilities already hold "ESa032"
+Status RowBuilder::PrepareSearch() {
+  if (Status built = spatial::BuildTree(m_buffer, m_points, m_tree); !built) return built;
   // Queries in the tree's own leaf order read its points and nodes from cache.
-  if (!m_tree->GetSpatialOrder(m_order)) return false;
+  if (!m_tree->GetSpatialOrder(m_order)) return Status::Fail(msg::ESa032);
   if (m_info.Conceptualization != KNearestNeighbors)
-    m_band = m_utilities.CalculateTolerance(m_tree.get(), m_points, m_info.DistanceTolerance, m_method);
-  return true;
+    return spatial::DistanceBand(m_tree.get(), m_points, m_info.DistanceTolerance, m_method, m_band);
+  return Status::Ok();
 }
 
-void ZoWeightsRowBuilder::Row(std::int64_t i, std::vector<std::int64_t>& columns, std::vector<double>& weights) const {
+void RowBuilder::Row(std::int64_t i, std::vector<std::int64_t>& columns, std::vector<double>& weights) const {
   Scratch s;
   RowInto(i, s);
   columns.swap(s.columns);
   weights.swap(s.weights);
 }
 
-void ZoWeightsRowBuilder::RowInto(std::int64_t i, Scratch& s) const {
+void RowBuilder::RowInto(std::int64_t i, Scratch& s) const {
   s.columns.clear();
   s.weights.clear();
   switch (m_info.Conceptualization) {
@@ -96,8 +94,8 @@ void ZoWeightsRowBuilder::RowInto(std::int64_t i, Scratch& s) const {
     case ZoneOfIndifference: ZoneRow(i, s); break;
     case ContiguityEdgesOnly:
     case ContiguityEdgesCorners: {
-      LumaArray<std::int64_t> ids;
-      ZoStatisticsUtilities::GetContiguityIDs(m_grid, i, m_info.Conceptualization == ContiguityEdgesOnly, ids);
+      std::vector<int> ids;
+      m_grid.GetContiguityIDs(static_cast<std::size_t>(i), m_info.Conceptualization == ContiguityEdgesOnly, ids);
       s.columns.assign(ids.begin(), ids.end());
       s.weights.assign(ids.size(), 1.0);
       break;
@@ -108,7 +106,7 @@ void ZoWeightsRowBuilder::RowInto(std::int64_t i, Scratch& s) const {
   SortByColumn(s.columns, s.weights, s.sorted);
 }
 
-void ZoWeightsRowBuilder::StartBlock(std::int64_t first, std::int64_t count, Block& block) const {
+void RowBuilder::StartBlock(std::int64_t first, std::int64_t count, Block& block) const {
   block.m_first = first;
   block.m_features = nullptr;
   block.m_spans.assign(static_cast<std::size_t>(count), {});
@@ -118,13 +116,13 @@ void ZoWeightsRowBuilder::StartBlock(std::int64_t first, std::int64_t count, Blo
   for (std::size_t t = 0; t < parts; ++t) block.m_columns[t].clear(), block.m_weights[t].clear();
 }
 
-void ZoWeightsRowBuilder::Keep(Block& block, std::size_t part, std::int64_t k, const Scratch& s) {
+void RowBuilder::Keep(Block& block, std::size_t part, std::int64_t k, const Scratch& s) {
   block.m_spans[static_cast<std::size_t>(k)] = {part, block.m_columns[part].size(), s.columns.size()};
   block.m_columns[part].insert(block.m_columns[part].end(), s.columns.begin(), s.columns.end());
   block.m_weights[part].insert(block.m_weights[part].end(), s.weights.begin(), s.weights.end());
 }
 
-void ZoWeightsRowBuilder::FillBlock(std::int64_t first, Block& block) const {
+void RowBuilder::FillBlock(std::int64_t first, Block& block) const {
   const std::int64_t count = std::min(kBlockRows, m_count - first);
   StartBlock(first, count, block);
   // Each block keeps the spatial order for its features (one counting pass).
@@ -165,7 +163,7 @@ void ZoWeightsRowBuilder::FillBlock(std::int64_t first, Block& block) const {
   if (outOfMemory) throw std::bad_alloc();
 }
 
-void ZoWeightsRowBuilder::FillSpatialBlock(std::int64_t first, Block& block) const {
+void RowBuilder::FillSpatialBlock(std::int64_t first, Block& block) const {
   if (m_order.empty()) return FillBlock(first, block);
   const std::int64_t count = std::min(kBlockRows, m_count - first);
   StartBlock(first, count, block);
@@ -212,7 +210,7 @@ void ZoWeightsRowBuilder::FillSpatialBlock(std::int64_t first, Block& block) con
   if (failed) throw std::bad_alloc();
 }
 
-void ZoWeightsRowBuilder::DistanceRow(std::int64_t i, Scratch& s) const {
+void RowBuilder::DistanceRow(std::int64_t i, Scratch& s) const {
   std::vector<std::size_t>& idx = s.idx;
   std::vector<double>& dist = s.dist;
   m_tree->SearchKdTreeDis2(To3D(m_points[static_cast<std::size_t>(i)]), m_band, idx, dist, m_method);
@@ -234,9 +232,9 @@ void ZoWeightsRowBuilder::DistanceRow(std::int64_t i, Scratch& s) const {
   }
 }
 
-void ZoWeightsRowBuilder::ZoneRow(std::int64_t i, Scratch& s) const {
+void RowBuilder::ZoneRow(std::int64_t i, Scratch& s) const {
   LumaArray<double> dist;
-  ZoStatisticsUtilities::CalculateDistance(m_points, m_points[static_cast<std::size_t>(i)], m_method, dist);
+  spatial::DistancesTo(m_points, m_points[static_cast<std::size_t>(i)], m_method, dist);
   s.columns.reserve(static_cast<std::size_t>(m_count));
   s.weights.reserve(static_cast<std::size_t>(m_count));
   for (std::int64_t j = 0; j < m_count; ++j) {
@@ -247,7 +245,7 @@ void ZoWeightsRowBuilder::ZoneRow(std::int64_t i, Scratch& s) const {
   }
 }
 
-void ZoWeightsRowBuilder::KNearestRow(std::int64_t i, Scratch& s) const {
+void RowBuilder::KNearestRow(std::int64_t i, Scratch& s) const {
   const std::size_t k = static_cast<std::size_t>(std::max(m_info.KNeighbors, 0));
   // k + 1: the feature itself is among the points, at distance 0.
   const std::size_t found =
@@ -255,8 +253,8 @@ void ZoWeightsRowBuilder::KNearestRow(std::int64_t i, Scratch& s) const {
   KNearestColumns(i, s.idx.data(), s.dist.data(), found, s);
 }
 
-void ZoWeightsRowBuilder::KNearestColumns(std::int64_t i, const std::size_t* idx, const double* dist, std::size_t found,
-                                          Scratch& s) const {
+void RowBuilder::KNearestColumns(std::int64_t i, const std::size_t* idx, const double* dist, std::size_t found,
+                                 Scratch& s) const {
   const std::size_t k = static_cast<std::size_t>(std::max(m_info.KNeighbors, 0));
   bool allCoincident = found >= k;
   for (std::size_t h = 0; h < k && h < found; ++h)
@@ -277,4 +275,4 @@ void ZoWeightsRowBuilder::KNearestColumns(std::int64_t i, const std::size_t* idx
   s.weights.assign(s.columns.size(), 1.0);
 }
 
-}  // namespace ZOC
+}  // namespace ZOC::detail::weights

@@ -1,5 +1,5 @@
 #pragma once
-// ZoWeightsRowBuilder: the spatial weights of a conceptualization, produced
+// RowBuilder: the spatial weights of a conceptualization, produced
 // one row at a time in feature order. The in-memory weights matrix and the
 // weights-file writers both consume these rows, so a row is never held as a
 // dense array of n weights and large datasets stream.
@@ -20,26 +20,35 @@
 #include <mutex>
 #include <vector>
 
-#include "StatisticsAnalyst/ZoStatisticsUtilities.h"
-#include "StatisticsAnalyst/detail/weights/ZoContiguityGrid.h"
+#include "StatisticsAnalyst/ZoPatternsInformation.h"
+#include "StatisticsAnalyst/detail/common/Status.h"
+#include "StatisticsAnalyst/detail/weights/ContiguityGrid.h"
+#include "host/LumaArray.h"
+#include "host/LumaPoint.h"
+#include "host/ZoDatasetVector.h"
+#include "host/ZoKdTree.h"
+#include "host/ZoPrjCoordSys.h"
+#include "host/ZoRecordset.h"
 
-namespace ZOC {
+namespace ZOC::detail::weights {
 
-class ZoWeightsRowBuilder {
+using LUMA::LumaArray;
+using LUMA::LumaPoint2D;
+using LUMA::LumaPoint3D;
+
+class RowBuilder {
  public:
-  // Messages of failures go to `utilities`.
-  explicit ZoWeightsRowBuilder(ZoStatisticsUtilities& utilities) : m_utilities(utilities) {}
-
-  // Reads the records' geometries and prepares the neighbour search.
-  // False when a message identifier is reported through FailedId() (or was
-  // already added to the utilities' message when FailedId() is null).
-  bool Prepare(ZoRecordset* records, const ZoPatternsInformation& info);
+  // Reads the records' geometries and prepares the neighbour search:
+  // "ESa008" after the feature's own message when a geometry cannot be
+  // read, "ESa060" when the points cannot be projected, "ESa032" when the
+  // search tree cannot be built, "EUb002" when memory runs out, and the
+  // contiguity grid's failures.
+  Status Prepare(ZoRecordset* records, const ZoPatternsInformation& info);
   // The same from representative points already collected (not projected).
-  bool PrepareFromPoints(LumaArray<LumaPoint2D> points, const ZoPrjCoordSys& cs, const ZoPatternsInformation& info);
+  Status PrepareFromPoints(LumaArray<LumaPoint2D> points, const ZoPrjCoordSys& cs, const ZoPatternsInformation& info);
 
   std::int64_t Count() const { return m_count; }
   double Band() const { return m_band; }
-  const char* FailedId() const { return m_failedId; }
 
   // Row i: neighbours ascending and their weights. Safe to call from several
   // threads at once with their own output vectors.
@@ -67,7 +76,7 @@ class ZoWeightsRowBuilder {
     }
 
    private:
-    friend class ZoWeightsRowBuilder;
+    friend class RowBuilder;
     // Each thread appends the rows it computed to its own part.
     struct Span {
       std::size_t part = 0, offset = 0, size = 0;
@@ -101,7 +110,7 @@ class ZoWeightsRowBuilder {
     std::vector<double> weights;
     std::vector<std::pair<std::int64_t, double>> sorted;
   };
-  bool PrepareSearch();
+  Status PrepareSearch();
   void RowInto(std::int64_t i, Scratch& s) const;
   void DistanceRow(std::int64_t i, Scratch& s) const;
   void ZoneRow(std::int64_t i, Scratch& s) const;
@@ -113,13 +122,12 @@ class ZoWeightsRowBuilder {
   static void Keep(Block& block, std::size_t part, std::int64_t k, const Scratch& s);
   void StartBlock(std::int64_t first, std::int64_t count, Block& block) const;
 
-  ZoStatisticsUtilities& m_utilities;
   ZoPatternsInformation m_info;
   std::int64_t m_count = 0;
   LumaArray<LumaPoint2D> m_points;
   LumaArray<LumaPoint3D> m_buffer;
   std::unique_ptr<ZoKdTree> m_tree;
-  ZoContiguityGrid m_grid;
+  ContiguityGrid m_grid;
   ZoDistanceMethod m_method = Euclidean;
   double m_band = 0.0;
   // The tree's spatial order, and the same order grouped by block: the
@@ -128,7 +136,6 @@ class ZoWeightsRowBuilder {
   std::vector<std::int64_t> m_order;
   mutable std::vector<std::int64_t> m_blockOrder;
   mutable std::once_flag m_blockOrderOnce;
-  const char* m_failedId = nullptr;
 };
 
-}  // namespace ZOC
+}  // namespace ZOC::detail::weights

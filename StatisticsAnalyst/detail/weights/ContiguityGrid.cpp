@@ -1,4 +1,4 @@
-#include "StatisticsAnalyst/detail/weights/ZoContiguityGrid.h"
+#include "StatisticsAnalyst/detail/weights/ContiguityGrid.h"
 
 #include <algorithm>
 #include <climits>
@@ -6,10 +6,13 @@
 #include <cstdint>
 #include <limits>
 #include <new>
+#include <string>
 #include <utility>
-#include "host/ZoMessageIds.h"
 
-namespace ZOC {
+#include "host/ZoMessageIds.h"
+#include "host/ZoStringEx.h"
+
+namespace ZOC::detail::weights {
 
 namespace {
 
@@ -220,7 +223,7 @@ class PairTester {
     r.touches = !m_nearA.empty() || !m_nearB.empty();
     if (r.touches) {
       const double shared = std::max(SharedLength(a, m_nearA), SharedLength(b, m_nearB));
-      if (shared > ZoContiguityGrid::kRookLengthFactor * m_tol) {
+      if (shared > ContiguityGrid::kRookLengthFactor * m_tol) {
         r.sharesEdge = true;
         return r;
       }
@@ -270,7 +273,7 @@ class PairTester {
     m_nearB.clear();
     m_activeA.clear();
     m_activeB.clear();
-    const double edge = ZoContiguityGrid::kRookLengthFactor * m_tol;
+    const double edge = ContiguityGrid::kRookLengthFactor * m_tol;
     const double edge2 = edge * edge;
     bool shared = false;
     auto longEnough = [&](const LumaPoint2D& p, const LumaPoint2D& q, double t0, double t1) {
@@ -570,7 +573,7 @@ void NeighbourRows(std::size_t n, const std::vector<Link>& links, std::vector<st
 
 }  // namespace
 
-void ZoContiguityGrid::Clear() {
+void ContiguityGrid::Clear() {
   m_sizeValue = 0.0;
   m_tolerance = 0.0;
   m_columns = m_rows = 0;
@@ -579,12 +582,11 @@ void ZoContiguityGrid::Clear() {
   m_sharesEdge.clear();
 }
 
-bool ZoContiguityGrid::Build(const std::vector<ZoGeometry>& regions, std::size_t recordCount, const char** errorId) {
+Status ContiguityGrid::Build(const std::vector<ZoGeometry>& regions, std::size_t recordCount) {
   Clear();
   auto fail = [&](const char* id) {
     Clear();
-    if (errorId) *errorId = id;
-    return false;
+    return Status::Fail(id);
   };
   if (recordCount != regions.size()) return fail(kRecordCountMismatch);
   if (regions.size() > static_cast<std::size_t>(INT_MAX)) return fail(kAllocationFailed);
@@ -616,18 +618,36 @@ bool ZoContiguityGrid::Build(const std::vector<ZoGeometry>& regions, std::size_t
     m_tolerance = tol;
     m_columns = grid.columns;
     m_rows = grid.rows;
-    return true;
+    return Status::Ok();
   } catch (...) {
     // Only allocations can throw here.
     return fail(kAllocationFailed);
   }
 }
 
-void ZoContiguityGrid::GetContiguityIDs(std::size_t i, bool edgesOnly, std::vector<int>& out) const {
+Status ContiguityGrid::Build(ZoRecordset* records) {
+  if (!records) return Status::Fail(msg::EEg024);
+  try {
+    const std::int64_t n = records->GetRecordCount();
+    std::vector<ZoGeometry> regions;
+    regions.reserve(static_cast<std::size_t>(std::max<std::int64_t>(n, 0)));
+    for (bool more = records->MoveFirst(); more && !records->IsEOF(); more = records->MoveNext()) {
+      regions.emplace_back();
+      if (!records->GetGeometry(regions.back()) || regions.back().IsEmpty())
+        return Status::Fail(msg::EUc002, {LUMA::LumaUnicodeString(std::to_string(records->GetID()).c_str())})
+            .Then(msg::ESa008);
+    }
+    return Build(regions, static_cast<std::size_t>(n));
+  } catch (const std::bad_alloc&) {
+    return Status::Fail(msg::EBa003);
+  }
+}
+
+void ContiguityGrid::GetContiguityIDs(std::size_t i, bool edgesOnly, std::vector<int>& out) const {
   if (i + 1 >= m_rowStart.size()) return;
   for (std::size_t k = m_rowStart[i]; k < m_rowStart[i + 1]; ++k) {
     if (!edgesOnly || m_sharesEdge[k]) out.push_back(m_neighbours[k]);
   }
 }
 
-}  // namespace ZOC
+}  // namespace ZOC::detail::weights

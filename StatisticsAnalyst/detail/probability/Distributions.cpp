@@ -1,15 +1,14 @@
-// Probability functions of ZoStatisticsUtilities: the normal, chi-square, t
-// and F tail probabilities the statistics report, and thin wrappers over
-// Rmath for the non-central F distribution and the F and t quantiles.
+// Rmath.h defines macros that should not reach other code: it is included
+// here only.
 #include <Rmath.h>
 
 #include <cmath>
 #include <limits>
 #include <numbers>
 
-#include "StatisticsAnalyst/ZoStatisticsUtilities.h"
+#include "StatisticsAnalyst/detail/probability/Distributions.h"
 
-namespace ZOC {
+namespace ZOC::detail::probability {
 
 namespace {
 
@@ -98,7 +97,7 @@ double IncompleteBetaHalfIntegers(double y, double yc, int df1, int df2) {
 
 }  // namespace
 
-double ZoStatisticsUtilities::GetPvalue(const double& z) {
+double NormalTwoSided(double z) {
   // Scores beyond ±6 are reported as exactly 0.
   if (z > 6.0 || z < -6.0) return 0.0;
   const double t = 1.0 / (1.0 + 0.2316419 * std::fabs(z));
@@ -107,14 +106,14 @@ double ZoStatisticsUtilities::GetPvalue(const double& z) {
   return 2.0 * (1.0 - (1.0 - phi * poly));
 }
 
-double ZoStatisticsUtilities::chiProb(double x, int df, int upper) {
+double ChiSquareTail(double x, int df, int upper) {
   if (x < 0.0 || df < 1) return -1.0;
   const double a = x / 2.0;
   const bool even = (df % 2 == 0);
   const double y = (a > 18.0) ? 0.0 : std::exp(-a);
   // For odd df the start term is the two-sided normal p-value doubled: the
   // reported chi-square probabilities of odd df carry this extra tail.
-  double s = even ? y : 2.0 * GetPvalue(-std::sqrt(x));
+  double s = even ? y : 2.0 * NormalTwoSided(-std::sqrt(x));
 
   if (df > 1) {
     double z = even ? 1.0 : 0.5;
@@ -143,7 +142,7 @@ double ZoStatisticsUtilities::chiProb(double x, int df, int upper) {
   return upper != 0 ? s : 1.0 - s;
 }
 
-double ZoStatisticsUtilities::tProb(double t, int df, int tails, bool /*flag*/) {
+double StudentTail(double t, int df, int tails) {
   if (df < 2) return -1.0;
   const double u = 1.0 / df;
   const double k1 = ((((5.127212 * u - 2.657697) * u + 0.4517029) * u - 0.02763334) * u + 0.000579602) /
@@ -169,7 +168,7 @@ double ZoStatisticsUtilities::tProb(double t, int df, int tails, bool /*flag*/) 
   return p;
 }
 
-double ZoStatisticsUtilities::fProb(double F, int df1, int df2, int upper) {
+double FTail(double F, int df1, int df2, int upper) {
   if (df1 < 1 || df2 < 1 || std::isnan(F)) return -1.0;
   double lower = 0.0;
   double upperTail = 1.0;
@@ -198,19 +197,17 @@ double ZoStatisticsUtilities::fProb(double F, int df1, int df2, int upper) {
   return upper != 0 ? upperTail : lower;
 }
 
-double ZoStatisticsUtilities::pnf(double x, double df1, double df2, double ncp, int lower_tail, int log_p) {
+double NoncentralF(double x, double df1, double df2, double ncp, int lower_tail, int log_p) {
   return ::pnf(x, df1, df2, ncp, lower_tail, log_p);
 }
 
-double ZoStatisticsUtilities::qf(double p, double df1, double df2, int lower_tail, int log_p) {
+double FQuantile(double p, double df1, double df2, int lower_tail, int log_p) {
   return ::qf(p, df1, df2, lower_tail, log_p);
 }
 
-double ZoStatisticsUtilities::qt(double p, double df, int lower_tail, int log_p) {
-  return ::qt(p, df, lower_tail, log_p);
-}
+double TQuantile(double p, double df, int lower_tail, int log_p) { return ::qt(p, df, lower_tail, log_p); }
 
-int ZoStatisticsUtilities::round(double x) {
+int RoundHalfAway(double x) {
   // Truncation of x + 0.5 (x - 0.5 below zero): halves go away from zero.
   // The sum is formed in double, so 0.49999999999999994 + 0.5 rounds to 1
   // and gives 1; callers rely on this exact rule. Out-of-range values
@@ -222,4 +219,4 @@ int ZoStatisticsUtilities::round(double x) {
   return static_cast<int>(r);
 }
 
-}  // namespace ZOC
+}  // namespace ZOC::detail::probability

@@ -1,5 +1,5 @@
 #pragma once
-// ZoContiguityGrid: which regions of a region dataset touch which.
+// ContiguityGrid: which regions of a region dataset touch which.
 //
 // Build finds every contiguous pair once and keeps the result as compressed
 // neighbour rows; queries afterwards are read-only and cheap.
@@ -41,11 +41,13 @@
 #include <cstdint>
 #include <vector>
 
+#include "StatisticsAnalyst/detail/common/Status.h"
 #include "host/ZoGeometry.h"
+#include "host/ZoRecordset.h"
 
-namespace ZOC {
+namespace ZOC::detail::weights {
 
-class ZoContiguityGrid {
+class ContiguityGrid {
  public:
   // The shared stretch of boundary must exceed this many tolerances to make
   // two regions rook neighbours.
@@ -56,9 +58,11 @@ class ZoContiguityGrid {
   // Builds the grid over the regions (feature order 0..n-1) and finds all
   // contiguous pairs. recordCount is the number of records the caller
   // expected; a mismatch fails with "EFd059"; an allocation failure with
-  // "EBa003". On failure returns false, sets *errorId (a static string; the
-  // pointer may be null) and leaves the grid empty. Never throws.
-  bool Build(const std::vector<ZoGeometry>& regions, std::size_t recordCount, const char** errorId);
+  // "EBa003". A failure leaves the grid empty. Never throws.
+  Status Build(const std::vector<ZoGeometry>& regions, std::size_t recordCount);
+  // The same over the region geometries of the records, in their order;
+  // "EUc002" naming the feature and "ESa008" when a geometry cannot be read.
+  Status Build(ZoRecordset* records);
 
   // The snapping tolerance the next Builds use, in data units; 0 (or any
   // value that is not a positive finite number) restores the relative one.
@@ -99,4 +103,4 @@ class ZoContiguityGrid {
   std::vector<std::uint8_t> m_sharesEdge;
 };
 
-}  // namespace ZOC
+}  // namespace ZOC::detail::weights
