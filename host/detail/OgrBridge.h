@@ -1,16 +1,12 @@
 #pragma once
-// Host-internal glue between GDAL/OGR and the host types: driver
-// registration, quiet error capture, geometry conversion and the mapping of
-// OGR field types to host field type codes. Not installed.
+// Host-internal glue between GDAL/OGR and the host types: geometry
+// conversion and the mapping of OGR field types to host field type codes.
+// Not installed.
 #include <memory>
-#include <string>
-#include <string_view>
 
-#include <cpl_error.h>
 #include <gdal_priv.h>
 #include <ogr_feature.h>
 #include <ogr_geometry.h>
-#include <ogr_spatialref.h>
 #include <ogrsf_frmts.h>
 
 #include "host/LumaFieldInfo.h"
@@ -18,35 +14,6 @@
 #include "host/ZoGeometry.h"
 
 namespace ZOC::detail {
-
-// Registers GDAL's drivers once per process; safe to call from any thread.
-void EnsureGdal();
-
-// Routes GDAL's errors and warnings away from stderr for the lifetime of the
-// object (a library must not print) and remembers whether a failure was
-// raised meanwhile, with the text of the first one.
-class QuietErrors {
- public:
-  QuietErrors();
-  ~QuietErrors();
-  QuietErrors(const QuietErrors&) = delete;
-  QuietErrors& operator=(const QuietErrors&) = delete;
-  bool Failed() const;
-  // The first failure's text, else GDAL's last message ("" when none).
-  std::string Message() const;
-
- private:
-  static void CPL_STDCALL Handler(CPLErr type, CPLErrorNum number, const char* text);
-  std::string m_first;
-  bool m_failed = false;
-};
-
-struct SrsRelease {
-  void operator()(OGRSpatialReference* srs) const {
-    if (srs) srs->Release();
-  }
-};
-using SrsPtr = std::unique_ptr<OGRSpatialReference, SrsRelease>;
 
 // Dataset type code (0, 1, 3, 5) of a layer geometry type.
 int DatasetTypeFromOGR(OGRwkbGeometryType type);
@@ -67,11 +34,6 @@ std::unique_ptr<OGRGeometry> GeometryToOGR(const ZoGeometry& geometry, OGRwkbGeo
 // (single parts promoted to multi and back), keeping its own dimensions.
 // Null for a null input.
 OGRGeometry* GeometryForLayer(const OGRGeometry& geometry, OGRwkbGeometryType layerType);
-
-// The first registered GDAL driver that lists `extension` (lower case, no
-// dot) among its vector file extensions and, when `creatable`, can create
-// files; null when none does.
-GDALDriver* VectorDriverForExtension(const std::string& extension, bool creatable);
 
 // Host field type code of an OGR field. `dataset` resolves field domains and may be null.
 int HostFieldType(const OGRFieldDefn& field, const GDALDataset* dataset);
