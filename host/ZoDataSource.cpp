@@ -7,6 +7,7 @@
 
 #include "host/detail/DatasetInternals.h"
 #include "host/detail/GdalSession.h"
+#include "host/detail/GeometryConversion.h"
 #include "host/detail/PrjAccess.h"
 
 namespace ZOC {

@@ -10,6 +10,7 @@
 #include "host/ZoRecordset.h"
 #include "host/detail/DatasetInternals.h"
 #include "host/detail/GdalSession.h"
+#include "host/detail/GeometryConversion.h"
 #include "host/detail/PrjAccess.h"
 
 namespace ZOC {

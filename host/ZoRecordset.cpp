@@ -6,6 +6,7 @@
 #include "host/detail/ColumnRead.h"
 #include "host/detail/DatasetInternals.h"
 #include "host/detail/GdalSession.h"
+#include "host/detail/GeometryConversion.h"
 
 namespace ZOC {
 

@@ -20,6 +20,7 @@
 #include "host/ZoStringEx.h"
 #include "host/detail/DatasetInternals.h"
 #include "host/detail/GdalSession.h"
+#include "host/detail/GeometryConversion.h"
 #include "host/detail/GpkgSpatialIndex.h"
 #include "host/detail/OgrBridge.h"
 #include "host/detail/PrjAccess.h"
