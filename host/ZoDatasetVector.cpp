@@ -9,6 +9,7 @@
 #include "host/ZoProgress.h"
 #include "host/ZoRecordset.h"
 #include "host/detail/DatasetInternals.h"
+#include "host/detail/FieldConversion.h"
 #include "host/detail/GdalSession.h"
 #include "host/detail/GeometryConversion.h"
 #include "host/detail/PrjAccess.h"

@@ -22,7 +22,6 @@
 #include "host/detail/GdalSession.h"
 #include "host/detail/GeometryConversion.h"
 #include "host/detail/GpkgSpatialIndex.h"
-#include "host/detail/OgrBridge.h"
 #include "host/detail/PrjAccess.h"
 
 namespace fs = std::filesystem;

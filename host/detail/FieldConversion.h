@@ -1,11 +1,11 @@
 #pragma once
-// Host-internal glue between GDAL/OGR and the host types: the mapping of
-// OGR field types to host field type codes. Not installed.
+// Host-internal: fields between OGR and the host: the host type code of an
+// OGR field, the OGR field definition for a host field, and reading and
+// writing values. Not installed.
 #include <memory>
 
 #include <gdal_priv.h>
 #include <ogr_feature.h>
-#include <ogrsf_frmts.h>
 
 #include "host/LumaFieldInfo.h"
 #include "host/LumaVariant.h"

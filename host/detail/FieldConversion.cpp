@@ -1,11 +1,12 @@
-#include "host/detail/OgrBridge.h"
-
-#include <cpl_conv.h>
+#include "host/detail/FieldConversion.h"
 
 #include <cmath>
+#include <cstdint>
 #include <cstdio>
+#include <cstdlib>
 #include <cstring>
 #include <limits>
+#include <string>
 #include <vector>
 
 #include <cpl_string.h>
@@ -15,9 +16,6 @@ namespace ZOC::detail {
 using LUMA::LumaDateTime;
 using LUMA::LumaVariant;
 
-// ---------------------------------------------------------------------------
-// Field types
-//
 // Host codes and their OGR representation:
 //   1 boolean  OFTInteger + OFSTBoolean
 //   2 byte     OFTInteger, width 3, plus a range domain [0, 255] where the
