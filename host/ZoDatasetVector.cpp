@@ -3,7 +3,6 @@
 #include <algorithm>
 
 #include "host/ZoDataSource.h"
-#include "host/ZoProgress.h"
 #include "host/ZoRecordset.h"
 #include "host/detail/DatasetInternals.h"
 #include "host/detail/FieldConversion.h"
@@ -12,6 +11,7 @@
 #include "host/detail/KeySort.h"
 #include "host/detail/PrjAccess.h"
 #include "host/detail/QueryClauses.h"
+#include "host/detail/RecordAppend.h"
 
 namespace ZOC {
 
@@ -238,100 +238,6 @@ bool ZoDatasetVector::AppendRecords(ZoRecordset* source,
   return AppendRecords(source, fieldMap, progress, {}, nullptr);
 }
 
-namespace {
-
-// How one mapped field is copied.
-struct FieldPair {
-  int from, to, fromType, toType;
-  bool raw;  // same OGR type: copy the raw value
-};
-
-bool MapFields(detail::LayerState& src, detail::LayerState& st,
-               const std::vector<std::pair<LumaUnicodeString, LumaUnicodeString>>& fieldMap,
-               std::vector<FieldPair>& pairs) {
-  OGRFeatureDefn* defn = st.layer->GetLayerDefn();
-  OGRFeatureDefn* srcDefn = src.layer->GetLayerDefn();
-  for (const auto& [from, to] : fieldMap) {
-    FieldPair p{};
-    p.from = src.FindField(from.Str());
-    p.to = st.FindField(to.Str());
-    if (p.from == kFieldUnknown || p.to < 0) return false;
-    p.toType = st.HostType(p.to);
-    p.fromType = p.from >= 0 ? src.HostType(p.from) : LUMA::FieldInt32;
-    p.raw = p.from >= 0 && srcDefn->GetFieldDefn(p.from)->GetType() == defn->GetFieldDefn(p.to)->GetType();
-    pairs.push_back(p);
-  }
-  return true;
-}
-
-// The mapped values of the source record `in` (null at a gap) with QlID `id`.
-void CopyFields(const OGRFeature* in, std::int64_t id, const std::vector<FieldPair>& pairs, OGRFeature& out) {
-  for (const FieldPair& p : pairs) {
-    if (p.from == kFieldSystemId) {
-      detail::WriteFieldValue(out, p.to, p.toType, LumaVariant(id));
-    } else if (!in || !in->IsFieldSetAndNotNull(p.from)) {
-      out.SetFieldNull(p.to);
-    } else if (p.raw) {
-      out.SetField(p.to, in->GetRawFieldRef(p.from));
-    } else {
-      LumaVariant v;
-      detail::ReadFieldValue(*in, p.from, p.fromType, v);
-      if (!detail::WriteFieldValue(out, p.to, p.toType, v)) out.SetFieldNull(p.to);
-    }
-  }
-}
-
-// The extra fields' targets and the values the caller fills for each record.
-struct ExtraTargets {
-  std::vector<int> index, type;
-  std::vector<LumaVariant> values;
-
-  bool Map(detail::LayerState& st, const std::vector<LumaUnicodeString>& names) {
-    for (const auto& name : names) {
-      const int i = st.FindField(name.Str());
-      if (i < 0) return false;
-      index.push_back(i);
-      type.push_back(st.HostType(i));
-    }
-    values.resize(names.size());
-    return true;
-  }
-  bool Fill(std::int64_t k, const ZoDatasetVector::ExtraValues& fill, OGRFeature& out) {
-    if (index.empty()) return true;
-    if (!fill || !fill(k, values)) return false;
-    for (std::size_t e = 0; e < index.size(); ++e)
-      if (values[e].IsNull() || !detail::WriteFieldValue(out, index[e], type[e], values[e])) out.SetFieldNull(index[e]);
-    return true;
-  }
-};
-
-// Per-record progress: the position when it moves (and every 4096 records a
-// cancellation poll). False when cancelled.
-struct AppendProgress {
-  ZoProgress* progress;
-  std::int64_t total;
-  int shown = 0;
-
-  bool Start() {
-    if (!progress) return true;
-    progress->SetProgressPos(0);
-    return !progress->IsCanceled();
-  }
-  bool Step(std::int64_t done) {
-    if (!progress) return true;
-    const int pct = total > 0 ? static_cast<int>(std::min<std::int64_t>(100, done * 100 / total)) : 100;
-    if (pct == shown && (done & 4095) != 0) return true;
-    if (pct != shown) progress->SetProgressPos(pct);
-    shown = pct;
-    return !progress->IsCanceled();
-  }
-  void Finish() {
-    if (progress && shown != 100) progress->SetProgressPos(100);
-  }
-};
-
-}  // namespace
-
 bool ZoDatasetVector::AppendRecords(ZoRecordset* source,
                                     const std::vector<std::pair<LumaUnicodeString, LumaUnicodeString>>& fieldMap,
                                     ZoProgress* progress, const std::vector<LumaUnicodeString>& extraFields,
@@ -340,13 +246,13 @@ bool ZoDatasetVector::AppendRecords(ZoRecordset* source,
     if (!source || !source->m_impl || !source->m_impl->state) return false;
     detail::QuietErrors quiet;
     detail::LayerState& st = m_impl->state;
-    std::vector<FieldPair> pairs;
-    ExtraTargets extra;
-    if (!MapFields(*source->m_impl->state, st, fieldMap, pairs) || !extra.Map(st, extraFields)) return false;
+    std::vector<detail::FieldPair> pairs;
+    detail::ExtraTargets extra;
+    if (!detail::MapFields(*source->m_impl->state, st, fieldMap, pairs) || !extra.Map(st, extraFields)) return false;
     OGRFeatureDefn* defn = st.layer->GetLayerDefn();
     const bool withGeometry = st.HasGeometry();
     const OGRwkbGeometryType layerType = st.layer->GetGeomType();
-    AppendProgress shown{progress, source->GetRecordCount()};
+    detail::AppendProgress shown{progress, source->GetRecordCount()};
     if (!shown.Start()) return false;
     std::int64_t done = 0;
     for (source->MoveFirst(); !source->IsEOF(); source->MoveNext()) {
@@ -355,7 +261,7 @@ bool ZoDatasetVector::AppendRecords(ZoRecordset* source,
       if (withGeometry && in && in->GetGeometryRef()) {
         if (OGRGeometry* g = detail::GeometryForLayer(*in->GetGeometryRef(), layerType)) out->SetGeometryDirectly(g);
       }
-      CopyFields(in, source->GetID(), pairs, *out);
+      detail::CopyFields(in, source->GetID(), pairs, *out);
       if (!extra.Fill(done, fill, *out)) return false;
       st.batch->BeforeWrite();
       const OGRErr err = st.layer->CreateFeature(out.get());
