@@ -6,6 +6,8 @@
 #include <cpl_vsi.h>
 
 #include "host/detail/DatasetInternals.h"
+#include "host/detail/GdalSession.h"
+#include "host/detail/GeometryConversion.h"
 #include "host/detail/PrjAccess.h"
 
 namespace ZOC {

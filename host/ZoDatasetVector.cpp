@@ -1,15 +1,17 @@
 #include "host/ZoDatasetVector.h"
 
 #include <algorithm>
-#include <cctype>
-#include <cmath>
-#include <numeric>
 
 #include "host/ZoDataSource.h"
-#include "host/ZoProgress.h"
 #include "host/ZoRecordset.h"
 #include "host/detail/DatasetInternals.h"
+#include "host/detail/FieldConversion.h"
+#include "host/detail/GdalSession.h"
+#include "host/detail/GeometryConversion.h"
+#include "host/detail/KeySort.h"
 #include "host/detail/PrjAccess.h"
+#include "host/detail/QueryClauses.h"
+#include "host/detail/RecordAppend.h"
 
 namespace ZOC {
 
@@ -83,244 +85,6 @@ namespace {
 
 using detail::kFieldSystemId;
 using detail::kFieldUnknown;
-
-// ---------------------------------------------------------------------------
-// Order clause: " Order BY f1 [ASC|DESC], f2 [ASC|DESC], ..."
-
-struct OrderKey {
-  int field = kFieldSystemId;
-  bool desc = false;
-};
-
-bool IsSpace(char c) { return std::isspace(static_cast<unsigned char>(c)) != 0; }
-
-// Takes a keyword (case-insensitive) followed by whitespace or the end.
-bool TakeKeyword(std::string_view& s, std::string_view word) {
-  if (s.size() < word.size() || !LUMA::LumaUnicodeString(s.substr(0, word.size())).EqualsNoCase(word)) return false;
-  if (s.size() > word.size() && !IsSpace(s[word.size()])) return false;
-  s.remove_prefix(word.size());
-  while (!s.empty() && IsSpace(s.front())) s.remove_prefix(1);
-  return true;
-}
-
-std::string_view Trim(std::string_view s) {
-  while (!s.empty() && IsSpace(s.front())) s.remove_prefix(1);
-  while (!s.empty() && IsSpace(s.back())) s.remove_suffix(1);
-  return s;
-}
-
-bool ParseOrder(const std::string& clause, detail::LayerState& state, std::vector<OrderKey>& keys) {
-  keys.clear();
-  std::string_view s = Trim(clause);
-  if (s.empty()) return true;
-  if (!TakeKeyword(s, "ORDER") || !TakeKeyword(s, "BY")) return false;
-  if (s.empty()) return false;
-  // Split on commas outside double-quoted names.
-  std::vector<std::string_view> items;
-  bool quoted = false;
-  std::size_t start = 0;
-  for (std::size_t i = 0; i <= s.size(); ++i) {
-    if (i < s.size() && s[i] == '"') quoted = !quoted;
-    if (i == s.size() || (s[i] == ',' && !quoted)) {
-      items.push_back(s.substr(start, i - start));
-      start = i + 1;
-    }
-  }
-  if (quoted) return false;
-  for (std::string_view item : items) {
-    item = Trim(item);
-    if (item.empty()) return false;
-    std::string name;
-    std::string_view rest;
-    if (item.front() == '"') {
-      std::size_t i = 1;
-      for (; i < item.size(); ++i) {
-        if (item[i] == '"') {
-          if (i + 1 < item.size() && item[i + 1] == '"') {
-            name += '"';
-            ++i;
-          } else {
-            break;
-          }
-        } else {
-          name += item[i];
-        }
-      }
-      if (i >= item.size()) return false;
-      rest = item.substr(i + 1);
-      if (!rest.empty() && !IsSpace(rest.front())) return false;
-    } else {
-      std::size_t i = 0;
-      while (i < item.size() && !IsSpace(item[i])) ++i;
-      name.assign(item.substr(0, i));
-      rest = item.substr(i);
-    }
-    rest = Trim(rest);
-    OrderKey key;
-    if (rest.empty() || LUMA::LumaUnicodeString(rest).EqualsNoCase("ASC"))
-      key.desc = false;
-    else if (LUMA::LumaUnicodeString(rest).EqualsNoCase("DESC"))
-      key.desc = true;
-    else
-      return false;
-    key.field = state.FindField(name);
-    if (key.field == kFieldUnknown || name.empty()) return false;
-    keys.push_back(key);
-  }
-  return true;
-}
-
-// The record identifier may be named "QlID" in a filter: rewrite it to what
-// the layer's query language calls its feature ID. SQLite-backed drivers see
-// the filter as SQL over the table, with the FID column under its own name;
-// OGR's own SQL has the special field FID.
-std::string TranslateFilter(const std::string& filter, detail::LayerState& state) {
-  std::string_view s = Trim(filter);
-  if (s.empty()) return {};
-  std::string fidName = "FID";
-  const char* driver = state.gdal && state.gdal->GetDriver() ? state.gdal->GetDriver()->GetDescription() : "";
-  const char* fidColumn = state.layer->GetFIDColumn();
-  if ((EQUAL(driver, "GPKG") || EQUAL(driver, "SQLite")) && fidColumn && *fidColumn) {
-    fidName = "\"";
-    for (const char* p = fidColumn; *p; ++p) {
-      fidName += *p;
-      if (*p == '"') fidName += '"';
-    }
-    fidName += '"';
-  }
-  std::string out;
-  std::size_t i = 0;
-  while (i < s.size()) {
-    const char c = s[i];
-    if (c == '\'') {  // string literal, '' escapes
-      std::size_t j = i + 1;
-      while (j < s.size()) {
-        if (s[j] == '\'') {
-          if (j + 1 < s.size() && s[j + 1] == '\'') {
-            j += 2;
-            continue;
-          }
-          break;
-        }
-        ++j;
-      }
-      j = std::min(j + 1, s.size());
-      out.append(s.substr(i, j - i));
-      i = j;
-    } else if (c == '"') {  // quoted identifier
-      std::size_t j = s.find('"', i + 1);
-      j = (j == std::string_view::npos) ? s.size() : j + 1;
-      std::string_view ident = s.substr(i, j - i);
-      if (ident.size() >= 2 && LUMA::LumaUnicodeString(ident.substr(1, ident.size() - 2)).EqualsNoCase(kSystemIdField))
-        out += fidName;
-      else
-        out.append(ident);
-      i = j;
-    } else if (std::isalpha(static_cast<unsigned char>(c)) || c == '_') {
-      std::size_t j = i + 1;
-      while (j < s.size() && (std::isalnum(static_cast<unsigned char>(s[j])) || s[j] == '_')) ++j;
-      std::string_view ident = s.substr(i, j - i);
-      if (LUMA::LumaUnicodeString(ident).EqualsNoCase(kSystemIdField))
-        out += fidName;
-      else
-        out.append(ident);
-      i = j;
-    } else {
-      out += c;
-      ++i;
-    }
-  }
-  return out;
-}
-
-// Key values of one order field, column-wise for all records of the pass.
-struct KeyColumn {
-  enum Kind { Fid, Int, Real, Text };
-  int field = kFieldSystemId;
-  bool desc = false;
-  Kind kind = Fid;
-  std::vector<std::int64_t> ints;
-  std::vector<double> reals;
-  std::vector<std::string> texts;
-  std::vector<char> nulls;
-
-  void Read(const OGRFeature& f) {
-    if (kind == Fid) return;
-    const bool isNull = !f.IsFieldSetAndNotNull(field);
-    nulls.push_back(isNull ? 1 : 0);
-    switch (kind) {
-      case Int: ints.push_back(isNull ? 0 : f.GetFieldAsInteger64(field)); break;
-      case Real: {
-        double v = 0.0;
-        if (!isNull) {
-          const OGRFieldType t = f.GetFieldDefnRef(field)->GetType();
-          if (t == OFTDate || t == OFTDateTime || t == OFTTime) {
-            const OGRField* raw = f.GetRawFieldRef(field);
-            v = detail::DateTimeKey(raw->Date.Year, raw->Date.Month, raw->Date.Day, raw->Date.Hour, raw->Date.Minute,
-                                    raw->Date.Second);
-          } else {
-            v = f.GetFieldAsDouble(field);
-          }
-        }
-        reals.push_back(v);
-        break;
-      }
-      case Text: {
-        if (isNull) {
-          texts.emplace_back();
-        } else if (f.GetFieldDefnRef(field)->GetType() == OFTBinary) {
-          int n = 0;
-          const GByte* b = f.GetFieldAsBinary(field, &n);
-          texts.emplace_back(reinterpret_cast<const char*>(b), static_cast<std::size_t>(n > 0 ? n : 0));
-        } else {
-          texts.emplace_back(f.GetFieldAsString(field));
-        }
-        break;
-      }
-      default: break;
-    }
-  }
-
-  // Three-way comparison of the values of records a and b, ascending. Nulls
-  // are the lowest values (first in ascending order, last in descending
-  // order, as in SQLite), then NaN, then numbers.
-  int Compare(std::size_t a, std::size_t b, const std::vector<GIntBig>& fids) const {
-    if (kind == Fid) return fids[a] < fids[b] ? -1 : (fids[a] > fids[b] ? 1 : 0);
-    if (nulls[a] || nulls[b]) return nulls[a] && nulls[b] ? 0 : (nulls[a] ? -1 : 1);
-    switch (kind) {
-      case Int: return ints[a] < ints[b] ? -1 : (ints[a] > ints[b] ? 1 : 0);
-      case Real: {
-        const double x = reals[a], y = reals[b];
-        const bool nx = std::isnan(x), ny = std::isnan(y);
-        if (nx || ny) return nx && ny ? 0 : (nx ? -1 : 1);
-        return x < y ? -1 : (x > y ? 1 : 0);
-      }
-      case Text: {
-        const int c = texts[a].compare(texts[b]);
-        return c < 0 ? -1 : (c > 0 ? 1 : 0);
-      }
-      default: return 0;
-    }
-  }
-};
-
-KeyColumn::Kind KindOf(const OGRFieldDefn& f) {
-  switch (f.GetType()) {
-    case OFTInteger:
-    case OFTInteger64: return KeyColumn::Int;
-    case OFTReal:
-    case OFTDate:
-    case OFTDateTime:
-    case OFTTime: return KeyColumn::Real;
-    default: return KeyColumn::Text;
-  }
-}
-
-// Restores a layer's ignored fields when the key pass ends, however it ends.
-struct IgnoredFieldsGuard {
-  OGRLayer* layer;
-  ~IgnoredFieldsGuard() { layer->SetIgnoredFields(nullptr); }
-};
 
 }  // namespace
 
@@ -429,70 +193,6 @@ bool ZoDatasetVector::SetPrjCoordSys(const ZoPrjCoordSys& cs) {
   }
 }
 
-namespace {
-
-// The key columns of an order clause; ORDER BY QlID ASC at the end is the
-// sequence itself once sorted by ID, so it is dropped.
-std::vector<KeyColumn> KeyColumns(const std::vector<OrderKey>& order, OGRFeatureDefn& defn) {
-  std::vector<KeyColumn> keys;
-  for (const OrderKey& k : order) {
-    KeyColumn col;
-    col.field = k.field;
-    col.desc = k.desc;
-    if (k.field >= 0) col.kind = KindOf(*defn.GetFieldDefn(k.field));
-    keys.push_back(std::move(col));
-  }
-  while (!keys.empty() && keys.back().kind == KeyColumn::Fid && !keys.back().desc) keys.pop_back();
-  return keys;
-}
-
-// One sequential pass reading only the feature IDs and the order keys.
-void ReadKeys(OGRLayer& layer, std::vector<KeyColumn>& keys, std::vector<GIntBig>& fids) {
-  fids.clear();
-  OGRFeatureDefn* defn = layer.GetLayerDefn();
-  std::vector<char> keep(static_cast<std::size_t>(defn->GetFieldCount()), 0);
-  for (const KeyColumn& k : keys)
-    if (k.field >= 0) keep[static_cast<std::size_t>(k.field)] = 1;
-  CPLStringList ignored;
-  for (int i = 0; i < defn->GetFieldCount(); ++i)
-    if (!keep[static_cast<std::size_t>(i)]) ignored.AddString(defn->GetFieldDefn(i)->GetNameRef());
-  ignored.AddString("OGR_GEOMETRY");
-  ignored.AddString("OGR_STYLE");
-  for (int i = 0; i < defn->GetGeomFieldCount(); ++i) ignored.AddString(defn->GetGeomFieldDefn(i)->GetNameRef());
-  IgnoredFieldsGuard guard{&layer};
-  layer.SetIgnoredFields(const_cast<const char**>(ignored.List()));
-  layer.ResetReading();
-  while (OGRFeatureUniquePtr f{layer.GetNextFeature()}) {
-    fids.push_back(f->GetFID());
-    for (KeyColumn& k : keys) k.Read(*f);
-  }
-}
-
-// Sorts the IDs by the keys, ties (and everything when there are no keys) by
-// ascending ID. True when the layer's own sequence already was that order.
-bool SortByKeys(const std::vector<KeyColumn>& keys, std::vector<GIntBig>& fids) {
-  if (keys.empty() && std::is_sorted(fids.begin(), fids.end())) return true;
-  const std::size_t n = fids.size();
-  std::vector<std::size_t> perm(n);
-  std::iota(perm.begin(), perm.end(), std::size_t{0});
-  std::sort(perm.begin(), perm.end(), [&](std::size_t a, std::size_t b) {
-    for (const KeyColumn& k : keys) {
-      const int c = k.Compare(a, b, fids);
-      if (c != 0) return k.desc ? c > 0 : c < 0;
-    }
-    return fids[a] < fids[b];
-  });
-  bool identity = true;
-  for (std::size_t i = 0; i < n && identity; ++i) identity = perm[i] == i;
-  if (identity) return true;
-  std::vector<GIntBig> sorted(n);
-  for (std::size_t i = 0; i < n; ++i) sorted[i] = fids[perm[i]];
-  fids.swap(sorted);
-  return false;
-}
-
-}  // namespace
-
 ZoRecordset* ZoDatasetVector::Query(const ZoQueryDef& query) {
   try {
     detail::QuietErrors quiet;
@@ -500,24 +200,24 @@ ZoRecordset* ZoDatasetVector::Query(const ZoQueryDef& query) {
     st.RefreshFieldTypes();
     for (const LumaUnicodeString& f : query.m_fields)
       if (st.FindField(f.Str()) == kFieldUnknown) return nullptr;
-    std::vector<OrderKey> order;
-    if (!ParseOrder(query.m_order.Str(), st, order)) return nullptr;
+    std::vector<detail::OrderKey> order;
+    if (!detail::ParseOrder(query.m_order.Str(), st, order)) return nullptr;
 
     auto impl = std::make_unique<ZoRecordset::Impl>();
     impl->dataset = this;
     impl->state = &st;
-    impl->filter = TranslateFilter(query.m_filter.Str(), st);
+    impl->filter = detail::TranslateFilter(query.m_filter.Str(), st);
     if (!st.ApplyFilter(impl->filter)) return nullptr;
-    std::vector<KeyColumn> keys = KeyColumns(order, *st.layer->GetLayerDefn());
+    std::vector<detail::KeyColumn> keys = detail::KeyColumns(order, *st.layer->GetLayerDefn());
     st.cursorOwner = impl.get();
-    ReadKeys(*st.layer, keys, impl->fids);
+    detail::ReadKeys(*st.layer, keys, impl->fids);
     st.cursorOwner = nullptr;
     if (quiet.Failed()) {  // e.g. a filter the driver's SQL engine rejected
       st.ApplyFilter(std::string());
       return nullptr;
     }
     const std::vector<GIntBig>& fids = impl->fids;
-    impl->natural = SortByKeys(keys, impl->fids);
+    impl->natural = detail::SortByKeys(keys, impl->fids);
     impl->ascending =
         std::adjacent_find(fids.begin(), fids.end(), [](GIntBig a, GIntBig b) { return a >= b; }) == fids.end();
 
@@ -538,100 +238,6 @@ bool ZoDatasetVector::AppendRecords(ZoRecordset* source,
   return AppendRecords(source, fieldMap, progress, {}, nullptr);
 }
 
-namespace {
-
-// How one mapped field is copied.
-struct FieldPair {
-  int from, to, fromType, toType;
-  bool raw;  // same OGR type: copy the raw value
-};
-
-bool MapFields(detail::LayerState& src, detail::LayerState& st,
-               const std::vector<std::pair<LumaUnicodeString, LumaUnicodeString>>& fieldMap,
-               std::vector<FieldPair>& pairs) {
-  OGRFeatureDefn* defn = st.layer->GetLayerDefn();
-  OGRFeatureDefn* srcDefn = src.layer->GetLayerDefn();
-  for (const auto& [from, to] : fieldMap) {
-    FieldPair p{};
-    p.from = src.FindField(from.Str());
-    p.to = st.FindField(to.Str());
-    if (p.from == kFieldUnknown || p.to < 0) return false;
-    p.toType = st.HostType(p.to);
-    p.fromType = p.from >= 0 ? src.HostType(p.from) : LUMA::FieldInt32;
-    p.raw = p.from >= 0 && srcDefn->GetFieldDefn(p.from)->GetType() == defn->GetFieldDefn(p.to)->GetType();
-    pairs.push_back(p);
-  }
-  return true;
-}
-
-// The mapped values of the source record `in` (null at a gap) with QlID `id`.
-void CopyFields(const OGRFeature* in, std::int64_t id, const std::vector<FieldPair>& pairs, OGRFeature& out) {
-  for (const FieldPair& p : pairs) {
-    if (p.from == kFieldSystemId) {
-      detail::WriteFieldValue(out, p.to, p.toType, LumaVariant(id));
-    } else if (!in || !in->IsFieldSetAndNotNull(p.from)) {
-      out.SetFieldNull(p.to);
-    } else if (p.raw) {
-      out.SetField(p.to, in->GetRawFieldRef(p.from));
-    } else {
-      LumaVariant v;
-      detail::ReadFieldValue(*in, p.from, p.fromType, v);
-      if (!detail::WriteFieldValue(out, p.to, p.toType, v)) out.SetFieldNull(p.to);
-    }
-  }
-}
-
-// The extra fields' targets and the values the caller fills for each record.
-struct ExtraTargets {
-  std::vector<int> index, type;
-  std::vector<LumaVariant> values;
-
-  bool Map(detail::LayerState& st, const std::vector<LumaUnicodeString>& names) {
-    for (const auto& name : names) {
-      const int i = st.FindField(name.Str());
-      if (i < 0) return false;
-      index.push_back(i);
-      type.push_back(st.HostType(i));
-    }
-    values.resize(names.size());
-    return true;
-  }
-  bool Fill(std::int64_t k, const ZoDatasetVector::ExtraValues& fill, OGRFeature& out) {
-    if (index.empty()) return true;
-    if (!fill || !fill(k, values)) return false;
-    for (std::size_t e = 0; e < index.size(); ++e)
-      if (values[e].IsNull() || !detail::WriteFieldValue(out, index[e], type[e], values[e])) out.SetFieldNull(index[e]);
-    return true;
-  }
-};
-
-// Per-record progress: the position when it moves (and every 4096 records a
-// cancellation poll). False when cancelled.
-struct AppendProgress {
-  ZoProgress* progress;
-  std::int64_t total;
-  int shown = 0;
-
-  bool Start() {
-    if (!progress) return true;
-    progress->SetProgressPos(0);
-    return !progress->IsCanceled();
-  }
-  bool Step(std::int64_t done) {
-    if (!progress) return true;
-    const int pct = total > 0 ? static_cast<int>(std::min<std::int64_t>(100, done * 100 / total)) : 100;
-    if (pct == shown && (done & 4095) != 0) return true;
-    if (pct != shown) progress->SetProgressPos(pct);
-    shown = pct;
-    return !progress->IsCanceled();
-  }
-  void Finish() {
-    if (progress && shown != 100) progress->SetProgressPos(100);
-  }
-};
-
-}  // namespace
-
 bool ZoDatasetVector::AppendRecords(ZoRecordset* source,
                                     const std::vector<std::pair<LumaUnicodeString, LumaUnicodeString>>& fieldMap,
                                     ZoProgress* progress, const std::vector<LumaUnicodeString>& extraFields,
@@ -640,13 +246,13 @@ bool ZoDatasetVector::AppendRecords(ZoRecordset* source,
     if (!source || !source->m_impl || !source->m_impl->state) return false;
     detail::QuietErrors quiet;
     detail::LayerState& st = m_impl->state;
-    std::vector<FieldPair> pairs;
-    ExtraTargets extra;
-    if (!MapFields(*source->m_impl->state, st, fieldMap, pairs) || !extra.Map(st, extraFields)) return false;
+    std::vector<detail::FieldPair> pairs;
+    detail::ExtraTargets extra;
+    if (!detail::MapFields(*source->m_impl->state, st, fieldMap, pairs) || !extra.Map(st, extraFields)) return false;
     OGRFeatureDefn* defn = st.layer->GetLayerDefn();
     const bool withGeometry = st.HasGeometry();
     const OGRwkbGeometryType layerType = st.layer->GetGeomType();
-    AppendProgress shown{progress, source->GetRecordCount()};
+    detail::AppendProgress shown{progress, source->GetRecordCount()};
     if (!shown.Start()) return false;
     std::int64_t done = 0;
     for (source->MoveFirst(); !source->IsEOF(); source->MoveNext()) {
@@ -655,7 +261,7 @@ bool ZoDatasetVector::AppendRecords(ZoRecordset* source,
       if (withGeometry && in && in->GetGeometryRef()) {
         if (OGRGeometry* g = detail::GeometryForLayer(*in->GetGeometryRef(), layerType)) out->SetGeometryDirectly(g);
       }
-      CopyFields(in, source->GetID(), pairs, *out);
+      detail::CopyFields(in, source->GetID(), pairs, *out);
       if (!extra.Fill(done, fill, *out)) return false;
       st.batch->BeforeWrite();
       const OGRErr err = st.layer->CreateFeature(out.get());

@@ -3,10 +3,11 @@
 #include <string>
 #include <vector>
 
+#include <ogrsf_frmts.h>
+
 #include "host/ZoDataSource.h"
 #include "host/ZoDatasetVector.h"
 #include "host/detail/DatasetInternals.h"
-#include "host/detail/OgrBridge.h"
 
 namespace ZOC {
 

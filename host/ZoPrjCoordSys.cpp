@@ -12,7 +12,7 @@
 #include <cpl_conv.h>
 #include <ogr_spatialref.h>
 
-#include "host/detail/OgrBridge.h"
+#include "host/detail/GdalSession.h"
 
 namespace ZOC {
 

@@ -5,6 +5,9 @@
 #include "host/ZoDatasetVector.h"
 #include "host/detail/ColumnRead.h"
 #include "host/detail/DatasetInternals.h"
+#include "host/detail/FieldConversion.h"
+#include "host/detail/GdalSession.h"
+#include "host/detail/GeometryConversion.h"
 
 namespace ZOC {
 

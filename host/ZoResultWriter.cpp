@@ -19,8 +19,9 @@
 #include "host/ZoProgress.h"
 #include "host/ZoStringEx.h"
 #include "host/detail/DatasetInternals.h"
+#include "host/detail/GdalSession.h"
+#include "host/detail/GeometryConversion.h"
 #include "host/detail/GpkgSpatialIndex.h"
-#include "host/detail/OgrBridge.h"
 #include "host/detail/PrjAccess.h"
 
 namespace fs = std::filesystem;

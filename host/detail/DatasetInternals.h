@@ -15,10 +15,12 @@
 #include <utility>
 #include <vector>
 
+#include <gdal_priv.h>
+#include <ogrsf_frmts.h>
+
 #include "host/ZoDatasetVector.h"
 #include "host/ZoPrjCoordSys.h"
 #include "host/ZoRecordset.h"
-#include "host/detail/OgrBridge.h"
 
 namespace ZOC::detail {
 

@@ -1,7 +1,10 @@
 #pragma once
-// Host-internal: the GDAL spatial reference behind a ZoPrjCoordSys. Not
-// installed, so the public header names no GDAL type.
-class OGRSpatialReference;
+// Host-internal: the GDAL spatial reference behind a ZoPrjCoordSys, and an
+// owner for such references. Not installed, so the public header names no
+// GDAL type.
+#include <memory>
+
+#include <ogr_spatialref.h>
 
 namespace ZOC {
 class ZoPrjCoordSys;
@@ -15,5 +18,14 @@ struct PrjAccess {
   // The GDAL spatial reference, or null when undefined.
   static const OGRSpatialReference* Get(const ZoPrjCoordSys& cs);
 };
+
+// Owns one reference to a GDAL spatial reference, which GDAL counts: it is
+// released, not deleted.
+struct SrsRelease {
+  void operator()(OGRSpatialReference* srs) const {
+    if (srs) srs->Release();
+  }
+};
+using SrsPtr = std::unique_ptr<OGRSpatialReference, SrsRelease>;
 
 }  // namespace ZOC::detail
