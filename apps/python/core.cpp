@@ -26,28 +26,24 @@
 #include "common/Errors.h"
 #include "common/Input.h"
 #include "common/OptionDomain.h"
+#include "common/Output.h"
+#include "common/Progress.h"
+#include "common/WeightsOptions.h"
 #include "host/ZoDataSource.h"
 #include "host/ZoMessageIds.h"
 #include "host/ZoProgress.h"
 #include "host/ZoRecordset.h"
-#include "host/ZoResultWriter.h"
 #include "host/ZoStringEx.h"
 
 namespace py = pybind11;
 
 namespace {
 
-// A library failure: the accumulated message text, "[ID] ..." lines.
-struct LibraryError : std::runtime_error {
-  using std::runtime_error::runtime_error;
-};
+// A failed run: the library's accumulated messages, "[ID] ..." lines, or a
+// front-end failure (an input that cannot be opened, an output refused).
+using LibraryError = ZOC::front::Failure;
 
 [[noreturn]] void Fail(const std::string& text) { throw LibraryError(text); }
-
-std::string Text(const char* id, const std::string& detail = "") {
-  std::string text = ZOC::ZoStringEx::LoadResString(id).Str();
-  return detail.empty() ? text : text + " (" + detail + ")";
-}
 
 // A progress text without its leading "[IMb336] ".
 std::string WithoutId(const std::string& text) {
@@ -55,11 +51,11 @@ std::string WithoutId(const std::string& text) {
   return !text.empty() && text[0] == '[' && close != std::string::npos && close <= 8 ? text.substr(close + 2) : text;
 }
 
-// Reports to a Python callable(percent, title, message) on every new title
-// and every whole percent, and polls Python's signals at most every 20 ms, so
-// Ctrl-C cancels the run. The analysis runs without the GIL; the callback
-// takes it.
-class PythonProgress : public ZOC::ZoProgressBase {
+// How Python shows a run (common/Progress.h): reports to a Python
+// callable(percent, title, message) on every new title and every whole
+// percent, and polls Python's signals at most every 20 ms, so Ctrl-C cancels
+// the run. The analysis runs without the GIL; the callback takes it.
+class PythonProgress : public ZOC::front::RunProgress {
  public:
   explicit PythonProgress(py::object callback) : m_callback(std::move(callback)) {}
 
@@ -79,7 +75,7 @@ class PythonProgress : public ZOC::ZoProgressBase {
 
  protected:
   void OnChange(const ZOC::ZoProgressState& state) override { Report(state); }
-  bool PollCancel() override { return !Report(State()); }
+  bool Poll() override { return !Report(State()); }
 
  private:
   bool Report(const ZOC::ZoProgressState& state) {
@@ -117,43 +113,13 @@ class PythonProgress : public ZOC::ZoProgressBase {
   std::unique_ptr<py::error_already_set> m_pending;
 };
 
-// The analysis classes make their own progress objects through the host's
-// factory; while a call runs on this thread they forward to its Python
-// progress. The factory is installed once, when the module loads.
-thread_local PythonProgress* t_current = nullptr;
-
-class Forwarder : public ZOC::ZoProgress {
- public:
-  explicit Forwarder(ZOC::ZoProgress* target) : m_target(target) {}
-  void SetBothPosRange(int low, int high) override { m_target->SetBothPosRange(low, high); }
-  void SetTitleMessage(const LUMA::LumaUnicodeString& title) override { m_target->SetTitleMessage(title); }
-  void SetMessage(const LUMA::LumaUnicodeString& message) override { m_target->SetMessage(message); }
-  void SetProgressPos(int pos) override { m_target->SetProgressPos(pos); }
-  bool IsCanceled() override { return m_target->IsCanceled(); }
-
- private:
-  ZOC::ZoProgress* m_target;
-};
-
-void InstallProgressFactory() {
-  ZOC::ZoProgress::SetFactory([]() -> std::unique_ptr<ZOC::ZoProgress> {
-    if (t_current) return std::make_unique<Forwarder>(t_current);
-    return std::make_unique<ZOC::ZoTerminalProgress>();
-  });
-}
-
 // Runs one library call without the GIL under a Python progress object.
 template <class Call>
 bool RunWithProgress(ZOC::ZoAnalysisFrame& analysis, const py::object& callback, Call&& call) {
   PythonProgress progress(callback);
-  struct Attach {  // detached on every exit
-    ZOC::ZoAnalysisFrame& analysis;
-    Attach(ZOC::ZoAnalysisFrame& a, PythonProgress* p) : analysis(a) { analysis.SetProgress(p), t_current = p; }
-    ~Attach() { analysis.SetProgress(nullptr), t_current = nullptr; }
-  };
   bool ok;
   {
-    Attach attach(analysis, &progress);
+    ZOC::front::ProgressScope scope(progress, &analysis);
     py::gil_scoped_release release;
     ok = call();
   }
@@ -162,61 +128,22 @@ bool RunWithProgress(ZOC::ZoAnalysisFrame& analysis, const py::object& callback,
   return ok;
 }
 
-// An input layer by path, and by name or the first layer.
-struct Input {
-  std::unique_ptr<ZOC::ZoDataSource> source;
-  ZOC::ZoDatasetVector* dataset = nullptr;
-};
+// Inputs are opened as zostat opens --input, with the same messages.
+using Input = ZOC::front::InputLayer;
+using ZOC::front::OpenInput;
 
-// Opened as zostat opens --input, with the same messages.
-Input OpenInput(const std::string& path, const std::string& layer) {
-  try {
-    ZOC::front::InputLayer opened = ZOC::front::OpenInput(path, layer);
-    return Input{std::move(opened.source), opened.dataset};
-  } catch (const ZOC::front::Failure& e) {
-    Fail(e.what());
-  }
+// Runs `call` and commits its result into `out` under one progress object;
+// a failure raises the analysis's or the output's messages.
+template <class Call>
+void RunInto(ZOC::front::Output& out, ZOC::ZoAnalysisFrame& analysis, const py::object& progress, Call&& call) {
+  bool committing = false;
+  const bool ok = RunWithProgress(analysis, progress, [&] {
+    if (!call()) return false;
+    committing = true;
+    return out.TryCommit(ZOC::front::ProgressScope::Current());
+  });
+  if (!ok) Fail(committing ? out.error() : analysis.GetStrErrorMes().Str());
 }
-
-// A result layer written through the host's result writer, as zostat writes
-// it: nothing touches the output until Commit, which replaces an existing
-// layer only when overwriting is asked for and never writes over a file the
-// analysis reads.
-class Output {
- public:
-  Output(const std::string& path, const std::string& layer, bool overwrite, const Input* input,
-         const std::vector<std::string>& reads = {}) {
-    std::vector<LUMA::LumaUnicodeString> protect;
-    if (input && input->source) protect = input->source->GetFileList();
-    for (const auto& file : reads)
-      if (!file.empty()) protect.emplace_back(file);
-    if (!m_writer.Prepare(path, layer, overwrite, protect)) Fail(m_writer.GetError().Str());
-  }
-  // The result shaped like `like` (geometry kind and coordinate system), or
-  // of `type` in `cs` without it.
-  void Create(const ZOC::ZoDatasetVector* like, int type, const ZOC::ZoPrjCoordSys& cs) {
-    m_dataset = m_writer.CreateResult(like, type, cs);
-    if (!m_dataset) Fail(m_writer.GetError().Str());
-  }
-  ZOC::ZoDatasetVector* dataset() const { return m_dataset; }
-  // Runs `call` and commits its result under one progress object; a failure
-  // raises the analysis's or the writer's messages.
-  template <class Call>
-  void Run(ZOC::ZoAnalysisFrame& analysis, const py::object& progress, Call&& call) {
-    bool committing = false;
-    const bool ok = RunWithProgress(analysis, progress, [&] {
-      if (!call()) return false;
-      committing = true;
-      return m_writer.Commit(t_current);
-    });
-    if (!ok) Fail(committing ? m_writer.GetError().Str() : analysis.GetStrErrorMes().Str());
-  }
-  std::string layer() const { return m_writer.GetLayerName().Str(); }
-
- private:
-  ZOC::ZoResultWriter m_writer;
-  ZOC::ZoDatasetVector* m_dataset = nullptr;
-};
 
 using Exponent = ZOC::ZoAnalyzingPatterns::ZoAnalyzingExponent;
 using ExponentTuple = std::tuple<double, double, double, double, double>;
@@ -229,7 +156,8 @@ ExponentTuple RunGlobal(const std::string& path, const std::string& layer, const
   Input input = OpenInput(path, layer);
   ZOC::ZoAnalyzingPatterns patterns;
   Exponent r;
-  if (!RunWithProgress(patterns, progress, [&] { return (patterns.*method)(input.dataset, info, r, true) != 0; }))
+  if (!RunWithProgress(patterns, progress,
+                       [&] { return (patterns.*method)(input.dataset, info, r, ZOC::front::kReportProgress) != 0; }))
     Fail(patterns.GetStrErrorMes().Str());
   return AsTuple(r);
 }
@@ -242,7 +170,7 @@ ExponentTuple Ann(const std::string& path, const std::string& layer, double area
   const ZOC::ZoDistanceMethod m = static_cast<ZOC::ZoDistanceMethod>(method);
   if (!RunWithProgress(patterns, progress, [&] {
         return patterns.AverageNearestNeighbor(input.dataset, area, m, r, !width.has_value(), width.value_or(0.0),
-                                               true) != 0;
+                                               ZOC::front::kReportProgress) != 0;
       }))
     Fail(patterns.GetStrErrorMes().Str());
   return AsTuple(r);
@@ -255,10 +183,11 @@ void RunLocal(const std::string& path, const std::string& layer, const std::stri
               const std::string& outLayer, bool overwrite, const ZOC::ZoPatternsInformation& info,
               const py::object& progress, LocalMethod method) {
   Input input = OpenInput(path, layer);
-  Output out(outPath, outLayer, overwrite, &input, {info.WeightsFilePath.Str()});
+  ZOC::front::Output out(outPath, outLayer, overwrite, &input, {info.WeightsFilePath.Str()});
   out.Create(input.dataset, ZOC::DatasetTabular, ZOC::ZoPrjCoordSys());
   ZOC::ZoClusteringDistributions clustering;
-  out.Run(clustering, progress, [&] { return (clustering.*method)(input.dataset, out.dataset(), info, true) != 0; });
+  RunInto(out, clustering, progress,
+          [&] { return (clustering.*method)(input.dataset, out.dataset(), info, ZOC::front::kReportProgress) != 0; });
 }
 
 // Density-based clustering (method 1 DBSCAN, 2 HDBSCAN, 3 OPTICS) into a
@@ -274,12 +203,14 @@ std::tuple<int, long long, double> Density(const std::string& path, const std::s
   info.SearchDistance = distance;
   info.DistanceUnit = 0;  // the layer's own unit, as zostat takes it
   info.OpticsParameter = xi;
-  Output out(outPath, outLayer, overwrite, &input);
+  ZOC::front::Output out(outPath, outLayer, overwrite, &input, {});
   out.Create(nullptr, input.dataset->GetType(), input.dataset->GetPrjCoordSys());
   ZOC::ZoClusteringDistributions clustering;
   ZOC::ZoClusterSummary summary;
-  out.Run(clustering, progress,
-          [&] { return clustering.DensityBasedClustering(input.dataset, out.dataset(), info, true, &summary) != 0; });
+  RunInto(out, clustering, progress, [&] {
+    return clustering.DensityBasedClustering(input.dataset, out.dataset(), info, ZOC::front::kReportProgress,
+                                             &summary) != 0;
+  });
   return {summary.Clusters, summary.Noise, summary.Distance};
 }
 
@@ -291,10 +222,11 @@ void Measure(const std::string& path, const std::string& layer, const std::strin
              bool overwrite, const ZOC::ZoMeasuringInformation& info, int resultType, const py::object& progress,
              MeasureMethod method) {
   Input input = OpenInput(path, layer);
-  Output out(outPath, outLayer, overwrite, &input);
+  ZOC::front::Output out(outPath, outLayer, overwrite, &input, {});
   out.Create(nullptr, resultType ? resultType : input.dataset->GetType(), input.dataset->GetPrjCoordSys());
   ZOC::ZoSpatialMeasure measure;
-  out.Run(measure, progress, [&] { return (measure.*method)(input.dataset, out.dataset(), info, true) != 0; });
+  RunInto(out, measure, progress,
+          [&] { return (measure.*method)(input.dataset, out.dataset(), info, ZOC::front::kReportProgress) != 0; });
 }
 
 ZOC::ZoMeasuringInformation MeasuringInformation(const std::string& weightField, const std::string& selfWeightField,
@@ -336,12 +268,13 @@ py::dict Ols(const std::string& path, const std::string& layer, const std::strin
   info.ExplanatoryFields = Names(explanatory);
   info.ResidualMoran = residualMoran;
   info.MoranWeights = weights;
-  Output out(outPath, outLayer, overwrite, &input, {weights.WeightsFilePath.Str()});
+  ZOC::front::Output out(outPath, outLayer, overwrite, &input, {weights.WeightsFilePath.Str()});
   out.Create(nullptr, input.dataset->GetType(), input.dataset->GetPrjCoordSys());
   ZOC::ZoSpatialRelModeling modeling;
   ZOC::ZoOLSResult r;
-  out.Run(modeling, progress,
-          [&] { return modeling.OrdinaryLeastSquares(input.dataset, out.dataset(), info, r, true) != 0; });
+  RunInto(out, modeling, progress, [&] {
+    return modeling.OrdinaryLeastSquares(input.dataset, out.dataset(), info, r, ZOC::front::kReportProgress) != 0;
+  });
   py::list coefficients;
   for (const auto& c : r.Coefficients) {
     py::dict d;
@@ -380,12 +313,14 @@ py::dict Gwr(const std::string& path, const std::string& layer, const std::strin
   info.BandwidthType = static_cast<ZOC::ZoGWRBandwidthType>(bandwidthType);
   info.Bandwidth = bandwidth;
   info.DistanceMethod = static_cast<ZOC::ZoDistanceMethod>(distanceMethod);
-  Output out(outPath, outLayer, overwrite, &input);
+  ZOC::front::Output out(outPath, outLayer, overwrite, &input, {});
   out.Create(nullptr, input.dataset->GetType(), input.dataset->GetPrjCoordSys());
   ZOC::ZoSpatialRelModeling modeling;
   ZOC::ZoGWRResult r;
-  out.Run(modeling, progress,
-          [&] { return modeling.GeographicWeightedRegression(input.dataset, out.dataset(), info, r, true) != 0; });
+  RunInto(out, modeling, progress, [&] {
+    return modeling.GeographicWeightedRegression(input.dataset, out.dataset(), info, r, ZOC::front::kReportProgress) !=
+           0;
+  });
   py::dict d;
   d["bandwidth"] = Number(r.Bandwidth), d["aicc"] = Number(r.AICc);
   d["effective_parameters"] = Number(r.EffectiveParameters), d["rss"] = Number(r.RSS);
@@ -399,22 +334,24 @@ void WeightsBuild(const std::string& path, const std::string& layer, const std::
   Input input = OpenInput(path, layer);
   ZOC::ZoWeightsUtilities weights;
   const bool ok = RunWithProgress(weights, progress, [&] {
-    if (text) return weights.BuildWeightMatrixText(input.dataset, idField, output, info, true) != 0;
+    if (text)
+      return weights.BuildWeightMatrixText(input.dataset, idField, output, info, ZOC::front::kReportProgress) != 0;
     if (!flagMatrix.empty())
-      return weights.BuildWeightMatrixBinaryK(input.dataset, idField, output, flagMatrix, info, true) != 0;
-    return weights.BuildWeightMatrixBinary(input.dataset, idField, output, info, true) != 0;
+      return weights.BuildWeightMatrixBinaryK(input.dataset, idField, output, flagMatrix, info,
+                                              ZOC::front::kReportProgress) != 0;
+    return weights.BuildWeightMatrixBinary(input.dataset, idField, output, info, ZOC::front::kReportProgress) != 0;
   });
   if (!ok) Fail(weights.GetStrErrorMes().Str());
 }
 
 void WeightsToTable(const std::string& weightsPath, const std::string& outPath, const std::string& outLayer,
                     bool overwrite, bool text, const py::object& progress) {
-  Output out(outPath, outLayer, overwrite, nullptr, {weightsPath});
+  ZOC::front::Output out(outPath, outLayer, overwrite, nullptr, {weightsPath});
   out.Create(nullptr, ZOC::DatasetTabular, ZOC::ZoPrjCoordSys());
   ZOC::ZoWeightsUtilities weights;
-  out.Run(weights, progress, [&] {
-    return (text ? weights.TextConverToTable(out.dataset(), weightsPath, true)
-                 : weights.BinaryConverToTable(out.dataset(), weightsPath, true)) != 0;
+  RunInto(out, weights, progress, [&] {
+    return (text ? weights.TextConverToTable(out.dataset(), weightsPath, ZOC::front::kReportProgress)
+                 : weights.BinaryConverToTable(out.dataset(), weightsPath, ZOC::front::kReportProgress)) != 0;
   });
 }
 
@@ -422,13 +359,13 @@ void WeightsToTable(const std::string& weightsPath, const std::string& outPath, 
 // anonymous temporary file (gone when closed) and returned as text.
 std::string WeightsDump(const std::string& weightsPath, bool text) {
   std::FILE* capture = std::tmpfile();
-  if (!capture) Fail(Text(ZOC::msg::EUp005));
+  if (!capture) Fail(ZOC::front::MessageText(ZOC::msg::EUp005, ""));
   std::fflush(stdout);
   const int saved = dup(fileno(stdout));
   if (saved < 0 || dup2(fileno(capture), fileno(stdout)) < 0) {
     if (saved >= 0) close(saved);
     std::fclose(capture);
-    Fail(Text(ZOC::msg::EUp005));
+    Fail(ZOC::front::MessageText(ZOC::msg::EUp005, ""));
   }
   ZOC::ZoWeightsUtilities weights;
   const bool ok = text ? weights.ReadWeightMatrixText(weightsPath) : weights.ReadWeightMatrixTextEx(weightsPath);
@@ -452,7 +389,7 @@ py::dict ReadAttributes(const std::string& path, const std::string& layer) {
   py::dict columns;
   std::vector<py::list> lists(fields.size());
   ZOC::ZoRecordsetPtr records(input.dataset->Query(ZOC::ZoQueryDef()));
-  if (!records) Fail(Text(ZOC::msg::EKa013));
+  if (!records) Fail(ZOC::front::MessageText(ZOC::msg::EKa013, ""));
   LUMA::LumaVariant value;
   for (bool more = records->MoveFirst(); more && !records->IsEOF(); more = records->MoveNext()) {
     for (std::size_t f = 0; f < fields.size(); ++f) {
@@ -501,7 +438,7 @@ void BindPatternsInformation(py::module_& m) {
 
 PYBIND11_MODULE(_core, m) {
   m.doc() = "Compiled layer of statisticsanalyst; use the package's functions instead.";
-  py::register_exception<LibraryError>(m, "LibraryError", PyExc_RuntimeError);
+  py::register_exception<ZOC::front::Failure>(m, "LibraryError", PyExc_RuntimeError);
   py::register_exception<ZOC::front::UsageError>(m, "UsageError", PyExc_ValueError);
   // The keyword arguments are checked by zostat's option checks, under the
   // options' names, so both front ends refuse a value with the same message.
@@ -518,8 +455,18 @@ PYBIND11_MODULE(_core, m) {
         return detail.empty() ? text : text + " (" + detail + ")";
       },
       py::arg("id"), py::arg("args"), py::arg("detail"));
-  InstallProgressFactory();
+  // Outside a run, the host's default.
+  ZOC::front::InstallProgressFactory([] { return std::make_unique<ZOC::ZoTerminalProgress>(); });
   BindPatternsInformation(m);
+  // The weights keywords, as zostat's options by their names, become the
+  // library's record through the same conversion as zostat's.
+  m.def("patterns_information", &ZOC::front::PatternsInformation, py::arg("options"));
+  m.def(
+      "distance_method",
+      [](const std::string& value) { return static_cast<int>(ZOC::front::DistanceMethodNamed(value)); },
+      py::arg("value"));
+  m.def("check_weights_build", &ZOC::front::CheckWeightsBuild, py::arg("info"), py::arg("text"),
+        py::arg("flag_matrix"));
   m.def(
       "moran",
       [](const std::string& path, const std::string& layer, const ZOC::ZoPatternsInformation& info,

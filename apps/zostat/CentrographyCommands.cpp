@@ -81,7 +81,7 @@ void PrintResults(const Options& options, ZOC::ZoDatasetVector* result) {
   for (const auto& f : result->GetFieldInfos())
     if (!f.IsSystemField()) fields.push_back(f.GetName());
   ZOC::ZoRecordsetPtr records(result->Query(ZOC::ZoQueryDef()));
-  if (!records) throw Failure("the results could not be read back");
+  if (!records) throw Failure(MessageText(ZOC::msg::EKa013, "the results could not be read back"));
   JsonWriter json;
   json.BeginArray();
   std::string text;
@@ -163,7 +163,7 @@ int RunMeasure(const Options& options, const MeasureSpec& spec) {
   } else {
     memory = ZOC::ZoDataSource::CreateMemory();
     result = memory->CreateDatasetVector(layer, type, input.dataset->GetPrjCoordSys());
-    if (!result) throw Failure("no in-memory result layer could be created");
+    if (!result) throw Failure(MessageText(ZOC::msg::EUp003, "no in-memory result layer could be created"));
   }
   ZOC::ZoSpatialMeasure measure;
   if (!(measure.*spec.method)(input.dataset, result, info, ShowProgress(options)))

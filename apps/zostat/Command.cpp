@@ -36,42 +36,34 @@ std::vector<OptionSpec> OutputOptions(const std::string& layerHelp) {
            "replace an existing layer of that name (or a single-layer file) once the result is complete"}};
 }
 
-OutputLayer::OutputLayer(const Options& options, const std::string& defaultLayer, const InputLayer& input) {
-  Prepare(options, defaultLayer, &input);
-  m_dataset = m_writer->CreateResult(input.dataset, ZOC::DatasetTabular, ZOC::ZoPrjCoordSys());
-  if (!m_dataset) throw Failure(m_writer->GetError().Str());
+namespace {
+
+// The files a command reads besides its input layer's: the output must be none of them.
+std::vector<std::string> ReadFiles(const Options& options) {
+  std::vector<std::string> reads;
+  for (const char* name : {"input", "weights", "weights-file", "flag-matrix"})
+    if (options.Has(name)) reads.push_back(options.Get(name));
+  return reads;
+}
+
+}  // namespace
+
+OutputLayer::OutputLayer(const Options& options, const std::string& defaultLayer, const InputLayer& input)
+    : Output(options.Require("output"), options.Get("output-layer", defaultLayer), options.Has("overwrite"), &input,
+             ReadFiles(options)) {
+  Create(input.dataset, ZOC::DatasetTabular, ZOC::ZoPrjCoordSys());
 }
 
 OutputLayer::OutputLayer(const Options& options, const std::string& defaultLayer, int datasetType,
-                         const ZOC::ZoPrjCoordSys& cs) {
-  Prepare(options, defaultLayer, nullptr);
-  m_dataset = m_writer->CreateResult(nullptr, datasetType, cs);
-  if (!m_dataset) throw Failure(m_writer->GetError().Str());
-}
-
-OutputLayer::~OutputLayer() = default;
-
-void OutputLayer::Prepare(const Options& options, const std::string& defaultLayer, const InputLayer* input) {
-  m_path = options.Require("output");
-  m_layer = options.Get("output-layer", defaultLayer);
-  if (m_layer.empty()) throw UsageError(msg::EUa055, "give --output-layer");
-  // The output must be none of the files the command reads.
-  std::vector<LUMA::LumaUnicodeString> reads;
-  if (input && input->source) reads = input->source->GetFileList();
-  for (const char* name : {"input", "weights", "weights-file", "flag-matrix"})
-    if (options.Has(name)) reads.emplace_back(options.Get(name));
-  m_writer = std::make_unique<ZOC::ZoResultWriter>();
-  if (!m_writer->Prepare(m_path, m_layer, options.Has("overwrite"), reads)) {
-    const std::string error = m_writer->GetError().Str();
-    if (m_writer->IsUsageError()) throw UsageError(error);
-    throw Failure(error);
-  }
+                         const ZOC::ZoPrjCoordSys& cs)
+    : Output(options.Require("output"), options.Get("output-layer", defaultLayer), options.Has("overwrite"), nullptr,
+             ReadFiles(options)) {
+  Create(nullptr, datasetType, cs);
 }
 
 void OutputLayer::Keep() {
   const std::unique_ptr<ZOC::ZoProgress> progress = ZOC::ZoProgress::Create();
-  if (!m_writer->Commit(progress.get())) throw Failure(m_writer->GetError().Str());
-  m_layer = m_writer->GetLayerName().Str();
+  Commit(progress.get());
 }
 
 std::unique_ptr<OutputLayer> OptionalOutput(const Options& options, const std::string& defaultLayer, int datasetType,

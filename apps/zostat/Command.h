@@ -9,9 +9,10 @@
 #include "Options.h"
 #include "common/Errors.h"
 #include "common/Input.h"
+#include "common/Output.h"
+#include "common/Progress.h"
 #include "host/LumaUnicodeString.h"
 #include "host/ZoDataSource.h"
-#include "host/ZoResultWriter.h"
 
 namespace zostat {
 
@@ -41,31 +42,18 @@ InputLayer OpenInput(const Options& options);
 // --output and --output-layer (and --overwrite), for commands that write.
 std::vector<OptionSpec> OutputOptions(const std::string& layerHelp);
 
-// The result layer of a command. The output is checked before any work (its
-// format from the extension, not one of the input files, an existing layer
-// only with --overwrite); the command writes into dataset(), which lives in
-// memory, and Keep() puts the finished result into the output under a
-// temporary name and replaces the old layer or file only once it is
-// complete. Without Keep() the output is never touched.
-class OutputLayer {
+// The result layer of a command (common/Output.h): --output, --output-layer
+// or `defaultLayer`, --overwrite; the files the command reads (--input and
+// its other files, --weights, --weights-file, --flag-matrix) are protected.
+// Keep() writes the finished result.
+class OutputLayer : public ZOC::front::Output {
  public:
   // Shaped like `input`'s layer (geometry kind and coordinate system as read).
   OutputLayer(const Options& options, const std::string& defaultLayer, const InputLayer& input);
   // A layer of `datasetType` in `cs`.
   OutputLayer(const Options& options, const std::string& defaultLayer, int datasetType, const ZOC::ZoPrjCoordSys& cs);
-  ~OutputLayer();
-  ZOC::ZoDatasetVector* dataset() const { return m_dataset; }
-  const std::string& path() const { return m_path; }
-  // The layer's name as the output stores it (after Keep, a Shapefile's is its file name).
-  const std::string& layer() const { return m_layer; }
   // The command succeeded: write the result; throws Failure when that fails.
   void Keep();
-
- private:
-  void Prepare(const Options& options, const std::string& defaultLayer, const InputLayer* input);
-  std::string m_path, m_layer;
-  std::unique_ptr<ZOC::ZoResultWriter> m_writer;
-  ZOC::ZoDatasetVector* m_dataset = nullptr;
 };
 
 // The result layer when --output is given, else null: for commands whose
@@ -74,9 +62,10 @@ class OutputLayer {
 std::unique_ptr<OutputLayer> OptionalOutput(const Options& options, const std::string& defaultLayer, int datasetType,
                                             const ZOC::ZoPrjCoordSys& cs);
 
-// Whether analyses should run with a progress object. Always: it is also how
-// they see Ctrl-C and SIGTERM; --json and --quiet only stop the drawing.
-inline bool ShowProgress(const Options&) { return true; }
+// Whether analyses should run with a progress object. Always
+// (common/Progress.h): it is also how they see Ctrl-C and SIGTERM; --json and
+// --quiet only stop the drawing.
+inline bool ShowProgress(const Options&) { return ZOC::front::kReportProgress; }
 
 // Refuses a --map file that is the input or `out`'s file, or that exists
 // without --overwrite; called before any work is done.

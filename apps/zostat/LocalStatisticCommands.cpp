@@ -57,9 +57,7 @@ int RunHotSpot(const Options& options) {
   options.Require("field");
   InputLayer input = OpenInput(options);
   CheckDistanceMethod(options, input);
-  ZOC::ZoPatternsInformation info = ParseWeightsOptions(options);
-  info.SecondFieldName = options.Get("self-weight-field");
-  info.FDRCorrection = options.Has("fdr");
+  const ZOC::ZoPatternsInformation info = ParseWeightsOptions(options);
   OutputLayer out(options, input.dataset->GetName().Str() + "_hotspots", input);
   CheckRequestedMap(options, out);
   ZOC::ZoClusteringDistributions clustering;
@@ -83,8 +81,7 @@ int RunClusterOutlier(const Options& options) {
   options.Require("field");
   InputLayer input = OpenInput(options);
   CheckDistanceMethod(options, input);
-  ZOC::ZoPatternsInformation info = ParseWeightsOptions(options);
-  info.FDRCorrection = options.Has("fdr");
+  const ZOC::ZoPatternsInformation info = ParseWeightsOptions(options);
   OutputLayer out(options, input.dataset->GetName().Str() + "_clusters", input);
   CheckRequestedMap(options, out);
   ZOC::ZoClusteringDistributions clustering;

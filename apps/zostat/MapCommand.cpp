@@ -39,7 +39,7 @@ void WriteRequestedMap(const Options& options, ZOC::ZoDatasetVector* result, con
   const std::unique_ptr<ZOC::ZoProgress> progress = ZOC::ZoProgress::Create();
   request.cancelled = [&] { return progress->IsCanceled(); };
   std::string error;
-  if (!map::RenderMap(result, request, error)) throw Failure("cannot draw the map: " + error);
+  if (!map::RenderMap(result, request, error)) throw Failure(error);
 }
 
 namespace {

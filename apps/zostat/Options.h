@@ -37,6 +37,8 @@ class Options {
   // Throw UsageError when the value is not a number / an integer.
   double GetDouble(const std::string& name, double fallback) const;
   long long GetInt(const std::string& name, long long fallback) const;
+  // Every option given, by name, with its (last) value; flags with an empty one.
+  const std::map<std::string, std::string>& Values() const { return m_values; }
   // Every value of a repeatable option, in the order given.
   std::vector<std::string> GetAll(const std::string& name) const;
 

@@ -35,7 +35,8 @@ LUMA::LumaArray<LUMA::LumaUnicodeString> ParseExplanatory(const Options& options
   while (true) {
     const std::size_t comma = list.find(',', start);
     const std::string name = list.substr(start, comma == std::string::npos ? std::string::npos : comma - start);
-    if (name.find_first_not_of(" \t") == std::string::npos) throw UsageError("--explanatory holds an empty field name");
+    if (name.find_first_not_of(" \t") == std::string::npos)
+      throw UsageError(ZOC::msg::EUa060, "--explanatory holds an empty field name");
     names.push_back(FieldOf(input, name));
     if (comma == std::string::npos) break;
     start = comma + 1;

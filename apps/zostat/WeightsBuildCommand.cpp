@@ -12,9 +12,9 @@
 #include "Json.h"
 #include "StatisticsAnalyst/ZoWeightsUtilities.h"
 #include "WeightsOptions.h"
+#include "common/WeightsOptions.h"
 #include "host/ZoFile.h"
 #include "host/ZoMessageIds.h"
-#include "host/ZoStringEx.h"
 
 namespace zostat {
 
@@ -22,9 +22,7 @@ namespace {
 
 namespace fs = std::filesystem;
 
-Failure Refusal(const char* id, const std::string& path) {
-  return Failure(ZOC::ZoStringEx::LoadResString(id).Str() + " (" + path + ")");
-}
+Failure Refusal(const char* id, const std::string& path) { return Failure(MessageText(id, path)); }
 
 // A free name beside `path` ending in `extension`, for building it.
 std::string Beside(const std::string& path, const std::string& extension) {
@@ -52,10 +50,8 @@ void CheckOutputs(const Options& options, const std::string& input, const std::s
 
 int RunWeightsBuild(const Options& options) {
   const bool text = options.Has("text");
-  if (text && options.Has("flag-matrix")) throw UsageError("--flag-matrix goes with binary files, not --text");
   const ZOC::ZoPatternsInformation info = ParseWeightsOptions(options);
-  if (info.Conceptualization == ZOC::SpatialWeightsFile)
-    throw UsageError(ZOC::ZoStringEx::LoadResString(ZOC::msg::EUb007).Str() + " (--conceptualization weights-file)");
+  ZOC::front::CheckWeightsBuild(info, text, options.Has("flag-matrix"));
   const std::string input = options.Require("input");
   const std::string idField = options.Require("id-field");
   const std::string output = options.Require("output");

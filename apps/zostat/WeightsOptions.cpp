@@ -1,10 +1,6 @@
 #include "WeightsOptions.h"
 
-#include <algorithm>
-
-#include <string>
-
-#include "common/OptionDomain.h"
+#include "common/WeightsOptions.h"
 
 namespace zostat {
 
@@ -31,33 +27,11 @@ std::vector<OptionSpec> WeightsOptions() {
 }
 
 ZOC::ZoDistanceMethod ParseDistanceMethod(const Options& options) {
-  const std::string method = options.Get("distance-method", "euclidean");
-  if (method == "euclidean") return ZOC::Euclidean;
-  return method == "manhattan" ? ZOC::Manhattan : ZOC::Euclidean;  // checked as parsed
+  return ZOC::front::DistanceMethodNamed(options.Get("distance-method", "euclidean"));
 }
 
 ZOC::ZoPatternsInformation ParseWeightsOptions(const Options& options) {
-  ZOC::ZoPatternsInformation info;
-  info.FieldName = options.Get("field");
-  if (options.Has("conceptualization")) {
-    const std::string c = options.Get("conceptualization");
-    ZOC::front::ConceptualizationNamed(c, info.Conceptualization);  // checked as parsed
-  }
-  info.DistanceTolerance = options.GetDouble("distance-band", -1.0);
-  info.Exponent = options.GetDouble("exponent", 1.0);
-  const long long k = options.GetInt("k", 1);
-  if (k < -2147483648LL || k > 2147483647LL) throw UsageError("--k is out of range");
-  info.KNeighbors = static_cast<std::int32_t>(k);
-  info.SnapTolerance = options.GetDouble("snap-tolerance", 0.0);
-  info.Standardization = options.Has("row-standardize");
-  info.DistanceMethod = ParseDistanceMethod(options);
-  info.WeightsFilePath = options.Get("weights-file");
-  if (options.Has("memory-budget")) {
-    const double mb = options.GetDouble("memory-budget", 0.0);
-    // At least one byte: a tiny budget still means "use the file".
-    info.WeightsMemoryBudget = std::max<std::int64_t>(1, static_cast<std::int64_t>(mb * 1048576.0));
-  }
-  return info;
+  return ZOC::front::PatternsInformation(options.Values());
 }
 
 }  // namespace zostat

@@ -8,8 +8,8 @@
 namespace zostat {
 
 std::vector<OptionSpec> WeightsOptions();
-// The parameter record from --field and the weights options. Throws
-// UsageError for a value zostat cannot interpret; the library checks the rest.
+// The parameter record from --field, --self-weight-field, --fdr and the
+// weights options (common/WeightsOptions.h); the library checks the rest.
 ZOC::ZoPatternsInformation ParseWeightsOptions(const Options& options);
 // --distance-method: "euclidean" or "manhattan" (default euclidean).
 ZOC::ZoDistanceMethod ParseDistanceMethod(const Options& options);

@@ -6,6 +6,7 @@
 #include "Json.h"
 #include "StatisticsAnalyst/ZoStatisticsUtilities.h"
 #include "WeightsOptions.h"
+#include "host/ZoMessageIds.h"
 
 namespace zostat {
 
@@ -15,12 +16,12 @@ int RunWeightsShow(const Options& options) {
   InputLayer input = OpenInput(options);
   const ZOC::ZoPatternsInformation info = ParseWeightsOptions(options);
   if (info.Conceptualization == ZOC::SpatialWeightsFile)
-    throw UsageError("weights show builds weights in memory; use 'weights dump' for a weights file");
+    throw UsageError(ZOC::msg::EUa058, "weights show builds weights in memory; use 'weights dump' for a weights file");
 
   ZOC::ZoQueryDef query;
   query.m_order = LUMA::LumaUnicodeString(" Order BY ") + ZOC::kSystemIdField;
   ZOC::ZoRecordsetPtr records(input.dataset->Query(query));
-  if (!records) throw Failure("cannot query the input layer");
+  if (!records) throw Failure(MessageText(ZOC::msg::EKa013, "the input layer"));
   // Feature i is the i-th record in QlID order; report QlIDs, not positions.
   std::vector<long long> ids;
   for (bool more = records->MoveFirst(); more && !records->IsEOF(); more = records->MoveNext())
@@ -29,7 +30,7 @@ int RunWeightsShow(const Options& options) {
   ZOC::ZoStatisticsUtilities utilities;
   LUMA::LumaArray<ZOC::WeightMatrixUnit> units;
   if (!utilities.GetSpatialWeight(records.get(), info, units, ShowProgress(options)))
-    throw Failure(utilities.GetStrErrorMes().IsEmpty() ? std::string("the weights could not be built")
+    throw Failure(utilities.GetStrErrorMes().IsEmpty() ? MessageText(ZOC::msg::EUa019, "the weights could not be built")
                                                        : utilities.GetStrErrorMes().Str());
   const long long n = static_cast<long long>(ids.size());
 

@@ -6,6 +6,7 @@
 #include "Json.h"
 #include "StatisticsAnalyst/ZoWeightsUtilities.h"
 #include "host/ZoDatasetVector.h"
+#include "host/ZoMessageIds.h"
 
 namespace zostat {
 
@@ -17,7 +18,8 @@ int RunWeightsToTable(const Options& options) {
   const bool text = options.Has("text");
   std::string layer = options.Get("output-layer");
   if (layer.empty()) layer = std::filesystem::path(weights).stem().string();
-  if (layer.empty()) throw UsageError("cannot take a layer name from '" + weights + "'; give --output-layer");
+  if (layer.empty())
+    throw UsageError(ZOC::msg::EUa055, "cannot take a layer name from '" + weights + "'; give --output-layer");
   OutputLayer out(options, layer, ZOC::DatasetTabular, ZOC::ZoPrjCoordSys());
   ZOC::ZoDatasetVector* table = out.dataset();
   ZOC::ZoWeightsUtilities utilities;

@@ -9,11 +9,13 @@
 #include <csignal>
 #include <cstdio>
 #include <cstring>
+#include <memory>
 #include <new>
 #include <string>
 #include <vector>
 
 #include "Command.h"
+#include "common/Progress.h"
 #include "host/ZoFile.h"
 #include "host/ZoMessageIds.h"
 #include "host/ZoProgress.h"
@@ -107,7 +109,7 @@ std::size_t g_stopMessageLength = 0;
 
 extern "C" void OnStopSignal(int) {
   if (g_stopSignals.fetch_add(1) == 0) {
-    ZOC::ZoTerminalProgress::RequestCancel();
+    ZOC::front::RequestStop();
     return;
   }
   sigset_t stops;
@@ -140,6 +142,34 @@ void CatchStopSignals(const std::string& command) {
   for (int signal : {SIGINT, SIGTERM, SIGHUP}) sigaddset(&action.sa_mask, signal);
   for (int signal : {SIGINT, SIGTERM, SIGHUP}) sigaction(signal, &action, nullptr);
 }
+
+// The progress object of each analysis (common/Progress.h), drawn as the
+// host's terminal bar: only on a terminal, never under --quiet or --json.
+class TerminalProgress : public ZOC::front::RunProgress {
+ public:
+  void SetBothPosRange(int low, int high) override {
+    RunProgress::SetBothPosRange(low, high);
+    m_bar.SetBothPosRange(low, high);
+  }
+  void SetTitleMessage(const LUMA::LumaUnicodeString& title) override {
+    RunProgress::SetTitleMessage(title);
+    m_bar.SetTitleMessage(title);
+  }
+  void SetMessage(const LUMA::LumaUnicodeString& message) override {
+    RunProgress::SetMessage(message);
+    m_bar.SetMessage(message);
+  }
+  void SetProgressPos(int pos) override {
+    RunProgress::SetProgressPos(pos);
+    m_bar.SetProgressPos(pos);
+  }
+
+ protected:
+  void OnChange(const ZOC::ZoProgressState&) override {}  // the bar draws itself
+
+ private:
+  ZOC::ZoTerminalProgress m_bar;
+};
 
 bool AsksForHelp(const std::vector<std::string>& args) {
   for (const auto& a : args)
@@ -220,6 +250,7 @@ int main(int argc, char** argv) {
     // The progress object is always there, for cancellation; it draws only
     // on a terminal and never under --quiet or --json.
     ZOC::ZoTerminalProgress::SetQuiet(options.Has("quiet") || options.Has("json"));
+    ZOC::front::InstallProgressFactory([] { return std::make_unique<TerminalProgress>(); });
     CatchStopSignals(command->name);
     return command->run(options);
   } catch (const zostat::UsageError& e) {

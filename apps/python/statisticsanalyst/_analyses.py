@@ -10,7 +10,7 @@ import contextlib
 import os
 
 from . import _core, _io, _validate
-from ._errors import StatisticsAnalystError
+from ._errors import StatisticsAnalystError, StatisticsAnalystUsageError
 from ._progress import reporter
 from ._results import AnnResult, GeneralGResult, GwrResult, MoranResult, OlsResult
 from ._weights import WEIGHTS_KEYWORDS, distance_method_code, patterns_information
@@ -22,6 +22,8 @@ def _library_errors():
         yield
     except _core.LibraryError as error:
         raise StatisticsAnalystError(str(error)) from None
+    except _core.UsageError as error:  # refused as zostat refuses it (an output of no known format)
+        raise StatisticsAnalystUsageError(str(error)) from None
 
 
 def _call(function, *args, progress):
@@ -282,6 +284,8 @@ def weights_build(data, id_field, output, *, layer=None, text=False, flag_matrix
     features of `data`, numbered by the integer `id_field`; with k-nearest
     weights optionally the flag matrix too. Returns the output path."""
     info = _weights("", weights)
+    with _validate.as_keywords("flag-matrix", "text", "conceptualization"):
+        _core.check_weights_build(info, bool(text), flag_matrix is not None)
     flags = os.fspath(flag_matrix) if flag_matrix is not None else ""
 
     def run(path, name, report):

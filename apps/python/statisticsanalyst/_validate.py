@@ -1,14 +1,16 @@
 """Keyword arguments checked by the same code that checks zostat's options,
 under the options' names, so a value is refused with the same identifier and
 words from Python as from the command line."""
+import contextlib
 import numbers
 import os
+import re
 
 from . import _core
 from ._errors import StatisticsAnalystUsageError
 
 
-def _text(value):
+def text(value):
     """A value as it would be typed: whole numbers without a fraction, other
     numbers in full precision, booleans as words (so never as counts)."""
     if isinstance(value, bool):
@@ -25,13 +27,24 @@ def refuse(text):
     raise StatisticsAnalystUsageError(text)
 
 
+@contextlib.contextmanager
+def as_keywords(*names):
+    """Refuses what the compiled layer refuses as zostat would refuse options
+    `names`, with the same identifier and words, the options named as the
+    keyword arguments they came from."""
+    try:
+        yield
+    except _core.UsageError as error:
+        message = str(error)
+        for name in names:
+            message = re.sub("--" + re.escape(name) + r"\b", name.replace("-", "_"), message)
+        refuse(message)
+
+
 def option(command, name, value):
     """Checks `value` as zostat's option --`name` of `command`; returns it."""
-    try:
-        _core.check_option(command, name, _text(value))
-    except _core.UsageError as error:
-        # Named as the keyword argument it came from.
-        refuse(str(error).replace("--" + name, name.replace("-", "_")))
+    with as_keywords(name):
+        _core.check_option(command, name, text(value))
     return value
 
 

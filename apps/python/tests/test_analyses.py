@@ -195,6 +195,40 @@ def test_python_refuses_what_zostat_refuses(call, cli):
         assert isinstance(caught.value, (ValueError, TypeError))
 
 
+# Outputs and weights builds go through the same front-end core: the same mistake gets the same
+# identifier and kind (a usage error, exit status 2), an output's message word for word, and nothing
+# is written.
+@pytest.mark.parametrize("call, cli, same_text", [
+    (lambda d: sa.hotspot(data("columbus.gpkg"), "CRIME", output=d / "r.xyz", progress=False),
+     lambda d: ["hotspot", "--input", data("columbus.gpkg"), "--field", "CRIME", "--output", d / "r.xyz"], True),
+    (lambda d: sa.dbscan(d / "in.gpkg", output=d / "in.gpkg", overwrite=True, progress=False),
+     lambda d: ["dbscan", "--input", d / "in.gpkg", "--output", d / "in.gpkg", "--overwrite"], True),
+    (lambda d: sa.weights_build(data("columbus.gpkg"), "QlID", d / "k.swmb", text=True, flag_matrix=d / "k.flags",
+                                conceptualization="k-nearest", k=2, progress=False),
+     lambda d: ["weights", "build", "--input", data("columbus.gpkg"), "--id-field", "QlID", "--output", d / "k.swmb",
+                "--text", "--flag-matrix", d / "k.flags", "--conceptualization", "k-nearest", "--k", "2"], False),
+    (lambda d: sa.weights_build(data("columbus.gpkg"), "QlID", d / "w.swmb", conceptualization="weights_file",
+                                progress=False),
+     lambda d: ["weights", "build", "--input", data("columbus.gpkg"), "--id-field", "QlID", "--output", d / "w.swmb",
+                "--conceptualization", "weights-file"], False),
+])
+def test_outputs_and_weights_builds_refused_alike(tmp_path, private_tmpdir, call, cli, same_text):
+    folder = tmp_path / "work"
+    folder.mkdir()
+    (folder / "in.gpkg").write_bytes(open(data("columbus.gpkg"), "rb").read())
+    before = {name: (folder / name).read_bytes() for name in os.listdir(folder)}
+    run = zostat(*cli(folder), check=False)
+    with pytest.raises(sa.StatisticsAnalystError) as caught:
+        call(folder)
+    identifier = caught.value.ids[0]
+    assert f"[{identifier}]" in run.stderr.splitlines()[0]
+    assert (run.returncode == 2) == isinstance(caught.value, sa.StatisticsAnalystUsageError)
+    if same_text:
+        assert run.stderr.splitlines()[0].endswith(": " + str(caught.value))
+    assert {name: (folder / name).read_bytes() for name in os.listdir(folder)} == before
+    assert os.listdir(private_tmpdir) == []
+
+
 def test_python_argument_kinds_carry_identifiers():
     with pytest.raises(TypeError) as caught:
         sa.moran(42, "CRIME")

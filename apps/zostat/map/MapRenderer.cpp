@@ -37,6 +37,11 @@ struct Records {
   }
 };
 
+// "[ID] catalogue text (detail)", as every zostat message reads.
+std::string Message(const char* id, const std::string& detail) {
+  return ZOC::ZoStringEx::LoadResString(id).Str() + " (" + detail + ")";
+}
+
 // Whether the run was cancelled, polled every few thousand features.
 bool Stopped(const MapRequest& request, std::size_t done, std::string& error) {
   if (done % 4096 != 4095 || !request.cancelled || !request.cancelled()) return false;
@@ -49,14 +54,14 @@ bool ReadFeatures(ZOC::ZoDatasetVector* dataset, const MapRequest& request, bool
   const std::string& field = request.field;
   LUMA::LumaFieldInfo info;
   if (!dataset->GetFieldInfo(field, info)) {
-    error = "the layer '" + dataset->GetName().Str() + "' has no field '" + field + "'";
+    error = Message(ZOC::msg::ECd001, "the layer '" + dataset->GetName().Str() + "' has no field '" + field + "'");
     return false;
   }
   const int type = info.GetType();
   numeric = type == 2 || type == 3 || type == 4 || type == 6 || type == 7 || type == 16;
   Records guard{dataset, dataset->Query(ZOC::ZoQueryDef())};
   if (!guard.records) {
-    error = "cannot read the layer '" + dataset->GetName().Str() + "'";
+    error = Message(ZOC::msg::EKa013, "cannot read the layer '" + dataset->GetName().Str() + "'");
     return false;
   }
   LUMA::LumaVariant value;
@@ -193,7 +198,7 @@ void DrawScaleBarAndNorth(Canvas& canvas, const ZOC::ZoPrjCoordSys& cs, const Tr
 bool RenderMap(ZOC::ZoDatasetVector* dataset, const MapRequest& request, std::string& error) {
   std::unique_ptr<Canvas> canvas = MakeCanvas(request.output, request.width, request.height);
   if (!canvas) {
-    error = "the map file '" + request.output + "' must end in .svg or .png";
+    error = Message(ZOC::msg::EUa059, "the map file '" + request.output + "' must end in .svg or .png");
     return false;
   }
   bool numeric = false;
@@ -221,7 +226,9 @@ bool RenderMap(ZOC::ZoDatasetVector* dataset, const MapRequest& request, std::st
   const auto& cs = dataset->GetPrjCoordSys();
   if (cs.GetTypeID() == ZOC::ZoPrjCoordSys::Projected && !features.empty())
     DrawScaleBarAndNorth(*canvas, cs, t, left, top, width, height);
-  return canvas->Save(request.output, error);
+  if (canvas->Save(request.output, error)) return true;
+  error = Message(ZOC::msg::EUa014, error);
+  return false;
 }
 
 }  // namespace zostat::map

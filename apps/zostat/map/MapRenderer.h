@@ -21,7 +21,10 @@ struct MapRequest {
   std::function<bool()> cancelled;
 };
 
-// False with a reason in `error`; nothing is left at `output` then.
+// False with a reason in `error`, beginning with its identifier: an
+// extension other than .svg or .png "EUa059", no such field "ECd001", a
+// layer that cannot be read "EKa013", a file that cannot be written "EUa014",
+// a stop "IMb030". Nothing is left at `output` then.
 bool RenderMap(ZOC::ZoDatasetVector* dataset, const MapRequest& request, std::string& error);
 
 }  // namespace zostat::map
