@@ -47,7 +47,20 @@ std::vector<std::string> ZoStringEx::ListIdentifiers() {
   return ids;
 }
 
+namespace {
+LumaUnicodeString FormatArgs(const LumaUnicodeString& pattern, const LumaUnicodeString* args, std::size_t count);
+}  // namespace
+
 LumaUnicodeString ZoStringEx::Format(const LumaUnicodeString& pattern, std::initializer_list<LumaUnicodeString> args) {
+  return FormatArgs(pattern, args.begin(), args.size());
+}
+
+LumaUnicodeString ZoStringEx::Format(const LumaUnicodeString& pattern, const std::vector<LumaUnicodeString>& args) {
+  return FormatArgs(pattern, args.data(), args.size());
+}
+
+namespace {
+LumaUnicodeString FormatArgs(const LumaUnicodeString& pattern, const LumaUnicodeString* args, std::size_t count) {
   try {
     const std::string& in = pattern.Str();
     std::string out;
@@ -64,8 +77,8 @@ LumaUnicodeString ZoStringEx::Format(const LumaUnicodeString& pattern, std::init
       if (next == '%') {
         out += '%';
         ++i;
-      } else if (next >= '1' && next <= '9' && static_cast<std::size_t>(next - '0') <= args.size()) {
-        out += (args.begin() + (next - '1'))->Str();
+      } else if (next >= '1' && next <= '9' && static_cast<std::size_t>(next - '0') <= count) {
+        out += args[next - '1'].Str();
         ++i;
       } else {
         out += c;  // a placeholder without an argument, or a lone '%', is kept
@@ -76,6 +89,7 @@ LumaUnicodeString ZoStringEx::Format(const LumaUnicodeString& pattern, std::init
     return {};
   }
 }
+}  // namespace
 
 LumaUnicodeString ZoStringEx::Format(const LumaUnicodeString& pattern, long long item, long long count) {
   try {

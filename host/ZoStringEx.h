@@ -26,6 +26,7 @@ class SA_HOST_API ZoStringEx {
   // Replaces %1, %2, ... %9 in the pattern with the arguments' text; "%%"
   // stands for one "%". Placeholders without an argument are left as they are.
   static LumaUnicodeString Format(const LumaUnicodeString& pattern, std::initializer_list<LumaUnicodeString> args);
+  static LumaUnicodeString Format(const LumaUnicodeString& pattern, const std::vector<LumaUnicodeString>& args);
   // The progress form: a pattern with %1 = item number and %2 = item count.
   static LumaUnicodeString Format(const LumaUnicodeString& pattern, long long item, long long count);
 };

@@ -9,7 +9,9 @@ double EuclideanDistance(const LumaPoint2D& a, const LumaPoint2D& b) {
   return std::sqrt(dx * dx + dy * dy);
 }
 
-double ManhattanDistance(const LumaPoint2D& a, const LumaPoint2D& b) { return std::fabs(a.x - b.x) + std::fabs(a.y - b.y); }
+double ManhattanDistance(const LumaPoint2D& a, const LumaPoint2D& b) {
+  return std::fabs(a.x - b.x) + std::fabs(a.y - b.y);
+}
 
 void DistancesTo(const LUMA::LumaArray<LumaPoint2D>& points, const LumaPoint2D& point, ZoDistanceMethod method,
                  LUMA::LumaArray<double>& distances) {

@@ -37,8 +37,7 @@ Status BuildTree(LumaArray<LumaPoint3D>& buffer, const LumaArray<LumaPoint2D>& p
   return Status::Fail(msg::ESa032);
 }
 
-template Status BuildTree<ZoKdTree>(LumaArray<LumaPoint3D>&, const LumaArray<LumaPoint2D>&,
-                                    std::unique_ptr<ZoKdTree>&);
+template Status BuildTree<ZoKdTree>(LumaArray<LumaPoint3D>&, const LumaArray<LumaPoint2D>&, std::unique_ptr<ZoKdTree>&);
 template Status BuildTree<ZoKdTreec>(LumaArray<LumaPoint3D>&, const LumaArray<LumaPoint2D>&,
                                      std::unique_ptr<ZoKdTreec>&);
 
