@@ -2,11 +2,15 @@
 // local-statistics pipeline of detail/local/ with the analysis' own part.
 #include "StatisticsAnalyst/ZoClusteringDistributions.h"
 
+#include <string>
+
 #include "StatisticsAnalyst/ZoStatisticsUtilities.h"
 #include "StatisticsAnalyst/detail/clustering/DensityClustering.h"
+#include "StatisticsAnalyst/detail/common/CallProgress.h"
 #include "StatisticsAnalyst/detail/local/ClusterOutlier.h"
 #include "StatisticsAnalyst/detail/local/HotSpot.h"
 #include "host/ZoMessageIds.h"
+#include "host/ZoStringEx.h"
 
 namespace ZOC {
 
@@ -53,12 +57,26 @@ unsigned char ZoClusteringDistributions::ClusterOutlier(ZoDatasetVector* source,
 unsigned char ZoClusteringDistributions::DensityBasedClustering(ZoDatasetVector* source, ZoDatasetVector* result,
                                                                 const ZoClusterInformation& info,
                                                                 unsigned char showProgress, ZoClusterSummary* summary) {
+  ClearErrorMessage();
   return Guard([&]() -> unsigned char {
-    detail::clustering::DensityRun run;
-    run.SetProgress(m_progress);
-    const unsigned char ok = run.Run(source, result, info, showProgress != 0, summary);
-    SetStrErrorMes(run.GetStrErrorMes());
-    return ok;
+    // Point datasets only: the methods cluster point locations. The order of
+    // the checks decides which identifier a call with several faults reports.
+    if (!source) return AddErrorMessage(msg::EEg002), 0;
+    if (!result) return AddErrorMessage(msg::EEg032), 0;
+    if (!source->IsOpen() && !source->Open()) return AddErrorMessage(msg::EEe018), 0;
+    if (source->GetType() != DatasetPoint) return AddErrorMessage(msg::EEe018), 0;
+    if (!result->IsOpen()) result->Open();
+    if (result->GetType() != source->GetType()) return AddErrorMessage(msg::EEe017), 0;
+    if (info.MinPoints > source->GetRecordCount()) {
+      AppendErrorText(ZoStringEx::Format(ZoStringEx::LoadResString(msg::ESa074),
+                                         {LumaUnicodeString(std::to_string(info.MinPoints))}));
+      return 0;
+    }
+    ZoRecordsetPtr records = QueryOrderedBy(source, kSystemIdField);
+    if (!records) return 0;
+    detail::CallProgress progress(m_progress, showProgress != 0);
+    detail::clustering::DensityRun run(progress.get());
+    return Report(run.Run(records.get(), result, info, summary));
   });
 }
 

@@ -35,11 +35,11 @@ int main(int argc, char** argv) {
       for (std::int32_t id : ids) clusters = std::max<long>(clusters, id);
     } else if (method == "hdbscan") {
       detail::clustering::HdbscanResult result;
-      if (detail::clustering::Hdbscan(points, 5, result, nullptr) != detail::clustering::Status::Done) return 1;
+      if (!detail::clustering::Hdbscan(points, 5, result, nullptr)) return 1;
       clusters = result.clusters;
     } else if (method == "optics") {
       detail::clustering::OpticsResult result;
-      if (detail::clustering::Optics(points, 5, band, result, nullptr) != detail::clustering::Status::Done) return 1;
+      if (!detail::clustering::Optics(points, 5, band, result, nullptr)) return 1;
       detail::clustering::ExtractXi(0.05, 5, result);
       clusters = result.clusters;
     } else {

@@ -10,22 +10,16 @@
 
 namespace ZOC::detail::clustering {
 
-bool DensityRun::AutomaticDistance(const LumaArray<LumaPoint2D>& points, int minPoints, double& distance) {
+Status DensityRun::AutomaticDistance(const LumaArray<LumaPoint2D>& points, int minPoints, double& distance) {
   LumaArray<LUMA::LumaPoint3D> buffer;
   std::unique_ptr<ZoKdTreec> tree;
-  if (!detail::spatial::BuildTree(buffer, points, tree)) {
-    AddErrorMessage(msg::ESa032);
-    return false;
-  }
+  if (!detail::spatial::BuildTree(buffer, points, tree)) return Status::Fail(msg::ESa032);
   // The batch search counts the point itself among its k nearest, so k =
   // minPoints reaches the (minPoints − 1)-th nearest other point.
   LumaArray<double> distances;
   const int k = std::max(minPoints, 1);
   const Status status = KthDistances(tree.get(), points, k, distances, m_bar);
-  if (!status) {
-    AddErrorMessage(IsCancelled(status) ? msg::IMb030 : msg::ESa024);
-    return false;
-  }
+  if (!status) return Status::Fail(IsCancelled(status) ? msg::IMb030 : msg::ESa024);
   distance = percentile(distances, 50.0);
   if (distance > -1e-10 && distance < 1e-10) {
     // More than half of the points coincide with their neighbours: take the
@@ -34,19 +28,19 @@ bool DensityRun::AutomaticDistance(const LumaArray<LumaPoint2D>& points, int min
     distances.erase(std::unique(distances.begin(), distances.end()), distances.end());
     distance = distances.size() >= 2 ? distances[1] : 0.0001;
   }
-  return true;
+  return Status::Ok();
 }
 
-unsigned char DensityRun::DBSCAN_Method(ZoRecordset* records, ZoDatasetVector* result, int minPoints, double distance,
-                                        int unit) {
-  if (!records) return AddErrorMessage(msg::EEg024), 0;
-  if (minPoints < 1) return AddErrorMessage(msg::EUe001), 0;
+Status DensityRun::DBSCAN_Method(ZoRecordset* records, ZoDatasetVector* result, int minPoints, double distance,
+                                 int unit) {
+  if (!records) return Status::Fail(msg::EEg024);
+  if (minPoints < 1) return Status::Fail(msg::EUe001);
   LumaArray<LumaPoint2D> points;
-  if (!ReadPoints(records, points)) return 0;
+  if (Status read = ReadPoints(records, points); !read) return read;
   if (distance <= 0) {
     // The automatic distance is measured between the points themselves, so it
     // is in their unit whatever the record's unit says.
-    if (!AutomaticDistance(points, minPoints, distance)) return 0;
+    if (Status found = AutomaticDistance(points, minPoints, distance); !found) return found;
   } else {
     distance = InPointUnits(records, distance, unit);
   }
@@ -56,8 +50,8 @@ unsigned char DensityRun::DBSCAN_Method(ZoRecordset* records, ZoDatasetVector* r
   }
   LumaArray<std::int32_t> ids;
   const int aggregated = ZoAggregation::AggregatePoints(points, distance, minPoints, ids, m_bar);
-  if (aggregated == -1) return Fail(Cancelled());
-  if (aggregated != 1) return 0;
+  if (aggregated == -1) return Cancelled();
+  if (aggregated != 1) return Unexplained();
 
   Column cluster{"Cluster_ID", LUMA::FieldInt32, std::vector<double>(ids.size())};
   std::int32_t clusters = 0;
@@ -70,7 +64,7 @@ unsigned char DensityRun::DBSCAN_Method(ZoRecordset* records, ZoDatasetVector* r
   m_summary.Distance = distance;
   std::vector<Column> columns;
   columns.push_back(std::move(cluster));
-  return WriteResult(records, result, columns) ? 1 : 0;
+  return WriteResult(records, result, columns);
 }
 
 }  // namespace ZOC::detail::clustering

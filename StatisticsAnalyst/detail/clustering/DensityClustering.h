@@ -5,16 +5,15 @@
 #include <cstdint>
 #include <vector>
 
-#include "StatisticsAnalyst/ZoAnalysisFrame.h"
 #include "StatisticsAnalyst/ZoClusterInformation.h"
-#include "StatisticsAnalyst/ZoRecordsetPtr.h"
-#include "StatisticsAnalyst/detail/common/CallProgress.h"
 #include "StatisticsAnalyst/detail/common/Status.h"
 #include "host/LumaArray.h"
 #include "host/LumaPoint.h"
+#include "host/ZoDatasetVector.h"
 #include "host/ZoKdTree.h"
 #include "host/ZoMessageIds.h"
 #include "host/ZoProgress.h"
+#include "host/ZoRecordset.h"
 
 namespace ZOC::detail::clustering {
 
@@ -31,6 +30,9 @@ using detail::Status;
 inline Status Failed() { return Status::Fail(msg::EUc010); }
 inline Status Cancelled() { return Status::Fail(msg::IMb030); }
 inline bool IsCancelled(const Status& status) { return status.id() == msg::IMb030; }
+// A failure the call reports without a message: an unknown method, and the
+// host's point aggregation, which fails without saying why.
+inline Status Unexplained() { return Status::FromText(LUMA::LumaUnicodeString()); }
 
 // How much work (neighbours looked at, tree nodes visited, merges made) the
 // algorithms do between two polls of the progress object: a few
@@ -123,32 +125,43 @@ Status Optics(const LumaArray<LumaPoint2D>& points, int minPoints, double maxDis
 // cluster are not noise.
 void ExtractXi(double xi, int minPoints, OpticsResult& result);
 
-// ---- The call frame (DensityFrame.cpp, Dbscan.cpp)
+// ---- The call frame (DensityFrame.cpp and each method's file)
 
-class DensityRun : public ZoAnalysisFrame {
+// One clustering of a point dataset's records, in "QlID" order, into an
+// empty result dataset of the same type. The caller has checked both
+// datasets and the record count; every step here returns the failure it met,
+// and the caller turns it into the call's message.
+class DensityRun {
  public:
-  unsigned char Run(ZoDatasetVector* source, ZoDatasetVector* result, const ZoClusterInformation& info,
-                    bool showProgress, ZoClusterSummary* summary);
+  // `progress` drives the call's progress display and is polled for
+  // cancellation; null shows nothing. Not owned.
+  explicit DensityRun(ZoProgress* progress) : m_bar(progress) {}
+
+  // Runs info.Method (1 DBSCAN, 2 HDBSCAN, 3 OPTICS; any other value fails
+  // without a message). `summary`, when given, receives what a successful
+  // run found.
+  Status Run(ZoRecordset* records, ZoDatasetVector* result, const ZoClusterInformation& info,
+             ZoClusterSummary* summary);
 
  private:
-  unsigned char DBSCAN_Method(ZoRecordset* records, ZoDatasetVector* result, int minPoints, double distance, int unit);
-  unsigned char HDBSCAN_Method(ZoRecordset* records, ZoDatasetVector* result, int minPoints);
-  unsigned char OPTICS_Method(ZoRecordset* records, ZoDatasetVector* result, int minPoints, double distance, int unit,
-                              double parameter);
+  Status DBSCAN_Method(ZoRecordset* records, ZoDatasetVector* result, int minPoints, double distance, int unit);
+  Status HDBSCAN_Method(ZoRecordset* records, ZoDatasetVector* result, int minPoints);
+  Status OPTICS_Method(ZoRecordset* records, ZoDatasetVector* result, int minPoints, double distance, int unit,
+                       double parameter);
 
   // The points of the records in their order, projected for measuring, and
   // their QlIDs. "EUc002" naming a feature without a finite location
   // (followed by "ESa008"), "EUc003" naming one with a coordinate beyond
-  // 1e150, "ESa008" when the points cannot be projected.
-  bool ReadPoints(ZoRecordset* records, LumaArray<LumaPoint2D>& points);
+  // 1e150, "ESa008" when the points cannot be projected, "IMb030" when
+  // cancelled.
+  Status ReadPoints(ZoRecordset* records, LumaArray<LumaPoint2D>& points);
   // A distance in `unit` as a distance between the read points.
   double InPointUnits(ZoRecordset* records, double distance, int unit) const;
   // The automatic DBSCAN distance: the median distance to the
   // (minPoints − 1)-th nearest other point, or the fallbacks for a zero
-  // median. False after "ESa032" or "ESa024".
-  bool AutomaticDistance(const LumaArray<LumaPoint2D>& points, int minPoints, double& distance);
-  // A status that is not Done as its message ("IMb030" or "EUc010").
-  unsigned char Fail(const Status& status);
+  // median. "ESa032" when no tree can be built, "ESa024" when the search
+  // fails, "IMb030" when cancelled.
+  Status AutomaticDistance(const LumaArray<LumaPoint2D>& points, int minPoints, double& distance);
 
   // One result value per point and field, in field order.
   struct Column {
@@ -158,8 +171,8 @@ class DensityRun : public ZoAnalysisFrame {
   };
   // Creates "Source_ID" and the columns on the result, gives it the
   // source's coordinate system and appends every source record with its
-  // values. "ELc071" (with "IMb030" when cancelled).
-  bool WriteResult(ZoRecordset* records, ZoDatasetVector* result, std::vector<Column>& columns);
+  // values. "ELc071" (after "IMb030" when cancelled).
+  Status WriteResult(ZoRecordset* records, ZoDatasetVector* result, std::vector<Column>& columns);
 
   std::vector<std::int64_t> m_ids;
   ZoProgress* m_bar = nullptr;

@@ -1,5 +1,5 @@
-// The frame of density-based clustering: the checks in their fixed order,
-// reading the points, the distance unit and writing the result.
+// The frame of density-based clustering: choosing the method, reading the
+// points, the distance unit and writing the result.
 
 #include <algorithm>
 #include <cmath>
@@ -51,48 +51,29 @@ Status KthDistances(ZoKdTreec* tree, const LumaArray<LumaPoint2D>& points, int k
   return progress && progress->IsCanceled() ? Cancelled() : Status::Ok();
 }
 
-unsigned char DensityRun::Run(ZoDatasetVector* source, ZoDatasetVector* result, const ZoClusterInformation& info,
-                              bool showProgress, ZoClusterSummary* summary) {
-  ClearErrorMessage();
-  // Anything that escapes the run (memory included) becomes a message.
-  return Guard([&]() -> unsigned char {
-    if (!source) return AddErrorMessage(msg::EEg002), 0;
-    if (!result) return AddErrorMessage(msg::EEg032), 0;
-    if (!source->IsOpen() && !source->Open()) return AddErrorMessage(msg::EEe018), 0;
-    if (source->GetType() != DatasetPoint) return AddErrorMessage(msg::EEe018), 0;
-    if (!result->IsOpen()) result->Open();
-    if (result->GetType() != source->GetType()) return AddErrorMessage(msg::EEe017), 0;
-    if (info.MinPoints > source->GetRecordCount()) {
-      SetStrErrorMes(ZoStringEx::Format(ZoStringEx::LoadResString(msg::ESa074),
-                                        {LumaUnicodeString(std::to_string(info.MinPoints))}));
-      return 0;
-    }
-    ZoRecordsetPtr records = QueryOrderedBy(source, kSystemIdField);
-    if (!records) return 0;
-    detail::CallProgress progress(m_progress, showProgress);
-    if (progress) {
-      progress->SetBothPosRange(0, 100);
-      progress->SetTitleMessage(ZoStringEx::LoadResString(msg::IMb390));
-      progress->SetMessage(ZoStringEx::Format(ZoStringEx::LoadResString(msg::IMb391), 1, 3));
-    }
-    m_bar = progress.get();
-    m_summary = ZoClusterSummary();
-    unsigned char ok = 0;
-    switch (info.Method) {
-      case 1: ok = DBSCAN_Method(records.get(), result, info.MinPoints, info.SearchDistance, info.DistanceUnit); break;
-      case 2: ok = HDBSCAN_Method(records.get(), result, info.MinPoints); break;
-      case 3:
-        ok = OPTICS_Method(records.get(), result, info.MinPoints, info.SearchDistance, info.DistanceUnit,
-                           static_cast<double>(info.OpticsParameter));
-        break;
-      default: return 0;
-    }
-    if (ok && summary) *summary = m_summary;
-    return ok;
-  });
+Status DensityRun::Run(ZoRecordset* records, ZoDatasetVector* result, const ZoClusterInformation& info,
+                       ZoClusterSummary* summary) {
+  if (m_bar) {
+    m_bar->SetBothPosRange(0, 100);
+    m_bar->SetTitleMessage(ZoStringEx::LoadResString(msg::IMb390));
+    m_bar->SetMessage(ZoStringEx::Format(ZoStringEx::LoadResString(msg::IMb391), 1, 3));
+  }
+  m_summary = ZoClusterSummary();
+  Status status;
+  switch (info.Method) {
+    case 1: status = DBSCAN_Method(records, result, info.MinPoints, info.SearchDistance, info.DistanceUnit); break;
+    case 2: status = HDBSCAN_Method(records, result, info.MinPoints); break;
+    case 3:
+      status = OPTICS_Method(records, result, info.MinPoints, info.SearchDistance, info.DistanceUnit,
+                             static_cast<double>(info.OpticsParameter));
+      break;
+    default: return Unexplained();
+  }
+  if (status && summary) *summary = m_summary;
+  return status;
 }
 
-bool DensityRun::ReadPoints(ZoRecordset* records, LumaArray<LumaPoint2D>& points) {
+Status DensityRun::ReadPoints(ZoRecordset* records, LumaArray<LumaPoint2D>& points) {
   const std::int64_t n = records->GetRecordCount();
   points.clear();
   m_ids.clear();
@@ -101,30 +82,20 @@ bool DensityRun::ReadPoints(ZoRecordset* records, LumaArray<LumaPoint2D>& points
   ZoGeometry geometry;
   LumaPoint2D p;
   for (bool more = records->MoveFirst(); more && !records->IsEOF(); more = records->MoveNext()) {
-    if (m_bar && points.size() % 4096 == 4095 && m_bar->IsCanceled()) {
-      AddErrorMessage(msg::IMb030);
-      return false;
-    }
-    const LumaUnicodeString id(std::to_string(records->GetID()).c_str());
-    if (!records->GetGeometry(geometry) || !geometry.GetBaryCenter(p) || !std::isfinite(p.x) || !std::isfinite(p.y)) {
-      AppendErrorText(ZoStringEx::Format(ZoStringEx::LoadResString(msg::EUc002), {id}));
-      AddErrorMessage(msg::ESa008);
-      return false;
-    }
+    if (m_bar && points.size() % 4096 == 4095 && m_bar->IsCanceled()) return Cancelled();
+    const LUMA::LumaUnicodeString id(std::to_string(records->GetID()).c_str());
+    if (!records->GetGeometry(geometry) || !geometry.GetBaryCenter(p) || !std::isfinite(p.x) || !std::isfinite(p.y))
+      return Status::Fail(msg::EUc002, {id}).Then(msg::ESa008);
     // Beyond this the squared distances of the neighbour searches overflow,
     // and every distance would read as infinite.
-    if (std::fabs(p.x) > kLargestCoordinate || std::fabs(p.y) > kLargestCoordinate) {
-      AppendErrorText(ZoStringEx::Format(ZoStringEx::LoadResString(msg::EUc003), {id}));
-      return false;
-    }
+    if (std::fabs(p.x) > kLargestCoordinate || std::fabs(p.y) > kLargestCoordinate)
+      return Status::Fail(msg::EUc003, {id});
     points.push_back(p);
     m_ids.push_back(records->GetID());
   }
-  if (static_cast<std::int64_t>(points.size()) != n || !records->GetDataset()->GetPrjCoordSys().Forward(points)) {
-    AddErrorMessage(msg::ESa008);
-    return false;
-  }
-  return true;
+  if (static_cast<std::int64_t>(points.size()) != n || !records->GetDataset()->GetPrjCoordSys().Forward(points))
+    return Status::Fail(msg::ESa008);
+  return Status::Ok();
 }
 
 double DensityRun::InPointUnits(ZoRecordset* records, double distance, int unit) const {
@@ -136,22 +107,14 @@ double DensityRun::InPointUnits(ZoRecordset* records, double distance, int unit)
   return perUnit > 0 ? metres / perUnit : distance;  // else no known unit
 }
 
-unsigned char DensityRun::Fail(const Status& status) {
-  Report(status);
-  return 0;
-}
-
-bool DensityRun::WriteResult(ZoRecordset* records, ZoDatasetVector* result, std::vector<Column>& columns) {
+Status DensityRun::WriteResult(ZoRecordset* records, ZoDatasetVector* result, std::vector<Column>& columns) {
   LUMA::LumaFieldInfos fields;
   fields.push_back(LUMA::LumaFieldInfo("Source_ID", LUMA::FieldInt32));
   for (const Column& c : columns) fields.push_back(LUMA::LumaFieldInfo(c.name, c.type));
-  if (!ZoEngineToolkit::CreateValidFields(result, fields)) {
-    AddErrorMessage(msg::ELc071);
-    return false;
-  }
+  if (!ZoEngineToolkit::CreateValidFields(result, fields)) return Status::Fail(msg::ELc071);
   const ZoPrjCoordSys& cs = records->GetDataset()->GetPrjCoordSys();
   if (!result->GetPrjCoordSys().IsSame(cs)) result->SetPrjCoordSys(cs);
-  std::vector<LumaUnicodeString> names;
+  std::vector<LUMA::LumaUnicodeString> names;
   for (const auto& f : fields) names.push_back(f.GetName());
   if (m_bar) {
     m_bar->SetBothPosRange(80, 100);
@@ -170,11 +133,10 @@ bool DensityRun::WriteResult(ZoRecordset* records, ZoDatasetVector* result, std:
         return true;
       });
   if (!appended || !result->Commit()) {
-    if (m_bar && m_bar->IsCanceled()) AddErrorMessage(msg::IMb030);
-    AddErrorMessage(msg::ELc071);
-    return false;
+    if (m_bar && m_bar->IsCanceled()) return Cancelled().Then(msg::ELc071);
+    return Status::Fail(msg::ELc071);
   }
-  return true;
+  return Status::Ok();
 }
 
 }  // namespace ZOC::detail::clustering

@@ -223,18 +223,18 @@ Status Hdbscan(const LumaArray<LumaPoint2D>& points, int minPoints, HdbscanResul
   }
 }
 
-unsigned char DensityRun::HDBSCAN_Method(ZoRecordset* records, ZoDatasetVector* result, int minPoints) {
-  if (!records) return AddErrorMessage(msg::EEg024), 0;
-  if (minPoints < 2) return AddErrorMessage(msg::EUe002), 0;
+Status DensityRun::HDBSCAN_Method(ZoRecordset* records, ZoDatasetVector* result, int minPoints) {
+  if (!records) return Status::Fail(msg::EEg024);
+  if (minPoints < 2) return Status::Fail(msg::EUe002);
   LumaArray<LumaPoint2D> points;
-  if (!ReadPoints(records, points)) return 0;
+  if (Status read = ReadPoints(records, points); !read) return read;
   if (m_bar) {
     m_bar->SetBothPosRange(10, 80);
     m_bar->SetMessage(ZoStringEx::Format(ZoStringEx::LoadResString(msg::IMb391), 2, 3));
   }
   HdbscanResult found;
   const Status status = Hdbscan(points, minPoints, found, m_bar);
-  if (!status) return Fail(status);
+  if (!status) return status;
   std::vector<Column> columns;
   columns.push_back({"Cluster_ID", LUMA::FieldInt32, std::vector<double>(found.label.begin(), found.label.end())});
   columns.push_back({"Prob", LUMA::FieldDouble, std::move(found.probability)});
@@ -243,7 +243,7 @@ unsigned char DensityRun::HDBSCAN_Method(ZoRecordset* records, ZoDatasetVector* 
   columns.push_back({"Stability", LUMA::FieldDouble, std::move(found.stability)});
   m_summary.Clusters = found.clusters;
   m_summary.Noise = static_cast<long long>(std::count(found.label.begin(), found.label.end(), -1));
-  return WriteResult(records, result, columns) ? 1 : 0;
+  return WriteResult(records, result, columns);
 }
 
 }  // namespace ZOC::detail::clustering

@@ -244,23 +244,23 @@ void ExtractXi(double xi, int minPointsIn, OpticsResult& result) {
   }
 }
 
-unsigned char DensityRun::OPTICS_Method(ZoRecordset* records, ZoDatasetVector* result, int minPoints, double distance,
-                                        int unit, double parameter) {
-  if (!records) return AddErrorMessage(msg::EEg024), 0;
-  if (minPoints < 1) return AddErrorMessage(msg::EUe001), 0;
+Status DensityRun::OPTICS_Method(ZoRecordset* records, ZoDatasetVector* result, int minPoints, double distance,
+                                 int unit, double parameter) {
+  if (!records) return Status::Fail(msg::EEg024);
+  if (minPoints < 1) return Status::Fail(msg::EUe001);
   LumaArray<LumaPoint2D> points;
-  if (!ReadPoints(records, points)) return 0;
+  if (Status read = ReadPoints(records, points); !read) return read;
   if (distance > 0) {
     distance = InPointUnits(records, distance, unit);
   } else {
     // No limit: the largest distance at which every point is a core point.
     LumaArray<LUMA::LumaPoint3D> buffer;
     std::unique_ptr<ZoKdTreec> tree;
-    if (!detail::spatial::BuildTree(buffer, points, tree)) return AddErrorMessage(msg::ESa032), 0;
+    if (!detail::spatial::BuildTree(buffer, points, tree)) return Status::Fail(msg::ESa032);
     LumaArray<double> kth;
     const Status searched = KthDistances(tree.get(), points, minPoints, kth, m_bar);
-    if (IsCancelled(searched)) return Fail(searched);
-    if (!searched) return AddErrorMessage(msg::ESa024), 0;
+    if (IsCancelled(searched)) return searched;
+    if (!searched) return Status::Fail(msg::ESa024);
     distance = kth.empty() ? 0.0 : *std::max_element(kth.begin(), kth.end());
   }
   if (m_bar) {
@@ -269,7 +269,7 @@ unsigned char DensityRun::OPTICS_Method(ZoRecordset* records, ZoDatasetVector* r
   }
   OpticsResult found;
   const Status status = Optics(points, minPoints, distance, found, m_bar);
-  if (!status) return Fail(status);
+  if (!status) return status;
   const double xi = parameter >= 1 && parameter <= 99 ? parameter / 100.0 : 0.05;
   ExtractXi(xi, minPoints, found);
 
@@ -288,7 +288,7 @@ unsigned char DensityRun::OPTICS_Method(ZoRecordset* records, ZoDatasetVector* r
   columns.push_back(std::move(cluster));
   columns.push_back(std::move(reach));
   columns.push_back(std::move(order));
-  return WriteResult(records, result, columns) ? 1 : 0;
+  return WriteResult(records, result, columns);
 }
 
 }  // namespace ZOC::detail::clustering
