@@ -1,6 +1,6 @@
 # Regenerates spdep_expected.csv: R's spdep values for the cases of
 # tests/crosscheck/crosscheck.R, so the suite can compare against them where
-# R is not installed (tests/CrossCheckTableTest.cpp).
+# R is not installed (tests/crosscheck/CrossCheckTableTest.cpp).
 #   Rscript spdep_expected.R ZOSTAT DATA_DIR > spdep_expected.csv
 # The weights are exported from zostat ("weights show"), as in the cross-check,
 # so both sides use the same neighbours; every number here is spdep's.
