@@ -1,5 +1,7 @@
 // Probability functions of ZoStatisticsUtilities, checked against Rmath's
-// exact distribution functions.
+// exact distribution functions. The tests named Quirk… pin results the
+// system must keep as they are although an exact function would differ: the
+// statistics report these very values.
 #include <Rmath.h>
 #include <gtest/gtest.h>
 
@@ -23,7 +25,7 @@ constexpr double kPvalueError = 1.6e-7;
 
 }  // namespace
 
-TEST(Probability, PvalueMatchesNormalTailAndCutsOffBeyondSix) {
+TEST(Probability, QuirkPvalueIsAPolynomialCutToZeroBeyondSix) {
   double worst = 0.0;
   for (int i = -6000; i <= 6000; ++i) {
     const double z = i * 1e-3;
@@ -42,7 +44,7 @@ TEST(Probability, PvalueMatchesNormalTailAndCutsOffBeyondSix) {
   EXPECT_EQ(ZoStatisticsUtilities::GetPvalue(std::numeric_limits<double>::infinity()), 0.0);
 }
 
-TEST(Probability, ChiSquareSeriesAgainstExactTail) {
+TEST(Probability, QuirkOddChiSquareStartsFromTheDoubledNormalTail) {
   // Even df: the exact tail, except that for x/2 > 18 the series drops the
   // e^(-x/2) term. Odd df: the start term is the doubled normal tail, so the
   // result is the exact tail plus the df = 1 tail (to within twice the
@@ -84,7 +86,7 @@ TEST(Probability, ChiSquareSeriesAgainstExactTail) {
   EXPECT_EQ(ZoStatisticsUtilities::chiProb(2.0, -3, 0), -1.0);
 }
 
-TEST(Probability, StudentTApproximationErrorAndTails) {
+TEST(Probability, QuirkStudentTIsARationalApproximation) {
   // Largest absolute error of the one-sided tail measured over t in
   // [-10, 10] (step 0.05), with about 10% headroom. The approximation is
   // coarse at very small df, where the true tail is heavy.
@@ -167,7 +169,7 @@ TEST(Probability, RmathQuantilesAndNoncentralF) {
   EXPECT_NEAR(ZoStatisticsUtilities::pnf(x, df1, df2, ncp, 0, 0), 1.0 - mixture, 1e-9);
 }
 
-TEST(Probability, RoundTakesHalvesAwayFromZero) {
+TEST(Probability, QuirkRoundAddsAHalfInDouble) {
   EXPECT_EQ(ZoStatisticsUtilities::round(2.5), 3);
   EXPECT_EQ(ZoStatisticsUtilities::round(-2.5), -3);
   EXPECT_EQ(ZoStatisticsUtilities::round(-0.5), -1);
