@@ -9,6 +9,7 @@
 #include "StatisticsAnalyst/ZoClusteringDistributions.h"
 #include "TestSupport.h"
 #include "host/ZoDataSource.h"
+#include "host/ZoMessageIds.h"
 #include "host/ZoRecordset.h"
 
 using namespace ZOC;
@@ -65,13 +66,13 @@ using V = std::vector<std::string>;
 TEST(CheckParameterValid, NullRecordsetAndTooFewRecordsComeFirst) {
   ZoAnalyzingPatterns analysis;
   EXPECT_FALSE(analysis.CheckParameterValid(nullptr, ZoPatternsInformation()));
-  EXPECT_EQ(MessageIds(analysis.GetStrErrorMes()), V{"EEg024"});
+  EXPECT_EQ(MessageIds(analysis.GetStrErrorMes()), V{ZOC::msg::EEg024});
 
   Fixture three(3);
   ZoPatternsInformation bad;  // empty field name and everything else wrong too
   bad.KNeighbors = 0;
   bad.Exponent = -1;
-  EXPECT_EQ(Check(three, bad), V{"ESa014"});
+  EXPECT_EQ(Check(three, bad), V{ZOC::msg::ESa014});
 }
 
 TEST(CheckParameterValid, EachCheckInItsOrder) {
@@ -86,27 +87,27 @@ TEST(CheckParameterValid, EachCheckInItsOrder) {
   info.KNeighbors = 0;
   info.DistanceTolerance = -0.5;
   info.Exponent = -2;
-  EXPECT_EQ(Check(f, info), V{"ESa005"});
+  EXPECT_EQ(Check(f, info), V{ZOC::msg::ESa005});
   info.FieldName = "missing";
-  EXPECT_EQ(Check(f, info), V{"ECd001"});
+  EXPECT_EQ(Check(f, info), V{ZOC::msg::ECd001});
   info.FieldName = "f10";  // text
-  EXPECT_EQ(Check(f, info), V{"ESa006"});
+  EXPECT_EQ(Check(f, info), V{ZOC::msg::ESa006});
   info.FieldName = "f7";
-  EXPECT_EQ(Check(f, info), V{"ESa076"});
+  EXPECT_EQ(Check(f, info), V{ZOC::msg::ESa076});
   info.WeightsFilePath = "/nonexistent/weights.swmb";
-  EXPECT_EQ(Check(f, info), V{"ESa077"});
+  EXPECT_EQ(Check(f, info), V{ZOC::msg::ESa077});
   info.Conceptualization = ContiguityEdgesOnly;  // on a point dataset
-  EXPECT_EQ(Check(f, info), V{"ESa025"});
+  EXPECT_EQ(Check(f, info), V{ZOC::msg::ESa025});
   info.Conceptualization = ContiguityEdgesCorners;
-  EXPECT_EQ(Check(f, info), V{"ESa025"});
+  EXPECT_EQ(Check(f, info), V{ZOC::msg::ESa025});
   info.Conceptualization = InverseDistance;
-  EXPECT_EQ(Check(f, info), V{"ESa050"});
+  EXPECT_EQ(Check(f, info), V{ZOC::msg::ESa050});
   info.KNeighbors = 6;  // equal to the record count, even without K nearest
-  EXPECT_EQ(Check(f, info), V{"ESa042"});
+  EXPECT_EQ(Check(f, info), V{ZOC::msg::ESa042});
   info.KNeighbors = 5;
-  EXPECT_EQ(Check(f, info), V{"ESa061"});
+  EXPECT_EQ(Check(f, info), V{ZOC::msg::ESa061});
   info.DistanceTolerance = -1;
-  EXPECT_EQ(Check(f, info), V{"ESa062"});
+  EXPECT_EQ(Check(f, info), V{ZOC::msg::ESa062});
   info.Exponent = 0;
   EXPECT_EQ(Check(f, info), V{});
 }
@@ -121,11 +122,11 @@ TEST(CheckParameterValid, DistanceBandLimits) {
   for (double bad : {-0.5, -1.5, -1e-30, std::numeric_limits<double>::infinity(),
                      -std::numeric_limits<double>::infinity(), std::nan("")}) {
     info.DistanceTolerance = bad;
-    EXPECT_EQ(Check(f, info), V{"ESa061"}) << bad;
+    EXPECT_EQ(Check(f, info), V{ZOC::msg::ESa061}) << bad;
   }
   info.DistanceTolerance = -1;
   info.Exponent = std::nan("");
-  EXPECT_EQ(Check(f, info), V{"ESa062"});
+  EXPECT_EQ(Check(f, info), V{ZOC::msg::ESa062});
 }
 
 TEST(CheckFieldValid, NumericTypesPassOthersFail) {
@@ -139,7 +140,7 @@ TEST(CheckFieldValid, NumericTypesPassOthersFail) {
   for (int code : {1, 10, 23}) {
     ZoAnalyzingPatterns a;
     EXPECT_FALSE(a.CheckFieldValid(f.dataset, "f" + std::to_string(code))) << code;
-    EXPECT_EQ(MessageIds(a.GetStrErrorMes()), V{"ESa006"});
+    EXPECT_EQ(MessageIds(a.GetStrErrorMes()), V{ZOC::msg::ESa006});
   }
 }
 

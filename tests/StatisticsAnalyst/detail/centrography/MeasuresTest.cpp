@@ -118,7 +118,7 @@ TEST(SpatialMeasureTest, StandardDistanceOfThreePoints) {
     const bool ok = measure.MeasureStandardDistance(layer.dataset, layer.result, info, false);
     if (size == 4) {
       EXPECT_FALSE(ok);
-      EXPECT_TRUE(HasId(measure, "ESa015")) << measure.GetStrErrorMes().Str();
+      EXPECT_TRUE(HasId(measure, ZOC::msg::ESa015)) << measure.GetStrErrorMes().Str();
       EXPECT_EQ(ZoSpatialMeasure::GetEllipseSize(info.EllipseSize), 0.0);
       continue;
     }
@@ -287,18 +287,18 @@ TEST(SpatialMeasureTest, ValidationFailures) {
     EXPECT_TRUE(HasId(measure, id)) << id << ": " << measure.GetStrErrorMes().Str();
   };
   ZoMeasuringInformation info;
-  fails(info, "EEg002", nullptr, layer.result);
-  fails(info, "EEg032", layer.dataset, nullptr);
+  fails(info, ZOC::msg::EEg002, nullptr, layer.result);
+  fails(info, ZOC::msg::EEg032, layer.dataset, nullptr);
   info.StatisticsFields = {"N"};
-  fails(info, "ESa001", layer.dataset, layer.result);
+  fails(info, ZOC::msg::ESa001, layer.dataset, layer.result);
   info.StatisticsTypes = {StatisticsSum};
   info.WeightField = "T";
-  fails(info, "ESa003", layer.dataset, layer.result);
+  fails(info, ZOC::msg::ESa003, layer.dataset, layer.result);
   info.WeightField = "missing";
-  fails(info, "ECd001", layer.dataset, layer.result);
+  fails(info, ZOC::msg::ECd001, layer.dataset, layer.result);
   info.WeightField = "N";
   info.StatisticsFields = {"T"};
-  fails(info, "ESa002", layer.dataset, layer.result);
+  fails(info, ZOC::msg::ESa002, layer.dataset, layer.result);
   EXPECT_EQ(Rows(layer.result).size(), 0u);
   EXPECT_TRUE(FieldNames(layer.result).empty());
 }
@@ -412,7 +412,7 @@ TEST(SpatialMeasureTest, CentralFeatureAgainstBruteForce) {
   EXPECT_EQ(Rows(pair.result).size(), 2u);
   Layer line = WeightedPoints({{0, 0}, {1, 0}, {3, 0}}, {}, DatasetRegion);
   EXPECT_FALSE(measure.MeasureCentralElement(line.dataset, line.result, ZoMeasuringInformation(), false));
-  EXPECT_TRUE(HasId(measure, "EEe017"));
+  EXPECT_TRUE(HasId(measure, ZOC::msg::EEe017));
 }
 
 // Lines by hand: two lines at 45° give bearing 45, variance 0, centre
@@ -463,7 +463,7 @@ TEST(SpatialMeasureTest, LinearDirectionalMean) {
   // Points are not lines.
   Layer points = WeightedPoints({{0, 0}, {1, 0}, {3, 0}}, {}, DatasetLine);
   EXPECT_FALSE(measure.MeasureLinearDirectionalMean(points.dataset, points.result, ZoMeasuringInformation(), false));
-  EXPECT_TRUE(HasId(measure, "EEe018"));
+  EXPECT_TRUE(HasId(measure, ZOC::msg::EEe018));
 }
 
 // Cancelling while the features are gathered fails with "IMb030"; while the
@@ -498,10 +498,10 @@ TEST(SpatialMeasureTest, EmptyAndSingleRecordInputs) {
   EXPECT_TRUE(Rows(none.result).empty());
   Layer region = WeightedPoints({}, {}, DatasetRegion);
   EXPECT_FALSE(copy.MeasureStandardDistance(region.dataset, region.result, ZoMeasuringInformation(), false));
-  EXPECT_TRUE(HasId(copy, "ESa013"));
+  EXPECT_TRUE(HasId(copy, ZOC::msg::ESa013));
   Layer lines = MakeLayer(DatasetLine, {}, {}, DatasetLine);
   EXPECT_FALSE(copy.MeasureLinearDirectionalMean(lines.dataset, lines.result, ZoMeasuringInformation(), false));
-  EXPECT_TRUE(HasId(copy, "ESa067"));
+  EXPECT_TRUE(HasId(copy, ZOC::msg::ESa067));
 
   Layer one = WeightedPoints({{3, 4}}, {2.5}, DatasetPoint);
   ZoMeasuringInformation info;
@@ -603,7 +603,7 @@ TEST(SpatialMeasureTest, GeographicGroupsAreMeasuredAboutTheirOwnCentre) {
   Layer around = WeightedPoints({{0, 0}, {90, 0}, {180, 0}, {-90, 0}}, {}, DatasetPoint, Wgs84());
   ZoSpatialMeasure measure;
   EXPECT_FALSE(measure.MeasureMeanCenter(around.dataset, around.result, ZoMeasuringInformation(), false));
-  EXPECT_TRUE(HasId(measure, "ESa060")) << measure.GetStrErrorMes().Str();
+  EXPECT_TRUE(HasId(measure, ZOC::msg::ESa060)) << measure.GetStrErrorMes().Str();
 }
 
 // Weights are taken relative to the largest and coordinates beyond 2^200 are
