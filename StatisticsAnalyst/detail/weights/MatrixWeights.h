@@ -24,8 +24,8 @@ Status CheckListRequest(ZoRecordset* records, const ZoPatternsInformation& info)
 // zero-sum row stays as it is); the row builder's failures, "IMb030" when
 // cancelled, "ESa023" when no weight exists. Progress goes to `progress`,
 // or to one from the host's factory, when `showProgress` asks for it.
-Status BuildWeightList(ZoRecordset* records, const ZoPatternsInformation& info, ZoProgress* progress,
-                       bool showProgress, LUMA::LumaArray<WeightMatrixUnit>& units);
+Status BuildWeightList(ZoRecordset* records, const ZoPatternsInformation& info, ZoProgress* progress, bool showProgress,
+                       LUMA::LumaArray<WeightMatrixUnit>& units);
 // Position of the unit with this key, or -1.
 int FindUnit(const LUMA::LumaArray<WeightMatrixUnit>& units, int key);
 // Dense row `row` of an n-feature matrix: zeros where no unit exists. May
