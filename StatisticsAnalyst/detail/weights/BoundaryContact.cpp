@@ -187,7 +187,7 @@ PairResult PairTester::Test(const Boundary& a, const Boundary& b) {
 // Marks the segments of g whose box meets the window (relevant[k] = 1) and
 // lists their boxes, enlarged by pad, in sweep order.
 void PairTester::Collect(const Boundary& g, const Box& window, bool sweepX, double pad,
-                             std::vector<std::uint8_t>& relevant, std::vector<SegBox>& boxes) {
+                         std::vector<std::uint8_t>& relevant, std::vector<SegBox>& boxes) {
   relevant.assign(g.vertices.size(), 0);
   boxes.clear();
   std::size_t ringBegin = 0;
@@ -195,8 +195,7 @@ void PairTester::Collect(const Boundary& g, const Box& window, bool sweepX, doub
     for (std::size_t k = ringBegin; k + 1 < ringEnd; ++k) {
       const LumaPoint2D& p = g.vertices[k];
       const LumaPoint2D& q = g.vertices[k + 1];
-      const Box sb =
-          Box{std::min(p.x, q.x), std::min(p.y, q.y), std::max(p.x, q.x), std::max(p.y, q.y)}.Enlarged(pad);
+      const Box sb = Box{std::min(p.x, q.x), std::min(p.y, q.y), std::max(p.x, q.x), std::max(p.y, q.y)}.Enlarged(pad);
       if (!sb.Overlaps(window)) continue;
       relevant[k] = 1;
       if (sweepX)
