@@ -32,7 +32,6 @@
 // Every reader checks the whole file before it hands out or writes anything.
 #include <cstdint>
 #include <cstdio>
-#include <functional>
 #include <string>
 #include <vector>
 
@@ -47,15 +46,6 @@ namespace ZOC {
 
 using LUMA::LumaArray;
 using LUMA::LumaUnicodeString;
-
-class ZoTextFile;
-namespace detail {
-class CallProgress;
-namespace weights {
-class RowBuilder;
-struct BinaryLayout;
-}  // namespace weights
-}  // namespace detail
 
 class SA_API ZoWeightsUtilities : public ZoAnalysisFrame {
  public:
@@ -135,50 +125,6 @@ class SA_API ZoWeightsUtilities : public ZoAnalysisFrame {
   // The conceptualization's own checks against the records ("ESa025",
   // "ESa050", "ESa042", "ESa023").
   bool CheckParameter(ZoRecordset* records, const ZoPatternsInformation& info);
-
- private:
-  // "EAf017" when the path is empty or does not end in ".swmb" (any case);
-  // otherwise deletes an existing file there and passes. The new file is
-  // written under a temporary name beside it and renamed at the end.
-  bool CheckFilePath(const LumaUnicodeString& path);
-  bool CheckUniqueIDField(ZoDatasetVector* dataset, const LumaUnicodeString& field);
-  // Steps shared by every builder: dataset, output path, unique-ID field,
-  // ordered query, parameters, unique IDs (unique, "ESa044"). Returns the
-  // records (moved to the first record) or null.
-  // With a flag-matrix path, also checks it ("ESa076", "ESa048") and
-  // deletes an old flag matrix there.
-  ZoRecordsetPtr PrepareBuild(ZoDatasetVector* dataset, const LumaUnicodeString& uniqueIdField,
-                              const LumaUnicodeString& path, const ZoPatternsInformation& info,
-                              LumaArray<ZoSWMFileUniqueIndex>& uniqueIndex,
-                              const LumaUnicodeString* flagPath = nullptr);
-  // The binary builder, with the flag matrix when flagPath is given.
-  // Runs a builder's body: running out of memory is "EUb002", any other
-  // exception a message naming it; by then the temporary-file guards of the
-  // body have removed its partial output.
-  unsigned char RunBuild(const std::function<unsigned char()>& body);
-  unsigned char BuildBinary(ZoDatasetVector* dataset, const LumaUnicodeString& uniqueIdField,
-                            const LumaUnicodeString& path, const LumaUnicodeString* flagPath,
-                            const ZoPatternsInformation& info, unsigned char showProgress);
-  // The rows of the parameters' conceptualization as binary records, also
-  // marking the flag matrix when one is open.
-  int WriteBinaryRows(std::FILE* file, std::FILE* flags, ZoRecordset* records, const ZoPatternsInformation& info,
-                      LumaArray<ZoSWMFileUniqueIndex>& uniqueIndex, LumaArray<double>& rowSums);
-  // The frame of the readers' public calls: clears the message, runs
-  // `body`, which returns null on success, a message identifier, or ""
-  // when it has already reported; memory exhaustion reports "EUb002" and
-  // any other escaping error "ESa046".
-  template <class Body>
-  unsigned char RunReader(Body&& body);
-  // Marks the flag matrix `out` from the rows of `file`, whose layout has been read.
-  bool MarkFlagMatrix(std::FILE* file, std::FILE* out, const detail::weights::BinaryLayout& layout,
-                      detail::CallProgress& progress);
-  // Writes every row of `rows` through `emit`, with progress and cancellation.
-  template <class Emit>
-  bool WriteRows(const detail::weights::RowBuilder& rows, LumaArray<ZoSWMFileUniqueIndex>& uniqueIndex,
-                 LumaArray<double>& rowSums, bool standardize, Emit&& emit);
-
-  detail::CallProgress* m_call = nullptr;  // the progress of the build under way
-  LumaUnicodeString m_progressFormat;
 };
 
 }  // namespace ZOC

@@ -29,7 +29,7 @@ STAGES = [
     ("OpenMP wait", r"gomp_|GOMP_"),
     ("reading points", r"PickUpBaryCenters|GetBaryCenter|ReadPoints"),
     ("weights check (dataset unchanged)", r"CheckSWMFileValid"),
-    ("weights re-read", r"ZoWeightsFileRows::Open|ZoWeightsFileRows::Next|ReadWeightMatrixBinarySparse"),
+    ("weights re-read", r"WeightRows::Open|WeightRows::Next|ReadWeightMatrixBinarySparse"),
     ("unique-ID pass", r"PrepareBuild"),
     ("weights write", r"WriteBinaryRows|BuildBinary|WriteRows|WriteFileHead|WriteUniqueIDFieldSWMB"),
     ("reading values", r"ReadValues|ReadAnalysisValues|ReadFeatures|ReadFieldValues|ZoRecordset::GetFieldValue"),

@@ -3,7 +3,7 @@
 #include "StatisticsAnalyst/detail/common/FeatureData.h"
 #include "StatisticsAnalyst/detail/common/Limits.h"
 #include "StatisticsAnalyst/detail/weights/MatrixWeights.h"
-#include "StatisticsAnalyst/detail/weights/WeightsFileRows.h"
+#include "StatisticsAnalyst/detail/weights/WeightRows.h"
 #include "host/ZoMessageIds.h"
 #include "host/ZoStringEx.h"
 
@@ -93,19 +93,17 @@ Status InMemory(ZoRecordset* records, const ZoPatternsInformation& info, const K
 }  // namespace
 
 // K nearest included: its transpose is taken in memory, not from an n × n file.
-Status OpenRows(ZoRecordset* records, const ZoPatternsInformation& info, ZoProgress* progress, ZoWeightsFileRows& file,
-                ZoWeightsFileRows::GivenPoints* given) {
+Status OpenRows(ZoRecordset* records, const ZoPatternsInformation& info, ZoProgress* progress,
+                weights::WeightRows& file, weights::WeightRows::GivenPoints* given) {
   ZoDatasetVector* dataset = records->GetDataset();
   if (info.Conceptualization >= InverseDistance && info.Conceptualization <= KNearestNeighbors) {
-    if (file.BuildInMemory(records, info, progress, true, true, given)) return Status::Ok();
-    if (!file.Error().IsEmpty()) return Status::FromText(file.Error());
-    if (!file.BuildTemporary(dataset, info, progress)) return Status::FromText(file.Error());
+    if (Status s = file.BuildInMemory(records, info, progress, true, true, given); !s || file.InMemory()) return s;
+    if (Status s = file.BuildTemporary(dataset, info, progress); !s) return s;
   } else if (info.Conceptualization != SpatialWeightsFile) {
     return Status::Fail(msg::ESa026);
   }
   const bool callers = info.Conceptualization == SpatialWeightsFile;
-  if (!file.Open(dataset, callers ? info.WeightsFilePath : file.TemporaryPath())) return Status::FromText(file.Error());
-  return Status::Ok();
+  return file.Open(dataset, callers ? info.WeightsFilePath : file.TemporaryPath());
 }
 
 namespace {
@@ -113,7 +111,7 @@ namespace {
 // Rows held in memory are summed on every core; rows read from a file one
 // by one. Both give the same bits (see kSumBlock).
 template <class Sums>
-Status Feed(ZoWeightsFileRows& file, Sums& sums, Stage& stage) {
+Status Feed(weights::WeightRows& file, Sums& sums, Stage& stage) {
   const std::int64_t n = file.Count();
   if (const weights::CsrWeights* csr = file.Memory()) {
     const bool fed = FeedParallel(
@@ -126,7 +124,7 @@ Status Feed(ZoWeightsFileRows& file, Sums& sums, Stage& stage) {
   ZoSparseRow row;
   for (std::int64_t i = 0; i < n; ++i) {
     if (!stage.Step(i, n)) return Status::Fail(msg::IMb030);
-    if (!file.Next(i, row)) return Status::FromText(file.Error());
+    if (Status s = file.Next(i, row); !s) return s;
     sums.AddRow(i, row);
   }
   return Status::Ok();
@@ -142,12 +140,12 @@ Status Streamed(ZoRecordset* records, const ZoPatternsInformation& info, const K
   ZoDatasetVector* dataset = records->GetDataset();
   // Values and points come from one pass when the weights are built from points.
   LumaArray<double> values, none;
-  ZoWeightsFileRows::GivenPoints given;
+  weights::WeightRows::GivenPoints given;
   const bool fromPoints = (info.Conceptualization >= InverseDistance && info.Conceptualization <= ZoneOfIndifference) ||
                           info.Conceptualization == KNearestNeighbors;
   Status status = ReadFeatures(records, info.FieldName, texts.nonNegative, values, {}, none,
                                fromPoints ? &given.points : nullptr, given.status);
-  ZoWeightsFileRows file;
+  weights::WeightRows file;
   if (status) status = OpenRows(records, info, stage.progress.get(), file, fromPoints ? &given : nullptr);
   // A caller's file orders its features by its own unique-ID field: read the
   // values in that order so that row i and value i belong to one feature.
@@ -170,7 +168,7 @@ Status Streamed(ZoRecordset* records, const ZoPatternsInformation& info, const K
 
 }  // namespace
 
-Status FeedMoran(ZoWeightsFileRows& file, ZoMoranSums& sums, detail::CallProgress& progress) {
+Status FeedMoran(weights::WeightRows& file, ZoMoranSums& sums, detail::CallProgress& progress) {
   Stage stage{progress, progress ? ZoStringEx::LoadResString(msg::IMb329) : LumaUnicodeString()};
   return Feed(file, sums, stage);
 }

@@ -6,7 +6,7 @@
 #include "StatisticsAnalyst/ZoRecordsetPtr.h"
 #include "StatisticsAnalyst/detail/common/CallProgress.h"
 #include "StatisticsAnalyst/detail/global/GlobalStatisticSums.h"
-#include "StatisticsAnalyst/detail/weights/WeightsFileRows.h"
+#include "StatisticsAnalyst/detail/weights/WeightRows.h"
 
 namespace ZOC::detail::global {
 
@@ -25,11 +25,11 @@ Status Run(ZoRecordset* records, const ZoPatternsInformation& info, Kind kind, d
 // file for conceptualization 8, else built here from `given` points (when
 // not null) or the records' geometries, in memory within the budget or
 // through a temporary file.
-Status OpenRows(ZoRecordset* records, const ZoPatternsInformation& info, ZoProgress* progress, ZoWeightsFileRows& file,
-                ZoWeightsFileRows::GivenPoints* given);
+Status OpenRows(ZoRecordset* records, const ZoPatternsInformation& info, ZoProgress* progress,
+                weights::WeightRows& file, weights::WeightRows::GivenPoints* given);
 // Every row of `file` into Moran's sums: rows in memory on every core, rows
 // of a file one by one (the same bits either way). Progress shows the
 // statistic's per-feature text.
-Status FeedMoran(ZoWeightsFileRows& file, ZoMoranSums& sums, detail::CallProgress& progress);
+Status FeedMoran(weights::WeightRows& file, ZoMoranSums& sums, detail::CallProgress& progress);
 
 }  // namespace ZOC::detail::global

@@ -10,7 +10,7 @@
 #include "StatisticsAnalyst/detail/common/Limits.h"
 #include "StatisticsAnalyst/detail/weights/AnalysisWeightsFile.h"
 #include "StatisticsAnalyst/detail/weights/MatrixWeights.h"
-#include "StatisticsAnalyst/detail/weights/WeightsFileRows.h"
+#include "StatisticsAnalyst/detail/weights/WeightRows.h"
 #include "host/ZoEngineToolkit.h"
 #include "host/ZoMessageIds.h"
 #include "host/ZoStringEx.h"
@@ -48,7 +48,7 @@ struct ResultFields {
 class Rows {
  public:
   Status Open(ZoRecordset* records, const ZoPatternsInformation& info, bool standardizes, ZoProgress* progress,
-              ZoWeightsFileRows::GivenPoints* given) {
+              weights::WeightRows::GivenPoints* given) {
     const std::int64_t n = records->GetRecordCount();
     m_n = n;
     m_inMemory = info.Conceptualization != SpatialWeightsFile && n <= limits::kInMemoryFeatures;
@@ -64,17 +64,16 @@ class Rows {
     // memory when they fit the caller's budget, else go through a file.
     const bool normalize = standardizes && info.Standardization;
     if (!callers) {
-      if (m_file.BuildInMemory(records, info, progress, normalize, false, given)) return Status::Ok();
-      if (!m_file.Error().IsEmpty()) return Status::FromText(m_file.Error());
+      if (Status s = m_file.BuildInMemory(records, info, progress, normalize, false, given); !s || m_file.InMemory())
+        return s;
+      if (Status s = m_file.BuildTemporary(source, info, progress); !s) return s;
     }
-    if (!callers && !m_file.BuildTemporary(source, info, progress)) return Status::FromText(m_file.Error());
-    if (!m_file.Open(source, callers ? info.WeightsFilePath : m_file.TemporaryPath(), normalize, false))
-      return Status::FromText(m_file.Error(), msg::ESa046);
-    return Status::Ok();
+    Status opened = m_file.Open(source, callers ? info.WeightsFilePath : m_file.TemporaryPath(), normalize, false);
+    return opened.Then(msg::ESa046);
   }
 
   Status Next(std::int64_t i, ZoSparseRow& row) {
-    if (!m_inMemory) return m_file.Next(i, row) ? Status::Ok() : Status::FromText(m_file.Error());
+    if (!m_inMemory) return m_file.Next(i, row);
     row.columns.clear();
     row.weights.clear();
     for (; m_u < m_units.size() && m_units[m_u].Index < (i + 1) * m_n; ++m_u) {
@@ -93,7 +92,7 @@ class Rows {
   bool m_inMemory = true;
   LumaArray<WeightMatrixUnit> m_units;
   std::size_t m_u = 0;
-  ZoWeightsFileRows m_file;
+  weights::WeightRows m_file;
 };
 
 // A named weights file orders the features by its unique-ID field: the
@@ -122,7 +121,7 @@ Status CreateFields(ZoDatasetVector* source, ZoDatasetVector* result, const ZoPa
 // Values, the extra field and, when the weights are built from points, the
 // points: all from one pass.
 Status ReadInputs(ZoRecordset* records, const ZoPatternsInformation& info, const LocalStatistic& statistic,
-                  LumaArray<double>& values, LumaArray<double>& extra, ZoWeightsFileRows::GivenPoints* given) {
+                  LumaArray<double>& values, LumaArray<double>& extra, weights::WeightRows::GivenPoints* given) {
   Status noPoints;
   Status status = ReadFeatures(records, info.FieldName, false, values, statistic.ExtraField(), extra,
                                given ? &given->points : nullptr, given ? given->status : noPoints);
@@ -220,10 +219,10 @@ Status RunLocal(ZoDatasetVector* source, ZoRecordset* records, ZoDatasetVector* 
     progress->SetMessage(ZoStringEx::LoadResString(msg::IMb330));
   }
   LumaArray<double> values, extra;
-  ZoWeightsFileRows::GivenPoints given;
+  weights::WeightRows::GivenPoints given;
   const bool fromPoints = (info.Conceptualization >= InverseDistance && info.Conceptualization <= ZoneOfIndifference) ||
                           info.Conceptualization == KNearestNeighbors;
-  ZoWeightsFileRows::GivenPoints* points = fromPoints ? &given : nullptr;
+  weights::WeightRows::GivenPoints* points = fromPoints ? &given : nullptr;
   if (Status status = ReadInputs(records, info, statistic, values, extra, points); !status) return status;
   Rows rows;
   if (Status status = rows.Open(records, info, statistic.Standardizes(), progress.get(), points); !status)

@@ -7,7 +7,7 @@
 #include "StatisticsAnalyst/detail/common/FeatureData.h"
 #include "StatisticsAnalyst/detail/global/GlobalStatistic.h"
 #include "StatisticsAnalyst/detail/regression/Run.h"
-#include "StatisticsAnalyst/detail/weights/WeightsFileRows.h"
+#include "StatisticsAnalyst/detail/weights/WeightRows.h"
 #include "host/ZoDatasetVector.h"
 #include "host/ZoMessageIds.h"
 #include "host/ZoQueryDef.h"
@@ -48,9 +48,9 @@ Status ResidualMoran(ZoRecordset* records, const ZoPatternsInformation& weights,
   const ZoConceptualizationModel model = weights.Conceptualization;
   const bool fromPoints =
       extras.wantPoints && ((model >= InverseDistance && model <= ZoneOfIndifference) || model == KNearestNeighbors);
-  ZoWeightsFileRows::GivenPoints given;
+  detail::weights::WeightRows::GivenPoints given;
   if (fromPoints) given.points = std::move(extras.points), given.status = extras.status;
-  ZoWeightsFileRows file;
+  detail::weights::WeightRows file;
   Status status = detail::global::OpenRows(records, weights, progress.get(), file, fromPoints ? &given : nullptr);
   LumaArray<double> values;
   if (status) status = RowOrder(records, file.UniqueIdField(), residual, extras.ids, values);

@@ -13,10 +13,6 @@ namespace ZOC::detail::weights {
 
 namespace wf = weights;
 
-namespace {
-Status FromId(const char* id) { return id ? Status::Fail(id) : Status::Ok(); }
-}  // namespace
-
 Status OpenForAnalysis(ZoDatasetVector* dataset, const LUMA::LumaUnicodeString& path, AnalysisWeightsFile& out) {
   out.file.reset();
   if (!dataset) return Status::Fail(msg::EEg002);
@@ -29,14 +25,14 @@ Status OpenForAnalysis(ZoDatasetVector* dataset, const LUMA::LumaUnicodeString& 
     // The header first, then the dataset it must describe, then the tables:
     // a file for another dataset is named as such before its size is judged.
     wf::BinaryLayout layout;
-    if (Status s = FromId(wf::ReadBinaryHeaderValues(file.get(), layout)); !s) return s;
+    if (Status s = wf::ReadBinaryHeaderValues(file.get(), layout); !s) return s;
     out.uniqueIdField = layout.values[wf::kUniqueId];
     LUMA::LumaFieldInfo field;
     if (!dataset->GetFieldInfo(out.uniqueIdField, field)) return Status::Fail(msg::ESa078);
     ZoRecordsetPtr records;
     if (Status s = QueryOrderedBy(dataset, out.uniqueIdField, records); !s) return s;
     if (layout.count != records->GetRecordCount()) return Status::Fail(msg::ESa079);
-    if (Status s = FromId(wf::ReadBinaryTables(file.get(), layout)); !s) return s;
+    if (Status s = wf::ReadBinaryTables(file.get(), layout); !s) return s;
     LUMA::LumaVariant value;
     std::size_t k = 0;
     for (bool more = records->MoveFirst(); more && !records->IsEOF(); more = records->MoveNext(), ++k) {
@@ -65,7 +61,7 @@ Status ReadSparseRow(std::FILE* file, int count, int n, LUMA::LumaArray<std::int
   if (!file) return Status::Fail(msg::EEg020);
   if (count == 0) return Status::Ok();
   std::vector<wf::RowRecord> records;
-  if (Status s = FromId(wf::ReadBinaryRow(file, count, n, records)); !s) return s;
+  if (Status s = wf::ReadBinaryRow(file, count, n, records); !s) return s;
   columns.reserve(records.size());
   weights.reserve(records.size());
   for (const auto& r : records) {

@@ -28,29 +28,29 @@ bool InFile(std::FILE* file, std::int64_t count, std::int64_t itemBytes) {
 
 }  // namespace
 
-const char* ReadBinaryHeaderValues(std::FILE* file, BinaryLayout& layout) {
+Status ReadBinaryHeaderValues(std::FILE* file, BinaryLayout& layout) {
   layout = BinaryLayout();
-  if (const char* id = ReadBinaryHeader(file, layout.values, layout.indexStart)) return id;
+  if (Status s = ReadBinaryHeader(file, layout.values, layout.indexStart); !s) return s;
   if (!ParseInt32(layout.values[kCounts].Str(), layout.count) || layout.count < 0 ||
       !ParseInt32(layout.values[kStandardization].Str(), layout.standardization) ||
       !ParseInt32(layout.values[kConceptualization].Str(), layout.conceptualization))
-    return msg::ESa045;
-  return nullptr;
+    return Status::Fail(msg::ESa045);
+  return Status::Ok();
 }
 
-const char* ReadBinaryHeader(std::FILE* file, LumaArray<LumaUnicodeString>& values, std::int64_t& position) {
+Status ReadBinaryHeader(std::FILE* file, LumaArray<LumaUnicodeString>& values, std::int64_t& position) {
   values.clear();
   position = 0;
-  if (StartsAsText(file)) return msg::EUb001;
+  if (StartsAsText(file)) return Status::Fail(msg::EUb001);
   std::int32_t length = 0;
-  if (!Seek(file, 0) || !ReadInt32(file, length)) return msg::ESa045;
+  if (!Seek(file, 0) || !ReadInt32(file, length)) return Status::Fail(msg::ESa045);
   // Headers are short; a length beyond the limit means a foreign or damaged file.
   const std::int64_t units = length >> 1;
-  if (length < 0 || units >= static_cast<std::int64_t>(kMaxHeaderUnits)) return msg::ESa045;
+  if (length < 0 || units >= static_cast<std::int64_t>(kMaxHeaderUnits)) return Status::Fail(msg::ESa045);
   std::u16string text(static_cast<std::size_t>(units), u'\0');
   for (auto& u : text) {
     unsigned char bytes[2];
-    if (std::fread(bytes, 1, 2, file) != 2) return msg::ESa045;
+    if (std::fread(bytes, 1, 2, file) != 2) return Status::Fail(msg::ESa045);
     u = static_cast<char16_t>(bytes[0] | (bytes[1] << 8));
   }
   // An odd length leaves one byte of the text unread; the tables start at 4 + L.
@@ -58,43 +58,43 @@ const char* ReadBinaryHeader(std::FILE* file, LumaArray<LumaUnicodeString>& valu
   if (!Seek(file, end) || !SplitHeader(LumaUnicodeString::FromUtf16(text).Str(), kHeaderKeys.size(), values) ||
       values.size() != kHeaderKeys.size()) {
     values.clear();
-    return msg::ESa045;
+    return Status::Fail(msg::ESa045);
   }
   position = end;
-  return nullptr;
+  return Status::Ok();
 }
 
-const char* ReadBinaryTables(std::FILE* file, BinaryLayout& layout) {
-  if (!Seek(file, layout.indexStart)) return msg::ESa046;
+Status ReadBinaryTables(std::FILE* file, BinaryLayout& layout) {
+  if (!Seek(file, layout.indexStart)) return Status::Fail(msg::ESa046);
   const auto n = static_cast<std::size_t>(layout.count);
-  if (!InFile(file, layout.count, 8) || !ReadUniqueIndex(file, layout.index, n)) return msg::ESa046;
+  if (!InFile(file, layout.count, 8) || !ReadUniqueIndex(file, layout.index, n)) return Status::Fail(msg::ESa046);
   if (layout.standardization != 0 && (!InFile(file, layout.count, 8) || !ReadDoubles(file, layout.rowSums, n)))
-    return msg::ESa046;
+    return Status::Fail(msg::ESa046);
   for (const auto& entry : layout.index) {
-    if (entry.Count < 0) return msg::ESa046;
+    if (entry.Count < 0) return Status::Fail(msg::ESa046);
     layout.records += entry.Count;
   }
   layout.rowsStart = Tell(file);
   const std::int64_t size = FileSize(file);
   if (layout.rowsStart < 0 || size < 0 ||
       size - layout.rowsStart != layout.records * static_cast<std::int64_t>(kRecordBytes))
-    return msg::ESa046;
-  return nullptr;
+    return Status::Fail(msg::ESa046);
+  return Status::Ok();
 }
 
-const char* ReadBinaryLayout(std::FILE* file, BinaryLayout& layout) {
-  if (const char* id = ReadBinaryHeaderValues(file, layout)) return id;
+Status ReadBinaryLayout(std::FILE* file, BinaryLayout& layout) {
+  if (Status s = ReadBinaryHeaderValues(file, layout); !s) return s;
   return ReadBinaryTables(file, layout);
 }
 
-const char* ReadBinaryRow(std::FILE* file, std::int32_t count, std::int32_t n, std::vector<RowRecord>& records) {
+Status ReadBinaryRow(std::FILE* file, std::int32_t count, std::int32_t n, std::vector<RowRecord>& records) {
   records.clear();
   if (count < 0 || !Fits(file, count, static_cast<std::int64_t>(kRecordBytes)) ||
       !ReadRecords(file, static_cast<std::size_t>(count), records))
-    return msg::ESa046;
+    return Status::Fail(msg::ESa046);
   for (const auto& r : records)
-    if (r.row < 0 || r.row >= n || r.column < 0 || r.column >= n) return msg::ESa046;
-  return nullptr;
+    if (r.row < 0 || r.row >= n || r.column < 0 || r.column >= n) return Status::Fail(msg::ESa046);
+  return Status::Ok();
 }
 
 }  // namespace ZOC::detail::weights

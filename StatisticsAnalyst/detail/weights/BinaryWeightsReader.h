@@ -14,6 +14,7 @@
 #include <vector>
 
 #include "StatisticsAnalyst/ZoWeightRecords.h"
+#include "StatisticsAnalyst/detail/common/Status.h"
 #include "StatisticsAnalyst/detail/weights/WeightsFileFormat.h"
 
 namespace ZOC::detail::weights {
@@ -32,28 +33,28 @@ struct BinaryLayout {
 };
 
 // Reads the header from the file's start: the values in key order and the
-// position 4 + L of the unique-index table, where the file is left. Null on
-// success; "EUb001" for a text weights file, "ESa045" for any other header
+// position 4 + L of the unique-index table, where the file is left.
+// "EUb001" for a text weights file, "ESa045" for any other header
 // that is unreadable, 200 code units or longer, has a key out of place, a
 // part without a value, or not exactly the eight parts.
-const char* ReadBinaryHeader(std::FILE* file, LumaArray<LumaUnicodeString>& values, std::int64_t& position);
+Status ReadBinaryHeader(std::FILE* file, LumaArray<LumaUnicodeString>& values, std::int64_t& position);
 
 // Reads and checks everything before the rows and leaves the file at the
 // first row: ReadBinaryHeaderValues, then ReadBinaryTables. The analyses'
 // open calls the two steps itself, to compare the header with the dataset
 // in between.
-const char* ReadBinaryLayout(std::FILE* file, BinaryLayout& layout);
+Status ReadBinaryLayout(std::FILE* file, BinaryLayout& layout);
 // The header, then its COUNTS, STANDARDIZATION and CONCEPTUALIZATION
 // values: "ESa045" when one is not a whole number or COUNTS is negative.
-const char* ReadBinaryHeaderValues(std::FILE* file, BinaryLayout& layout);
+Status ReadBinaryHeaderValues(std::FILE* file, BinaryLayout& layout);
 // The unique-index table and the row sums after a header read by
 // ReadBinaryHeaderValues: "ESa046" when they do not fit in the file, a
 // neighbour count is negative, or the rows are not exactly the rest of the
 // file.
-const char* ReadBinaryTables(std::FILE* file, BinaryLayout& layout);
+Status ReadBinaryTables(std::FILE* file, BinaryLayout& layout);
 
-// Reads the `count` records of the next row. Null on success; "ESa046" when
+// Reads the `count` records of the next row: "ESa046" when
 // they are not all there or a row or column index lies outside 0..n−1.
-const char* ReadBinaryRow(std::FILE* file, std::int32_t count, std::int32_t n, std::vector<RowRecord>& records);
+Status ReadBinaryRow(std::FILE* file, std::int32_t count, std::int32_t n, std::vector<RowRecord>& records);
 
 }  // namespace ZOC::detail::weights

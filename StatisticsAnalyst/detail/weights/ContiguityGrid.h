@@ -13,27 +13,13 @@
 // compressed rows cell → regions built by counting: one offset per cell plus
 // one entry per cell a region's box covers.
 //
-// The touching test works on the boundary segments of the two regions that
-// lie in the overlap of their bounding boxes. Coordinates written by
+// Each candidate pair goes through the touching test of BoundaryContact.h
+// (queen: the boundaries come within the tolerance; rook: they share a
+// stretch longer than kRookLengthFactor tolerances). Coordinates written by
 // different programs often disagree in the last digits along a shared
-// boundary, so the test snaps with a tolerance of 1e-9 times the larger side
+// boundary, so the test snaps with a tolerance: 1e-9 times the larger side
 // of the data extent (1e-9 times the largest absolute coordinate, or 1e-9,
-// when the extent has no size), or with the caller's (SetTolerance):
-//   - queen ("edges or corners"): the two boundaries come within the
-//     tolerance of each other;
-//   - rook ("edges only"): the part of one boundary lying within the
-//     tolerance of the other is longer than kRookLengthFactor tolerances.
-//     The factor is large on purpose: where two regions meet at one corner
-//     under an angle of a few degrees, their boundaries stay within the
-//     tolerance of each other for tolerance / sin(angle), and that must not
-//     count as a shared edge.
-// Regions whose interiors overlap (one boundary passes through the interior
-// of the other, farther than the tolerance from its boundary; or one region
-// lies inside the other) are neighbours under both rules. Shared vertices
-// are not required: a boundary stretch that only one side splits with an
-// extra vertex is found, and so are contacts between any parts and rings of
-// multi-part regions and regions with holes (a region filling another's hole
-// touches the hole's ring).
+// when the extent has no size), or the caller's (SetTolerance).
 //
 // Geometries that are not regions, empty ones and ones with non-finite
 // coordinates have no neighbours.
@@ -49,9 +35,6 @@ namespace ZOC::detail::weights {
 
 class ContiguityGrid {
  public:
-  // The shared stretch of boundary must exceed this many tolerances to make
-  // two regions rook neighbours.
-  static constexpr double kRookLengthFactor = 1000.0;
   // Tolerance relative to the larger side of the data extent.
   static constexpr double kRelativeTolerance = 1e-9;
 

@@ -2,7 +2,7 @@
 // CsrWeights: the weights of a whole dataset held in memory as compressed
 // sparse rows (row offsets, column numbers, weights, row sums), within a
 // memory budget. It serves rows exactly as a binary weights file's rows are
-// read back (ZoWeightsFileRows): the same stored weights in the same order,
+// read back (WeightRows): the same stored weights in the same order,
 // the same row sums and the same normalization, so an analysis gives the same
 // numbers whichever of the two holds its weights.
 #include <cstdint>

@@ -6,6 +6,7 @@
 #include <bit>
 #include <charconv>
 #include <cstring>
+#include <exception>
 #include <filesystem>
 
 #include "host/ZoFile.h"
@@ -75,6 +76,15 @@ bool SplitHeader(std::string_view text, std::size_t keyCount, LumaArray<LumaUnic
     values.push_back(LumaUnicodeString(value));
   }
   return true;
+}
+
+bool ReadTextHeader(std::string_view line, LumaArray<LumaUnicodeString>& values) {
+  try {
+    if (SplitHeader(line, kTextHeaderKeys, values)) return true;
+  } catch (const std::exception&) {
+  }
+  values.clear();
+  return false;
 }
 
 bool ParseInt32(std::string_view text, std::int32_t& value) {

@@ -1,7 +1,6 @@
 #pragma once
 // Pieces of the weights file formats shared by the binary and text code:
-// little-endian numbers, the header text, strict number parsing, and the
-// row loop every builder runs.
+// little-endian numbers, the header text and strict number parsing.
 #include <algorithm>
 #include <array>
 #include <cstdint>
@@ -10,14 +9,15 @@
 #include <string_view>
 #include <vector>
 
-#include "StatisticsAnalyst/ZoWeightsUtilities.h"
-#include "StatisticsAnalyst/detail/common/CallProgress.h"
+#include "StatisticsAnalyst/ZoWeightRecords.h"
 #include "StatisticsAnalyst/detail/common/Limits.h"
-#include "StatisticsAnalyst/detail/weights/RowBuilder.h"
-#include "host/ZoMessageIds.h"
-#include "host/ZoStringEx.h"
+#include "host/LumaArray.h"
+#include "host/LumaUnicodeString.h"
 
 namespace ZOC::detail::weights {
+
+using LUMA::LumaArray;
+using LUMA::LumaUnicodeString;
 
 // The header keys in their fixed order; the text form has all but the last.
 inline constexpr std::array<const char*, 8> kHeaderKeys = {"QUILLARD",        "DATASETNAME",   "DATASETTYPE",
@@ -49,6 +49,10 @@ std::string HeaderText(const std::string& datasetName, int datasetType, int coun
 // in order. Empty parts are skipped. False for a key out of place, a part
 // without "@", or more parts than `keyCount`.
 bool SplitHeader(std::string_view text, std::size_t keyCount, LumaArray<LumaUnicodeString>& values);
+// The text form's header line: the seven keys without DISTANCEMETHOD, in
+// order. A line with no part at all is accepted (no values). False, with no
+// values, for a key out of place or a line that cannot be split.
+bool ReadTextHeader(std::string_view line, LumaArray<LumaUnicodeString>& values);
 
 // A whole decimal 32-bit integer (optional sign), nothing else.
 bool ParseInt32(std::string_view text, std::int32_t& value);
@@ -90,52 +94,3 @@ bool WriteRecords(std::FILE* f, const std::vector<RowRecord>& records);
 bool ReadRecords(std::FILE* f, std::size_t count, std::vector<RowRecord>& records);
 
 }  // namespace ZOC::detail::weights
-
-namespace ZOC {
-
-// The row loop of every builder: for each feature in order, report progress
-// and poll for cancellation ("IMb030"), take the row's neighbours, keep
-// those with a stored weight, set the feature's count and row sum, and hand
-// the kept neighbours to `emit(i, columns, weights)`, which returns false
-// when writing fails.
-template <class Emit>
-bool ZoWeightsUtilities::WriteRows(const detail::weights::RowBuilder& rows,
-                                   LumaArray<ZoSWMFileUniqueIndex>& uniqueIndex, LumaArray<double>& rowSums,
-                                   bool standardize, Emit&& emit) {
-  // Rows are computed a block at a time in spatial order and written in
-  // feature order; a block holds a bounded number of rows.
-  const std::int64_t n = rows.Count();
-  detail::weights::RowBuilder::Block block;
-  std::vector<std::int64_t> kept;
-  std::vector<double> keptWeights;
-  for (std::int64_t first = 0; first < n; first += detail::weights::RowBuilder::kBlockRows) {
-    rows.FillBlock(first, block);
-    for (std::int64_t k = 0; k < block.Count(); ++k) {
-      const std::int64_t i = first + k;
-      if (m_call && !m_call->Step(m_progressFormat, i, n)) {
-        AddErrorMessage(msg::IMb030);
-        return false;
-      }
-      kept.clear();
-      keptWeights.clear();
-      double sum = 0.0;
-      const std::int64_t* columns = block.Columns(k);
-      const double* weights = block.Weights(k);
-      for (std::size_t h = 0; h < block.Size(k); ++h) {
-        if (!detail::weights::IsStoredWeight(weights[h])) continue;
-        kept.push_back(columns[h]);
-        keptWeights.push_back(weights[h]);
-        sum += weights[h];
-      }
-      uniqueIndex[static_cast<std::size_t>(i)].Count = static_cast<std::int32_t>(kept.size());
-      if (standardize) rowSums[static_cast<std::size_t>(i)] = sum;
-      if (!emit(i, kept, keptWeights)) {
-        AddErrorMessage(msg::ESa049);
-        return false;
-      }
-    }
-  }
-  return true;
-}
-
-}  // namespace ZOC

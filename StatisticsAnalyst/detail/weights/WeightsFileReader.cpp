@@ -39,12 +39,11 @@ struct FileCloser {
 // the file's size checked at open, the rows on demand.
 class BinaryReader : public WeightsFileReader {
  public:
-  // Null on success, else the message ID.
-  const char* Open(const LumaUnicodeString& path) {
+  Status Open(const LumaUnicodeString& path) {
     m_file.reset(std::fopen(path.c_str(), "rb"));
-    if (!m_file) return msg::ESa049;
+    if (!m_file) return Status::Fail(msg::ESa049);
     BinaryLayout layout;
-    if (const char* id = ReadBinaryLayout(m_file.get(), layout)) return id;
+    if (Status s = ReadBinaryLayout(m_file.get(), layout); !s) return s;
     m_count = layout.count;
     m_standardized = layout.standardization;
     m_rowSums = std::move(layout.rowSums);
@@ -52,7 +51,7 @@ class BinaryReader : public WeightsFileReader {
     m_rowsStart = layout.rowsStart;
     m_ids.reserve(m_index.size());
     for (const auto& entry : m_index) m_ids.push_back(entry.UniqueID);
-    return nullptr;
+    return Status::Ok();
   }
 
   RowRead Next(std::vector<RowRecord>& records) override {
@@ -62,7 +61,7 @@ class BinaryReader : public WeightsFileReader {
     ++m_next;
     // The open has checked that the rows fill the file exactly, so a row
     // that cannot be read is damage, not an early end.
-    return ReadBinaryRow(m_file.get(), count, m_count, records) ? RowRead::Bad : RowRead::Read;
+    return ReadBinaryRow(m_file.get(), count, m_count, records) ? RowRead::Read : RowRead::Bad;
   }
 
   bool Rewind() override {
@@ -79,39 +78,39 @@ class BinaryReader : public WeightsFileReader {
 // The text form, line by line: header, IDs, row sums when standardized, rows.
 class TextReader : public WeightsFileReader {
  public:
-  // Reads everything before the rows; null on success, else the message ID.
-  const char* Open(ZoWeightsUtilities& owner, const LumaUnicodeString& path) {
-    if (!m_file.Open(path, ZoTextFile::ModeRead)) return msg::EAg033;
+  // Reads everything before the rows.
+  Status Open(const LumaUnicodeString& path) {
+    if (!m_file.Open(path, ZoTextFile::ModeRead)) return Status::Fail(msg::EAg033);
     std::string line;
     LumaArray<LumaUnicodeString> values;
-    if (!m_file.ReadLine(line) || !owner.ReadHeader(line, values) || values.size() != kTextHeaderKeys ||
+    if (!m_file.ReadLine(line) || !ReadTextHeader(line, values) || values.size() != kTextHeaderKeys ||
         !ParseInt32(values[kCounts].Str(), m_count) || m_count < 0 ||
         !ParseInt32(values[kStandardization].Str(), m_standardized))
-      return msg::ESa045;
+      return Status::Fail(msg::ESa045);
 
     // The IDs are counted as they are parsed, so a wrong COUNTS value never
     // drives an allocation.
-    if (!m_file.ReadLine(line)) return msg::ESa046;
+    if (!m_file.ReadLine(line)) return Status::Fail(msg::ESa046);
     const bool idsOk = ForEachPiece(line, ' ', [&](std::string_view piece) {
       std::int32_t id = 0;
       if (static_cast<std::int64_t>(m_ids.size()) >= m_count || !ParseInt32(piece, id)) return false;
       m_ids.push_back(id);
       return true;
     });
-    if (!idsOk || static_cast<std::int64_t>(m_ids.size()) != m_count) return msg::ESa046;
+    if (!idsOk || static_cast<std::int64_t>(m_ids.size()) != m_count) return Status::Fail(msg::ESa046);
 
     if (m_standardized != 0) {
-      if (!m_file.ReadLine(line)) return msg::ESa046;
+      if (!m_file.ReadLine(line)) return Status::Fail(msg::ESa046);
       const bool sumsOk = ForEachPiece(line, ' ', [&](std::string_view piece) {
         double sum = 0.0;
         if (static_cast<std::int64_t>(m_rowSums.size()) >= m_count || !ParseFiniteDouble(piece, sum)) return false;
         m_rowSums.push_back(sum);
         return true;
       });
-      if (!sumsOk || static_cast<std::int64_t>(m_rowSums.size()) != m_count) return msg::ESa046;
+      if (!sumsOk || static_cast<std::int64_t>(m_rowSums.size()) != m_count) return Status::Fail(msg::ESa046);
     }
     m_rowsStart = m_file.Tell();
-    return m_rowsStart < 0 ? msg::ESa046 : nullptr;
+    return m_rowsStart < 0 ? Status::Fail(msg::ESa046) : Status::Ok();
   }
 
   RowRead Next(std::vector<RowRecord>& records) override {
@@ -189,28 +188,29 @@ bool WeightsFileReader::InRange(const std::vector<RowRecord>& records) const {
   return true;
 }
 
-std::unique_ptr<WeightsFileReader> OpenBinaryWeights(const LumaUnicodeString& path, const char*& failedId) {
-  auto reader = std::make_unique<BinaryReader>();
-  failedId = reader->Open(path);
-  if (failedId) return nullptr;
-  return reader;
+Status OpenBinaryWeights(const LumaUnicodeString& path, std::unique_ptr<WeightsFileReader>& reader) {
+  reader.reset();
+  auto opened = std::make_unique<BinaryReader>();
+  if (Status s = opened->Open(path); !s) return s;
+  reader = std::move(opened);
+  return Status::Ok();
 }
 
-std::unique_ptr<WeightsFileReader> OpenTextWeights(ZoWeightsUtilities& owner, const LumaUnicodeString& path,
-                                                   const char*& failedId) {
-  auto reader = std::make_unique<TextReader>();
-  failedId = reader->Open(owner, path);
-  if (failedId) return nullptr;
-  return reader;
+Status OpenTextWeights(const LumaUnicodeString& path, std::unique_ptr<WeightsFileReader>& reader) {
+  reader.reset();
+  auto opened = std::make_unique<TextReader>();
+  if (Status s = opened->Open(path); !s) return s;
+  reader = std::move(opened);
+  return Status::Ok();
 }
 
-const char* CheckAllRows(WeightsFileReader& reader) {
+Status CheckAllRows(WeightsFileReader& reader) {
   std::vector<RowRecord> records;
   RowRead read;
   while ((read = reader.Next(records)) == RowRead::Read) {
   }
-  if (read != RowRead::End || !reader.RestIsEmpty() || !reader.Rewind()) return msg::ESa046;
-  return nullptr;
+  if (read != RowRead::End || !reader.RestIsEmpty() || !reader.Rewind()) return Status::Fail(msg::ESa046);
+  return Status::Ok();
 }
 
 }  // namespace ZOC::detail::weights

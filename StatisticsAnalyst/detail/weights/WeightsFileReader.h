@@ -16,7 +16,7 @@
 #include <string_view>
 #include <vector>
 
-#include "StatisticsAnalyst/ZoWeightsUtilities.h"
+#include "StatisticsAnalyst/detail/common/Status.h"
 #include "StatisticsAnalyst/detail/weights/WeightsFileFormat.h"
 #include "host/ZoMessageIds.h"
 #include "host/ZoTextFile.h"
@@ -75,37 +75,30 @@ class WeightsFileReader {
 
 // Opens a binary weights file (the caller has checked the extension):
 // "ESa049" when it cannot be opened, else the checks of ReadBinaryLayout
-// ("EUb001", "ESa045", "ESa046"). Null on failure.
-std::unique_ptr<WeightsFileReader> OpenBinaryWeights(const LumaUnicodeString& path, const char*& failedId);
+// ("EUb001", "ESa045", "ESa046"). `reader` is null on failure.
+Status OpenBinaryWeights(const LumaUnicodeString& path, std::unique_ptr<WeightsFileReader>& reader);
 // Opens a text weights file: "EAg033" when it cannot be opened, "ESa045" for
 // a missing or unusable header line, "ESa046" for a missing, malformed or
-// inconsistent ID or row-sum line. Null on failure.
-std::unique_ptr<WeightsFileReader> OpenTextWeights(ZoWeightsUtilities& owner, const LumaUnicodeString& path,
-                                                   const char*& failedId);
+// inconsistent ID or row-sum line. `reader` is null on failure.
+Status OpenTextWeights(const LumaUnicodeString& path, std::unique_ptr<WeightsFileReader>& reader);
 
 // Reads every row once and goes back to the first: "ESa046" unless all N
 // rows are whole and well formed and nothing but blank lines follows them,
 // so a damaged file is refused before anything is written from it.
-const char* CheckAllRows(WeightsFileReader& reader);
+Status CheckAllRows(WeightsFileReader& reader);
 
-}  // namespace ZOC::detail::weights
-
-namespace ZOC {
-
-template <class Body>
-unsigned char ZoWeightsUtilities::RunReader(Body&& body) {
-  ClearErrorMessage();
-  const char* failedId = nullptr;
+// Runs a step that reads a weights file: running out of memory is
+// "EUb002"; any other error escaping it means the file made the reading
+// fail, "ESa046".
+template <class Step>
+Status GuardReading(Step&& step) {
   try {
-    failedId = body();
+    return step();
   } catch (const std::bad_alloc&) {
-    failedId = msg::EUb002;
+    return Status::Fail(msg::EUb002);
   } catch (const std::exception&) {
-    failedId = msg::ESa046;
+    return Status::Fail(msg::ESa046);
   }
-  if (!failedId) return 1;
-  if (*failedId) AddErrorMessage(failedId);
-  return 0;
 }
 
-}  // namespace ZOC
+}  // namespace ZOC::detail::weights

@@ -1,5 +1,5 @@
 #pragma once
-// ZoWeightsFileRows: the rows of a binary weights file as the global
+// WeightRows: the rows of a binary weights file as the global
 // statistics stream them: opened and checked against the dataset, each row
 // normalized by its row sum when the file is standardized (a zero-sum row
 // reads as empty), and each stored weight w(i, j) paired with w(j, i).
@@ -18,75 +18,87 @@
 #include <functional>
 #include <vector>
 
-#include "StatisticsAnalyst/ZoWeightsUtilities.h"
+#include "StatisticsAnalyst/ZoPatternsInformation.h"
+#include "StatisticsAnalyst/ZoWeightRecords.h"
 #include "StatisticsAnalyst/detail/common/SparseRow.h"
 #include "StatisticsAnalyst/detail/common/Status.h"
 #include "StatisticsAnalyst/detail/weights/CsrWeights.h"
+#include "host/LumaArray.h"
+#include "host/LumaPoint.h"
+#include "host/LumaUnicodeString.h"
+#include "host/ZoDatasetVector.h"
 #include "host/ZoFile.h"
+#include "host/ZoProgress.h"
+#include "host/ZoRecordset.h"
 
-namespace ZOC {
+namespace ZOC::detail::weights {
 
-namespace detail::weights {
+using LUMA::LumaArray;
+using LUMA::LumaPoint2D;
+using LUMA::LumaUnicodeString;
+
 class RowBuilder;
-}
 
-class ZoWeightsFileRows {
+class WeightRows {
  public:
-  ZoWeightsFileRows() = default;
-  ~ZoWeightsFileRows() { Close(); }
-  ZoWeightsFileRows(const ZoWeightsFileRows&) = delete;
-  ZoWeightsFileRows& operator=(const ZoWeightsFileRows&) = delete;
+  WeightRows() = default;
+  ~WeightRows() { Close(); }
+  WeightRows(const WeightRows&) = delete;
+  WeightRows& operator=(const WeightRows&) = delete;
 
   // Builds a temporary weights file ("Quillard…" in the temporary folder),
   // keyed by "QlID", for conceptualizations 1 to 7; the build reports to
-  // `progress` when it is not null.
-  bool BuildTemporary(ZoDatasetVector* dataset, const ZoPatternsInformation& info, ZoProgress* progress);
+  // `progress` when it is not null. "ESa049" when no temporary name can be
+  // had, else the binary builder's failures.
+  Status BuildTemporary(ZoDatasetVector* dataset, const ZoPatternsInformation& info, ZoProgress* progress);
   // Instead of a temporary file: the weights of conceptualizations 1 to 7
   // over `records` (ordered by "QlID") held in memory as compressed sparse
   // rows, when they take at most info.WeightsMemoryBudget bytes (0: a quarter
   // of physical memory). The rows then read as Open(…, normalize, transposed)
-  // would read them from the file. False with an empty Error() when they do
-  // not fit (nothing is held; build the file instead), false with a message
-  // when the weights cannot be made.
+  // would read them from the file. Ok with InMemory() false when they do not
+  // fit (nothing is held; build the file instead); a failure when the
+  // weights cannot be made: the builders' parameter checks, the row
+  // builder's failures, "IMb030" when cancelled.
   // `given`: the features' points already read with their values (and how
   // reading them went), used instead of reading them again; null: read here.
   struct GivenPoints {
     LumaArray<LumaPoint2D> points;
-    detail::Status status;
+    Status status;
   };
-  bool BuildInMemory(ZoRecordset* records, const ZoPatternsInformation& info, ZoProgress* progress,
-                     bool normalize = true, bool transposed = true, GivenPoints* given = nullptr);
+  Status BuildInMemory(ZoRecordset* records, const ZoPatternsInformation& info, ZoProgress* progress,
+                       bool normalize = true, bool transposed = true, GivenPoints* given = nullptr);
   bool InMemory() const { return m_inMemory; }
   // The in-memory rows, for readers that take them in parallel; null when
   // the rows come from a file.
-  const detail::weights::CsrWeights* Memory() const { return m_inMemory ? &m_csr : nullptr; }
+  const CsrWeights* Memory() const { return m_inMemory ? &m_csr : nullptr; }
   // Opens and checks a weights file for the dataset and reads what the rows
   // need: the index, the normalizers and, for asymmetric weights, the raw weights.
   // With normalize false the rows keep their raw weights; with transposed
   // false the w(j, i) entries are not computed (and nothing extra is held).
-  bool Open(ZoDatasetVector* dataset, const LumaUnicodeString& path, bool normalize = true, bool transposed = true);
+  // The checked open's failures; "ESa026" after the reader's when the
+  // weights cannot be read by column, "EUb002" when memory runs out.
+  Status Open(ZoDatasetVector* dataset, const LumaUnicodeString& path, bool normalize = true, bool transposed = true);
   void Close();
 
   // The temporary file made by BuildTemporary, or "".
   const LumaUnicodeString& TemporaryPath() const { return m_temporary.Path(); }
   const LumaUnicodeString& UniqueIdField() const { return m_field; }
   std::int64_t Count() const { return m_inMemory ? m_csr.Count() : static_cast<std::int64_t>(m_index.size()); }
-  // Row i (rows are read in order, i = 0, 1, ...). False with "ESa026".
-  bool Next(std::int64_t i, ZoSparseRow& row);
-  // The messages of every failure so far.
-  const LumaUnicodeString& Error() const { return m_error; }
+  // Row i (rows are read in order, i = 0, 1, ...): "ESa026", after the
+  // reader's failure when there is one.
+  Status Next(std::int64_t i, ZoSparseRow& row);
 
  private:
-  void Fail(const char* id);
   // Every row of the file from `position` into m_readColumns/m_readWeights,
-  // each handed to `take(row)`; false when a read or `take` fails.
-  bool ReadAllRows(std::int64_t position, const std::function<bool(std::int64_t)>& take);
+  // each handed to `take(row)`: "ESa026" (after the reader's failure) when a
+  // read or `take` fails.
+  Status ReadAllRows(std::int64_t position, const std::function<bool(std::int64_t)>& take);
   // Reads an asymmetric file's weights by column (m_offsets, m_columns,
-  // m_raw); false when a row cannot be read or a column is out of range.
-  bool Transpose(std::int64_t position);
-  // Every row of `rows` into the in-memory weights; false when cancelled or
-  // over the budget.
-  bool FillInMemory(const detail::weights::RowBuilder& rows, ZoProgress* progress);
+  // m_raw): "ESa026" when a row cannot be read or a column is out of range.
+  Status Transpose(std::int64_t position);
+  // Every row of `rows` into the in-memory weights: "IMb030" when
+  // cancelled; `fits` false (and nothing held) when over the budget.
+  Status FillInMemory(const RowBuilder& rows, ZoProgress* progress, bool& fits);
   double Normalized(double raw, std::int64_t row) const;
 
   ZoTempFileGuard m_temporary;
@@ -104,9 +116,8 @@ class ZoWeightsFileRows {
   std::vector<double> m_raw;
   LumaArray<std::int32_t> m_readColumns;
   LumaArray<double> m_readWeights;
-  LumaUnicodeString m_error;
-  detail::weights::CsrWeights m_csr;
+  CsrWeights m_csr;
   bool m_inMemory = false;
 };
 
-}  // namespace ZOC
+}  // namespace ZOC::detail::weights

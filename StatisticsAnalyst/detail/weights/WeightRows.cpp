@@ -1,4 +1,4 @@
-#include "StatisticsAnalyst/detail/weights/WeightsFileRows.h"
+#include "StatisticsAnalyst/detail/weights/WeightRows.h"
 
 #include <algorithm>
 #include <functional>
@@ -9,73 +9,50 @@
 #include "StatisticsAnalyst/detail/common/Limits.h"
 #include "StatisticsAnalyst/detail/spatial/Distance.h"
 #include "StatisticsAnalyst/detail/weights/AnalysisWeightsFile.h"
+#include "StatisticsAnalyst/detail/weights/BinaryFileWriter.h"
+#include "StatisticsAnalyst/detail/weights/BuildChecks.h"
 #include "StatisticsAnalyst/detail/weights/RowBuilder.h"
 #include "host/ZoMessageIds.h"
 #include "host/ZoStringEx.h"
 
-namespace ZOC {
+namespace ZOC::detail::weights {
 
 namespace {
-using detail::limits::IsZero;
+using limits::IsZero;
 }  // namespace
 
-void ZoWeightsFileRows::Fail(const char* id) {
-  if (!m_error.IsEmpty()) m_error += "\n";
-  m_error += ZoStringEx::LoadResString(id);
-}
-
-bool ZoWeightsFileRows::BuildTemporary(ZoDatasetVector* dataset, const ZoPatternsInformation& info,
-                                       ZoProgress* progress) {
+Status WeightRows::BuildTemporary(ZoDatasetVector* dataset, const ZoPatternsInformation& info, ZoProgress* progress) {
   const LumaUnicodeString path = ZoFile::GetTemporaryFileName("Quillard", ".swmb");
-  if (path.IsEmpty()) {
-    Fail(msg::ESa049);
-    return false;
-  }
+  if (path.IsEmpty()) return Status::Fail(msg::ESa049);
   m_temporary.Reset(path);
-  ZoWeightsUtilities builder;
-  builder.SetProgress(progress);
-  if (!builder.BuildWeightMatrixBinary(dataset, kSystemIdField, path, info, progress != nullptr)) {
-    m_error += builder.GetStrErrorMes();
-    return false;
-  }
-  return true;
+  return BuildBinaryFile(dataset, kSystemIdField, path, nullptr, info, progress, progress != nullptr);
 }
 
-bool ZoWeightsFileRows::BuildInMemory(ZoRecordset* records, const ZoPatternsInformation& info, ZoProgress* progress,
-                                      bool normalize, bool transposed, GivenPoints* given) {
+Status WeightRows::BuildInMemory(ZoRecordset* records, const ZoPatternsInformation& info, ZoProgress* progress,
+                                 bool normalize, bool transposed, GivenPoints* given) {
   Close();
-  const std::uint64_t budget = detail::weights::ResolveBudget(info.WeightsMemoryBudget);
+  const std::uint64_t budget = ResolveBudget(info.WeightsMemoryBudget);
   const std::int64_t n = records->GetRecordCount();
   // K nearest stores about K weights a row: when those alone exceed the
   // budget, the neighbour search is not run twice.
   if (info.Conceptualization == KNearestNeighbors && info.KNeighbors > 0 &&
-      detail::weights::CsrWeights::Bytes(n, n * info.KNeighbors) > budget)
-    return false;
-  ZoWeightsUtilities checks;
-  if (!checks.CheckParameter(records, info)) {
-    m_error += checks.GetStrErrorMes();
-    return false;
-  }
+      CsrWeights::Bytes(n, n * info.KNeighbors) > budget)
+    return Status::Ok();
+  if (Status s = CheckBuildParameters(records, info); !s) return s;
   ZoPatternsInformation rowsInfo = info;
-  rowsInfo.DistanceMethod =
-      detail::spatial::EffectiveMethod(info.DistanceMethod, records->GetDataset()->GetPrjCoordSys());
-  auto rows = std::make_unique<detail::weights::RowBuilder>();
+  rowsInfo.DistanceMethod = spatial::EffectiveMethod(info.DistanceMethod, records->GetDataset()->GetPrjCoordSys());
+  auto rows = std::make_unique<RowBuilder>();
   const bool contiguity =
       info.Conceptualization == ContiguityEdgesOnly || info.Conceptualization == ContiguityEdgesCorners;
-  if (given && !contiguity && !given->status) {
-    m_error += given->status.Text();
-    Fail(msg::ESa008);
-    return false;
-  }
-  const detail::Status prepared =
+  if (given && !contiguity && !given->status) return Status(given->status).Then(msg::ESa008);
+  const Status prepared =
       given && !contiguity
           ? rows->PrepareFromPoints(std::move(given->points), records->GetDataset()->GetPrjCoordSys(), rowsInfo)
           : rows->Prepare(records, rowsInfo);
-  if (!prepared) {
-    m_error += prepared.Text();
-    return false;
-  }
-  if (!m_csr.Start(rows->Count(), budget) || !FillInMemory(*rows, progress)) return false;
+  if (!prepared) return prepared;
+  if (!m_csr.Start(rows->Count(), budget)) return Status::Ok();
+  bool fits = true;
+  if (Status s = FillInMemory(*rows, progress, fits); !s || !fits) return s;
   // The temporary file would hold row sums when standardizing, and its
   // relationship decides whether w(j, i) is read from row j.
   const bool symmetric = info.Conceptualization >= InverseDistance && info.Conceptualization <= ContiguityEdgesCorners;
@@ -85,11 +62,12 @@ bool ZoWeightsFileRows::BuildInMemory(ZoRecordset* records, const ZoPatternsInfo
   m_csr.SetReading(info.Standardization, normalize, transposed, symmetric, &order);
   m_field = kSystemIdField;
   m_inMemory = true;
-  return true;
+  return Status::Ok();
 }
 
-bool ZoWeightsFileRows::FillInMemory(const detail::weights::RowBuilder& rows, ZoProgress* progress) {
-  detail::CallProgress call(progress, progress != nullptr);
+Status WeightRows::FillInMemory(const RowBuilder& rows, ZoProgress* progress, bool& fits) {
+  fits = true;
+  CallProgress call(progress, progress != nullptr);
   LumaUnicodeString format;
   if (call) {
     call->SetTitleMessage(ZoStringEx::LoadResString(msg::IMb330));
@@ -97,32 +75,31 @@ bool ZoWeightsFileRows::FillInMemory(const detail::weights::RowBuilder& rows, Zo
   }
   // Rows are computed a block at a time along the spatial order and kept
   // where they fall; progress and cancellation are polled once a block.
-  detail::weights::RowBuilder::Block block;
-  std::vector<detail::weights::CsrWeights::RowView> views;
-  for (std::int64_t first = 0; first < rows.Count(); first += detail::weights::RowBuilder::kBlockRows) {
+  RowBuilder::Block block;
+  std::vector<CsrWeights::RowView> views;
+  for (std::int64_t first = 0; first < rows.Count(); first += RowBuilder::kBlockRows) {
     if (call && !call.Step(format, first, rows.Count())) {
       m_csr.Release();
-      Fail(msg::IMb030);
-      return false;
+      return Status::Fail(msg::IMb030);
     }
     rows.FillSpatialBlock(first, block);
     views.clear();
     for (std::int64_t k = 0; k < block.Count(); ++k)
       views.push_back({block.Feature(k), block.Columns(k), block.Weights(k), block.Size(k)});
-    if (!m_csr.AppendRows(views)) return false;
+    if (!m_csr.AppendRows(views)) {
+      fits = false;
+      return Status::Ok();
+    }
   }
-  return true;
+  return Status::Ok();
 }
 
-bool ZoWeightsFileRows::Open(ZoDatasetVector* dataset, const LumaUnicodeString& path, bool normalize, bool transposed) {
+Status WeightRows::Open(ZoDatasetVector* dataset, const LumaUnicodeString& path, bool normalize, bool transposed) {
   Close();
   m_normalize = normalize;
   m_transposed = transposed;
-  detail::weights::AnalysisWeightsFile opened;
-  if (const detail::Status s = detail::weights::OpenForAnalysis(dataset, path, opened); !s) {
-    m_error += s.Text();
-    return false;
-  }
+  AnalysisWeightsFile opened;
+  if (Status s = OpenForAnalysis(dataset, path, opened); !s) return s;
   m_field = opened.uniqueIdField;
   m_index = std::move(opened.index);
   m_normalizers = std::move(opened.rowSums);
@@ -132,54 +109,46 @@ bool ZoWeightsFileRows::Open(ZoDatasetVector* dataset, const LumaUnicodeString& 
   // Relationships built from distances or shared boundaries are symmetric;
   // K nearest and anything unknown are not assumed to be.
   m_symmetric = model >= InverseDistance && model <= ContiguityEdgesCorners;
-  if (m_symmetric || !m_transposed) return true;
+  if (m_symmetric || !m_transposed) return Status::Ok();
   try {
-    if (!Transpose(position)) {
-      Fail(msg::ESa026);
-      return false;
-    }
+    if (Status s = Transpose(position); !s) return s;
   } catch (const std::bad_alloc&) {
-    Fail(msg::EUb002);
-    return false;
+    return Status::Fail(msg::EUb002);
   }
   // Back to the first row for the pass that computes the statistic.
-  if (fseeko(m_file, static_cast<off_t>(position), SEEK_SET) != 0) {
-    Fail(msg::ESa026);
-    return false;
-  }
-  return true;
+  if (fseeko(m_file, static_cast<off_t>(position), SEEK_SET) != 0) return Status::Fail(msg::ESa026);
+  return Status::Ok();
 }
 
-bool ZoWeightsFileRows::ReadAllRows(std::int64_t position, const std::function<bool(std::int64_t)>& take) {
-  if (fseeko(m_file, static_cast<off_t>(position), SEEK_SET) != 0) return false;
+Status WeightRows::ReadAllRows(std::int64_t position, const std::function<bool(std::int64_t)>& take) {
+  if (fseeko(m_file, static_cast<off_t>(position), SEEK_SET) != 0) return Status::Fail(msg::ESa026);
   const std::int64_t n = Count();
   for (std::int64_t r = 0; r < n; ++r)
-    if (const detail::Status s = detail::weights::ReadSparseRow(m_file, m_index[static_cast<std::size_t>(r)].Count,
-                                                                static_cast<int>(n), m_readColumns, m_readWeights);
+    if (Status s = ReadSparseRow(m_file, m_index[static_cast<std::size_t>(r)].Count, static_cast<int>(n), m_readColumns,
+                                 m_readWeights);
         !s) {
-      m_error += s.Text();
-      return false;
+      return s.Then(msg::ESa026);
     } else if (!take(r)) {
-      return false;
+      return Status::Fail(msg::ESa026);
     }
-  return true;
+  return Status::Ok();
 }
 
-bool ZoWeightsFileRows::Transpose(std::int64_t position) {
+Status WeightRows::Transpose(std::int64_t position) {
   // Row i of the transpose lists, in ascending j, the rows j that hold
   // column i, so that w(j, i) for row i is found in memory read in the same
   // order as the file's rows. Two passes over the file (count, then fill)
   // hold no more than the transpose itself.
   const std::int64_t n = Count();
   m_offsets.assign(static_cast<std::size_t>(n) + 1, 0);
-  const bool counted = ReadAllRows(position, [&](std::int64_t) {
+  const Status counted = ReadAllRows(position, [&](std::int64_t) {
     for (const std::int32_t c : m_readColumns) {
       if (c < 0 || c >= n) return false;
       ++m_offsets[static_cast<std::size_t>(c) + 1];
     }
     return true;
   });
-  if (!counted) return false;
+  if (!counted) return counted;
   for (std::size_t c = 1; c < m_offsets.size(); ++c) m_offsets[c] += m_offsets[c - 1];
   std::vector<std::int64_t> next(m_offsets.begin(), m_offsets.end() - 1);
   m_columns.resize(static_cast<std::size_t>(m_offsets.back()));
@@ -200,7 +169,7 @@ bool ZoWeightsFileRows::Transpose(std::int64_t position) {
   });
 }
 
-void ZoWeightsFileRows::Close() {
+void WeightRows::Close() {
   m_csr.Release();
   m_inMemory = false;
   if (m_file) std::fclose(m_file);
@@ -210,30 +179,25 @@ void ZoWeightsFileRows::Close() {
   m_raw.clear();
 }
 
-double ZoWeightsFileRows::Normalized(double raw, std::int64_t row) const {
+double WeightRows::Normalized(double raw, std::int64_t row) const {
   if (!m_normalize) return raw;
   const double s = m_normalizers[static_cast<std::size_t>(row)];
   return IsZero(s) ? 0.0 : raw / s;
 }
 
-bool ZoWeightsFileRows::Next(std::int64_t i, ZoSparseRow& row) {
+Status WeightRows::Next(std::int64_t i, ZoSparseRow& row) {
   const std::int64_t n = Count();
   if (m_inMemory) {
-    if (i < 0 || i >= n) {
-      Fail(msg::ESa026);
-      return false;
-    }
+    if (i < 0 || i >= n) return Status::Fail(msg::ESa026);
     m_csr.Row(i, row);
-    return true;
+    return Status::Ok();
   }
-  detail::Status read = !m_file || i < 0 || i >= n
-                            ? detail::Status::Fail(msg::ESa026)
-                            : detail::weights::ReadSparseRow(m_file, m_index[static_cast<std::size_t>(i)].Count,
-                                                             static_cast<int>(n), m_readColumns, m_readWeights);
+  Status read = !m_file || i < 0 || i >= n ? Status::Fail(msg::ESa026)
+                                           : ReadSparseRow(m_file, m_index[static_cast<std::size_t>(i)].Count,
+                                                           static_cast<int>(n), m_readColumns, m_readWeights);
   if (!read) {
     if (read.id() != msg::ESa026) read.Then(msg::ESa026);
-    m_error += read.Text();
-    return false;
+    return read;
   }
   row.columns.assign(m_readColumns.begin(), m_readColumns.end());
   row.weights.resize(m_readColumns.size());
@@ -251,7 +215,7 @@ bool ZoWeightsFileRows::Next(std::int64_t i, ZoSparseRow& row) {
     }
     row.transposed[k] = Normalized(rawTransposed, j);
   }
-  return true;
+  return Status::Ok();
 }
 
-}  // namespace ZOC
+}  // namespace ZOC::detail::weights
