@@ -40,7 +40,7 @@ class SA_API ZoAnalyzingPatterns : public ZoAnalysisFrame {
   // weights file (a temporary one is deleted before the call returns).
   // Values that are NaN or infinite fail with "EUc001" naming the first such
   // feature; values of any finite magnitude (1e200 included) are exact.
-  // Messages: the frame's checks, the weights' own, "ESa031", "ESa030",
+  // Messages: the frame's checks, the weights' own, "ESa030",
   // "ESa021" (no variance), "ESa027", "ESa026", "IMb030", then "ESa041".
   bool SpatialAutocorrelation(ZoDatasetVector* dataset, const ZoPatternsInformation& info, ZoAnalyzingExponent& result,
                               bool showProgress);

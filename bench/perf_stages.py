@@ -20,7 +20,7 @@ STAGES = [
     ("neighbour search", r"ZoKdTree::Search|searchLevel|KNearestRow|KNearestColumns|RadiusRow|NearestDistances|SearchSlots|"
                          r"NearestOfRange|NearestInLeaf|FillSpatialBlock"),
     ("kd-tree build", r"ZoKdTree::ZoKdTree|ZoKdTree::Build|buildIndex|divideTree|CoarseSpatialOrder|CollectLeaves|LazyTree"),
-    ("statistic", r"ZoMoranSums::|ZoGeneralGSums::|local::GiStar|local::LocalMoran|local::Fdr|local::Confidence|"
+    ("statistic", r"MoranSums::|GeneralGSums::|local::GiStar|local::LocalMoran|local::Fdr|local::Confidence|"
                   r"local::ClusterOutlierTypes|MoranMoments|FeedUnits|NormalCdf|pnorm|HotSpot::|ClusterOutlier::|"
                   r"LocalStatistic|Classif"),
     ("in-memory weights (CSR) build", r"CsrWeights::AppendRows|CsrWeights::InFeatureOrder|CsrWeights::FindReverse|CsrWeights::Start|"

@@ -3,12 +3,12 @@
 #include <cstdint>
 #include <vector>
 
-namespace ZOC {
+namespace ZOC::detail {
 
-struct ZoSparseRow {
+struct SparseRow {
   std::vector<std::int32_t> columns;
   std::vector<double> weights;     // w(i, j)
   std::vector<double> transposed;  // w(j, i), when the consumer asked for it
 };
 
-}  // namespace ZOC
+}  // namespace ZOC::detail

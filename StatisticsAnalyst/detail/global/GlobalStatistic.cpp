@@ -2,7 +2,6 @@
 
 #include "StatisticsAnalyst/detail/common/FeatureData.h"
 #include "StatisticsAnalyst/detail/common/Limits.h"
-#include "StatisticsAnalyst/detail/weights/MatrixWeights.h"
 #include "StatisticsAnalyst/detail/weights/WeightRows.h"
 #include "host/ZoMessageIds.h"
 #include "host/ZoStringEx.h"
@@ -47,49 +46,6 @@ Status Finish(const Sums& sums, Exponent& result) {
   return status;
 }
 
-// Feeds sorted in-memory units row by row.
-template <class Sums>
-Status FeedUnits(const LumaArray<WeightMatrixUnit>& units, std::int64_t n, Sums& sums, Stage& stage) {
-  ZoSparseRow row;
-  std::size_t u = 0;
-  for (std::int64_t i = 0; i < n; ++i) {
-    if (!stage.Step(i, n)) return Status::Fail(msg::IMb030);
-    row.columns.clear();
-    row.weights.clear();
-    row.transposed.clear();
-    // Units are sorted by key i·n + j; w(j, i) is found by one binary search
-    // per stored weight, never by visiting all n² positions.
-    for (; u < units.size() && units[u].Index < (i + 1) * n; ++u) {
-      const auto j = static_cast<std::int32_t>(units[u].Index - i * n);
-      const int t = weights::FindUnit(units, static_cast<int>(j * n + i));
-      row.columns.push_back(j);
-      row.weights.push_back(units[u].Weight);
-      row.transposed.push_back(t >= 0 ? units[static_cast<std::size_t>(t)].Weight : 0.0);
-    }
-    sums.AddRow(i, row);
-  }
-  return Status::Ok();
-}
-
-template <class Sums>
-Status InMemory(ZoRecordset* records, const ZoPatternsInformation& info, const KindTexts& texts, Stage& stage,
-                Exponent& result) {
-  if (stage.progress) stage.progress->SetBothPosRange(0, 60);
-  LumaArray<double> values;
-  Status status = ReadFieldValues(records, info.FieldName, texts.nonNegative, values);
-  if (!status) return status;  // reported alone, as the weights' failures are
-  ScaleToUnitRange(values);
-  LumaArray<WeightMatrixUnit> units;
-  status = weights::BuildWeightList(records, info, stage.progress.get(), static_cast<bool>(stage.progress), units);
-  if (!status) return status;
-  stage.Enter(texts);
-  if (values.empty() || units.empty()) return Status::Fail(msg::ESa031).Then(texts.summary);
-  Sums sums(values);
-  status = FeedUnits(units, static_cast<std::int64_t>(values.size()), sums, stage);
-  if (status) status = Finish(sums, result);
-  return status.Then(texts.summary);
-}
-
 }  // namespace
 
 // K nearest included: its transpose is taken in memory, not from an n × n file.
@@ -115,13 +71,13 @@ Status Feed(weights::WeightRows& file, Sums& sums, Stage& stage) {
   const std::int64_t n = file.Count();
   if (const weights::CsrWeights* csr = file.Memory()) {
     const bool fed = FeedParallel(
-        sums, n, [csr](std::int64_t i, ZoSparseRow& row) { csr->Row(i, row); },
+        sums, n, [csr](std::int64_t i, SparseRow& row) { csr->Row(i, row); },
         [&](std::int64_t i) { return stage.Step(i, n); });
     if (!fed) return Status::Fail(msg::IMb030);
     csr->ColumnSums(Sums::kDiagonalInColumns, sums.Columns());
     return Status::Ok();
   }
-  ZoSparseRow row;
+  SparseRow row;
   for (std::int64_t i = 0; i < n; ++i) {
     if (!stage.Step(i, n)) return Status::Fail(msg::IMb030);
     if (Status s = file.Next(i, row); !s) return s;
@@ -130,9 +86,14 @@ Status Feed(weights::WeightRows& file, Sums& sums, Stage& stage) {
   return Status::Ok();
 }
 
+// The statistic of `records`, whatever the size: rows from compressed sparse
+// rows in memory within the budget, else from a weights file. With `alone`
+// (up to 10000 features and no weights file named) a failure to read the
+// values or to build the weights is reported without the statistic's
+// summary; the statistic's own failures always carry it.
 template <class Sums>
-Status Streamed(ZoRecordset* records, const ZoPatternsInformation& info, const KindTexts& texts, Stage& stage,
-                Exponent& result) {
+Status Compute(ZoRecordset* records, const ZoPatternsInformation& info, const KindTexts& texts, Stage& stage,
+               bool alone, Exponent& result) {
   if (stage.progress) {
     stage.progress->SetBothPosRange(0, 60);
     stage.progress->SetTitleMessage(ZoStringEx::LoadResString(texts.title));
@@ -147,6 +108,7 @@ Status Streamed(ZoRecordset* records, const ZoPatternsInformation& info, const K
                                fromPoints ? &given.points : nullptr, given.status);
   weights::WeightRows file;
   if (status) status = OpenRows(records, info, stage.progress.get(), file, fromPoints ? &given : nullptr);
+  if (status && alone && file.NoWeights()) status = Status::Fail(msg::ESa023);
   // A caller's file orders its features by its own unique-ID field: read the
   // values in that order so that row i and value i belong to one feature.
   if (status && !file.UniqueIdField().EqualsNoCase(kSystemIdField)) {
@@ -156,7 +118,7 @@ Status Streamed(ZoRecordset* records, const ZoPatternsInformation& info, const K
     status =
         ordered ? ReadFieldValues(ordered.get(), info.FieldName, texts.nonNegative, values) : Status::Fail(msg::EKa013);
   }
-  if (!status) return status.Then(texts.summary);
+  if (!status) return alone ? status : status.Then(texts.summary);
   ScaleToUnitRange(values);
 
   stage.Enter(texts);
@@ -168,7 +130,7 @@ Status Streamed(ZoRecordset* records, const ZoPatternsInformation& info, const K
 
 }  // namespace
 
-Status FeedMoran(weights::WeightRows& file, ZoMoranSums& sums, detail::CallProgress& progress) {
+Status FeedMoran(weights::WeightRows& file, MoranSums& sums, detail::CallProgress& progress) {
   Stage stage{progress, progress ? ZoStringEx::LoadResString(msg::IMb329) : LumaUnicodeString()};
   return Feed(file, sums, stage);
 }
@@ -177,13 +139,10 @@ Status Run(ZoRecordset* records, const ZoPatternsInformation& info, Kind kind, d
            Exponent& result) {
   const KindTexts texts = TextsOf(kind);
   Stage stage{progress, {}};
-  const bool streamed =
-      info.Conceptualization == SpatialWeightsFile || records->GetRecordCount() > limits::kInMemoryFeatures;
-  if (kind == Kind::Moran)
-    return streamed ? Streamed<ZoMoranSums>(records, info, texts, stage, result)
-                    : InMemory<ZoMoranSums>(records, info, texts, stage, result);
-  return streamed ? Streamed<ZoGeneralGSums>(records, info, texts, stage, result)
-                  : InMemory<ZoGeneralGSums>(records, info, texts, stage, result);
+  const bool alone =
+      info.Conceptualization != SpatialWeightsFile && records->GetRecordCount() <= limits::kInMemoryFeatures;
+  if (kind == Kind::Moran) return Compute<MoranSums>(records, info, texts, stage, alone, result);
+  return Compute<GeneralGSums>(records, info, texts, stage, alone, result);
 }
 
 }  // namespace ZOC::detail::global

@@ -5,7 +5,8 @@
 // caller's file for conceptualization 8). Both paths feed the same sums.
 #include "StatisticsAnalyst/ZoRecordsetPtr.h"
 #include "StatisticsAnalyst/detail/common/CallProgress.h"
-#include "StatisticsAnalyst/detail/global/GlobalStatisticSums.h"
+#include "StatisticsAnalyst/detail/global/GeneralG.h"
+#include "StatisticsAnalyst/detail/global/Moran.h"
 #include "StatisticsAnalyst/detail/weights/WeightRows.h"
 
 namespace ZOC::detail::global {
@@ -30,6 +31,6 @@ Status OpenRows(ZoRecordset* records, const ZoPatternsInformation& info, ZoProgr
 // Every row of `file` into Moran's sums: rows in memory on every core, rows
 // of a file one by one (the same bits either way). Progress shows the
 // statistic's per-feature text.
-Status FeedMoran(weights::WeightRows& file, ZoMoranSums& sums, detail::CallProgress& progress);
+Status FeedMoran(weights::WeightRows& file, MoranSums& sums, detail::CallProgress& progress);
 
 }  // namespace ZOC::detail::global

@@ -21,7 +21,7 @@ MoranMoments::MoranMoments(const LumaArray<double>& x) : d(x.size()) {
   }
 }
 
-Status LocalMoran(const LumaArray<double>& x, const MoranMoments& moments, const ZoSparseRow& row, std::int64_t i,
+Status LocalMoran(const LumaArray<double>& x, const MoranMoments& moments, const SparseRow& row, std::int64_t i,
                   double out[4]) {
   const double n = static_cast<double>(x.size());
   double swd = 0, w = 0, w2 = 0, wx = 0;
@@ -91,7 +91,7 @@ Status ClusterOutlier::Prepare(const LumaArray<double>& values, const LumaArray<
   return Status::Ok();
 }
 
-Status ClusterOutlier::Row(std::int64_t i, const ZoSparseRow& row) {
+Status ClusterOutlier::Row(std::int64_t i, const SparseRow& row) {
   double out[4];
   if (Status status = LocalMoran(m_x, *m_moments, row, i, out); !status) return status.Then(msg::ESa034);
   const auto k = static_cast<std::size_t>(i);

@@ -18,7 +18,7 @@ struct MoranMoments {
 // Local Moran's I of feature i: out = {I, z, p, lag}. A row without weight
 // gives {0, 0, 1, 0}. Fails with "ESa021" for constant values, "ESa027" for
 // a variance that is not positive.
-Status LocalMoran(const LumaArray<double>& x, const MoranMoments& moments, const ZoSparseRow& row, std::int64_t i,
+Status LocalMoran(const LumaArray<double>& x, const MoranMoments& moments, const SparseRow& row, std::int64_t i,
                   double out[4]);
 // "HH", "LL", "HL", "LH" for features with p < 0.05 (and |bin| ≥ 2 when FDR
 // bins are given), by the sign of I, the deviation and the lag; others keep
@@ -34,7 +34,7 @@ class ClusterOutlier : public LocalStatistic {
   bool Standardizes() const override { return true; }
   void AddFields(LUMA::LumaFieldInfos& fields) const override;
   Status Prepare(const LumaArray<double>& values, const LumaArray<double>& extra) override;
-  Status Row(std::int64_t i, const ZoSparseRow& row) override;
+  Status Row(std::int64_t i, const SparseRow& row) override;
   Status Classify(bool falseDiscoveryRate) override;
   void Values(std::size_t i, std::vector<LUMA::LumaVariant>& values) const override;
 

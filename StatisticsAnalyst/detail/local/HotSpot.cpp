@@ -8,8 +8,8 @@
 
 namespace ZOC::detail::local {
 
-void GiStar(const LumaArray<double>& x, const ZoSparseRow& row, std::int64_t i, double selfWeight, double mean,
-            double sd, double out[2]) {
+void GiStar(const LumaArray<double>& x, const SparseRow& row, std::int64_t i, double selfWeight, double mean, double sd,
+            double out[2]) {
   const double n = static_cast<double>(x.size());
   // The self weight always stands on the diagonal.
   double w = selfWeight, w2 = selfWeight * selfWeight, wx = selfWeight * x[static_cast<std::size_t>(i)];
@@ -49,7 +49,7 @@ Status HotSpot::Prepare(const LumaArray<double>& values, const LumaArray<double>
   return Status::Ok();
 }
 
-Status HotSpot::Row(std::int64_t i, const ZoSparseRow& row) {
+Status HotSpot::Row(std::int64_t i, const SparseRow& row) {
   const auto k = static_cast<std::size_t>(i);
   double out[2];
   GiStar(m_x, row, i, m_self[k], m_mean, m_sd, out);

@@ -12,8 +12,8 @@ namespace ZOC::detail::local {
 // mean and standard deviation of all values. No guard: constant values give
 // an infinite or NaN z, as the arithmetic has it (Classification bins it 0).
 // out = {z, p}.
-void GiStar(const LumaArray<double>& x, const ZoSparseRow& row, std::int64_t i, double selfWeight, double mean,
-            double sd, double out[2]);
+void GiStar(const LumaArray<double>& x, const SparseRow& row, std::int64_t i, double selfWeight, double mean, double sd,
+            double out[2]);
 
 class HotSpot : public LocalStatistic {
  public:
@@ -26,7 +26,7 @@ class HotSpot : public LocalStatistic {
   bool Standardizes() const override { return false; }
   void AddFields(LUMA::LumaFieldInfos& fields) const override;
   Status Prepare(const LumaArray<double>& values, const LumaArray<double>& extra) override;
-  Status Row(std::int64_t i, const ZoSparseRow& row) override;
+  Status Row(std::int64_t i, const SparseRow& row) override;
   Status Classify(bool falseDiscoveryRate) override;
   void Values(std::size_t i, std::vector<LUMA::LumaVariant>& values) const override;
 

@@ -9,7 +9,6 @@
 #include "StatisticsAnalyst/detail/common/FeatureData.h"
 #include "StatisticsAnalyst/detail/common/Limits.h"
 #include "StatisticsAnalyst/detail/weights/AnalysisWeightsFile.h"
-#include "StatisticsAnalyst/detail/weights/MatrixWeights.h"
 #include "StatisticsAnalyst/detail/weights/WeightRows.h"
 #include "host/ZoEngineToolkit.h"
 #include "host/ZoMessageIds.h"
@@ -44,54 +43,38 @@ struct ResultFields {
   }
 };
 
-// The weights rows in feature order, from memory or from a weights file.
+// The weights rows in feature order: compressed sparse rows in memory within
+// the budget, else a weights file (the caller's, or one built here).
 class Rows {
  public:
   Status Open(ZoRecordset* records, const ZoPatternsInformation& info, bool standardizes, ZoProgress* progress,
               weights::WeightRows::GivenPoints* given) {
-    const std::int64_t n = records->GetRecordCount();
-    m_n = n;
-    m_inMemory = info.Conceptualization != SpatialWeightsFile && n <= limits::kInMemoryFeatures;
     ZoDatasetVector* source = records->GetDataset();
-    if (m_inMemory) {
-      ZoPatternsInformation weightsInfo = info;
-      weightsInfo.Standardization = standardizes && info.Standardization;
-      return weights::BuildWeightList(records, weightsInfo, progress, progress != nullptr, m_units);
-    }
     const bool callers = info.Conceptualization == SpatialWeightsFile;
     // The rows are raw; they are divided by their row sums when the
     // statistic standardizes and the caller asks. Weights built here stay in
     // memory when they fit the caller's budget, else go through a file.
     const bool normalize = standardizes && info.Standardization;
     if (!callers) {
-      if (Status s = m_file.BuildInMemory(records, info, progress, normalize, false, given); !s || m_file.InMemory())
+      if (Status s = m_file.BuildInMemory(records, info, progress, normalize, false, given); !s || m_file.InMemory()) {
+        // Up to 10000 features, weights without a single neighbour are a failure of their own.
+        if (s && m_file.NoWeights() && records->GetRecordCount() <= limits::kInMemoryFeatures)
+          return Status::Fail(msg::ESa023);
         return s;
+      }
       if (Status s = m_file.BuildTemporary(source, info, progress); !s) return s;
     }
     Status opened = m_file.Open(source, callers ? info.WeightsFilePath : m_file.TemporaryPath(), normalize, false);
     return opened.Then(msg::ESa046);
   }
 
-  Status Next(std::int64_t i, ZoSparseRow& row) {
-    if (!m_inMemory) return m_file.Next(i, row);
-    row.columns.clear();
-    row.weights.clear();
-    for (; m_u < m_units.size() && m_units[m_u].Index < (i + 1) * m_n; ++m_u) {
-      row.columns.push_back(static_cast<std::int32_t>(m_units[m_u].Index - i * m_n));
-      row.weights.push_back(m_units[m_u].Weight);
-    }
-    return Status::Ok();
-  }
+  Status Next(std::int64_t i, SparseRow& row) { return m_file.Next(i, row); }
 
   void Close() { m_file.Close(); }
   // The rows when they are held in memory as compressed sparse rows.
-  const weights::CsrWeights* Memory() const { return m_inMemory ? nullptr : m_file.Memory(); }
+  const weights::CsrWeights* Memory() const { return m_file.Memory(); }
 
  private:
-  std::int64_t m_n = 0;
-  bool m_inMemory = true;
-  LumaArray<WeightMatrixUnit> m_units;
-  std::size_t m_u = 0;
   weights::WeightRows m_file;
 };
 
@@ -143,7 +126,7 @@ Status ComputeRowsParallel(const weights::CsrWeights& csr, std::int64_t n, detai
     bool outOfMemory = false;  // an exception must not leave the parallel region
 #pragma omp parallel
     {
-      ZoSparseRow row;
+      SparseRow row;
 #pragma omp for schedule(static)
       for (std::int64_t i = first; i < last; ++i) {
         try {
@@ -173,7 +156,7 @@ Status ComputeRows(Rows& rows, std::int64_t n, detail::CallProgress& progress, L
     rows.Close();
     return status;
   }
-  ZoSparseRow row;
+  SparseRow row;
   for (std::int64_t i = 0; i < n; ++i) {
     if (!progress.Step(format, i, n)) return Status::Fail(msg::IMb030);
     if (Status status = rows.Next(i, row); !status) return status;

@@ -46,7 +46,7 @@ class LocalStatistic {
   // Feature i's statistic from its weights row. Rows come in order, or, when
   // the weights are in memory, several features' rows at once from several
   // threads: Row must touch nothing shared but feature i's results.
-  virtual Status Row(std::int64_t i, const ZoSparseRow& row) = 0;
+  virtual Status Row(std::int64_t i, const SparseRow& row) = 0;
   // Classifies every feature once all rows are in.
   virtual Status Classify(bool falseDiscoveryRate) = 0;
   // Feature i's values for the fields of AddFields.

@@ -57,7 +57,7 @@ Status ResidualMoran(ZoRecordset* records, const ZoPatternsInformation& weights,
   if (status && file.Count() != static_cast<std::int64_t>(values.size())) status = Status::Fail(msg::ESa046);
   if (!status) return status.Then(msg::ESa041);
   detail::ScaleToUnitRange(values);
-  detail::global::ZoMoranSums sums(values);
+  detail::global::MoranSums sums(values);
   if (Status fed = detail::global::FeedMoran(file, sums, progress); !fed) return fed.Then(msg::ESa041);
   ZoAnalyzingExponent r;
   status = sums.Finish(r);

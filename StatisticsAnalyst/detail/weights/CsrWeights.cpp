@@ -168,7 +168,7 @@ double CsrWeights::Raw(std::int64_t row, std::int32_t column) const {
   return (it != last && *it == column) ? Stored(static_cast<std::size_t>(it - m_columns.begin())) : 0.0;
 }
 
-void CsrWeights::Row(std::int64_t i, ZoSparseRow& row) const {
+void CsrWeights::Row(std::int64_t i, SparseRow& row) const {
   const std::size_t begin = Begin(i), end = End(i);
   row.columns.assign(m_columns.begin() + static_cast<std::ptrdiff_t>(begin),
                      m_columns.begin() + static_cast<std::ptrdiff_t>(end));

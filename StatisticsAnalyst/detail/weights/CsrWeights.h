@@ -58,7 +58,7 @@ class CsrWeights {
   void SetReading(bool standardized, bool normalize, bool transposed, bool symmetric,
                   const std::vector<std::int64_t>* order = nullptr);
   // Row i (0 ≤ i < Count()). Safe to call from several threads at once.
-  void Row(std::int64_t i, ZoSparseRow& row) const;
+  void Row(std::int64_t i, SparseRow& row) const;
   // Σ_i w(i, j) for every column j, summed in ascending i as rows are read
   // (with the normalization of Row), the diagonal left out when asked.
   void ColumnSums(bool withDiagonal, std::vector<double>& sums) const;

@@ -185,7 +185,7 @@ double WeightRows::Normalized(double raw, std::int64_t row) const {
   return IsZero(s) ? 0.0 : raw / s;
 }
 
-Status WeightRows::Next(std::int64_t i, ZoSparseRow& row) {
+Status WeightRows::Next(std::int64_t i, SparseRow& row) {
   const std::int64_t n = Count();
   if (m_inMemory) {
     if (i < 0 || i >= n) return Status::Fail(msg::ESa026);

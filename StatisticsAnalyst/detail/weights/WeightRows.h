@@ -68,6 +68,8 @@ class WeightRows {
   Status BuildInMemory(ZoRecordset* records, const ZoPatternsInformation& info, ZoProgress* progress,
                        bool normalize = true, bool transposed = true, GivenPoints* given = nullptr);
   bool InMemory() const { return m_inMemory; }
+  // Held in memory without a single weight: no feature has a neighbour.
+  bool NoWeights() const { return m_inMemory && m_csr.Stored() == 0; }
   // The in-memory rows, for readers that take them in parallel; null when
   // the rows come from a file.
   const CsrWeights* Memory() const { return m_inMemory ? &m_csr : nullptr; }
@@ -86,7 +88,7 @@ class WeightRows {
   std::int64_t Count() const { return m_inMemory ? m_csr.Count() : static_cast<std::int64_t>(m_index.size()); }
   // Row i (rows are read in order, i = 0, 1, ...): "ESa026", after the
   // reader's failure when there is one.
-  Status Next(std::int64_t i, ZoSparseRow& row);
+  Status Next(std::int64_t i, SparseRow& row);
 
  private:
   // Every row of the file from `position` into m_readColumns/m_readWeights,

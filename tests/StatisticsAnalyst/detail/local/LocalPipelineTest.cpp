@@ -241,7 +241,7 @@ TEST(LocalAnalyses, WeightSourcesAgreeAndTemporaryFilesGo) {
   const auto giZ = Column(hot.dataset, "Gi_Zscore");
   const auto lmI = Column(clusters.dataset, "ALMI_MoranI");
   auto row = [](const LumaArray<WeightMatrixUnit>& units, std::int64_t i) {
-    ZoSparseRow r;
+    ZOC::detail::SparseRow r;
     for (const auto& unit : units)
       if (unit.Index / 10001 == i) r.columns.push_back(unit.Index % 10001), r.weights.push_back(unit.Weight);
     return r;

@@ -144,7 +144,7 @@ TEST(WeightsMemory, InMemoryRowsAreTheTemporaryFilesRows) {
       const detail::Status opened = file.Open(layer.dataset, file.TemporaryPath(), c.standardize, transposed);
       ASSERT_TRUE(opened) << opened.Text().Str();
       ASSERT_EQ(memory.Count(), file.Count());
-      ZoSparseRow a, b;
+      ZOC::detail::SparseRow a, b;
       for (std::int64_t i = 0; i < file.Count(); ++i) {
         ASSERT_TRUE(memory.Next(i, a) && file.Next(i, b));
         ASSERT_EQ(a.columns, b.columns) << c.name << " row " << i;

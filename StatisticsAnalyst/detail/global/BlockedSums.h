@@ -50,7 +50,7 @@ bool FeedParallel(Sums& sums, std::int64_t n, const Fetch& fetch, const Step& st
     bool outOfMemory = false;  // an exception must not leave the parallel region
 #pragma omp parallel
     {
-      ZoSparseRow row;
+      SparseRow row;
 #pragma omp for schedule(dynamic)
       for (std::int64_t b = 0; b < blocks; ++b) {
         const std::int64_t end = std::min(last, first + (b + 1) * kSumBlock);
@@ -70,55 +70,5 @@ bool FeedParallel(Sums& sums, std::int64_t n, const Fetch& fetch, const Step& st
   }
   return n == 0 || step(n - 1);  // the last row's position, as the sequential loop shows it
 }
-
-// Moran's I under the randomization assumption.
-class ZoMoranSums {
- public:
-  struct Part {
-    double s0 = 0, s1 = 0, cp = 0;
-  };
-  explicit ZoMoranSums(const LumaArray<double>& values);
-  // Rows in order 0, 1, ..., one at a time.
-  void AddRow(std::int64_t i, const ZoSparseRow& row);
-  // Fails with "ESa030", "ESa021" or "ESa027".
-  Status Finish(Exponent& result) const;
-
-  // The parallel feed (FeedParallel): row i's own terms into `part`, a
-  // finished block's part, and the column sums (diagonal included).
-  void RowTerms(std::int64_t i, const ZoSparseRow& row, Part& part);
-  void AddPart(const Part& part);
-  std::vector<double>& Columns() { return m_col; }
-  static constexpr bool kDiagonalInColumns = true;
-
- private:
-  std::vector<double> m_d;  // deviations from the mean
-  std::vector<double> m_row, m_col;
-  Part m_total, m_pending;
-};
-
-// General G, with the flag rule: a feature counts in the numerator, the
-// denominator and the value moments only when its row holds a weight outside
-// (-1e-20, 1e-20); its weights enter S0, S1 and S2 in any case.
-class ZoGeneralGSums {
- public:
-  struct Part {
-    double s0 = 0, s1 = 0, a = 0, d = 0, m1 = 0, m2 = 0, m3 = 0, m4 = 0;
-  };
-  explicit ZoGeneralGSums(const LumaArray<double>& values);
-  void AddRow(std::int64_t i, const ZoSparseRow& row);
-  // Fails with "ESa021" or "ESa027".
-  Status Finish(Exponent& result) const;
-
-  void RowTerms(std::int64_t i, const ZoSparseRow& row, Part& part);
-  void AddPart(const Part& part);
-  std::vector<double>& Columns() { return m_col; }
-  static constexpr bool kDiagonalInColumns = false;
-
- private:
-  const LumaArray<double>& m_x;
-  double m_total = 0;  // Σ x over all features
-  std::vector<double> m_row, m_col;
-  Part m_sum, m_pending;
-};
 
 }  // namespace ZOC::detail::global

@@ -1,0 +1,79 @@
+#include "StatisticsAnalyst/detail/global/Moran.h"
+
+#include <cmath>
+
+#include "StatisticsAnalyst/detail/common/FeatureData.h"
+#include "StatisticsAnalyst/detail/common/Limits.h"
+#include "host/ZoMessageIds.h"
+
+namespace ZOC::detail::global {
+
+using limits::IsZero;
+
+// ---------------------------------------------------------------- Moran's I
+
+MoranSums::MoranSums(const LumaArray<double>& values)
+    : m_d(values.size()), m_row(values.size(), 0.0), m_col(values.size(), 0.0) {
+  double sum = 0;
+  for (double x : values) sum += x;
+  const double mean = values.empty() ? 0.0 : sum / static_cast<double>(values.size());
+  for (std::size_t i = 0; i < values.size(); ++i) m_d[i] = values[i] - mean;
+}
+
+void MoranSums::RowTerms(std::int64_t i, const SparseRow& row, Part& part) {
+  double lag = 0, rowSum = 0;
+  for (std::size_t k = 0; k < row.columns.size(); ++k) {
+    const double w = row.weights[k];
+    part.s0 += w;
+    part.s1 += w * w + w * row.transposed[k];
+    rowSum += w;
+    lag += w * m_d[static_cast<std::size_t>(row.columns[k])];
+  }
+  const auto ii = static_cast<std::size_t>(i);
+  m_row[ii] = rowSum;
+  part.cp += m_d[ii] * lag;
+}
+
+void MoranSums::AddPart(const Part& part) {
+  m_total.s0 += part.s0;
+  m_total.s1 += part.s1;
+  m_total.cp += part.cp;
+}
+
+void MoranSums::AddRow(std::int64_t i, const SparseRow& row) {
+  RowTerms(i, row, m_pending);
+  for (std::size_t k = 0; k < row.columns.size(); ++k)
+    m_col[static_cast<std::size_t>(row.columns[k])] += row.weights[k];
+  if ((i + 1) % kSumBlock == 0) {
+    AddPart(m_pending);
+    m_pending = {};
+  }
+}
+
+Status MoranSums::Finish(Exponent& result) const {
+  double s2 = 0, d2 = 0, d4 = 0;
+  for (std::size_t i = 0; i < m_d.size(); ++i) {
+    const double rc = m_row[i] + m_col[i];
+    s2 += rc * rc;
+    d2 += m_d[i] * m_d[i];
+    d4 += m_d[i] * m_d[i] * m_d[i] * m_d[i];
+  }
+  // A last block that did not fill up is still pending.
+  const double s0 = m_total.s0 + m_pending.s0, s1 = m_total.s1 + m_pending.s1, cp = m_total.cp + m_pending.cp;
+  if (IsZero(s0) || IsZero(s2) || IsZero(s1)) return Status::Fail(msg::ESa030);
+  if (IsZero(d2)) return Status::Fail(msg::ESa021);
+  const double n = static_cast<double>(m_d.size());
+  const double b2 = (d4 / n) / ((d2 / n) * (d2 / n));
+  const double index = (n / s0) * (cp / d2);
+  const double expected = -1.0 / (n - 1.0);
+  const double expectedSquare =
+      (n * ((n * n - 3 * n + 3) * s1 - n * s2 + 3 * s0 * s0) - b2 * ((n * n - n) * s1 - 2 * n * s2 + 6 * s0 * s0)) /
+      ((n - 1) * (n - 2) * (n - 3) * s0 * s0);
+  const double variance = expectedSquare - expected * expected;
+  if (variance < 0 || IsZero(variance)) return Status::Fail(msg::ESa027);
+  const double z = (index - expected) / std::sqrt(variance);
+  result = {index, expected, variance, z, ClampedPvalue(z)};
+  return Status::Ok();
+}
+
+}  // namespace ZOC::detail::global

@@ -1,0 +1,32 @@
+#pragma once
+// The sums of global Moran's I, one sparse weights row at a time.
+#include "StatisticsAnalyst/detail/global/BlockedSums.h"
+
+namespace ZOC::detail::global {
+
+// Moran's I under the randomization assumption.
+class MoranSums {
+ public:
+  struct Part {
+    double s0 = 0, s1 = 0, cp = 0;
+  };
+  explicit MoranSums(const LumaArray<double>& values);
+  // Rows in order 0, 1, ..., one at a time.
+  void AddRow(std::int64_t i, const SparseRow& row);
+  // Fails with "ESa030", "ESa021" or "ESa027".
+  Status Finish(Exponent& result) const;
+
+  // The parallel feed (FeedParallel): row i's own terms into `part`, a
+  // finished block's part, and the column sums (diagonal included).
+  void RowTerms(std::int64_t i, const SparseRow& row, Part& part);
+  void AddPart(const Part& part);
+  std::vector<double>& Columns() { return m_col; }
+  static constexpr bool kDiagonalInColumns = true;
+
+ private:
+  std::vector<double> m_d;  // deviations from the mean
+  std::vector<double> m_row, m_col;
+  Part m_total, m_pending;
+};
+
+}  // namespace ZOC::detail::global
