@@ -58,7 +58,7 @@ class SA_API ZoWeightsUtilities : public ZoAnalysisFrame {
   // Messages: "EEg002", "EEe018" (not points, lines or regions), "EAf017",
   // "ECb005", "ECb004", "ECd001", "ECa009", "EKa013", "EUb005" (fewer than 2
   // features), "ESa025", "ESa050", "ESa042", "ESa044", "ESa049", "ESa008",
-  // "ESa060", "ESa032", "EUb002" (memory), "IMb030".
+  // "ESa060", "ESa032", "EUc010" (memory), "IMb030".
   unsigned char BuildWeightMatrixBinary(ZoDatasetVector* dataset, const LumaUnicodeString& uniqueIdField,
                                         const LumaUnicodeString& path, const ZoPatternsInformation& info,
                                         unsigned char showProgress);

@@ -50,7 +50,7 @@ Status OpenForAnalysis(ZoDatasetVector* dataset, const LUMA::LumaUnicodeString& 
     out.file = std::move(file);
     return Status::Ok();
   } catch (const std::bad_alloc&) {
-    return Status::Fail(msg::EUb002);
+    return Status::Fail(msg::EUc010);
   }
 }
 

@@ -38,7 +38,7 @@ struct AnalysisWeightsFile {
 // field ("ESa078"), ordered query ("EKa013"), record count ("ESa079"),
 // unique IDs in the dataset's order ("ESa080"), index, row sums and row
 // sizes consistent with the file ("ESa046"); "EEg002" for no dataset and
-// "EUb002" when memory runs out. On failure nothing stays open.
+// "EUc010" when memory runs out. On failure nothing stays open.
 Status OpenForAnalysis(ZoDatasetVector* dataset, const LUMA::LumaUnicodeString& path, AnalysisWeightsFile& out);
 
 // The next row's `count` records as columns (in stored order) and weights:

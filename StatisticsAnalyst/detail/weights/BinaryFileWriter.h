@@ -44,7 +44,7 @@ Status WriteBinaryRows(std::FILE* file, std::FILE* flags, ZoRecordset* records, 
 // Builds the binary weights file of the dataset at `path`, with the K-nearest
 // flag matrix at `flagPath` when that is given: the checks of PrepareBuild,
 // then the file ("ESa049" when it cannot be written, "IMb030" when
-// cancelled, "EUb002" when memory runs out). Nothing stays behind on failure.
+// cancelled, "EUc010" when memory runs out). Nothing stays behind on failure.
 Status BuildBinaryFile(ZoDatasetVector* dataset, const LumaUnicodeString& uniqueIdField, const LumaUnicodeString& path,
                        const LumaUnicodeString* flagPath, const ZoPatternsInformation& info, ZoProgress* progress,
                        bool show);

@@ -15,10 +15,10 @@ namespace ZOC::detail::weights {
 
 // Dumps a text weights file: "EAf017" unless the path ends in ".swmb"
 // exactly (the text reader wants lower case), then the text reader's
-// failures; "EUb002" when memory runs out, "ESa046" when reading fails.
+// failures; "EUc010" when memory runs out, "ESa046" when reading fails.
 Status DumpTextFile(const LUMA::LumaUnicodeString& path);
 // Dumps a binary weights file: "EAf017" unless the path ends in ".swmb" in
-// any case, then the binary reader's failures; "EUb002" when memory runs
+// any case, then the binary reader's failures; "EUc010" when memory runs
 // out, "ESa046" when reading fails.
 Status DumpBinaryFile(const LUMA::LumaUnicodeString& path);
 

@@ -29,7 +29,7 @@ Status MarkFlagMatrix(std::FILE* file, std::FILE* out, const BinaryLayout& layou
 // there is deleted. The file gets the checks of every binary reader first,
 // so a damaged file leaves no matrix; the matrix is written under a
 // temporary name and renamed at the end ("ESa049" when that fails).
-// "EUb002" when memory runs out, "EUc011" for any other error.
+// "EUc010" when memory runs out, "EUc011" for any other error.
 Status BuildFlagMatrix(std::FILE* file, const LUMA::LumaUnicodeString& outputPath, ZoProgress* progress, bool show);
 
 }  // namespace ZOC::detail::weights

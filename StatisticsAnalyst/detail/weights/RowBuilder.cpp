@@ -54,7 +54,7 @@ Status RowBuilder::Prepare(ZoRecordset* records, const ZoPatternsInformation& in
     if (static_cast<std::int64_t>(points.size()) != m_count) return Status::Fail(msg::ESa008);
     return PrepareFromPoints(std::move(points), records->GetDataset()->GetPrjCoordSys(), info);
   } catch (const std::bad_alloc&) {
-    return Status::Fail(msg::EUb002);
+    return Status::Fail(msg::EUc010);
   }
 }
 

@@ -41,7 +41,7 @@ class RowBuilder {
   // Reads the records' geometries and prepares the neighbour search:
   // "ESa008" after the feature's own message when a geometry cannot be
   // read, "ESa060" when the points cannot be projected, "ESa032" when the
-  // search tree cannot be built, "EUb002" when memory runs out, and the
+  // search tree cannot be built, "EUc010" when memory runs out, and the
   // contiguity grid's failures.
   Status Prepare(ZoRecordset* records, const ZoPatternsInformation& info);
   // The same from representative points already collected (not projected).

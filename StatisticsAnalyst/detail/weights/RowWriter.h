@@ -10,6 +10,7 @@
 
 #include "StatisticsAnalyst/ZoWeightRecords.h"
 #include "StatisticsAnalyst/detail/common/CallProgress.h"
+#include "StatisticsAnalyst/detail/common/Guard.h"
 #include "StatisticsAnalyst/detail/common/Status.h"
 #include "StatisticsAnalyst/detail/weights/RowBuilder.h"
 #include "StatisticsAnalyst/detail/weights/WeightsFileFormat.h"
@@ -38,20 +39,11 @@ class BuildProgress {
   LumaUnicodeString m_format;
 };
 
-// Runs a builder's body: running out of memory is "EUb002", any other
-// exception a message naming it; by then the temporary-file guards of the
-// body have removed its partial output.
+// A builder's body runs under Guarded: by the time an exception reaches it,
+// the temporary-file guards of the body have removed its partial output.
 template <class Body>
 Status GuardBuild(Body&& body) {
-  try {
-    return body();
-  } catch (const std::bad_alloc&) {
-    return Status::Fail(msg::EUb002);
-  } catch (const std::exception& e) {
-    return Status::Fail(msg::EUc011, {LumaUnicodeString(e.what())});
-  } catch (...) {
-    return Status::Fail(msg::EUc011, {LumaUnicodeString("")});
-  }
+  return Guarded(std::forward<Body>(body));
 }
 
 // The row loop of every builder: for each feature in order, report progress

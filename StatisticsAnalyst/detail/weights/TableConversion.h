@@ -14,7 +14,7 @@ namespace ZOC::detail::weights {
 // its row's sum when the file is standardized). "EEg002" for no target,
 // "EAf017" unless the path ends in ".swmb" (any case), "ELb001" for a target
 // that is not tabular, the binary reader's failures, "EKa013" when the table
-// cannot be written, "IMb030" when cancelled, "EUb002" when memory runs out.
+// cannot be written, "IMb030" when cancelled, "EUc010" when memory runs out.
 // A damaged file is refused before the table gains fields or rows.
 Status BinaryFileToTable(ZoDatasetVector* target, const LUMA::LumaUnicodeString& path, ZoProgress* progress, bool show);
 // The same for a text weights file, whose path must end in ".swmb" exactly.

@@ -13,7 +13,7 @@ namespace ZOC::detail::weights {
 
 // Builds the text weights file of the dataset at `path`, with the checks and
 // rows of the binary builder: the checks of PrepareBuild, then the file
-// ("ESa049" when it cannot be written, "IMb030" when cancelled, "EUb002"
+// ("ESa049" when it cannot be written, "IMb030" when cancelled, "EUc010"
 // when memory runs out). Nothing stays behind on failure.
 Status BuildTextFile(ZoDatasetVector* dataset, const LUMA::LumaUnicodeString& uniqueIdField,
                      const LUMA::LumaUnicodeString& path, const ZoPatternsInformation& info, ZoProgress* progress,

@@ -113,7 +113,7 @@ Status WeightRows::Open(ZoDatasetVector* dataset, const LumaUnicodeString& path,
   try {
     if (Status s = Transpose(position); !s) return s;
   } catch (const std::bad_alloc&) {
-    return Status::Fail(msg::EUb002);
+    return Status::Fail(msg::EUc010);
   }
   // Back to the first row for the pass that computes the statistic.
   if (fseeko(m_file, static_cast<off_t>(position), SEEK_SET) != 0) return Status::Fail(msg::ESa026);

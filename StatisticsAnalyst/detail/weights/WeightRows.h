@@ -78,7 +78,7 @@ class WeightRows {
   // With normalize false the rows keep their raw weights; with transposed
   // false the w(j, i) entries are not computed (and nothing extra is held).
   // The checked open's failures; "ESa026" after the reader's when the
-  // weights cannot be read by column, "EUb002" when memory runs out.
+  // weights cannot be read by column, "EUc010" when memory runs out.
   Status Open(ZoDatasetVector* dataset, const LumaUnicodeString& path, bool normalize = true, bool transposed = true);
   void Close();
 

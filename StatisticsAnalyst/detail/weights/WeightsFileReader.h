@@ -16,6 +16,7 @@
 #include <string_view>
 #include <vector>
 
+#include "StatisticsAnalyst/detail/common/Guard.h"
 #include "StatisticsAnalyst/detail/common/Status.h"
 #include "StatisticsAnalyst/detail/weights/WeightsFileFormat.h"
 #include "host/ZoMessageIds.h"
@@ -87,18 +88,11 @@ Status OpenTextWeights(const LumaUnicodeString& path, std::unique_ptr<WeightsFil
 // so a damaged file is refused before anything is written from it.
 Status CheckAllRows(WeightsFileReader& reader);
 
-// Runs a step that reads a weights file: running out of memory is
-// "EUb002"; any other error escaping it means the file made the reading
-// fail, "ESa046".
+// Runs a step that reads a weights file: any error escaping it other than
+// running out of memory means the file made the reading fail, "ESa046".
 template <class Step>
 Status GuardReading(Step&& step) {
-  try {
-    return step();
-  } catch (const std::bad_alloc&) {
-    return Status::Fail(msg::EUb002);
-  } catch (const std::exception&) {
-    return Status::Fail(msg::ESa046);
-  }
+  return Guarded(std::forward<Step>(step), msg::ESa046);
 }
 
 }  // namespace ZOC::detail::weights
