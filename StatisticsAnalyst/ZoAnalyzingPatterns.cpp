@@ -5,6 +5,7 @@
 
 #include "StatisticsAnalyst/detail/common/Status.h"
 #include "StatisticsAnalyst/detail/global/GlobalStatistic.h"
+#include "StatisticsAnalyst/detail/global/Incremental.h"
 #include "StatisticsAnalyst/detail/global/MinimumAreaRectangle.h"
 #include "StatisticsAnalyst/detail/global/NearestNeighbour.h"
 #include "host/ZoMessageIds.h"
@@ -22,6 +23,26 @@ bool ZoAnalyzingPatterns::SpatialAutocorrelation(ZoDatasetVector* dataset, const
         return Report(detail::global::Run(records.get(), info, detail::global::Kind::Moran, progress, result));
       },
       msg::ESa041);
+}
+
+bool ZoAnalyzingPatterns::IncrementalSpatialAutocorrelation(ZoDatasetVector* dataset,
+                                                            const ZoIncrementalInformation& info,
+                                                            ZoIncrementalResult& result, bool showProgress) {
+  ClearErrorMessage();
+  return Guard(
+      [&] {
+        // The frame's checks of a fixed distance band analysis of the field.
+        ZoPatternsInformation weights;
+        weights.FieldName = info.FieldName;
+        weights.Conceptualization = FixedDistanceBand;
+        weights.DistanceMethod = info.DistanceMethod;
+        weights.Standardization = info.Standardization;
+        ZoRecordsetPtr records = OpenAnalysisRecords(dataset, weights);
+        if (!records) return false;
+        detail::CallProgress progress(m_progress, showProgress);
+        return Report(detail::global::Incremental(records.get(), info, progress, result).Then(msg::ESa085));
+      },
+      msg::ESa085);
 }
 
 unsigned char ZoAnalyzingPatterns::HighOrLowCluster(ZoDatasetVector* dataset, const ZoPatternsInformation& info,

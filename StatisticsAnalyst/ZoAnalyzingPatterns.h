@@ -2,6 +2,7 @@
 // ZoAnalyzingPatterns: global statistics of a whole dataset.
 #include "StatisticsAnalyst/Export.h"
 #include "StatisticsAnalyst/ZoAnalysisFrame.h"
+#include "StatisticsAnalyst/ZoIncrementalInformation.h"
 #include "StatisticsAnalyst/ZoPatternsInformation.h"
 #include "StatisticsAnalyst/ZoStatisticsUtilities.h"
 #include "host/LumaArray.h"
@@ -35,15 +36,25 @@ class SA_API ZoAnalyzingPatterns : public ZoAnalysisFrame {
 
   // Global Moran's I of the analysis field under the randomization
   // assumption: I, E[I], Var[I], z and its two-sided p-value. Weights are
-  // held in memory up to 10000 features; beyond that, and whenever the
-  // conceptualization names a weights file, they stream from a binary
-  // weights file (a temporary one is deleted before the call returns).
+  // held in memory as compressed sparse rows within the memory budget;
+  // beyond it, and whenever the conceptualization names a weights file, they
+  // stream from a binary weights file (a temporary one is deleted before the
+  // call returns).
   // Values that are NaN or infinite fail with "EUc001" naming the first such
   // feature; values of any finite magnitude (1e200 included) are exact.
   // Messages: the frame's checks, the weights' own, "ESa030",
   // "ESa021" (no variance), "ESa027", "ESa026", "IMb030", then "ESa041".
   bool SpatialAutocorrelation(ZoDatasetVector* dataset, const ZoPatternsInformation& info, ZoAnalyzingExponent& result,
                               bool showProgress);
+  // Moran's I of the field over `info.Bands` fixed distance bands, from
+  // BeginDistance in steps of Increment (their defaults: the largest and
+  // the mean nearest-neighbour distance), each band exactly as
+  // SpatialAutocorrelation with a fixed distance band at that distance
+  // gives it, all from one neighbour search; then the first and the highest
+  // peak of the z-scores. Messages: the frame's checks, "ESa081", "ESa082",
+  // "ESa083", "ESa084", "IMb030", then "ESa085".
+  bool IncrementalSpatialAutocorrelation(ZoDatasetVector* dataset, const ZoIncrementalInformation& info,
+                                         ZoIncrementalResult& result, bool showProgress);
   // Getis–Ord General G of a non-negative field ("ESa022" otherwise): G,
   // E[G], Var[G], z and p, on the same two paths. "ESa035" is appended when
   // the statistic itself fails. The p-value never exceeds 1.
