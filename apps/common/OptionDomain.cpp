@@ -79,6 +79,11 @@ void CheckDomain(const std::string& command, const std::string& name, const std:
     if (xi < 1 || xi > 99) throw UsageError(msg::EUa057, "--xi must be a whole percentage from 1 to 99, not " + value);
   } else if (name == "ellipse-size") {
     OneOf(name, value, {"1", "2", "3"});
+  } else if (name == "bands") {
+    const long long b = Whole(name, value);
+    if (b < 1 || b > 50) throw UsageError(msg::ESa081, "--bands " + value);
+  } else if (name == "begin-distance" || name == "increment") {
+    AtLeast(name, value, 0.0, false, "a positive distance (leave it out for the default)");
   } else if (name == "width" || name == "area") {
     AtLeast(name, value, 0.0, false, "positive");
   } else if (name == "distance" || name == "tolerance" || name == "snap-tolerance") {

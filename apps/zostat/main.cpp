@@ -27,6 +27,7 @@ Command WeightsShowCommand();
 Command WeightsBuildCommand();
 Command MoranCommand();
 Command GeneralGCommand();
+Command IncrementalCommand();
 Command HotSpotCommand();
 Command ClusterOutlierCommand();
 Command DbscanCommand();
@@ -49,6 +50,7 @@ const std::vector<Command>& Commands() {
                                                 AnnCommand(),
                                                 MoranCommand(),
                                                 GeneralGCommand(),
+                                                IncrementalCommand(),
                                                 HotSpotCommand(),
                                                 ClusterOutlierCommand(),
                                                 DbscanCommand(),
