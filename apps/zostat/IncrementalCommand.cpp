@@ -35,7 +35,8 @@ void PeakObject(JsonWriter& json, const ZOC::ZoIncrementalResult& r, int peak) {
 
 std::string Defaults(const ZOC::ZoIncrementalResult& r) {
   std::string text;
-  if (r.DefaultBegin) text += "beginning distance = the largest nearest-neighbour distance (every feature has a neighbour)";
+  if (r.DefaultBegin)
+    text += "beginning distance = the largest nearest-neighbour distance (every feature has a neighbour)";
   if (r.DefaultIncrement)
     text += std::string(text.empty() ? "" : "; ") + "increment = the mean nearest-neighbour distance";
   return text;
@@ -63,7 +64,9 @@ void PrintResult(const Options& options, const ZOC::ZoIncrementalResult& r) {
   text += line;
   for (std::size_t k = 0; k < r.Bands.size(); ++k) {
     const auto& b = r.Bands[k];
-    const char* mark = static_cast<int>(k) == r.MaxPeak ? "  max peak" : static_cast<int>(k) == r.FirstPeak ? "  peak" : "";
+    const char* mark = static_cast<int>(k) == r.MaxPeak     ? "  max peak"
+                       : static_cast<int>(k) == r.FirstPeak ? "  peak"
+                                                            : "";
     if (static_cast<int>(k) == r.FirstPeak && r.FirstPeak == r.MaxPeak) mark = "  first and max peak";
     if (!b.Valid) {
       std::snprintf(line, sizeof line, "  %-16.10g (no feature has a neighbour)\n", b.Distance);
