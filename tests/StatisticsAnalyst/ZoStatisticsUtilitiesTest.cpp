@@ -190,18 +190,6 @@ TEST(GetSpatialWeight, CancellationStopsTheBuild) {
   EXPECT_NE(utilities.GetStrErrorMes().Str().find("[IMb030]"), std::string::npos);
 }
 
-TEST(WeightLookup, FindIndexAndDenseRow) {
-  LUMA::LumaArray<WeightMatrixUnit> units = {{1, 0.5}, {3, 0.25}, {5, 2.0}, {6, 1.0}, {8, 3.0}};
-  EXPECT_EQ(ZoStatisticsUtilities::FindWeightIndex(units, 5), 2);
-  EXPECT_EQ(ZoStatisticsUtilities::FindWeightIndex(units, 4), -1);
-  EXPECT_EQ(ZoStatisticsUtilities::FindWeightIndex({}, 4), -1);
-  LUMA::LumaArray<double> row;
-  ZoStatisticsUtilities::GetWeightMatrixRow(units, 1, 3, row);
-  EXPECT_EQ(row, (LUMA::LumaArray<double>{0.25, 0.0, 2.0}));
-  ZoStatisticsUtilities::GetWeightMatrixRow(units, 2, 3, row);
-  EXPECT_EQ(row, (LUMA::LumaArray<double>{1.0, 0.0, 3.0}));
-}
-
 TEST(DistanceBand, RulesForTheTolerance) {
   ZoStatisticsUtilities u;
   const LUMA::LumaArray<LumaPoint2D> two = {{0, 0}, {3, 4}};

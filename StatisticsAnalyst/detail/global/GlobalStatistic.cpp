@@ -1,5 +1,6 @@
 #include "StatisticsAnalyst/detail/global/GlobalStatistic.h"
 
+#include "StatisticsAnalyst/detail/common/Checks.h"
 #include "StatisticsAnalyst/detail/common/FeatureData.h"
 #include "StatisticsAnalyst/detail/common/Limits.h"
 #include "StatisticsAnalyst/detail/weights/WeightRows.h"
@@ -112,11 +113,9 @@ Status Compute(ZoRecordset* records, const ZoPatternsInformation& info, const Ki
   // A caller's file orders its features by its own unique-ID field: read the
   // values in that order so that row i and value i belong to one feature.
   if (status && !file.UniqueIdField().EqualsNoCase(kSystemIdField)) {
-    ZoQueryDef query;
-    query.m_order = LumaUnicodeString(" Order BY ") + file.UniqueIdField();
-    ZoRecordsetPtr ordered(dataset->Query(query));
-    status =
-        ordered ? ReadFieldValues(ordered.get(), info.FieldName, texts.nonNegative, values) : Status::Fail(msg::EKa013);
+    ZoRecordsetPtr ordered;
+    status = QueryOrderedBy(dataset, file.UniqueIdField(), ordered);
+    if (status) status = ReadFieldValues(ordered.get(), info.FieldName, texts.nonNegative, values);
   }
   if (!status) return alone ? status : status.Then(texts.summary);
   ScaleToUnitRange(values);

@@ -38,20 +38,6 @@ struct Neighbours {
 
 LUMA::LumaPoint3D To3D(const LUMA::LumaPoint2D& p) { return {p.x, p.y, 0.0}; }
 
-// The largest and the mean nearest-neighbour distance.
-void NearestDistances(const ZoKdTree& tree, const LumaArray<LUMA::LumaPoint2D>& points, ZoDistanceMethod method,
-                      double& largest, double& mean) {
-  largest = 0.0;
-  double sum = 0.0;
-  tree.SearchSpatialRange(0, points.size(), 2, method,
-                          [&](std::size_t, const std::size_t*, const double* distances, std::size_t n) {
-                            const double d = *std::max_element(distances, distances + n);
-                            largest = std::max(largest, d);
-                            sum += d;
-                          });
-  mean = points.empty() ? 0.0 : sum / static_cast<double>(points.size());
-}
-
 // The rows within `band`: one radius search per feature, on every core, each
 // row kept apart and then laid out in feature order.
 Status FindNeighbours(const ZoKdTree& tree, const LumaArray<LUMA::LumaPoint2D>& points, double band,
@@ -109,13 +95,14 @@ Status BandMoran(const Neighbours& neighbours, const LumaArray<double>& values, 
   };
   MoranSums sums(values);
   FeedParallel(sums, n, fetch, [](std::int64_t) { return true; });
-  // Column sums in row order, as the global statistic gathers them.
+  // Column sums in row order, as the global statistic gathers them. A row
+  // adds to each of its columns once, so the prefix needs no sorting here.
   std::vector<double>& columns = sums.Columns();
-  SparseRow row;
   for (std::int64_t i = 0; i < n; ++i) {
-    fetch(i, row);
-    for (std::size_t k = 0; k < row.columns.size(); ++k)
-      columns[static_cast<std::size_t>(row.columns[k])] += row.weights[k];
+    const std::int64_t begin = neighbours.offsets[static_cast<std::size_t>(i)];
+    const double w = weightOf(i);
+    for (std::int64_t k = begin; k < begin + counts[static_cast<std::size_t>(i)]; ++k)
+      columns[static_cast<std::size_t>(neighbours.columns[static_cast<std::size_t>(k)])] += w;
   }
   return sums.Finish(result);
 }
@@ -161,7 +148,7 @@ Status Incremental(ZoRecordset* records, const ZoIncrementalInformation& info, C
   ZoIncrementalResult out;
   double largestNearest = 0.0, meanNearest = 0.0;
   if (info.BeginDistance <= 0.0 || info.Increment <= 0.0)
-    NearestDistances(*tree, points, method, largestNearest, meanNearest);
+    spatial::NearestNeighbourSummary(*tree, points.size(), method, largestNearest, meanNearest);
   out.DefaultBegin = !(info.BeginDistance > 0.0);
   out.DefaultIncrement = !(info.Increment > 0.0);
   out.BeginDistance = out.DefaultBegin ? largestNearest : info.BeginDistance;

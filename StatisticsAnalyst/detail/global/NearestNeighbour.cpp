@@ -5,6 +5,7 @@
 #include <memory>
 #include <vector>
 
+#include "StatisticsAnalyst/detail/common/Checks.h"
 #include "StatisticsAnalyst/detail/common/FeatureData.h"
 #include "StatisticsAnalyst/detail/global/MinimumAreaRectangle.h"
 #include "StatisticsAnalyst/detail/spatial/Distance.h"
@@ -132,10 +133,8 @@ Status AverageNearestNeighbour(ZoDatasetVector* dataset, const NearestNeighbourI
   if (!(input.area >= 0.0)) return Status::Fail(msg::ESa051);
   LumaArray<LumaPoint2D> centroids;
   {
-    ZoQueryDef query;
-    query.m_order = LumaUnicodeString(" Order BY ") + kSystemIdField;
-    std::unique_ptr<ZoRecordset, ZoRecordsetRelease> records(dataset->Query(query));
-    if (!records) return Status::Fail(msg::EKa013);
+    ZoRecordsetPtr records;
+    if (Status s = QueryOrderedBy(dataset, kSystemIdField, records); !s) return s;
     if (records->GetRecordCount() < 2) return Status::Fail(msg::ESa013);
     Status status = ReadFeaturePoints(records.get(), centroids);
     if (!status) return status.Then(msg::ESa008);

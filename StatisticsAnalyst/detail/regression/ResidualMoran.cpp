@@ -4,6 +4,7 @@
 // with the residuals, exactly as the global Moran's I opens and feeds them.
 #include <algorithm>
 
+#include "StatisticsAnalyst/detail/common/Checks.h"
 #include "StatisticsAnalyst/detail/common/FeatureData.h"
 #include "StatisticsAnalyst/detail/global/GlobalStatistic.h"
 #include "StatisticsAnalyst/detail/regression/Run.h"
@@ -27,10 +28,8 @@ Status RowOrder(ZoRecordset* records, const LumaUnicodeString& field, const std:
   std::vector<std::pair<std::int64_t, std::size_t>> byId(ids.size());
   for (std::size_t k = 0; k < ids.size(); ++k) byId[k] = {ids[k], k};
   std::sort(byId.begin(), byId.end());
-  ZoQueryDef query;
-  query.m_order = LumaUnicodeString(" Order BY ") + field;
-  ZoRecordsetPtr ordered(records->GetDataset()->Query(query));
-  if (!ordered) return Status::Fail(msg::EKa013);
+  ZoRecordsetPtr ordered;
+  if (Status s = detail::QueryOrderedBy(records->GetDataset(), field, ordered); !s) return s;
   std::size_t r = 0;
   for (bool more = ordered->MoveFirst(); more && !ordered->IsEOF(); more = ordered->MoveNext(), ++r) {
     const auto it = std::lower_bound(byId.begin(), byId.end(), std::make_pair(ordered->GetID(), std::size_t{0}));

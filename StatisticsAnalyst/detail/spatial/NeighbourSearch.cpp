@@ -94,6 +94,23 @@ bool KNearestReach(const ZoKdTreec& tree, const LumaArray<LumaPoint2D>& points, 
   return !failed;
 }
 
+bool NearestNeighbourSummary(const ZoKdTree& tree, std::size_t count, ZoDistanceMethod method, double& largest,
+                             double& mean) {
+  // The tree answers its own points a leaf at a time; each answer holds the
+  // point itself and its nearest, so the larger of the two is the distance.
+  // The largest does not depend on the visiting order.
+  largest = 0.0;
+  double sum = 0.0;
+  const bool searched = tree.SearchSpatialRange(0, count, 2, method,
+                                                [&](std::size_t, const std::size_t*, const double* d, std::size_t n) {
+                                                  const double nearest = *std::max_element(d, d + n);
+                                                  largest = std::max(largest, nearest);
+                                                  sum += nearest;
+                                                });
+  mean = count ? sum / static_cast<double>(count) : 0.0;
+  return searched;
+}
+
 Status DistanceBand(const ZoKdTree* tree, const LumaArray<LumaPoint2D>& points, double tolerance,
                     ZoDistanceMethod method, double& band) {
   band = 0.0;
@@ -102,16 +119,8 @@ Status DistanceBand(const ZoKdTree* tree, const LumaArray<LumaPoint2D>& points, 
     band = tolerance < limits::kZero ? std::numeric_limits<double>::max() : tolerance;
     return Status::Ok();
   }
-  // The largest of the nearest-neighbour distances does not depend on the
-  // visiting order: the tree (built over `points`) answers its own points
-  // a leaf at a time. Each answer holds the point itself and its nearest.
-  double largest = 0.0;
-  const bool searched =
-      tree && tree->SearchSpatialRange(0, points.size(), 2, method,
-                                       [&](std::size_t, const std::size_t*, const double* distances, std::size_t n) {
-                                         largest = std::max(largest, *std::max_element(distances, distances + n));
-                                       });
-  if (searched) band = largest * kBandMargin;
+  double largest = 0.0, mean = 0.0;
+  if (tree && NearestNeighbourSummary(*tree, points.size(), method, largest, mean)) band = largest * kBandMargin;
   return Status::Ok();
 }
 

@@ -39,6 +39,12 @@ bool KthNeighbourDistance(const ZoKdTree& tree, const LumaPoint2D& point, int k,
 bool KNearestReach(const ZoKdTreec& tree, const LumaArray<LumaPoint2D>& points, int k, ZoDistanceMethod method,
                    LumaArray<double>& distances);
 
+// The largest and the mean of the nearest-neighbour distances of the tree's
+// own points (0 for a point with a coincident neighbour); false when the
+// search fails.
+bool NearestNeighbourSummary(const ZoKdTree& tree, std::size_t count, ZoDistanceMethod method, double& largest,
+                             double& mean);
+
 // The distance band for a tolerance: 0 (within ±1e-20) means no limit (the
 // largest double); a positive tolerance is the band; a negative one (the
 // default -1) gives 1.0001 × the largest nearest-neighbour distance, found

@@ -77,7 +77,7 @@ Status WriteBinaryRows(std::FILE* file, std::FILE* flags, ZoRecordset* records, 
 Status BuildBinaryFile(ZoDatasetVector* dataset, const LumaUnicodeString& uniqueIdField, const LumaUnicodeString& path,
                        const LumaUnicodeString* flagPath, const ZoPatternsInformation& info, ZoProgress* progress,
                        bool show) {
-  return GuardBuild([&]() -> Status {
+  return Guarded([&]() -> Status {
     LumaArray<ZoSWMFileUniqueIndex> uniqueIndex;
     ZoRecordsetPtr records;
     if (Status s = PrepareBuild(dataset, uniqueIdField, path, info, flagPath, uniqueIndex, records); !s) return s;

@@ -38,7 +38,7 @@ Status BuildFlagMatrix(std::FILE* file, const LumaUnicodeString& outputPath, ZoP
   if (!file) return Status::Fail(msg::EEg020);
   if (outputPath.IsEmpty()) return Status::Fail(msg::EAf017);
   ZoFile::Delete(outputPath);
-  return GuardBuild([&]() -> Status {
+  return Guarded([&]() -> Status {
     // The whole source is checked before the matrix is sized from it.
     BinaryLayout layout;
     if (Status s = ReadBinaryLayout(file, layout); !s) return s;

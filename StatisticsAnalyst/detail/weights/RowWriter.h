@@ -39,13 +39,6 @@ class BuildProgress {
   LumaUnicodeString m_format;
 };
 
-// A builder's body runs under Guarded: by the time an exception reaches it,
-// the temporary-file guards of the body have removed its partial output.
-template <class Body>
-Status GuardBuild(Body&& body) {
-  return Guarded(std::forward<Body>(body));
-}
-
 // The row loop of every builder: for each feature in order, report progress
 // and poll for cancellation ("IMb030") when `progress` is given, take the
 // row's neighbours, keep those with a stored weight, set the feature's count

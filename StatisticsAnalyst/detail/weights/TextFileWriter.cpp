@@ -42,7 +42,7 @@ std::int64_t WriteTextHead(ZoTextFile& file, ZoDatasetVector* dataset, const Lum
 
 Status BuildTextFile(ZoDatasetVector* dataset, const LumaUnicodeString& uniqueIdField, const LumaUnicodeString& path,
                      const ZoPatternsInformation& info, ZoProgress* progress, bool show) {
-  return GuardBuild([&]() -> Status {
+  return Guarded([&]() -> Status {
     LumaArray<ZoSWMFileUniqueIndex> uniqueIndex;
     ZoRecordsetPtr records;
     if (Status s = PrepareBuild(dataset, uniqueIdField, path, info, nullptr, uniqueIndex, records); !s) return s;

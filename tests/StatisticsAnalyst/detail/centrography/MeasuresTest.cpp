@@ -274,35 +274,6 @@ TEST(SpatialMeasureTest, StatisticsSummariesPerGroup) {
   EXPECT_DOUBLE_EQ(median.ToDouble(), 4.5);
 }
 
-// Validation in order, each with its message.
-TEST(SpatialMeasureTest, ValidationFailures) {
-  const std::vector<LumaFieldInfo> fields = {LumaFieldInfo("N", LUMA::FieldDouble),
-                                             LumaFieldInfo("T", LUMA::FieldText)};
-  Layer layer = MakeLayer(DatasetPoint, fields,
-                          {Point(0, 0, {1.0, "a"}), Point(1, 1, {2.0, "b"}), Point(2, 0, {3.0, "c"})}, DatasetPoint);
-  const auto fails = [&](const ZoMeasuringInformation& info, const char* id, ZoDatasetVector* in,
-                         ZoDatasetVector* out) {
-    ZoSpatialMeasure measure;
-    EXPECT_FALSE(measure.MeasureMeanCenter(in, out, info, false));
-    EXPECT_TRUE(HasId(measure, id)) << id << ": " << measure.GetStrErrorMes().Str();
-  };
-  ZoMeasuringInformation info;
-  fails(info, ZOC::msg::EEg002, nullptr, layer.result);
-  fails(info, ZOC::msg::EEg032, layer.dataset, nullptr);
-  info.StatisticsFields = {"N"};
-  fails(info, ZOC::msg::ESa001, layer.dataset, layer.result);
-  info.StatisticsTypes = {StatisticsSum};
-  info.WeightField = "T";
-  fails(info, ZOC::msg::ESa003, layer.dataset, layer.result);
-  info.WeightField = "missing";
-  fails(info, ZOC::msg::ECd001, layer.dataset, layer.result);
-  info.WeightField = "N";
-  info.StatisticsFields = {"T"};
-  fails(info, ZOC::msg::ESa002, layer.dataset, layer.result);
-  EXPECT_EQ(Rows(layer.result).size(), 0u);
-  EXPECT_TRUE(FieldNames(layer.result).empty());
-}
-
 // A case group of two features ends the standard distance with "ESa012",
 // however large the other groups.
 TEST(SpatialMeasureTest, SmallGroupEndsTheRun) {
@@ -464,21 +435,6 @@ TEST(SpatialMeasureTest, LinearDirectionalMean) {
   Layer points = WeightedPoints({{0, 0}, {1, 0}, {3, 0}}, {}, DatasetLine);
   EXPECT_FALSE(measure.MeasureLinearDirectionalMean(points.dataset, points.result, ZoMeasuringInformation(), false));
   EXPECT_TRUE(HasId(measure, ZOC::msg::EEe018));
-}
-
-// Cancelling while the features are gathered fails with "IMb030"; while the
-// central feature is searched, the measure's "ESa016" replaces it.
-TEST(SpatialMeasureTest, Cancellation) {
-  const auto points = satest::RandomPoints(300, 10.0, 5);
-  for (const double stopAt : {20.0, 70.0}) {
-    Layer layer = WeightedPoints(points, {}, DatasetPoint);
-    ZoCallbackProgress progress([&](const ZoProgressState& s) { return s.percent < stopAt; });
-    ZoSpatialMeasure measure;
-    measure.SetProgress(&progress);
-    EXPECT_FALSE(measure.MeasureCentralElement(layer.dataset, layer.result, ZoMeasuringInformation(), true));
-    EXPECT_EQ(measure.GetStrErrorMes(), ZoStringEx::LoadResString(stopAt < 40 ? msg::IMb030 : msg::ESa016));
-    EXPECT_EQ(Rows(layer.result).size(), 0u);
-  }
 }
 
 // Inputs with no or one record: the ungrouped mean centre still writes its

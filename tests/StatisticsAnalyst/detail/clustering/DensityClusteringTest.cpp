@@ -206,22 +206,6 @@ TEST(DensityClustering, ChecksFailInOrderAndLeaveTheResultEmpty) {
   EXPECT_EQ(result.dataset->GetRecordCount(), 0);
 }
 
-TEST(DensityClustering, CancellationWritesNothing) {
-  struct Cancelled : ZoProgressBase {
-    void OnChange(const ZoProgressState&) override {}
-    bool PollCancel() override { return true; }
-  } progress;
-  satest::MemoryLayer layer = satest::MakePointLayer(satest::RandomPoints(5000, 100.0, 9));
-  for (int method : {1, 2, 3}) {
-    Result result;
-    ZoClusteringDistributions analysis;
-    analysis.SetProgress(&progress);
-    EXPECT_FALSE(analysis.DensityBasedClustering(layer.dataset, result.dataset, Info(method, 4, 2.0), true));
-    EXPECT_NE(analysis.GetStrErrorMes().Str().find("[IMb030]"), std::string::npos) << method;
-    EXPECT_EQ(result.dataset->GetRecordCount(), 0);
-  }
-}
-
 namespace {
 
 // Cancels at its `at`-th poll (never for 0) and counts the polls until then.

@@ -11,6 +11,7 @@
 #include "StatisticsAnalyst/ZoAnalyzingPatterns.h"
 #include "StatisticsAnalyst/ZoWeightsUtilities.h"
 #include "TestSupport.h"
+#include "host/ZoMessageIds.h"
 
 using namespace ZOC;
 using Exponent = ZoAnalyzingPatterns::ZoAnalyzingExponent;
@@ -160,7 +161,7 @@ TEST(GlobalStatistics, HandCheckableCases) {
 
   auto constant = satest::MakePointLayer({{0, 0}, {1, 0}, {2, 0}, {3, 0}}, {5, 5, 5, 5});
   EXPECT_FALSE(patterns.SpatialAutocorrelation(constant.dataset, info, r, false));
-  EXPECT_EQ(Ids(patterns), (std::vector<std::string>{"ESa021", "ESa041"}));
+  EXPECT_EQ(Ids(patterns), (std::vector<std::string>{ZOC::msg::ESa021, ZOC::msg::ESa041}));
 }
 
 TEST(GlobalStatistics, GeneralGFlagsAndFailures) {
@@ -170,10 +171,10 @@ TEST(GlobalStatistics, GeneralGFlagsAndFailures) {
   info.DistanceTolerance = 2.0;
   auto negative = satest::MakePointLayer({{0, 0}, {1, 0}, {2, 0}, {50, 50}}, {1, 2, 3, -1});
   EXPECT_FALSE(patterns.HighOrLowCluster(negative.dataset, info, r, false));
-  EXPECT_EQ(Ids(patterns), std::vector<std::string>{"ESa022"});  // the isolated feature's value counts too
+  EXPECT_EQ(Ids(patterns), std::vector<std::string>{ZOC::msg::ESa022});  // the isolated feature's value counts too
   auto zeros = satest::MakePointLayer({{0, 0}, {1, 0}, {2, 0}, {3, 0}}, {0, 0, 0, 0});
   EXPECT_FALSE(patterns.HighOrLowCluster(zeros.dataset, info, r, false));
-  EXPECT_EQ(Ids(patterns), (std::vector<std::string>{"ESa021", "ESa035"}));
+  EXPECT_EQ(Ids(patterns), (std::vector<std::string>{ZOC::msg::ESa021, ZOC::msg::ESa035}));
 
   // A 3 x 2 grid at unit spacing with a band of 2: 13 of the 15 pairs are
   // neighbours (all but the two long diagonals), S0 = 26. The values

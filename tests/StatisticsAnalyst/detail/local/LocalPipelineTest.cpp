@@ -14,6 +14,7 @@
 #include "StatisticsAnalyst/detail/local/ClusterOutlier.h"
 #include "StatisticsAnalyst/detail/local/HotSpot.h"
 #include "TestSupport.h"
+#include "host/ZoMessageIds.h"
 #include "host/ZoRecordset.h"
 
 using namespace ZOC;
@@ -116,8 +117,8 @@ TEST(LocalStatistics, ClusterOutlierTypesByTheLagTest) {
   ASSERT_TRUE(local::ClusterOutlierTypes(I, p, d, lag, {3, 1, 2, 3, 3, 3, 3, 3}, narrowed).ok());
   EXPECT_EQ(narrowed[1].Str(), "");
   EXPECT_EQ(narrowed[5].Str(), "");
-  EXPECT_STREQ(local::ClusterOutlierTypes(I, p, d, lag, {1}, narrowed).id(), "ESa040");
-  EXPECT_STREQ(local::ClusterOutlierTypes(I, {0.1}, d, lag, {}, narrowed).id(), "ESa039");
+  EXPECT_STREQ(local::ClusterOutlierTypes(I, p, d, lag, {1}, narrowed).id(), ZOC::msg::ESa040);
+  EXPECT_STREQ(local::ClusterOutlierTypes(I, {0.1}, d, lag, {}, narrowed).id(), ZOC::msg::ESa039);
 }
 
 TEST(HotSpotAnalyst, MatchesTheDenseDefinitionWithSelfWeights) {
@@ -161,16 +162,16 @@ TEST(HotSpotAnalyst, ConstantValuesAndFailures) {
   for (double z : Column(result.dataset, "Gi_Zscore")) EXPECT_FALSE(std::isfinite(z));
 
   EXPECT_FALSE(analysis.HotSpotAnalyst(constant.dataset, nullptr, Info(FixedDistanceBand), false));
-  EXPECT_EQ(Ids(analysis), std::vector<std::string>{"EEg032"});
+  EXPECT_EQ(Ids(analysis), std::vector<std::string>{ZOC::msg::EEg032});
   auto regions = ZoDataSource::CreateMemory();
   ZoDatasetVector* wrongType = regions->CreateDatasetVector("r", DatasetRegion, ZoPrjCoordSys());
   EXPECT_FALSE(analysis.HotSpotAnalyst(constant.dataset, wrongType, Info(FixedDistanceBand), false));
-  EXPECT_EQ(Ids(analysis), std::vector<std::string>{"EEe017"});
+  EXPECT_EQ(Ids(analysis), std::vector<std::string>{ZOC::msg::EEe017});
   ZoPatternsInformation info = Info(FixedDistanceBand);
   info.SecondFieldName = "NOPE";
   Result other;
   EXPECT_FALSE(analysis.HotSpotAnalyst(constant.dataset, other.dataset, info, false));
-  EXPECT_EQ(Ids(analysis), std::vector<std::string>{"ESa004"});
+  EXPECT_EQ(Ids(analysis), std::vector<std::string>{ZOC::msg::ESa004});
   EXPECT_EQ(other.dataset->GetRecordCount(), 0);
 }
 
@@ -206,7 +207,7 @@ TEST(ClusterOutlier, MatchesDefinitionsAndHandlesIsolatedAndConstant) {
   auto constant = satest::MakePointLayer({{0, 0}, {1, 0}, {2, 0}, {3, 0}}, {7, 7, 7, 7});
   Result other;
   EXPECT_FALSE(analysis.ClusterOutlier(constant.dataset, other.dataset, Info(FixedDistanceBand), false));
-  EXPECT_EQ(Ids(analysis), (std::vector<std::string>{"ESa021", "ESa034"}));
+  EXPECT_EQ(Ids(analysis), (std::vector<std::string>{ZOC::msg::ESa021, ZOC::msg::ESa034}));
 }
 
 TEST(LocalAnalyses, WeightSourcesAgreeAndTemporaryFilesGo) {
@@ -259,7 +260,7 @@ TEST(LocalAnalyses, WeightSourcesAgreeAndTemporaryFilesGo) {
       [] { return std::make_unique<ZoCallbackProgress>([](const ZoProgressState& s) { return s.percent < 20; }); });
   Result cancelled;
   EXPECT_FALSE(analysis.HotSpotAnalyst(layer.dataset, cancelled.dataset, info, true));
-  EXPECT_EQ(Ids(analysis), std::vector<std::string>{"IMb030"});
+  EXPECT_EQ(Ids(analysis), std::vector<std::string>{ZOC::msg::IMb030});
   EXPECT_TRUE(std::filesystem::is_empty(tmp.path()));
 }
 

@@ -14,6 +14,7 @@
 #include "StatisticsAnalyst/ZoWeightsUtilities.h"
 #include "StatisticsAnalyst/detail/regression/Gwr.h"
 #include "TestSupport.h"
+#include "host/ZoMessageIds.h"
 #include "host/ZoRecordset.h"
 
 namespace {
@@ -181,7 +182,7 @@ void ExpectFailure(ZOC::ZoDatasetVector* source, ZOC::ZoDatasetVector* result, c
   ZOC::ZoOLSResult r;
   EXPECT_FALSE(modeling.OrdinaryLeastSquares(source, result, info, r, false)) << id;
   EXPECT_NE(modeling.GetStrErrorMes().Str().find(id), std::string::npos) << modeling.GetStrErrorMes().Str();
-  EXPECT_NE(modeling.GetStrErrorMes().Str().find("EUf012"), std::string::npos);
+  EXPECT_NE(modeling.GetStrErrorMes().Str().find(ZOC::msg::EUf012), std::string::npos);
   EXPECT_EQ(result->GetRecordCount(), 0);
   EXPECT_EQ(result->GetFieldInfos().size(), 1u);  // "QlID" only: no field was created
 }
@@ -193,15 +194,16 @@ TEST(OrdinaryLeastSquares, RefusesModelsItCannotEstimate) {
   s.columns["GAPPY"] = s.columns["X1"];
   s.columns["GAPPY"][7] = NAN;
   auto layer = MakeLayer(s.points, s.columns);
-  ExpectFailure(layer->dataset, layer->result, "Y", {"X1", "TWICE"}, "EUf006");
-  ExpectFailure(layer->dataset, layer->result, "Y", {"X1", "X1"}, "EUf006");
-  ExpectFailure(layer->dataset, layer->result, "Y", {"Y"}, "EUf007");
-  ExpectFailure(layer->dataset, layer->result, "Y", {"GAPPY"}, "EUf003");
-  ExpectFailure(layer->dataset, layer->result, "Y", {"LABEL"}, "ESa006");
-  ExpectFailure(layer->dataset, layer->result, "Y", {"NOPE"}, "ECd001");
-  ExpectFailure(layer->dataset, layer->result, "Y", {}, "EUf001");
+  ExpectFailure(layer->dataset, layer->result, "Y", {"X1", "TWICE"}, ZOC::msg::EUf006);
+  ExpectFailure(layer->dataset, layer->result, "Y", {"X1", "X1"}, ZOC::msg::EUf006);
+  ExpectFailure(layer->dataset, layer->result, "Y", {"Y"}, ZOC::msg::EUf007);
+  ExpectFailure(layer->dataset, layer->result, "Y", {"GAPPY"}, ZOC::msg::EUf003);
+  ExpectFailure(layer->dataset, layer->result, "Y", {"LABEL"}, ZOC::msg::ESa006);
+  ExpectFailure(layer->dataset, layer->result, "Y", {"NOPE"}, ZOC::msg::ECd001);
+  ExpectFailure(layer->dataset, layer->result, "Y", {}, ZOC::msg::EUf001);
   // 12 features carry at most 8 explanatory fields (9 coefficients + 3).
-  ExpectFailure(layer->dataset, layer->result, "Y", {"X1", "X2", "X1", "X2", "X1", "X2", "X1", "X2", "X1"}, "EUf005");
+  ExpectFailure(layer->dataset, layer->result, "Y", {"X1", "X2", "X1", "X2", "X1", "X2", "X1", "X2", "X1"},
+                ZOC::msg::EUf005);
 }
 
 // The residual Moran's I is computed from the residuals in memory; it must
@@ -273,7 +275,7 @@ TEST(OrdinaryLeastSquares, TheSummaryStandsWithoutAResultOrAResidualTest) {
   ASSERT_TRUE(modeling.OrdinaryLeastSquares(layer->dataset, nullptr, info, untested, false))
       << modeling.GetStrErrorMes().Str();
   EXPECT_FALSE(untested.HasResidualMoran);
-  EXPECT_NE(untested.ResidualMoranMessage.Str().find("ESa041"), std::string::npos);
+  EXPECT_NE(untested.ResidualMoranMessage.Str().find(ZOC::msg::ESa041), std::string::npos);
   EXPECT_EQ(untested.AICc, written.AICc);
   EXPECT_TRUE(alone.ResidualMoranMessage.IsEmpty());
 }
@@ -534,16 +536,16 @@ TEST(GeographicallyWeightedRegression, BandwidthsThatCannotFitFailCleanly) {
     const char* id;
   };
   // Bisquare, p = 3: 3 neighbours leave 2 with weight, 4 leave 3 (an exact local fit).
-  const Case cases[] = {{ZOC::GWRAdaptive, 3, "EUf009"},   {ZOC::GWRAdaptive, 4, "EUf010"},
-                        {ZOC::GWRAdaptive, 4.5, "EUf008"}, {ZOC::GWRAdaptive, 31, "EUf008"},
-                        {ZOC::GWRFixed, -2, "EUf008"},     {ZOC::GWRFixed, 1e-3, "EUf009"}};
+  const Case cases[] = {{ZOC::GWRAdaptive, 3, ZOC::msg::EUf009},   {ZOC::GWRAdaptive, 4, ZOC::msg::EUf010},
+                        {ZOC::GWRAdaptive, 4.5, ZOC::msg::EUf008}, {ZOC::GWRAdaptive, 31, ZOC::msg::EUf008},
+                        {ZOC::GWRFixed, -2, ZOC::msg::EUf008},     {ZOC::GWRFixed, 1e-3, ZOC::msg::EUf009}};
   for (const Case& c : cases) {
     ZOC::ZoSpatialRelModeling modeling;
     ZOC::ZoGWRResult r;
     EXPECT_FALSE(modeling.GeographicWeightedRegression(layer->dataset, layer->result,
                                                        GwrInfo(ZOC::GWRBisquare, c.type, c.b), r, false));
     EXPECT_NE(modeling.GetStrErrorMes().Str().find(c.id), std::string::npos) << c.b << modeling.GetStrErrorMes().Str();
-    EXPECT_NE(modeling.GetStrErrorMes().Str().find("EUf013"), std::string::npos);
+    EXPECT_NE(modeling.GetStrErrorMes().Str().find(ZOC::msg::EUf013), std::string::npos);
     EXPECT_EQ(layer->result->GetRecordCount(), 0);
     EXPECT_EQ(layer->result->GetFieldInfos().size(), 1u);
   }

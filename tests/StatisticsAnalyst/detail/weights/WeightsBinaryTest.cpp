@@ -13,6 +13,7 @@
 #include "StatisticsAnalyst/ZoWeightsUtilities.h"
 #include "TestSupport.h"
 #include "host/ZoFile.h"
+#include "host/ZoMessageIds.h"
 #include "host/ZoRecordset.h"
 
 using namespace ZOC;
@@ -180,25 +181,25 @@ TEST(WeightsBinary, RefusedBuildsLeaveNoFile) {
     EXPECT_FALSE(ZoFile::IsExist(path)) << id;
   };
   auto layer = Layer(kLine, {5, 6, 5, 7});
-  check(layer.dataset, "ID", Band(2, false), "ESa044");
-  check(layer.dataset, "FID_REAL", Band(2, false), "ECa009");
-  check(layer.dataset, "NOPE", Band(2, false), "ECb004");
-  check(layer.dataset, "", Band(2, false), "ECb005");
+  check(layer.dataset, "ID", Band(2, false), ZOC::msg::ESa044);
+  check(layer.dataset, "FID_REAL", Band(2, false), ZOC::msg::ECa009);
+  check(layer.dataset, "NOPE", Band(2, false), ZOC::msg::ECb004);
+  check(layer.dataset, "", Band(2, false), ZOC::msg::ECb005);
   ZoPatternsInformation k = Band(2, false);
   k.Conceptualization = KNearestNeighbors;
   k.KNeighbors = 4;
-  check(layer.dataset, "QlID", k, "ESa042");
+  check(layer.dataset, "QlID", k, ZOC::msg::ESa042);
   k.Conceptualization = ContiguityEdgesOnly;
-  check(layer.dataset, "QlID", k, "ESa025");
+  check(layer.dataset, "QlID", k, ZOC::msg::ESa025);
   ZoPatternsInformation unknown = Band(2, false);
   unknown.Conceptualization = SpatialWeightsFile;  // no file stores that relationship
-  check(layer.dataset, "QlID", unknown, "ESa023");
+  check(layer.dataset, "QlID", unknown, ZOC::msg::ESa023);
 
   ZoWeightsUtilities w;
   EXPECT_FALSE(w.BuildWeightMatrixBinary(nullptr, "QlID", dir.File("w.swmb"), Band(2, false), false));
-  EXPECT_TRUE(Has(w, "EEg002"));
+  EXPECT_TRUE(Has(w, ZOC::msg::EEg002));
   EXPECT_FALSE(w.BuildWeightMatrixBinary(layer.dataset, "QlID", dir.File("w.txt"), Band(2, false), false));
-  EXPECT_TRUE(Has(w, "EAf017"));
+  EXPECT_TRUE(Has(w, ZOC::msg::EAf017));
   // A band that joins nobody still makes a valid file: every count is 0.
   EXPECT_TRUE(w.BuildWeightMatrixBinary(layer.dataset, "QlID", dir.File("none.swmb"), Band(1e-3, false), false));
 
@@ -218,9 +219,9 @@ TEST(WeightsBinary, CancelledBuildLeavesNoFiles) {
   info.Conceptualization = KNearestNeighbors;
   info.KNeighbors = 3;
   EXPECT_FALSE(w.BuildWeightMatrixBinaryK(layer.dataset, "QlID", dir.File("k.swmb"), dir.File("k.flags"), info, true));
-  EXPECT_TRUE(Has(w, "IMb030"));
+  EXPECT_TRUE(Has(w, ZOC::msg::IMb030));
   EXPECT_FALSE(w.BuildWeightMatrixText(layer.dataset, "QlID", dir.File("t.swmb"), info, true));
-  EXPECT_TRUE(Has(w, "IMb030"));
+  EXPECT_TRUE(Has(w, ZOC::msg::IMb030));
   // Nothing at all: neither the outputs nor the temporaries they were built under.
   EXPECT_EQ(Listing(dir), std::vector<std::string>{});
 }
@@ -234,17 +235,17 @@ TEST(WeightsBinary, BuildsRefuseClashesAndTables) {
   ZoWeightsUtilities w;
   // The flag matrix may not be the weights file, by name or through a link.
   EXPECT_FALSE(w.BuildWeightMatrixBinaryK(layer.dataset, "ID", dir.File("k.swmb"), dir.File("k.swmb"), k, false));
-  EXPECT_TRUE(Has(w, "EUb004"));
+  EXPECT_TRUE(Has(w, ZOC::msg::EUb004));
   std::filesystem::create_symlink("k.swmb", dir.File("link.flags"));
   EXPECT_FALSE(w.BuildWeightMatrixBinaryK(layer.dataset, "ID", dir.File("k.swmb"), dir.File("link.flags"), k, false));
-  EXPECT_TRUE(Has(w, "EUb004"));
+  EXPECT_TRUE(Has(w, ZOC::msg::EUb004));
   EXPECT_EQ(Listing(dir), std::vector<std::string>{"link.flags"});
 
   // A table has no places.
   auto source = ZoDataSource::CreateMemory();
   ZoDatasetVector* table = source->CreateDatasetVector("t", DatasetTabular, ZoPrjCoordSys());
   EXPECT_FALSE(w.BuildWeightMatrixBinary(table, "QlID", dir.File("t.swmb"), Band(-1, false), false));
-  EXPECT_TRUE(Has(w, "EEe018"));
+  EXPECT_TRUE(Has(w, ZOC::msg::EEe018));
 
   // A build over an existing file replaces it and leaves nothing else.
   WriteAll(dir.File("k.swmb"), {1, 2, 3});
@@ -264,10 +265,10 @@ TEST(WeightsBinary, FlagMatrixIsTransposedAndRebuildsFromTheFile) {
   info.KNeighbors = 3;
   ZoWeightsUtilities w;
   EXPECT_FALSE(w.BuildWeightMatrixBinaryK(layer.dataset, "ID", dir.File("k.swmb"), "", info, false));
-  EXPECT_TRUE(Has(w, "ESa076"));
+  EXPECT_TRUE(Has(w, ZOC::msg::ESa076));
   info.Conceptualization = FixedDistanceBand;
   EXPECT_FALSE(w.BuildWeightMatrixBinaryK(layer.dataset, "ID", dir.File("k.swmb"), dir.File("k.flags"), info, false));
-  EXPECT_TRUE(Has(w, "ESa048"));
+  EXPECT_TRUE(Has(w, ZOC::msg::ESa048));
   info.Conceptualization = KNearestNeighbors;
   ASSERT_TRUE(w.BuildWeightMatrixBinaryK(layer.dataset, "ID", dir.File("k.swmb"), dir.File("k.flags"), info, false))
       << w.GetStrErrorMes().Str();
@@ -292,14 +293,14 @@ TEST(WeightsBinary, FlagMatrixIsTransposedAndRebuildsFromTheFile) {
 
   ZoAnalyzingPatterns patterns;
   EXPECT_FALSE(patterns.ReadWeightMatrixBinaryK(n, row));
-  EXPECT_TRUE(Has(patterns, "EEg020"));
+  EXPECT_TRUE(Has(patterns, ZOC::msg::EEg020));
   ASSERT_TRUE(patterns.OpenWeightsDictionary(dir.File("k.flags")));
   for (int r = 0; r < n; ++r) {
     ASSERT_TRUE(patterns.ReadWeightMatrixBinaryK(n, row));
     for (int i = 0; i < n; ++i) EXPECT_EQ(row[i], expected[r * n + i]);
   }
   EXPECT_FALSE(patterns.ReadWeightMatrixBinaryK(n, row));  // past the last block
-  EXPECT_TRUE(Has(patterns, "ESa046"));
+  EXPECT_TRUE(Has(patterns, ZOC::msg::ESa046));
 }
 
 TEST(WeightsBinary, ChangedDatasetsAndDamagedFilesAreRefused) {
@@ -322,20 +323,20 @@ TEST(WeightsBinary, ChangedDatasetsAndDamagedFilesAreRefused) {
   };
   const std::size_t headerEnd = 4 + bytes[0] + 256 * bytes[1];
 
-  damaged({}, "ESa045");
-  damaged(Bytes(bytes.begin(), bytes.begin() + 20), "ESa045");              // cut inside the header
-  damaged(Bytes(bytes.begin(), bytes.begin() + headerEnd + 12), "ESa046");  // cut inside the index
-  damaged(Bytes(bytes.begin(), bytes.end() - 3), "ESa046");                 // a short last row
+  damaged({}, ZOC::msg::ESa045);
+  damaged(Bytes(bytes.begin(), bytes.begin() + 20), ZOC::msg::ESa045);              // cut inside the header
+  damaged(Bytes(bytes.begin(), bytes.begin() + headerEnd + 12), ZOC::msg::ESa046);  // cut inside the index
+  damaged(Bytes(bytes.begin(), bytes.end() - 3), ZOC::msg::ESa046);                 // a short last row
   Bytes extra = bytes;
   extra.push_back(0);
-  damaged(extra, "ESa046");  // more bytes than the rows announce
+  damaged(extra, ZOC::msg::ESa046);  // more bytes than the rows announce
   Bytes negative = bytes;
   negative[headerEnd + 4] = 0xFF, negative[headerEnd + 5] = 0xFF, negative[headerEnd + 6] = 0xFF,
                        negative[headerEnd + 7] = 0xFF;
-  damaged(negative, "ESa046");
+  damaged(negative, ZOC::msg::ESa046);
   Bytes hugeLength = bytes;
   hugeLength[0] = 0xFF, hugeLength[1] = 0xFF, hugeLength[2] = 0xFF, hugeLength[3] = 0x7F;
-  damaged(hugeLength, "ESa045");
+  damaged(hugeLength, ZOC::msg::ESa045);
 
   auto header = [&](const std::string& text) {
     Bytes b;
@@ -345,35 +346,35 @@ TEST(WeightsBinary, ChangedDatasetsAndDamagedFilesAreRefused) {
   const std::string ok =
       "QUILLARD@QUILLARD;DATASETNAME@points;DATASETTYPE@1;COUNTS@4;UNIQUEID@ID;"
       "CONCEPTUALIZATION@3;STANDARDIZATION@0;DISTANCEMETHOD@1;";
-  damaged(header("QUILLARD@QUILLARD;DATASETNAME@points;DATASETTYPE@1;Counts@4;"), "ESa045");
-  damaged(header("QUILLARD@QUILLARD;DATASETNAME@points;"), "ESa045");           // parts missing
-  damaged(header(ok + "EXTRA@1;"), "ESa045");                                   // a ninth part
-  damaged(header("QUILLARD@QUILLARD;DATASETNAME;" + ok.substr(30)), "ESa045");  // no value
+  damaged(header("QUILLARD@QUILLARD;DATASETNAME@points;DATASETTYPE@1;Counts@4;"), ZOC::msg::ESa045);
+  damaged(header("QUILLARD@QUILLARD;DATASETNAME@points;"), ZOC::msg::ESa045);           // parts missing
+  damaged(header(ok + "EXTRA@1;"), ZOC::msg::ESa045);                                   // a ninth part
+  damaged(header("QUILLARD@QUILLARD;DATASETNAME;" + ok.substr(30)), ZOC::msg::ESa045);  // no value
   damaged(header("QUILLARD@QUILLARD;DATASETNAME@" + std::string(200, 'x') +
                  ";DATASETTYPE@1;COUNTS@4;UNIQUEID@ID;"
                  "CONCEPTUALIZATION@3;STANDARDIZATION@0;DISTANCEMETHOD@1;"),
-          "ESa045");  // 200 code units or more
+          ZOC::msg::ESa045);  // 200 code units or more
   damaged(header("QUILLARD@QUILLARD;DATASETNAME@points;DATASETTYPE@1;COUNTS@four;UNIQUEID@ID;"
                  "CONCEPTUALIZATION@3;STANDARDIZATION@0;DISTANCEMETHOD@1;"),
-          "ESa045");
+          ZOC::msg::ESa045);
   damaged(header("QUILLARD@QUILLARD;DATASETNAME@points;DATASETTYPE@1;COUNTS@4;UNIQUEID@NOPE;"
                  "CONCEPTUALIZATION@3;STANDARDIZATION@0;DISTANCEMETHOD@1;"),
-          "ESa078");
+          ZOC::msg::ESa078);
 
   // A text weights file is named as such, not as an unreadable header.
   ASSERT_TRUE(w.BuildWeightMatrixText(layer.dataset, "ID", dir.File("text.swmb"), Band(1.5, true), false));
-  open(layer.dataset, dir.File("text.swmb"), "EUb001");
+  open(layer.dataset, dir.File("text.swmb"), ZOC::msg::EUb001);
 
-  open(nullptr, good, "EEg002");
-  open(layer.dataset, "", "ESa076");
-  open(layer.dataset, dir.File("x.bin"), "EAf017");
-  open(layer.dataset, dir.File("missing.swmb"), "ESa077");
+  open(nullptr, good, ZOC::msg::EEg002);
+  open(layer.dataset, "", ZOC::msg::ESa076);
+  open(layer.dataset, dir.File("x.bin"), ZOC::msg::EAf017);
+  open(layer.dataset, dir.File("missing.swmb"), ZOC::msg::ESa077);
 
   // The dataset changed after the build: an ID, then the record count.
   auto changed = Layer(kLine, {30, 11, 40, 20});
-  open(changed.dataset, good, "ESa080");
+  open(changed.dataset, good, ZOC::msg::ESa080);
   auto more = Layer({{0, 0}, {1, 0}, {2, 0}, {4, 0}, {9, 9}}, {30, 10, 40, 20, 50});
-  open(more.dataset, good, "ESa079");
+  open(more.dataset, good, ZOC::msg::ESa079);
 
   // A row naming a column outside the matrix.
   ZoStatisticsUtilities u;
@@ -383,10 +384,10 @@ TEST(WeightsBinary, ChangedDatasetsAndDamagedFilesAreRefused) {
   std::FILE* f = std::fopen(dir.File("row.bin").c_str(), "rb");
   LumaArray<double> dense;
   EXPECT_FALSE(u.ReadWeightMatrixBinary(f, 1, 4, dense));
-  EXPECT_TRUE(Has(u, "ESa046"));
+  EXPECT_TRUE(Has(u, ZOC::msg::ESa046));
   std::fseek(f, 0, SEEK_SET);
   EXPECT_FALSE(u.ReadWeightMatrixBinary(f, 2, 4, dense));  // fewer records than announced
   std::fclose(f);
   EXPECT_FALSE(u.ReadWeightMatrixBinary(nullptr, 1, 4, dense));
-  EXPECT_TRUE(Has(u, "EEg020"));
+  EXPECT_TRUE(Has(u, ZOC::msg::EEg020));
 }

@@ -14,6 +14,7 @@
 #include "StatisticsAnalyst/detail/weights/WeightsFileReader.h"
 #include "TestSupport.h"
 #include "host/ZoFile.h"
+#include "host/ZoMessageIds.h"
 #include "host/ZoProgress.h"
 #include "host/ZoRecordset.h"
 
@@ -202,15 +203,17 @@ TEST(WeightsText, RefusedBuildsAndConversions) {
   // An upper-case extension is written, but the text readers refuse it.
   ASSERT_TRUE(u.BuildWeightMatrixText(layer.dataset, "UID", upper, Band(1.5, false), 0));
   const std::vector<std::pair<std::function<bool()>, const char*>> refusals = {
-      {[&] { return u.ReadWeightMatrixText(upper); }, "EAf017"},
-      {[&] { return u.TextConverToTable(table.dataset, upper, 0); }, "EAf017"},
-      {[&] { return u.BuildWeightMatrixText(layer.dataset, "UID", dir.File("x.txt"), Band(1.5, false), 0); }, "EAf017"},
-      {[&] { return u.TextConverToTable(nullptr, text, 0); }, "EEg002"},
-      {[&] { return u.TextConverToTable(layer.dataset, text, 0); }, "ELb001"},  // a point dataset is no table
-      {[&] { return u.BinaryConverToTable(layer.dataset, text, 0); }, "ELb001"},
-      {[&] { return u.TextConverToTable(table.dataset, missing, 0); }, "EAg033"},
-      {[&] { return u.BinaryConverToTable(table.dataset, missing, 0); }, "ESa049"},
-      {[&] { return u.BinaryConverToTable(table.dataset, text, 0); }, "EUb001"},  // a text file is no binary file
+      {[&] { return u.ReadWeightMatrixText(upper); }, ZOC::msg::EAf017},
+      {[&] { return u.TextConverToTable(table.dataset, upper, 0); }, ZOC::msg::EAf017},
+      {[&] { return u.BuildWeightMatrixText(layer.dataset, "UID", dir.File("x.txt"), Band(1.5, false), 0); },
+       ZOC::msg::EAf017},
+      {[&] { return u.TextConverToTable(nullptr, text, 0); }, ZOC::msg::EEg002},
+      {[&] { return u.TextConverToTable(layer.dataset, text, 0); }, ZOC::msg::ELb001},  // a point dataset is no table
+      {[&] { return u.BinaryConverToTable(layer.dataset, text, 0); }, ZOC::msg::ELb001},
+      {[&] { return u.TextConverToTable(table.dataset, missing, 0); }, ZOC::msg::EAg033},
+      {[&] { return u.BinaryConverToTable(table.dataset, missing, 0); }, ZOC::msg::ESa049},
+      {[&] { return u.BinaryConverToTable(table.dataset, text, 0); },
+       ZOC::msg::EUb001},  // a text file is no binary file
   };
   for (std::size_t i = 0; i < refusals.size(); ++i) {
     EXPECT_FALSE(refusals[i].first()) << i;
@@ -221,10 +224,10 @@ TEST(WeightsText, RefusedBuildsAndConversions) {
   u.SetProgress(&cancel);
   const std::string cancelled = dir.File("cancel.swmb");
   EXPECT_FALSE(u.BuildWeightMatrixText(layer.dataset, "UID", cancelled, Band(1.5, true), 1));
-  EXPECT_TRUE(HasId(u, "IMb030")) << u.GetStrErrorMes().Str();
+  EXPECT_TRUE(HasId(u, ZOC::msg::IMb030)) << u.GetStrErrorMes().Str();
   EXPECT_FALSE(ZoFile::IsExist(cancelled));
   EXPECT_FALSE(u.TextConverToTable(table.dataset, text, 1));
-  EXPECT_TRUE(HasId(u, "IMb030"));
+  EXPECT_TRUE(HasId(u, ZOC::msg::IMb030));
 }
 
 TEST(WeightsText, DamagedTextFilesFailCleanly) {
@@ -236,24 +239,24 @@ TEST(WeightsText, DamagedTextFilesFailCleanly) {
   };
   const std::string head0 = head("2", 0), head1 = head("2", 1);
   const std::vector<std::pair<std::string, const char*>> cases = {
-      {"", "ESa045"},                                                                 // empty file
-      {"QUILLARD@QUILLARD;DATASETNAME@d;Counts@2;\n7 8 \n", "ESa045"},                // a key out of place
-      {"QUILLARD@QUILLARD;DATASETNAME@d;DATASETTYPE@1;COUNTS@2;\n7 8 \n", "ESa045"},  // no STANDARDIZATION
-      {head("two", 0) + "7 8 \n", "ESa045"},                                          // COUNTS no number
-      {head("-2", 0), "ESa045"},                                                      // or negative
-      {head0, "ESa046"},                                                              // no ID line
-      {head0 + "7 \n;\n", "ESa046"},                                                  // fewer IDs than COUNTS
-      {head0 + "7 8 9 \n;\n;\n", "ESa046"},                                           // more IDs
-      {head0 + "7 x \n;\n;\n", "ESa046"},                                             // an ID that is no number
-      {head1 + "7 8 \n", "ESa046"},                                                   // no row-sum line
-      {head1 + "7 8 \n1.0000000000 \n", "ESa046"},                                    // too few row sums
-      {head0 + "7 8 \n0 1 1.0000000000;\n1 0 abc;\n", "ESa046"},                      // garbage weight
-      {head0 + "7 8 \n0 2 1.0000000000;\n;\n", "ESa046"},                             // column out of range
-      {head0 + "7 8 \n-1 1 1.0000000000;\n;\n", "ESa046"},                            // row out of range
-      {head0 + "7 8 \n0 1;\n;\n", "ESa046"},                                          // too few pieces
-      {head0 + "7 8 \n0 1 1.0 4;\n;\n", "ESa046"},                                    // too many pieces
-      {head0 + "7 8 \n0 1 nan;\n;\n", "ESa046"},                                      // not a finite weight
-      {head0 + "7 8 \n;\n;\n0 1 1.0;\n", "ESa046"},                                   // a row more than COUNTS
+      {"", ZOC::msg::ESa045},                                                                 // empty file
+      {"QUILLARD@QUILLARD;DATASETNAME@d;Counts@2;\n7 8 \n", ZOC::msg::ESa045},                // a key out of place
+      {"QUILLARD@QUILLARD;DATASETNAME@d;DATASETTYPE@1;COUNTS@2;\n7 8 \n", ZOC::msg::ESa045},  // no STANDARDIZATION
+      {head("two", 0) + "7 8 \n", ZOC::msg::ESa045},                                          // COUNTS no number
+      {head("-2", 0), ZOC::msg::ESa045},                                                      // or negative
+      {head0, ZOC::msg::ESa046},                                                              // no ID line
+      {head0 + "7 \n;\n", ZOC::msg::ESa046},                                                  // fewer IDs than COUNTS
+      {head0 + "7 8 9 \n;\n;\n", ZOC::msg::ESa046},                                           // more IDs
+      {head0 + "7 x \n;\n;\n", ZOC::msg::ESa046},                                             // an ID that is no number
+      {head1 + "7 8 \n", ZOC::msg::ESa046},                                                   // no row-sum line
+      {head1 + "7 8 \n1.0000000000 \n", ZOC::msg::ESa046},                                    // too few row sums
+      {head0 + "7 8 \n0 1 1.0000000000;\n1 0 abc;\n", ZOC::msg::ESa046},                      // garbage weight
+      {head0 + "7 8 \n0 2 1.0000000000;\n;\n", ZOC::msg::ESa046},                             // column out of range
+      {head0 + "7 8 \n-1 1 1.0000000000;\n;\n", ZOC::msg::ESa046},                            // row out of range
+      {head0 + "7 8 \n0 1;\n;\n", ZOC::msg::ESa046},                                          // too few pieces
+      {head0 + "7 8 \n0 1 1.0 4;\n;\n", ZOC::msg::ESa046},                                    // too many pieces
+      {head0 + "7 8 \n0 1 nan;\n;\n", ZOC::msg::ESa046},                                      // not a finite weight
+      {head0 + "7 8 \n;\n;\n0 1 1.0;\n", ZOC::msg::ESa046},                                   // a row more than COUNTS
   };
   ZoWeightsUtilities u;
   for (const auto& [content, id] : cases) {
@@ -271,7 +274,7 @@ TEST(WeightsText, DamagedTextFilesFailCleanly) {
   WriteFile(path, truncated);
   Table cut;
   EXPECT_FALSE(u.TextConverToTable(cut.dataset, path, 0));
-  EXPECT_TRUE(HasId(u, "ESa046"));
+  EXPECT_TRUE(HasId(u, ZOC::msg::ESa046));
   EXPECT_EQ(cut.dataset->GetFieldInfos().size(), 1u);
   EXPECT_FALSE(Dump(u, path, false));
   // Complete, it converts. Each record names its feature by its own row
@@ -304,7 +307,7 @@ TEST(WeightsText, DamagedBinaryFilesFailCleanly) {
     RawSwmb raw = good;
     damage[i](raw);
     EXPECT_EQ(convert(raw.Bytes()), -1) << i;
-    EXPECT_TRUE(HasId(u, "ESa046")) << i << ": " << u.GetStrErrorMes().Str();
+    EXPECT_TRUE(HasId(u, ZOC::msg::ESa046)) << i << ": " << u.GetStrErrorMes().Str();
   }
   // A row count beyond the file, a wrong feature count, a byte too many:
   // the converter, the dump and the flag-matrix builder all refuse them.
