@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <cmath>
 #include <memory>
+#include <utility>
 #include <vector>
 
 #include <omp.h>
@@ -21,49 +22,70 @@ namespace {
 
 constexpr std::int32_t kMaxBands = 50;
 
-// Every feature's neighbours within the largest band, nearest first (ties by
-// feature number, as the tree returns them): the neighbours of a smaller
-// band are a prefix of each row.
-struct Neighbours {
+// Every feature's neighbours within the largest band, each with the first
+// band it belongs to. A band's row is the entries whose first band is at
+// most that band; rows are kept by column, which is the order in which the
+// fixed distance band's rows are summed, so filtering a row keeps each
+// band's order.
+struct BandNeighbours {
+  std::size_t bands = 0;
   std::vector<std::int64_t> offsets;  // row i is [offsets[i], offsets[i + 1])
   std::vector<std::int32_t> columns;
-  std::vector<double> distances;
+  std::vector<std::uint8_t> firstBand;
+  std::vector<std::int32_t> counts;  // counts[i * bands + b]: row i's neighbours within band b
 
-  std::int64_t CountWithin(std::int64_t i, double band) const {
-    const auto first = distances.begin() + offsets[static_cast<std::size_t>(i)];
-    const auto last = distances.begin() + offsets[static_cast<std::size_t>(i) + 1];
-    return std::upper_bound(first, last, band) - first;
-  }
+  const std::int32_t* Counts(std::int64_t i) const { return counts.data() + static_cast<std::size_t>(i) * bands; }
 };
 
 LUMA::LumaPoint3D To3D(const LUMA::LumaPoint2D& p) { return {p.x, p.y, 0.0}; }
 
-// The rows within `band`: one radius search per feature, on every core, each
-// row kept apart and then laid out in feature order.
-Status FindNeighbours(const ZoKdTree& tree, const LumaArray<LUMA::LumaPoint2D>& points, double band,
-                      ZoDistanceMethod method, CallProgress& progress, Neighbours& out) {
+// The rows within the largest band: one radius search per feature, on every
+// core, each row sorted by column and counted per band apart, then laid out
+// in feature order. A neighbour belongs to the bands whose distance it does
+// not exceed, as the fixed distance band decides.
+Status FindNeighbours(const ZoKdTree& tree, const LumaArray<LUMA::LumaPoint2D>& points,
+                      const std::vector<double>& distances, ZoDistanceMethod method, CallProgress& progress,
+                      BandNeighbours& out) {
   const auto n = static_cast<std::int64_t>(points.size());
+  const std::size_t bands = distances.size();
+  out.bands = bands;
   out.offsets.assign(static_cast<std::size_t>(n) + 1, 0);
   out.columns.clear();
-  out.distances.clear();
+  out.firstBand.clear();
+  out.counts.assign(static_cast<std::size_t>(n) * bands, 0);
   constexpr std::int64_t kChunk = 1 << 15;
   const LumaUnicodeString format = progress ? ZoStringEx::LoadResString(msg::IMb331) : LumaUnicodeString();
-  std::vector<std::vector<std::size_t>> indices(static_cast<std::size_t>(std::min(n, kChunk)));
-  std::vector<std::vector<double>> distances(indices.size());
+  using Entry = std::pair<std::int32_t, std::uint8_t>;
+  std::vector<std::vector<Entry>> rows(static_cast<std::size_t>(std::min(n, kChunk)));
   for (std::int64_t first = 0; first < n; first += kChunk) {
     if (!progress.Step(format, first, n)) return Status::Fail(msg::IMb030);
     const std::int64_t last = std::min(n, first + kChunk);
-#pragma omp parallel for schedule(dynamic, 256)
-    for (std::int64_t i = first; i < last; ++i) {
-      const auto k = static_cast<std::size_t>(i - first);
-      tree.SearchKdTreeDis2(To3D(points[static_cast<std::size_t>(i)]), band, indices[k], distances[k], method);
+#pragma omp parallel
+    {
+      std::vector<std::size_t> found;
+      std::vector<double> foundDistances;
+#pragma omp for schedule(dynamic, 256)
+      for (std::int64_t i = first; i < last; ++i) {
+        std::vector<Entry>& row = rows[static_cast<std::size_t>(i - first)];
+        row.clear();
+        tree.SearchKdTreeDis2(To3D(points[static_cast<std::size_t>(i)]), distances.back(), found, foundDistances,
+                              method);
+        std::int32_t* counts = out.counts.data() + static_cast<std::size_t>(i) * bands;
+        for (std::size_t h = 0; h < found.size(); ++h) {
+          const auto band = static_cast<std::size_t>(
+              std::lower_bound(distances.begin(), distances.end(), foundDistances[h]) - distances.begin());
+          if (static_cast<std::int64_t>(found[h]) == i || band == bands) continue;
+          row.emplace_back(static_cast<std::int32_t>(found[h]), static_cast<std::uint8_t>(band));
+          ++counts[band];
+        }
+        for (std::size_t b = 1; b < bands; ++b) counts[b] += counts[b - 1];
+        std::sort(row.begin(), row.end());
+      }
     }
     for (std::int64_t i = first; i < last; ++i) {
-      const auto k = static_cast<std::size_t>(i - first);
-      for (std::size_t h = 0; h < indices[k].size(); ++h) {
-        if (static_cast<std::int64_t>(indices[k][h]) == i) continue;
-        out.columns.push_back(static_cast<std::int32_t>(indices[k][h]));
-        out.distances.push_back(distances[k][h]);
+      for (const Entry& e : rows[static_cast<std::size_t>(i - first)]) {
+        out.columns.push_back(e.first);
+        out.firstBand.push_back(e.second);
       }
       out.offsets[static_cast<std::size_t>(i) + 1] = static_cast<std::int64_t>(out.columns.size());
     }
@@ -71,40 +93,82 @@ Status FindNeighbours(const ZoKdTree& tree, const LumaArray<LUMA::LumaPoint2D>& 
   return Status::Ok();
 }
 
-// Moran's I of one band. The rows are those the fixed distance band gives
-// (columns ascending, weight 1, or 1/count when row-standardized, and the
-// same for the transposed weight), summed exactly as the global statistic
-// sums them.
-Status BandMoran(const Neighbours& neighbours, const LumaArray<double>& values, double band, bool standardize,
-                 ZoAnalyzingExponent& result) {
-  const auto n = static_cast<std::int64_t>(values.size());
-  std::vector<std::int64_t> counts(static_cast<std::size_t>(n));
-#pragma omp parallel for schedule(static)
-  for (std::int64_t i = 0; i < n; ++i) counts[static_cast<std::size_t>(i)] = neighbours.CountWithin(i, band);
-  auto weightOf = [&](std::int64_t row) {
-    return standardize ? 1.0 / static_cast<double>(counts[static_cast<std::size_t>(row)]) : 1.0;
+// Moran's I of every band in one sweep over the rows. Each band's sums take
+// exactly the terms, in exactly the order and blocks, that the global
+// statistic takes from the fixed distance band's rows at that distance
+// (weight 1, or 1/count when row-standardized, and the same for the
+// transposed weight), so every band has its bits. Distances are symmetric:
+// j is in row i exactly when i is in row j, so row i's transposed weights,
+// taken by column, are what the rows add to column i in row order, and each
+// column sum comes from its own row without a pass of its own.
+Status SweepBands(const BandNeighbours& neighbours, const std::vector<double>& d, bool standardize,
+                  CallProgress& progress, std::vector<ZoIncrementalBand>& out) {
+  const auto n = static_cast<std::int64_t>(d.size());
+  const std::size_t bands = neighbours.bands;
+  using Part = MoranSums::Part;
+  std::vector<double> rows(static_cast<std::size_t>(n) * bands), columns(rows.size());
+  std::vector<Part> totals(bands);
+  auto weights = [&](std::int64_t i, std::vector<double>& w) {
+    const std::int32_t* counts = neighbours.Counts(i);
+    for (std::size_t b = 0; b < bands; ++b) w[b] = standardize ? 1.0 / static_cast<double>(counts[b]) : 1.0;
   };
-  auto fetch = [&](std::int64_t i, SparseRow& row) {
-    const std::int64_t begin = neighbours.offsets[static_cast<std::size_t>(i)];
-    const std::int64_t count = counts[static_cast<std::size_t>(i)];
-    row.columns.assign(neighbours.columns.begin() + begin, neighbours.columns.begin() + begin + count);
-    std::sort(row.columns.begin(), row.columns.end());
-    row.weights.assign(static_cast<std::size_t>(count), count ? weightOf(i) : 0.0);
-    row.transposed.resize(static_cast<std::size_t>(count));
-    for (std::size_t k = 0; k < row.columns.size(); ++k) row.transposed[k] = weightOf(row.columns[k]);
-  };
-  MoranSums sums(values);
-  FeedParallel(sums, n, fetch, [](std::int64_t) { return true; });
-  // Column sums in row order, as the global statistic gathers them. A row
-  // adds to each of its columns once, so the prefix needs no sorting here.
-  std::vector<double>& columns = sums.Columns();
-  for (std::int64_t i = 0; i < n; ++i) {
-    const std::int64_t begin = neighbours.offsets[static_cast<std::size_t>(i)];
-    const double w = weightOf(i);
-    for (std::int64_t k = begin; k < begin + counts[static_cast<std::size_t>(i)]; ++k)
-      columns[static_cast<std::size_t>(neighbours.columns[static_cast<std::size_t>(k)])] += w;
+  const LumaUnicodeString format = progress ? ZoStringEx::LoadResString(msg::IMb393) : LumaUnicodeString();
+  constexpr std::int64_t kChunk = 64 * kSumBlock;
+  for (std::int64_t first = 0; first < n; first += kChunk) {
+    if (!progress.Step(format, first, n)) return Status::Fail(msg::IMb030);
+    const std::int64_t last = std::min(n, first + kChunk);
+    const std::int64_t blocks = (last - first + kSumBlock - 1) / kSumBlock;
+    std::vector<Part> parts(static_cast<std::size_t>(blocks) * bands);
+#pragma omp parallel
+    {
+      std::vector<double> lag(bands), rowSum(bands), columnSum(bands), w(bands);
+#pragma omp for schedule(dynamic)
+      for (std::int64_t block = 0; block < blocks; ++block) {
+        Part* part = parts.data() + static_cast<std::size_t>(block) * bands;
+        const std::int64_t end = std::min(last, first + (block + 1) * kSumBlock);
+        for (std::int64_t i = first + block * kSumBlock; i < end; ++i) {
+          std::fill(lag.begin(), lag.end(), 0.0);
+          std::fill(rowSum.begin(), rowSum.end(), 0.0);
+          std::fill(columnSum.begin(), columnSum.end(), 0.0);
+          weights(i, w);
+          for (std::int64_t k = neighbours.offsets[static_cast<std::size_t>(i)];
+               k < neighbours.offsets[static_cast<std::size_t>(i) + 1]; ++k) {
+            const auto j = static_cast<std::size_t>(neighbours.columns[static_cast<std::size_t>(k)]);
+            const std::int32_t* counts = neighbours.Counts(static_cast<std::int64_t>(j));
+            for (std::size_t b = neighbours.firstBand[static_cast<std::size_t>(k)]; b < bands; ++b) {
+              const double transposed = standardize ? 1.0 / static_cast<double>(counts[b]) : 1.0;
+              part[b].s0 += w[b];
+              part[b].s1 += w[b] * w[b] + w[b] * transposed;
+              rowSum[b] += w[b];
+              columnSum[b] += transposed;
+              lag[b] += w[b] * d[j];
+            }
+          }
+          for (std::size_t b = 0; b < bands; ++b) {
+            rows[static_cast<std::size_t>(i) * bands + b] = rowSum[b];
+            columns[static_cast<std::size_t>(i) * bands + b] = columnSum[b];
+            part[b].cp += d[static_cast<std::size_t>(i)] * lag[b];
+          }
+        }
+      }
+    }
+    for (std::int64_t block = 0; block < blocks; ++block)
+      for (std::size_t b = 0; b < bands; ++b) {
+        const Part& part = parts[static_cast<std::size_t>(block) * bands + b];
+        totals[b].s0 += part.s0;
+        totals[b].s1 += part.s1;
+        totals[b].cp += part.cp;
+      }
   }
-  return sums.Finish(result);
+  std::vector<double> bandRows(static_cast<std::size_t>(n)), bandColumns(static_cast<std::size_t>(n));
+  for (std::size_t b = 0; b < bands; ++b) {
+    for (std::size_t i = 0; i < bandRows.size(); ++i) {
+      bandRows[i] = rows[i * bands + b];
+      bandColumns[i] = columns[i * bands + b];
+    }
+    out[b].Valid = static_cast<bool>(FinishMoran(d, bandRows, bandColumns, totals[b], out[b].Moran));
+  }
+  return Status::Ok();
 }
 
 }  // namespace
@@ -158,20 +222,15 @@ Status Incremental(ZoRecordset* records, const ZoIncrementalInformation& info, C
   out.Bands.resize(static_cast<std::size_t>(info.Bands));
   for (std::size_t b = 0; b < out.Bands.size(); ++b)
     out.Bands[b].Distance = out.BeginDistance + static_cast<double>(b) * out.Increment;
-  Neighbours neighbours;
-  if (Status s = FindNeighbours(*tree, points, out.Bands.back().Distance, method, progress, neighbours); !s) return s;
+  std::vector<double> distances(out.Bands.size());
+  for (std::size_t b = 0; b < out.Bands.size(); ++b) distances[b] = out.Bands[b].Distance;
+  BandNeighbours neighbours;
+  if (Status s = FindNeighbours(*tree, points, distances, method, progress, neighbours); !s) return s;
   tree.reset();
-
-  const LumaUnicodeString format = progress ? ZoStringEx::LoadResString(msg::IMb393) : LumaUnicodeString();
-  bool any = false;
-  const auto count = static_cast<long long>(out.Bands.size());
-  for (std::size_t b = 0; b < out.Bands.size(); ++b) {
-    if (!progress.Step(format, static_cast<long long>(b), count)) return Status::Fail(msg::IMb030);
-    ZoIncrementalBand& band = out.Bands[b];
-    band.Valid = static_cast<bool>(BandMoran(neighbours, values, band.Distance, info.Standardization, band.Moran));
-    any = any || band.Valid;
-  }
-  if (!any) return Status::Fail(msg::ESa084);
+  if (Status s = SweepBands(neighbours, MoranSums::Deviations(values), info.Standardization, progress, out.Bands); !s)
+    return s;
+  if (std::none_of(out.Bands.begin(), out.Bands.end(), [](const ZoIncrementalBand& b) { return b.Valid; }))
+    return Status::Fail(msg::ESa084);
   FindPeaks(out);
   result = std::move(out);
   return Status::Ok();

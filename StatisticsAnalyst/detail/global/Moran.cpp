@@ -13,11 +13,15 @@ using limits::IsZero;
 // ---------------------------------------------------------------- Moran's I
 
 MoranSums::MoranSums(const LumaArray<double>& values)
-    : m_d(values.size()), m_row(values.size(), 0.0), m_col(values.size(), 0.0) {
+    : m_d(Deviations(values)), m_row(values.size(), 0.0), m_col(values.size(), 0.0) {}
+
+std::vector<double> MoranSums::Deviations(const LumaArray<double>& values) {
   double sum = 0;
   for (double x : values) sum += x;
   const double mean = values.empty() ? 0.0 : sum / static_cast<double>(values.size());
-  for (std::size_t i = 0; i < values.size(); ++i) m_d[i] = values[i] - mean;
+  std::vector<double> d(values.size());
+  for (std::size_t i = 0; i < values.size(); ++i) d[i] = values[i] - mean;
+  return d;
 }
 
 void MoranSums::RowTerms(std::int64_t i, const SparseRow& row, Part& part) {
@@ -51,18 +55,25 @@ void MoranSums::AddRow(std::int64_t i, const SparseRow& row) {
 }
 
 Status MoranSums::Finish(Exponent& result) const {
-  double s2 = 0, d2 = 0, d4 = 0;
-  for (std::size_t i = 0; i < m_d.size(); ++i) {
-    const double rc = m_row[i] + m_col[i];
-    s2 += rc * rc;
-    d2 += m_d[i] * m_d[i];
-    d4 += m_d[i] * m_d[i] * m_d[i] * m_d[i];
-  }
   // A last block that did not fill up is still pending.
-  const double s0 = m_total.s0 + m_pending.s0, s1 = m_total.s1 + m_pending.s1, cp = m_total.cp + m_pending.cp;
+  const Part total{m_total.s0 + m_pending.s0, m_total.s1 + m_pending.s1, m_total.cp + m_pending.cp};
+  return FinishMoran(m_d, m_row, m_col, total, result);
+}
+
+Status FinishMoran(const std::vector<double>& deviations, const std::vector<double>& rows,
+                   const std::vector<double>& columns, const MoranSums::Part& total, Exponent& result) {
+  double s2 = 0, d2 = 0, d4 = 0;
+  for (std::size_t i = 0; i < deviations.size(); ++i) {
+    const double rc = rows[i] + columns[i];
+    const double d = deviations[i];
+    s2 += rc * rc;
+    d2 += d * d;
+    d4 += d * d * d * d;
+  }
+  const double s0 = total.s0, s1 = total.s1, cp = total.cp;
   if (IsZero(s0) || IsZero(s2) || IsZero(s1)) return Status::Fail(msg::ESa030);
   if (IsZero(d2)) return Status::Fail(msg::ESa021);
-  const double n = static_cast<double>(m_d.size());
+  const double n = static_cast<double>(deviations.size());
   const double b2 = (d4 / n) / ((d2 / n) * (d2 / n));
   const double index = (n / s0) * (cp / d2);
   const double expected = -1.0 / (n - 1.0);

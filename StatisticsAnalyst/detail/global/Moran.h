@@ -11,6 +11,8 @@ class MoranSums {
     double s0 = 0, s1 = 0, cp = 0;
   };
   explicit MoranSums(const LumaArray<double>& values);
+  // The values' deviations from their mean, as the sums use them.
+  static std::vector<double> Deviations(const LumaArray<double>& values);
   // Rows in order 0, 1, ..., one at a time.
   void AddRow(std::int64_t i, const SparseRow& row);
   // Fails with "ESa030", "ESa021" or "ESa027".
@@ -28,5 +30,11 @@ class MoranSums {
   std::vector<double> m_row, m_col;
   Part m_total, m_pending;
 };
+
+// Moran's I from its finished sums: the deviations, every feature's row and
+// column weight sums and the pairs' totals. Fails with "ESa030", "ESa021" or
+// "ESa027".
+Status FinishMoran(const std::vector<double>& deviations, const std::vector<double>& rows,
+                   const std::vector<double>& columns, const MoranSums::Part& total, Exponent& result);
 
 }  // namespace ZOC::detail::global

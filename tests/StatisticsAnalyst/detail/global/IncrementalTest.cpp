@@ -26,27 +26,22 @@ void ExpectSameMoran(const ZoAnalyzingExponent& a, const ZoAnalyzingExponent& b,
   EXPECT_EQ(a.PValue, b.PValue) << distance;
 }
 
-}  // namespace
-
-TEST(Incremental, EveryBandIsTheFixedBandMoransI) {
-  auto source = ZoDataSource::Open(satest::DataPath("baltim.gpkg"), false);
-  ASSERT_TRUE(source);
-  ZoDatasetVector* dataset = source->GetDataset(0);
+void ExpectEveryBandIsTheFixedBandMoransI(ZoDatasetVector* dataset, const char* field, std::int32_t bands) {
   for (const bool standardize : {false, true}) {
     ZoIncrementalInformation info;
-    info.FieldName = "PRICE";
-    info.Bands = 8;
+    info.FieldName = field;
+    info.Bands = bands;
     info.Standardization = standardize;
     ZoIncrementalResult result;
     ZoAnalyzingPatterns patterns;
     ASSERT_TRUE(patterns.IncrementalSpatialAutocorrelation(dataset, info, result, false))
         << patterns.GetStrErrorMes().Str();
-    ASSERT_EQ(result.Bands.size(), 8u);
+    ASSERT_EQ(result.Bands.size(), static_cast<std::size_t>(bands));
     EXPECT_TRUE(result.DefaultBegin && result.DefaultIncrement);
     for (const ZoIncrementalBand& band : result.Bands) {
       ASSERT_TRUE(band.Valid);
       ZoPatternsInformation fixed;
-      fixed.FieldName = "PRICE";
+      fixed.FieldName = field;
       fixed.Conceptualization = FixedDistanceBand;
       fixed.DistanceTolerance = band.Distance;
       fixed.Standardization = standardize;
@@ -55,6 +50,20 @@ TEST(Incremental, EveryBandIsTheFixedBandMoransI) {
       ExpectSameMoran(band.Moran, expected, band.Distance);
     }
   }
+}
+
+}  // namespace
+
+TEST(Incremental, EveryBandIsTheFixedBandMoransI) {
+  auto source = ZoDataSource::Open(satest::DataPath("baltim.gpkg"), false);
+  ASSERT_TRUE(source);
+  ExpectEveryBandIsTheFixedBandMoransI(source->GetDataset(0), "PRICE", 8);
+  // Enough features for several blocks of the parallel sums.
+  const std::vector<LUMA::LumaPoint2D> points = satest::RandomPoints(9000, 100.0, 3);
+  std::vector<double> values(points.size());
+  for (std::size_t i = 0; i < points.size(); ++i) values[i] = std::sin(points[i].x / 9.0) + 0.01 * (i % 13);
+  satest::MemoryLayer layer = satest::MakePointLayer(points, values);
+  ExpectEveryBandIsTheFixedBandMoransI(layer.dataset, "VALUE", 3);
 }
 
 TEST(Incremental, DefaultDistancesAreTheNearestNeighbourOnes) {
