@@ -27,7 +27,7 @@ TEST(FishnetGrid, CountsMatchDirectFloorCount) {
     const auto at = [&](double v) { return static_cast<std::int64_t>(std::floor(v / cellSize)); };
     FishnetCounts grid;
     ASSERT_TRUE(CountInGrid(points, cellSize, grid));
-    EXPECT_EQ(grid.origin, (LumaPoint2D{0, 0}));  // the lattice reaches the corner
+    EXPECT_EQ(grid.origin, (LumaPoint2D{0, 0}));                             // the lattice reaches the corner
     std::map<std::pair<std::int64_t, std::int64_t>, std::int64_t> expected;  // (row, column) → count
     for (const LumaPoint2D& p : points) ++expected[{at(p.y), at(p.x)}];
     ASSERT_EQ(grid.cells.size(), expected.size());

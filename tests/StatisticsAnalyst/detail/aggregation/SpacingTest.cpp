@@ -77,9 +77,9 @@ TEST(AggregationSpacing, IncidentsAtOneLocationHaveNoDefaults) {
   LumaArray<LumaPoint2D> oneApart = stacked;
   oneApart.push_back({9, 9});
   double value = 0;
-  for (const auto& [points, flags] : {std::pair{stacked, std::vector<char>{}},
-                                      std::pair{oneApart, std::vector<char>{0, 0, 0, 0, 0, 1}},
-                                      std::pair{LumaArray<LumaPoint2D>{}, std::vector<char>{}}}) {
+  for (const auto& [points, flags] :
+       {std::pair{stacked, std::vector<char>{}}, std::pair{oneApart, std::vector<char>{0, 0, 0, 0, 0, 1}},
+        std::pair{LumaArray<LumaPoint2D>{}, std::vector<char>{}}}) {
     EXPECT_STREQ(DefaultCellSize(points, flags, Euclidean, value).id(), msg::ESa087);
     EXPECT_STREQ(DefaultTolerance(points, flags, Manhattan, value).id(), msg::ESa087);
   }
