@@ -282,6 +282,156 @@ bool ZoGeometry::GetBounds(double& minX, double& minY, double& maxX, double& max
 
 namespace {
 
+// a + b = s + e exactly (Knuth's TwoSum).
+void TwoSum(double a, double b, double& s, double& e) {
+  const double sum = a + b;
+  const double bv = sum - a;
+  const double av = sum - bv;
+  e = (a - av) + (b - bv);
+  s = sum;
+}
+
+// a · b = p + e exactly, for products that neither overflow nor underflow.
+void TwoProduct(double a, double b, double& p, double& e) {
+  p = a * b;
+  e = std::fma(a, b, -p);
+}
+
+// The sign of (b − a) × (p − a): 1 when p lies left of the directed line
+// a→b, −1 right of it, 0 on it. The plain double value decides whenever it
+// exceeds its rounding bound (Shewchuk's orient2d filter); the rare near-zero
+// case is summed exactly: each difference is a two-term expansion, each
+// product of terms two doubles, and the sixteen doubles are grown into one
+// non-overlapping expansion whose largest component carries the sign.
+int Orientation(const LumaPoint2D& a, const LumaPoint2D& b, const LumaPoint2D& p) {
+  const double left = (b.x - a.x) * (p.y - a.y);
+  const double right = (b.y - a.y) * (p.x - a.x);
+  const double det = left - right;
+  constexpr double kEpsilon = 0x1p-53;
+  const double bound = (3.0 + 16.0 * kEpsilon) * kEpsilon * (std::fabs(left) + std::fabs(right));
+  if (det > bound) return 1;
+  if (-det > bound) return -1;
+
+  double u[2], v[2], w[2], z[2];  // b.x − a.x, p.y − a.y, a.y − b.y, p.x − a.x
+  TwoSum(b.x, -a.x, u[0], u[1]);
+  TwoSum(p.y, -a.y, v[0], v[1]);
+  TwoSum(a.y, -b.y, w[0], w[1]);
+  TwoSum(p.x, -a.x, z[0], z[1]);
+  double terms[16];
+  int count = 0;
+  for (int i = 0; i < 2; ++i)
+    for (int j = 0; j < 2; ++j) {
+      TwoProduct(u[i], v[j], terms[count], terms[count + 1]);
+      TwoProduct(w[i], z[j], terms[count + 2], terms[count + 3]);
+      count += 4;
+    }
+  double expansion[16];
+  int size = 0;
+  for (double t : terms) {
+    double q = t;
+    for (int h = 0; h < size; ++h) {
+      double sum, error;
+      TwoSum(q, expansion[h], sum, error);
+      expansion[h] = error;
+      q = sum;
+    }
+    expansion[size++] = q;
+  }
+  for (int h = size - 1; h >= 0; --h)
+    if (expansion[h] != 0.0) return expansion[h] > 0.0 ? 1 : -1;
+  return 0;
+}
+
+// One edge's part in the even-odd test of p: toggles `inside` when the ray
+// from p towards +x crosses the edge, taken half-open in y so that a vertex
+// on the ray counts once; true when p lies on the edge.
+bool EdgeStep(const LumaPoint2D& a, const LumaPoint2D& b, const LumaPoint2D& p, bool& inside) {
+  if (a.x < p.x && b.x < p.x) return false;  // wholly left of p: neither crossed nor touched
+  if ((a.y > p.y) != (b.y > p.y)) {
+    const int side = Orientation(a, b, p);
+    if (side == 0) return true;  // on the line within the edge's y range: on the edge
+    if ((side > 0) == (b.y > a.y)) inside = !inside;
+    return false;
+  }
+  // Otherwise p can only touch a horizontal edge, or the top vertex of an edge below it.
+  return std::max(a.y, b.y) == p.y && std::min(a.x, b.x) <= p.x && p.x <= std::max(a.x, b.x) &&
+         Orientation(a, b, p) == 0;
+}
+
+bool Finite(const LumaPoint2D& p) { return std::isfinite(p.x) && std::isfinite(p.y); }
+
+}  // namespace
+
+bool ZoGeometry::ContainsPoint(const LumaPoint2D& p) const {
+  if (m_type != GeoRegion || m_points.empty() || !Finite(p)) return false;
+  // Holes need no special case under the even-odd rule.
+  bool inside = false;
+  std::size_t start = 0;
+  for (int c : m_partCounts) {
+    const LumaPoint2D* ring = m_points.data() + start;
+    start += static_cast<std::size_t>(c);
+    for (int i = 0; i + 1 < c; ++i)
+      if (EdgeStep(ring[i], ring[i + 1], p, inside)) return true;
+  }
+  return inside;
+}
+
+ZoPreparedRegion::ZoPreparedRegion(const ZoGeometry& region) : m_region(&region) {
+  double minX, maxX;
+  if (region.GetType() != GeoRegion || !region.GetBounds(minX, m_minY, maxX, m_maxY)) return;
+  const LumaArray<LumaPoint2D>& pts = region.GetPoints();
+  if (!std::all_of(pts.begin(), pts.end(), Finite)) return;  // left to ContainsPoint
+  std::vector<std::size_t> firsts;                           // each edge by its first vertex
+  firsts.reserve(pts.size());
+  std::size_t start = 0;
+  for (int c : region.GetPolyCounts()) {
+    for (std::size_t i = start; i + 1 < start + static_cast<std::size_t>(c); ++i) firsts.push_back(i);
+    start += static_cast<std::size_t>(c);
+  }
+  // About four edges a strip; fewer strips while long edges, which enter
+  // every strip they span, would make the lists much longer than the edges.
+  std::size_t strips = std::isfinite(m_maxY - m_minY) ? std::max<std::size_t>(1, firsts.size() / 4) : 1;
+  std::size_t entries = 0;
+  for (;; strips /= 2) {
+    m_strips = strips;
+    m_height = (m_maxY - m_minY) / static_cast<double>(strips);
+    entries = 0;
+    for (std::size_t i : firsts)
+      entries += Strip(std::max(pts[i].y, pts[i + 1].y)) - Strip(std::min(pts[i].y, pts[i + 1].y)) + 1;
+    if (strips == 1 || entries <= 8 * firsts.size()) break;
+  }
+  m_offsets.assign(strips + 1, 0);
+  for (std::size_t i : firsts)
+    for (std::size_t s = Strip(std::min(pts[i].y, pts[i + 1].y)); s <= Strip(std::max(pts[i].y, pts[i + 1].y)); ++s)
+      ++m_offsets[s + 1];
+  for (std::size_t s = 0; s < strips; ++s) m_offsets[s + 1] += m_offsets[s];
+  m_edges.resize(entries);
+  std::vector<std::size_t> next(m_offsets.begin(), m_offsets.end() - 1);
+  for (std::size_t i : firsts)
+    for (std::size_t s = Strip(std::min(pts[i].y, pts[i + 1].y)); s <= Strip(std::max(pts[i].y, pts[i + 1].y)); ++s)
+      m_edges[next[s]++] = i;
+}
+
+std::size_t ZoPreparedRegion::Strip(double y) const {
+  // Monotone in y, so an edge whose y range holds p.y is in p's strip.
+  if (m_strips == 1 || !(m_height > 0.0)) return 0;
+  const double s = std::floor((y - m_minY) / m_height);
+  return s <= 0.0 ? 0 : std::min(m_strips - 1, static_cast<std::size_t>(s));
+}
+
+bool ZoPreparedRegion::Contains(const LumaPoint2D& p) const {
+  if (m_offsets.empty()) return m_region->ContainsPoint(p);
+  if (!Finite(p) || p.y < m_minY || p.y > m_maxY) return false;
+  const LumaArray<LumaPoint2D>& pts = m_region->GetPoints();
+  const std::size_t s = Strip(p.y);
+  bool inside = false;
+  for (std::size_t k = m_offsets[s]; k < m_offsets[s + 1]; ++k)
+    if (EdgeStep(pts[m_edges[k]], pts[m_edges[k] + 1], p, inside)) return true;
+  return inside;
+}
+
+namespace {
+
 // One closed ring sampled at `segments` equal parameter steps of
 // centre + axis1 * cos(t) + axis2 * sin(t), t counter-clockwise from axis1.
 ZoGeometry SampledRing(const LumaPoint2D& centre, double a, double b, double angleRad, int segments) {

@@ -13,6 +13,7 @@
 // parameter angles (72 by default, one vertex every 5°), starting on the
 // first axis and turning counter-clockwise.
 #include <cstddef>
+#include <vector>
 
 #include "host/HostExport.h"
 #include "host/LumaArray.h"
@@ -60,12 +61,39 @@ class SA_HOST_API ZoGeometry {
   // true surface area on the ellipsoid in square metres when cs is geographic.
   double GetArea(const ZoPrjCoordSys* cs = nullptr) const;
   bool GetBounds(double& minX, double& minY, double& maxX, double& maxY) const;
+  // For a region: true when `p` lies inside it by the even-odd rule over all
+  // its rings (so a point in a hole is outside) or exactly on the boundary
+  // of any ring, vertices included. The test is exact: no tolerance, and
+  // orientations are decided on the exact products of the coordinates, so a
+  // point counts as on an edge only when it truly lies on it. False for
+  // other geometry types, empty geometries and a non-finite `p`.
+  bool ContainsPoint(const LumaPoint2D& p) const;
 
  private:
   int m_type = GeoNone;
   LumaArray<LumaPoint2D> m_points;
   LumaArray<int> m_partCounts;
   LumaArray<int> m_ringCounts;
+};
+
+// A region prepared for many point-in-polygon tests: its edges are listed
+// by horizontal strips, so a test reads only the edges of the point's strip
+// instead of every edge. Contains(p) always equals region.ContainsPoint(p).
+// The region must outlive this object. Construction may throw
+// std::bad_alloc.
+class SA_HOST_API ZoPreparedRegion {
+ public:
+  explicit ZoPreparedRegion(const ZoGeometry& region);
+  bool Contains(const LumaPoint2D& p) const;
+
+ private:
+  std::size_t Strip(double y) const;
+
+  const ZoGeometry* m_region;
+  double m_minY = 0.0, m_maxY = 0.0, m_height = 0.0;
+  std::size_t m_strips = 1;
+  std::vector<std::size_t> m_offsets;  // strip s lists m_edges[m_offsets[s] .. m_offsets[s + 1])
+  std::vector<std::size_t> m_edges;    // each edge by the index of its first vertex
 };
 
 class SA_HOST_API ZoGeoCircle {

@@ -1,6 +1,6 @@
 // Host geometry: factories, centroids, lengths and areas (planar and on the
-// ellipsoid), segmented circles and ellipses, convex hulls and chord lengths,
-// each against hand-worked or closed-form answers.
+// ellipsoid), point in polygon, segmented circles and ellipses, convex hulls
+// and chord lengths, each against hand-worked or closed-form answers.
 #include <gtest/gtest.h>
 
 #include <algorithm>
@@ -225,6 +225,59 @@ TEST(HostGeometry, ConvexHulls) {
     for (const auto& p : pts)
       for (std::size_t i = 0; i < m; ++i) EXPECT_GE(Cross(hull[i], hull[i + 1], p), 0.0);  // inside or on
   }
+}
+
+TEST(HostGeometry, ContainsPointByEvenOddWithBoundary) {
+  // A 4x4 square with a 2x2 hole, both wound the same way, and beside it a
+  // concave U whose notch opens upwards: one multipolygon.
+  const ZoGeometry g = Region(
+      {Rect(0, 0, 4, 4), Rect(1, 1, 3, 3), {{5, 0}, {8, 0}, {8, 3}, {7, 3}, {7, 1}, {6, 1}, {6, 3}, {5, 3}}}, {2, 1});
+  const std::vector<LumaPoint2D> in = {{0.5, 0.5}, {3.5, 2},   {0, 2},   {4, 4},   {1, 2}, {3, 3},
+                                       {2, 0},     {5.5, 2.5}, {7.5, 3}, {6.5, 1}, {6, 2}, {7, 3}};
+  const std::vector<LumaPoint2D> out = {{2, 2},   {1.5, 2.5}, {-1e-300, 2}, {4.5, 2},    {6.5, 2},
+                                        {6.5, 3}, {4, 4.5},   {9, 1},       {5, -1e-300}};
+  for (const LumaPoint2D& p : in) EXPECT_TRUE(g.ContainsPoint(p)) << p.x << ", " << p.y;
+  for (const LumaPoint2D& p : out) EXPECT_FALSE(g.ContainsPoint(p)) << p.x << ", " << p.y;
+
+  // A point just right of the edge (0,0)→(1, 1+2⁻⁵²): both products of the
+  // orientation round to 1, so only the exact sum sees it lies outside.
+  const double up = 1 + std::ldexp(1.0, -52), below = 1 - std::ldexp(1.0, -53);
+  const ZoGeometry sliver = Region({{{0, 0}, {1, up}, {0, up}}});
+  EXPECT_FALSE(sliver.ContainsPoint({below, 1}));
+  EXPECT_TRUE(sliver.ContainsPoint({0.5, 0.5 * up}));  // exactly on that edge
+  EXPECT_TRUE(sliver.ContainsPoint({below, up}));
+
+  EXPECT_FALSE(ZoGeometry().ContainsPoint({0, 0}));
+  EXPECT_FALSE(ZoGeometry::MakePoint({1, 1}).ContainsPoint({1, 1}));
+  EXPECT_FALSE(ZoGeometry::MakeLine(Pts{{0, 0}, {2, 2}}, {2}).ContainsPoint({1, 1}));
+  EXPECT_FALSE(g.ContainsPoint({std::numeric_limits<double>::quiet_NaN(), 2}));
+}
+
+TEST(HostGeometry, PreparedRegionAgreesWithContainsPoint) {
+  // A many-sided disc with a hole, a star whose long spikes cross many
+  // strips, and a flat ring of zero height; random points and every vertex.
+  LumaArray<LumaPoint2D> star;
+  for (int i = 0; i < 200; ++i) {
+    const double t = 2 * std::numbers::pi * i / 200, r = (i % 2) ? 10.0 : 1.0;
+    star.push_back({r * std::cos(t), r * std::sin(t)});
+  }
+  const std::vector<ZoGeometry> regions = {
+      Region({ZoGeoCircle({0, 0}, 8).ConvertToRegion(400).GetPoints(), Rect(-2, -3, 4, 1)}, {2}),
+      ZoGeometry::MakeRegion(star, {200}), Region({{{-5, 1}, {0, 1}, {5, 1}}})};
+  std::mt19937 rng(8);
+  std::uniform_real_distribution<double> u(-11, 11);
+  for (const ZoGeometry& g : regions) {
+    const ZoPreparedRegion prepared(g);
+    std::vector<LumaPoint2D> probes(g.GetPoints().begin(), g.GetPoints().end());
+    for (int i = 0; i < 4000; ++i) probes.push_back({u(rng), i % 10 ? u(rng) : 1.0});
+    int inside = 0;
+    for (const LumaPoint2D& p : probes) {
+      ASSERT_EQ(prepared.Contains(p), g.ContainsPoint(p)) << p.x << ", " << p.y;
+      inside += g.ContainsPoint(p);
+    }
+    EXPECT_GT(inside, static_cast<int>(g.GetPoints().size()));  // the vertices and some random points
+  }
+  EXPECT_FALSE(ZoPreparedRegion(ZoGeometry()).Contains({0, 0}));
 }
 
 TEST(HostGeometry, PointDistances) {
