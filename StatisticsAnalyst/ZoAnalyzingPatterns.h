@@ -52,7 +52,7 @@ class SA_API ZoAnalyzingPatterns : public ZoAnalysisFrame {
   // SpatialAutocorrelation with a fixed distance band at that distance
   // gives it, all from one neighbour search; then the first and the highest
   // peak of the z-scores. Messages: the frame's checks, "ESa081", "ESa082",
-  // "ESa083", "ESa084", "IMb030", then "ESa085".
+  // "ESa021", "ESa083", "ESa084", "IMb030", then "ESa085".
   bool IncrementalSpatialAutocorrelation(ZoDatasetVector* dataset, const ZoIncrementalInformation& info,
                                          ZoIncrementalResult& result, bool showProgress);
   // Getis–Ord General G of a non-negative field ("ESa022" otherwise): G,

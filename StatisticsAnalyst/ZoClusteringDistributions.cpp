@@ -9,6 +9,7 @@
 #include "StatisticsAnalyst/detail/common/CallProgress.h"
 #include "StatisticsAnalyst/detail/local/ClusterOutlier.h"
 #include "StatisticsAnalyst/detail/local/HotSpot.h"
+#include "StatisticsAnalyst/detail/local/OptimizedHotSpot.h"
 #include "host/ZoMessageIds.h"
 #include "host/ZoStringEx.h"
 
@@ -40,6 +41,26 @@ unsigned char ZoClusteringDistributions::HotSpotAnalyst(ZoDatasetVector* source,
     detail::local::HotSpot statistic(info.SecondFieldName);
     return Report(detail::local::RunLocal(source, records.get(), result, info, progress, statistic));
   });
+}
+
+unsigned char ZoClusteringDistributions::OptimizedHotSpotAnalyst(ZoDatasetVector* source, ZoDatasetVector* result,
+                                                                 const ZoOptimizedInformation& info,
+                                                                 unsigned char showProgress,
+                                                                 ZoOptimizedReport* report) {
+  ClearErrorMessage();
+  return Guard(
+      [&]() -> unsigned char {
+        detail::CallProgress progress(m_progress, showProgress != 0);
+        ZoOptimizedReport found;
+        detail::Status status = detail::local::OptimizedHotSpot(source, result, info, progress, found);
+        if (status && report) *report = found;
+        return Report(status.Then(msg::ESa095));
+      },
+      msg::ESa095);
+}
+
+int ZoClusteringDistributions::OptimizedResultType(const ZoOptimizedInformation& info, int sourceType) {
+  return detail::local::OptimizedResultType(info, sourceType);
 }
 
 unsigned char ZoClusteringDistributions::ClusterOutlier(ZoDatasetVector* source, ZoDatasetVector* result,

@@ -17,6 +17,7 @@
 #include "StatisticsAnalyst/Export.h"
 #include "StatisticsAnalyst/ZoAnalysisFrame.h"
 #include "StatisticsAnalyst/ZoClusterInformation.h"
+#include "StatisticsAnalyst/ZoOptimizedInformation.h"
 #include "StatisticsAnalyst/ZoPatternsInformation.h"
 
 namespace ZOC {
@@ -61,6 +62,29 @@ class SA_API ZoClusteringDistributions : public ZoAnalysisFrame {
   unsigned char DensityBasedClustering(ZoDatasetVector* source, ZoDatasetVector* result,
                                        const ZoClusterInformation& info, unsigned char showProgress,
                                        ZoClusterSummary* summary = nullptr);
+
+  // Optimized hot spot analysis: Gi* (FDR-corrected bins) over a distance
+  // band chosen from the data. Without an analysis field the source's points
+  // are incidents, aggregated first into "Count" per grid cell, integrated
+  // point or polygon (see ZoOptimizedInformation); with one, the features
+  // are analysed as they are. The band is the first peak of the incremental
+  // spatial autocorrelation of the counts or values (row-standardized, 10
+  // bands from the default distances); without a peak, the mean distance to
+  // the K-th nearest neighbour. The result, an empty dataset of
+  // OptimizedResultType, gets what HotSpotAnalyst writes for the aggregated
+  // layer (or the source) with that band. `report`, when given, receives
+  // every choice made. Messages: "EEg002", "EEg032", "EEe018" (incidents
+  // must be points), "EEe017", "ESa090", "ESa091", "ESa092", "ESa093",
+  // "ESa094", "ESa086" to "ESa089" (aggregation), the incremental
+  // autocorrelation's and the hot spot analysis' own, "IMb030", then
+  // "ESa095".
+  unsigned char OptimizedHotSpotAnalyst(ZoDatasetVector* source, ZoDatasetVector* result,
+                                        const ZoOptimizedInformation& info, unsigned char showProgress,
+                                        ZoOptimizedReport* report = nullptr);
+  // The dataset type OptimizedHotSpotAnalyst writes: the source's with an
+  // analysis field, regions for grid cells and polygons, points for
+  // integration.
+  static int OptimizedResultType(const ZoOptimizedInformation& info, int sourceType);
 
  private:
   // The checks every local analysis starts with, in their fixed order, and

@@ -2,9 +2,11 @@
 # The performance targets in one run: at N points (default 1000000),
 # k-nearest 8, moran and general-g against `ogr2ogr -f CSV /vsistdout/` of
 # the same file, hotspot and cluster-outlier against `ogr2ogr` copying the
-# points to a new GeoPackage. Elapsed and CPU (user + system) seconds, peak
-# memory, and the ratios of both times. The copy without a spatial index
-# (`-lco SPATIAL_INDEX=NO`) is the floor of any GeoPackage write.
+# points to a new GeoPackage; ten incremental bands against one moran at the
+# largest band, the optimized hot spot analysis against the copy. Elapsed and
+# CPU (user + system) seconds, peak memory, and the ratios of both times. The
+# copy without a spatial index (`-lco SPATIAL_INDEX=NO`) is the floor of any
+# GeoPackage write.
 #   bench/targets.sh BUILD_DIR [N]
 here=$(cd "$(dirname "$0")" && pwd)
 source "$here/common.sh" "$1"
@@ -38,3 +40,13 @@ row hotspot "$(measure "$z" hotspot --input "$points" "${knn[@]}" --output "$tmp
 row cluster-outlier "$(measure "$z" cluster-outlier --input "$points" "${knn[@]}" --output "$tmp/lm.gpkg" --overwrite)" \
   "$copy" "the GeoPackage copy"
 row "moran (file path)" "$(measure "$z" moran --input "$points" "${knn[@]}" --memory-budget 0.001)" "$csv" "the CSV dump"
+# Ten incremental bands against one fixed-band moran at the largest of them.
+incremental=$(measure "$z" incremental --input "$points" --field VALUE --quiet)
+largest=$("$z" incremental --input "$points" --field VALUE --quiet --json |
+  python3 -c "import json, sys; print(json.load(sys.stdin)['bands'][-1]['distance'])")
+fixed=$(measure "$z" moran --input "$points" --field VALUE --conceptualization fixed-distance-band \
+  --distance-band "$largest" --quiet --json)
+printf '%-18s %9s %9s %8s\n' "moran, last band" $fixed
+row "incremental (10)" "$incremental" "$fixed" "one moran at the last band"
+row "optimized-hotspot" "$(measure "$z" optimized-hotspot --input "$points" --output "$tmp/ohs.gpkg" --quiet)" \
+  "$copy" "the GeoPackage copy"

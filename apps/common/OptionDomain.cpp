@@ -84,6 +84,11 @@ void CheckDomain(const std::string& command, const std::string& name, const std:
     if (b < 1 || b > 50) throw UsageError(msg::ESa081, "--bands " + value);
   } else if (name == "begin-distance" || name == "increment") {
     AtLeast(name, value, 0.0, false, "a positive distance (leave it out for the default)");
+  } else if (name == "cell-size") {
+    const double size = Number(name, value);
+    if (!(size > 0.0)) throw UsageError(msg::ESa086, "--cell-size " + value);
+  } else if (name == "aggregation") {
+    OneOf(name, value, {"grid", "integrate", "polygons"});
   } else if (name == "width" || name == "area") {
     AtLeast(name, value, 0.0, false, "positive");
   } else if (name == "distance" || name == "tolerance" || name == "snap-tolerance") {

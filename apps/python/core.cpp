@@ -14,7 +14,9 @@
 #include <optional>
 #include <string>
 #include <tuple>
+#include <type_traits>
 #include <utility>
+#include <variant>
 #include <vector>
 
 #include "StatisticsAnalyst/ZoAnalyzingPatterns.h"
@@ -25,6 +27,7 @@
 #include "StatisticsAnalyst/ZoWeightsUtilities.h"
 #include "common/Errors.h"
 #include "common/Input.h"
+#include "common/OptimizedReport.h"
 #include "common/OptionDomain.h"
 #include "common/Output.h"
 #include "common/Progress.h"
@@ -212,6 +215,49 @@ std::tuple<int, long long, double> Density(const std::string& path, const std::s
                                              &summary) != 0;
   });
   return {summary.Clusters, summary.Noise, summary.Distance};
+}
+
+// The optimized hot spot analysis into a layer of the type its aggregation
+// gives (the input's with a field); returns the report, keyed as zostat's
+// --json keys it.
+py::dict OptimizedHotSpot(const std::string& path, const std::string& layer, const std::string& outPath,
+                          const std::string& outLayer, bool overwrite, const std::string& field,
+                          const std::string& aggregation, std::optional<double> cellSize,
+                          std::optional<double> tolerance, const std::string& polygonsPath,
+                          const std::string& polygonsLayer, int distanceMethod, const py::object& progress) {
+  Input input = OpenInput(path, layer);
+  ZOC::ZoOptimizedInformation info;
+  info.FieldName = field;
+  info.Aggregation = ZOC::front::AggregationNamed(aggregation);
+  info.CellSize = cellSize;
+  info.Tolerance = tolerance;
+  info.DistanceMethod = static_cast<ZOC::ZoDistanceMethod>(distanceMethod);
+  Input polygons;
+  if (!polygonsPath.empty()) {
+    polygons = OpenInput(polygonsPath, polygonsLayer);
+    info.Polygons = polygons.dataset;
+  }
+  ZOC::front::Output out(outPath, outLayer, overwrite, &input, {polygonsPath});
+  const int type = ZOC::ZoClusteringDistributions::OptimizedResultType(info, input.dataset->GetType());
+  out.Create(field.empty() ? nullptr : input.dataset, type, input.dataset->GetPrjCoordSys());
+  ZOC::ZoClusteringDistributions clustering;
+  ZOC::ZoOptimizedReport report;
+  RunInto(out, clustering, progress, [&] {
+    return clustering.OptimizedHotSpotAnalyst(input.dataset, out.dataset(), info, ZOC::front::kReportProgress,
+                                              &report) != 0;
+  });
+  py::dict values;
+  for (const auto& [key, value] : ZOC::front::OptimizedReportValues(report))
+    values[py::str(key)] = std::visit(
+        [](const auto& v) -> py::object {
+          using T = std::decay_t<decltype(v)>;
+          if constexpr (std::is_same_v<T, std::monostate>)
+            return py::none();
+          else
+            return py::cast(v);
+        },
+        value);
+  return values;
 }
 
 using MeasureMethod = unsigned char (ZOC::ZoSpatialMeasure::*)(ZOC::ZoDatasetVector*, ZOC::ZoDatasetVector*,
@@ -501,6 +547,10 @@ PYBIND11_MODULE(_core, m) {
       },
       py::arg("path"), py::arg("layer"), py::arg("output"), py::arg("output_layer"), py::arg("overwrite"),
       py::arg("info"), py::arg("progress"));
+  m.def("optimized_hotspot", &OptimizedHotSpot, py::arg("path"), py::arg("layer"), py::arg("output"),
+        py::arg("output_layer"), py::arg("overwrite"), py::arg("field"), py::arg("aggregation"), py::arg("cell_size"),
+        py::arg("tolerance"), py::arg("polygons"), py::arg("polygons_layer"), py::arg("distance_method"),
+        py::arg("progress"));
   m.def("density", &Density, py::arg("path"), py::arg("layer"), py::arg("output"), py::arg("output_layer"),
         py::arg("overwrite"), py::arg("method"), py::arg("min_points"), py::arg("distance"), py::arg("xi"),
         py::arg("progress"));

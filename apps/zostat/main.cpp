@@ -29,6 +29,7 @@ Command MoranCommand();
 Command GeneralGCommand();
 Command IncrementalCommand();
 Command HotSpotCommand();
+Command OptimizedHotSpotCommand();
 Command ClusterOutlierCommand();
 Command DbscanCommand();
 Command HdbscanCommand();
@@ -52,6 +53,7 @@ const std::vector<Command>& Commands() {
                                                 GeneralGCommand(),
                                                 IncrementalCommand(),
                                                 HotSpotCommand(),
+                                                OptimizedHotSpotCommand(),
                                                 ClusterOutlierCommand(),
                                                 DbscanCommand(),
                                                 HdbscanCommand(),

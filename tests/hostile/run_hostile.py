@@ -289,6 +289,7 @@ SIGNAL_RUNS = [
     ("moran", "--input {points} --field v --conceptualization k-nearest --k 300", None, 0.3),
     ("general-g", "--input {points} --field w --conceptualization k-nearest --k 300", None, 0.3),
     ("incremental", "--input {points} --field v --begin-distance 1000 --increment 80 --bands 50", None, 0.3),
+    ("optimized-hotspot", "--input {points}", "layer", 0.3),
     ("ann", "--input {many}", None, 0.1),
     ("dbscan", "--input {points} --min-points 300", "layer", 0.3),
     ("hdbscan", "--input {points} --min-points 300", "layer", 0.3),

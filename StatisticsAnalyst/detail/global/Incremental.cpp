@@ -187,7 +187,7 @@ void FindPeaks(ZoIncrementalResult& result) {
 }
 
 Status Incremental(ZoRecordset* records, const ZoIncrementalInformation& info, CallProgress& progress,
-                   ZoIncrementalResult& result) {
+                   ZoIncrementalResult& result, const std::vector<char>* setAside) {
   if (info.Bands < 1 || info.Bands > kMaxBands) return Status::Fail(msg::ESa081);
   if (!std::isfinite(info.BeginDistance) || info.BeginDistance < 0.0 || !std::isfinite(info.Increment) ||
       info.Increment < 0.0)
@@ -201,6 +201,10 @@ Status Incremental(ZoRecordset* records, const ZoIncrementalInformation& info, C
   Status pointsStatus;
   if (Status s = ReadFeatures(records, info.FieldName, false, values, {}, none, &points, pointsStatus); !s) return s;
   if (!pointsStatus) return pointsStatus.Then(msg::ESa008);
+  // Constant values have no autocorrelation at any distance; say so once
+  // rather than as a series of invalid bands.
+  if (std::all_of(values.begin(), values.end(), [&](double v) { return v == values.front(); }))
+    return Status::Fail(msg::ESa021);
   ScaleToUnitRange(values);
   const ZoPrjCoordSys& cs = records->GetDataset()->GetPrjCoordSys();
   if (!cs.Forward(points)) return Status::Fail(msg::ESa060);
@@ -212,7 +216,7 @@ Status Incremental(ZoRecordset* records, const ZoIncrementalInformation& info, C
   ZoIncrementalResult out;
   double largestNearest = 0.0, meanNearest = 0.0;
   if (info.BeginDistance <= 0.0 || info.Increment <= 0.0)
-    spatial::NearestNeighbourSummary(*tree, points.size(), method, largestNearest, meanNearest);
+    spatial::NearestNeighbourSummary(*tree, points.size(), method, largestNearest, meanNearest, setAside);
   out.DefaultBegin = !(info.BeginDistance > 0.0);
   out.DefaultIncrement = !(info.Increment > 0.0);
   out.BeginDistance = out.DefaultBegin ? largestNearest : info.BeginDistance;

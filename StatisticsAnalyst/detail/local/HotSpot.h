@@ -29,6 +29,8 @@ class HotSpot : public LocalStatistic {
   Status Row(std::int64_t i, const SparseRow& row) override;
   Status Classify(bool falseDiscoveryRate) override;
   void Values(std::size_t i, std::vector<LUMA::LumaVariant>& values) const override;
+  // Every feature's confidence bin, once classified.
+  const LumaArray<int>& Bins() const { return m_bins; }
 
  private:
   LumaUnicodeString m_selfField;

@@ -95,19 +95,24 @@ bool KNearestReach(const ZoKdTreec& tree, const LumaArray<LumaPoint2D>& points, 
 }
 
 bool NearestNeighbourSummary(const ZoKdTree& tree, std::size_t count, ZoDistanceMethod method, double& largest,
-                             double& mean) {
+                             double& mean, const std::vector<char>* setAside) {
   // The tree answers its own points a leaf at a time; each answer holds the
   // point itself and its nearest, so the larger of the two is the distance.
   // The largest does not depend on the visiting order.
+  std::vector<std::int64_t> order;
+  if (setAside && !tree.GetSpatialOrder(order)) return false;
   largest = 0.0;
   double sum = 0.0;
-  const bool searched = tree.SearchSpatialRange(0, count, 2, method,
-                                                [&](std::size_t, const std::size_t*, const double* d, std::size_t n) {
-                                                  const double nearest = *std::max_element(d, d + n);
-                                                  largest = std::max(largest, nearest);
-                                                  sum += nearest;
-                                                });
-  mean = count ? sum / static_cast<double>(count) : 0.0;
+  std::size_t kept = 0;
+  const bool searched = tree.SearchSpatialRange(
+      0, count, 2, method, [&](std::size_t position, const std::size_t*, const double* d, std::size_t n) {
+        if (setAside && (*setAside)[static_cast<std::size_t>(order[position])]) return;
+        const double nearest = *std::max_element(d, d + n);
+        largest = std::max(largest, nearest);
+        sum += nearest;
+        ++kept;
+      });
+  mean = kept ? sum / static_cast<double>(kept) : 0.0;
   return searched;
 }
 

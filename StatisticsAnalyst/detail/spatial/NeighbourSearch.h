@@ -4,6 +4,7 @@
 // the default distance band.
 #include <cstddef>
 #include <memory>
+#include <vector>
 
 #include "StatisticsAnalyst/ZoPatternsInformation.h"
 #include "StatisticsAnalyst/detail/common/Status.h"
@@ -40,10 +41,11 @@ bool KNearestReach(const ZoKdTreec& tree, const LumaArray<LumaPoint2D>& points, 
                    LumaArray<double>& distances);
 
 // The largest and the mean of the nearest-neighbour distances of the tree's
-// own points (0 for a point with a coincident neighbour); false when the
-// search fails.
+// own points (0 for a point with a coincident neighbour), leaving out the
+// points flagged in `setAside` (their neighbours may still be any point);
+// false when the search fails.
 bool NearestNeighbourSummary(const ZoKdTree& tree, std::size_t count, ZoDistanceMethod method, double& largest,
-                             double& mean);
+                             double& mean, const std::vector<char>* setAside = nullptr);
 
 // The distance band for a tolerance: 0 (within ±1e-20) means no limit (the
 // largest double); a positive tolerance is the band; a negative one (the

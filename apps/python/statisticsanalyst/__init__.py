@@ -21,7 +21,7 @@ ValueError and a TypeError). Progress shows through tqdm when it is installed
 it); Ctrl-C cancels a run and raises KeyboardInterrupt.
 """
 from ._analyses import (ResultFrame, ann, central_feature, cluster_outlier, dbscan, directional_mean, ellipse,
-                        general_g, gwr, hdbscan, hotspot, mean_center, median_center, moran, ols, optics,
+                        general_g, gwr, hdbscan, hotspot, mean_center, median_center, moran, ols, optics, optimized_hotspot,
                         standard_distance, weights_build, weights_dump, weights_to_table)
 from ._errors import StatisticsAnalystError, StatisticsAnalystUsageError
 from ._plot import plot_map
@@ -30,4 +30,4 @@ from ._results import AnnResult, GeneralGResult, GwrResult, MoranResult, OlsResu
 __all__ = ["AnnResult", "GeneralGResult", "GwrResult", "MoranResult", "OlsResult", "ResultFrame",
            "StatisticsAnalystError", "StatisticsAnalystUsageError", "ann", "central_feature", "cluster_outlier", "dbscan", "directional_mean",
            "ellipse", "general_g", "gwr", "hdbscan", "hotspot", "mean_center", "median_center", "moran", "ols",
-           "optics", "plot_map", "standard_distance", "weights_build", "weights_dump", "weights_to_table"]
+           "optics", "optimized_hotspot", "plot_map", "standard_distance", "weights_build", "weights_dump", "weights_to_table"]

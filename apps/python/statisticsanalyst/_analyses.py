@@ -119,6 +119,34 @@ def cluster_outlier(data, field, *, layer=None, fdr=False, output=None, output_l
                   ("ALMI_Type", f"Clusters and outliers of {field}"), progress, info)
 
 
+def optimized_hotspot(data, field=None, *, layer=None, aggregation="grid", cell_size=None, tolerance=None,
+                      polygons=None, polygons_layer=None, distance_method="euclidean", output=None, output_layer=None,
+                      overwrite=False, progress=True):
+    """Optimized hot spot analysis: Gi* ("Gi_Zscore", "Gi_Pvalue",
+    FDR-corrected "Gi_ConfInvl") over a distance band chosen from the data.
+    Without `field` the points are incidents, counted first into "Count" per
+    grid cell (`cell_size`), integrated point (`tolerance`) or polygon of
+    `polygons` (a path or a GeoDataFrame); unset sizes take defaults from the
+    incidents' spacing. The frame's ``summary`` reports every choice, under
+    the keys of ``zostat optimized-hotspot --json``."""
+    command = "optimized-hotspot"
+    field = "" if field is None else _validate.field(field)
+    _validate.option(command, "aggregation", aggregation)
+    cell_size = None if cell_size is None else _validate.number(command, "cell-size", cell_size)
+    tolerance = None if tolerance is None else _validate.number(command, "tolerance", tolerance)
+    method = distance_method_code(distance_method)
+    with _io.scratch() as folder, contextlib.ExitStack() as stack:
+        polygons_path, polygons_name = "", ""
+        if polygons is not None:
+            polygons_path, polygons_name = stack.enter_context(_io.input_layer(polygons, polygons_layer, folder))
+        frame, report = _run_layer(_core.optimized_hotspot, data, layer, output, output_layer, overwrite,
+                                   "_optimized_hotspots", progress, field, aggregation, cell_size, tolerance,
+                                   os.fspath(polygons_path), polygons_name, method, same_rows=bool(field))
+    result = ResultFrame.wrap(frame, "Gi_ConfInvl", f"Optimized hot spots of {field or 'incidents'}")
+    _set_summary(result, report)
+    return result
+
+
 def _density(method, suffix, title, data, layer, min_points, distance, xi, output, output_layer, overwrite,
              progress):
     command = suffix[1:]  # "dbscan", "hdbscan", "optics"

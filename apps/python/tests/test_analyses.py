@@ -57,6 +57,10 @@ def line_layer(tmp_path):
      ["--field", "PRICE", "--conceptualization", "k-nearest", "--k", "6"]),
     (sa.hotspot, ["Cases"], dict(fdr=True), "hotspot", "ny8.gpkg", ["--field", "Cases", "--fdr"]),
     (sa.cluster_outlier, ["CRIME"], QUEEN, "cluster-outlier", "columbus.gpkg", ["--field", "CRIME", *QUEEN_CLI]),
+    (sa.optimized_hotspot, [], {}, "optimized-hotspot", "cycle_hire.gpkg", []),
+    (sa.optimized_hotspot, [], dict(aggregation="integrate", tolerance=150), "optimized-hotspot", "cycle_hire.gpkg",
+     ["--aggregation", "integrate", "--tolerance", "150"]),
+    (sa.optimized_hotspot, ["PRICE"], {}, "optimized-hotspot", "baltim.gpkg", ["--field", "PRICE"]),
     (sa.dbscan, [], dict(min_points=5), "dbscan", "cycle_hire.gpkg", ["--min-points", "5"]),
     (sa.hdbscan, [], dict(min_points=8), "hdbscan", "cycle_hire.gpkg", ["--min-points", "8"]),
     (sa.optics, [], dict(min_points=5, distance=1000, xi=5), "optics", "cycle_hire.gpkg",
@@ -94,6 +98,8 @@ def test_layer_analyses_equal_the_cli(tmp_path, function, args, options, command
     assert len(gpd.read_file(kept, layer="mine")) == len(expected)  # output= keeps the layer
     if hasattr(result, "frame"):  # regressions: the CLI's JSON
         assert result.to_dict() == printed
+    elif command == "optimized-hotspot":  # every choice, as the CLI reports it
+        assert frame.summary == {key: value for key, value in printed.items() if key not in ("output", "layer")}
     elif "summary" in frame.attrs:  # density: the CLI's summary
         assert frame.summary == {key: printed[key] for key in ("clusters", "noise", "distance")}
 
@@ -179,6 +185,10 @@ def test_failures_raise_with_identifiers(call, ids):
      ["gwr", "--dependent", "CRIME", "--explanatory", "INC", "--kernel", "x"]),
     (lambda: sa.ellipse(data("columbus.gpkg"), ellipse_size=4), ["ellipse", "--ellipse-size", "4"]),
     (lambda: sa.mean_center(data("columbus.gpkg"), stats=[("CRIME", "mode")]), ["mean-center", "--stat", "CRIME:mode"]),
+    (lambda: sa.optimized_hotspot(data("columbus.gpkg"), cell_size=0), ["optimized-hotspot", "--cell-size", "0"]),
+    (lambda: sa.optimized_hotspot(data("columbus.gpkg"), aggregation="hexagons"),
+     ["optimized-hotspot", "--aggregation", "hexagons"]),
+    (lambda: sa.optimized_hotspot(data("columbus.gpkg")), ["optimized-hotspot", "--output", "x.gpkg"]),
     (lambda: sa.ann(data("missing.gpkg")), ["ann"]),
 ])
 def test_python_refuses_what_zostat_refuses(call, cli):

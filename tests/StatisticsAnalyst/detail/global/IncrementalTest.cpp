@@ -146,4 +146,8 @@ TEST(Incremental, RefusesWhatIsNoSeries) {
   info.Increment = 1e-6;
   EXPECT_FALSE(patterns.IncrementalSpatialAutocorrelation(layer.dataset, info, result, false));
   EXPECT_EQ(satest::MessageIds(patterns.GetStrErrorMes()), (std::vector<std::string>{msg::ESa084, msg::ESa085}));
+
+  satest::MemoryLayer constant = satest::MakePointLayer({{0, 0}, {1, 0}, {0, 1}, {1, 1}, {3, 3}}, {2, 2, 2, 2, 2});
+  EXPECT_FALSE(patterns.IncrementalSpatialAutocorrelation(constant.dataset, info, result, false));
+  EXPECT_EQ(satest::MessageIds(patterns.GetStrErrorMes()), (std::vector<std::string>{msg::ESa021, msg::ESa085}));
 }
