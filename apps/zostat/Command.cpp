@@ -55,8 +55,8 @@ OutputLayer::OutputLayer(const Options& options, const std::string& defaultLayer
 }
 
 OutputLayer::OutputLayer(const Options& options, const std::string& defaultLayer, int datasetType,
-                         const ZOC::ZoPrjCoordSys& cs)
-    : Output(options.Require("output"), options.Get("output-layer", defaultLayer), options.Has("overwrite"), nullptr,
+                         const ZOC::ZoPrjCoordSys& cs, const InputLayer* input)
+    : Output(options.Require("output"), options.Get("output-layer", defaultLayer), options.Has("overwrite"), input,
              ReadFiles(options)) {
   Create(nullptr, datasetType, cs);
 }
