@@ -206,10 +206,12 @@ std::vector<OptionSpec> IncrementalOptions() {
   options.push_back({"bands", true, "number of bands, 1-50 (default 10)"});
   options.push_back({"row-standardize", false, "divide each weight by its row's sum"});
   options.push_back({"distance-method", true, "euclidean (default) or manhattan"});
-  for (auto& o : OutputOptions("name of the table (default: the input layer's name with _incremental); one row per "
-                               "band: Distance, MoransI, ExpectedI, Variance, ZScore, PValue (empty where Valid is 0), "
-                               "Valid, Peak (1 the first peak, 2 the highest, 3 both, 0 neither)"))
-    options.push_back(o);
+  auto output = OutputOptions("name of the table (default: the input layer's name with _incremental)");
+  output[0].help =
+      "also write the bands as a table, in a format that holds one (.gpkg, .sqlite, .csv, .xlsx, .ods, .dbf, ...): "
+      "Distance, MoransI, ExpectedI, Variance, ZScore, PValue (empty where Valid is 0), Valid (1 or 0), Peak (1 the "
+      "first peak, 2 the highest, 3 both, 0 neither)";
+  for (auto& o : output) options.push_back(o);
   options.push_back({"chart", true, "also draw the z-scores against distance, peaks marked (.svg or .png)"});
   for (auto& o : CommonOptions()) options.push_back(o);
   return options;
