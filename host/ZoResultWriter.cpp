@@ -126,6 +126,8 @@ struct ZoResultWriter::Impl {
     return false;
   }
   bool CheckTarget(const std::vector<LumaUnicodeString>& protectedFiles);
+  // The output (or a file in its format) opened with the output's driver; null when it cannot be.
+  GDALDataset* OpenOutput(const fs::path& at, bool update) const;
   bool InspectExisting();
   OGRLayer* NewLayer(GDALDataset& target, const std::string& format, const std::string& name);
   bool OpenTarget();
@@ -193,13 +195,22 @@ bool ZoResultWriter::Impl::CheckTarget(const std::vector<LumaUnicodeString>& pro
   return true;
 }
 
+GDALDataset* ZoResultWriter::Impl::OpenOutput(const fs::path& at, bool update) const {
+  const char* drivers[] = {driver.c_str(), nullptr};
+  // A SQLite file lists only its spatial tables unless asked for all; a
+  // table result (or an existing table of that name) must be found too.
+  CPLStringList options;
+  if (driver == "SQLite") options.SetNameValue("LIST_ALL_TABLES", "YES");
+  return GDALDataset::Open(at.c_str(), GDAL_OF_VECTOR | (update ? GDAL_OF_UPDATE : GDAL_OF_READONLY), drivers,
+                           options.List(), nullptr);
+}
+
 // An existing output: layers are replaced inside files that hold several and
 // can change them; any other file is replaced as a whole.
 bool ZoResultWriter::Impl::InspectExisting() {
   if (!exists) return true;
   detail::QuietErrors quiet;
-  const char* drivers[] = {driver.c_str(), nullptr};
-  GdalPtr ds(GDALDataset::Open(path.c_str(), GDAL_OF_VECTOR | GDAL_OF_READONLY, drivers, nullptr, nullptr));
+  GdalPtr ds(OpenOutput(path, false));
   if (!ds) return Fail(msg::EUa014, path.string() + " exists and is not a " + driver + " datasource GDAL can open");
   char** files = ds->GetFileList();
   for (char** f = files; f && *f; ++f) oldFiles.emplace_back(*f);
@@ -309,8 +320,7 @@ void ZoResultWriter::Impl::Discard() {
     source.reset();
     stage.clear();
     if (!temporary.empty()) {
-      const char* drivers[] = {driver.c_str(), nullptr};
-      GdalPtr ds(GDALDataset::Open(path.c_str(), GDAL_OF_VECTOR | GDAL_OF_UPDATE, drivers, nullptr, nullptr));
+      GdalPtr ds(OpenOutput(path, true));
       if (OGRLayer* left = ds ? FindLayer(*ds, temporary) : nullptr) ds->DeleteLayer(LayerIndex(*ds, left));
       temporary.clear();
     }
@@ -365,7 +375,12 @@ bool ZoResultWriter::Impl::TrialWrite() {
   writtenLayer.clear();
   written = 0;
   // Whatever went wrong, the format cannot hold such a result.
-  return ok || Fail(msg::EUa017, driver + ": " + detail);
+  if (ok) return true;
+  if (type != wkbNone) return Fail(msg::EUa017, driver + ": " + detail);
+  // Shapefile and FlatGeobuf files are made of geometries; a Shapefile's
+  // table alone is its .dbf file.
+  const std::string hint = driver == "ESRI Shapefile" ? "; write the table as .dbf" : "";
+  return Fail(msg::EUa017, driver + " cannot hold a table without geometries (" + detail + ")" + hint);
 }
 
 bool ZoResultWriter::Commit(ZoProgress* progress) {
@@ -418,8 +433,7 @@ bool ZoResultWriter::Impl::CommitDirect(ZoProgress* progress) {
 // Puts the result's dataset on the output now in place, read-only.
 bool ZoResultWriter::Impl::Reopen() {
   detail::QuietErrors quiet;
-  const char* drivers[] = {driver.c_str(), nullptr};
-  GDALDataset* ds = GDALDataset::Open(path.c_str(), GDAL_OF_VECTOR | GDAL_OF_READONLY, drivers, nullptr, nullptr);
+  GDALDataset* ds = OpenOutput(path, false);
   std::unique_ptr<ZoDataSource> output = ds ? detail::HostAccess::Wrap(ds, path.string()) : nullptr;
   OGRLayer* back = ds ? FindLayer(*ds, writtenLayer) : nullptr;
   if (!back || !detail::HostAccess::Move(*source, result, *output, back))
@@ -437,8 +451,7 @@ bool ZoResultWriter::Impl::CommitInPlace(ZoProgress* progress) {
   detail::GpkgIndexTarget index{path.string(), "", "", "", false};
   {
     detail::QuietErrors quiet;
-    const char* drivers[] = {driver.c_str(), nullptr};
-    GdalPtr ds(GDALDataset::Open(path.c_str(), GDAL_OF_VECTOR | GDAL_OF_UPDATE, drivers, nullptr, nullptr));
+    GdalPtr ds(OpenOutput(path, true));
     if (!ds) return Fail(msg::EUa014, quiet.Message());
     RemoveStaleLayers(*ds);
     std::string name = layer + "_zostat_tmp_" + TemporarySuffix();
@@ -470,8 +483,7 @@ bool ZoResultWriter::Impl::CommitCopy(ZoProgress* progress) {
     return Fail(msg::EUa014, "cannot copy " + path.string() + ": " + ec.message());
   {
     detail::QuietErrors quiet;
-    const char* drivers[] = {driver.c_str(), nullptr};
-    GdalPtr ds(GDALDataset::Open(copy.c_str(), GDAL_OF_VECTOR | GDAL_OF_UPDATE, drivers, nullptr, nullptr));
+    GdalPtr ds(OpenOutput(copy, true));
     if (!ds) return Fail(msg::EUa014, quiet.Message());
     if (OGRLayer* old = FindLayer(*ds, layer))
       if (ds->DeleteLayer(LayerIndex(*ds, old)) != OGRERR_NONE) return Fail(msg::EUa018, quiet.Message());
@@ -503,11 +515,9 @@ bool ZoResultWriter::Impl::BuildIndex(const detail::GpkgIndexTarget& target, lon
 // layer in an existing output then takes the old layer's place.
 bool ZoResultWriter::Impl::CheckAndSwap(const fs::path& at, const std::string& name, long long expected, int fields) {
   detail::QuietErrors quiet;
-  const char* drivers[] = {driver.c_str(), nullptr};
   // A temporary layer in the output itself still has to take its place.
   const bool swap = inPlace && name != layer;
-  const unsigned flags = GDAL_OF_VECTOR | (swap ? GDAL_OF_UPDATE : GDAL_OF_READONLY);
-  GdalPtr ds(GDALDataset::Open(at.c_str(), flags, drivers, nullptr, nullptr));
+  GdalPtr ds(OpenOutput(at, swap));
   if (!ds) return Fail(msg::EUa017, "the written file cannot be read back: " + quiet.Message());
   OGRLayer* back = FindLayer(*ds, name);
   if (!back) return Fail(msg::EUa017, "the written layer cannot be found");
@@ -656,7 +666,12 @@ void ZoResultWriter::Impl::RemoveStaleLayers(GDALDataset& ds) {
 // by a second signal then removes it from its handler, not only the next run.
 bool ZoResultWriter::Impl::MakeScratch(fs::path& folder, int& entry) {
   const fs::path parent = path.has_parent_path() ? path.parent_path() : fs::path(".");
-  const std::string prefix = "." + path.filename().string() + ".zostat_tmp_";
+  // The output's name with its dots as underscores: GDAL reads a path with
+  // ".xlsx", ".ods" or ".zip" in it as a file inside that archive, so a folder
+  // named ".out.xlsx..." would make the spreadsheet drivers fail to save.
+  std::string name = path.filename().string();
+  std::replace(name.begin(), name.end(), '.', '_');
+  const std::string prefix = "." + name + ".zostat_tmp_";
   RemoveStaleScratch(parent, prefix);
   folder = parent / (prefix + TemporarySuffix());
   entry = ZoTempRegistry::Add(folder.string(), true);
@@ -685,8 +700,7 @@ bool ZoResultWriter::Impl::WriteFile(OGRLayer& from, const fs::path& target, ZoP
   if (!Copy(from, *ds, layer, progress)) return false;
   ds.reset();  // formats such as FlatGeobuf write their index and header on close
   if (quiet.Failed()) return Fail(msg::EUa016, quiet.Message());
-  const char* drivers[] = {driver.c_str(), nullptr};
-  GdalPtr back(GDALDataset::Open(target.c_str(), GDAL_OF_VECTOR | GDAL_OF_READONLY, drivers, nullptr, nullptr));
+  GdalPtr back(OpenOutput(target, false));
   if (!back || back->GetLayerCount() < 1) return Fail(msg::EUa017, "the written file cannot be read back");
   OGRLayer* read = FindLayer(*back, layer);
   if (!read) read = back->GetLayerCount() == 1 ? back->GetLayer(0) : nullptr;

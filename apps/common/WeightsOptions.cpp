@@ -34,6 +34,14 @@ ZoDistanceMethod DistanceMethodNamed(const std::string& value) {
   return value == "manhattan" ? ZOC::Manhattan : ZOC::Euclidean;
 }
 
+void CheckDistanceMethod(ZoDistanceMethod method, const InputLayer& input) {
+  if (method == ZOC::Manhattan && input.dataset &&
+      input.dataset->GetPrjCoordSys().GetTypeID() == ZOC::ZoPrjCoordSys::Geographic)
+    throw UsageError(msg::EUa058,
+                     "--distance-method manhattan does not apply to geographic data; "
+                     "distances there are measured on the ellipsoid");
+}
+
 ZoPatternsInformation PatternsInformation(const OptionValues& options) {
   ZoPatternsInformation info;
   auto text = [&](const char* name) {

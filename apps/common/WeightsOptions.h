@@ -7,6 +7,7 @@
 #include <string>
 
 #include "StatisticsAnalyst/ZoPatternsInformation.h"
+#include "common/Input.h"
 
 namespace ZOC::front {
 
@@ -27,6 +28,10 @@ ZoPatternsInformation PatternsInformation(const OptionValues& options);
 
 // "euclidean" or "manhattan" (UsageError "EUa059" for anything else).
 ZoDistanceMethod DistanceMethodNamed(const std::string& value);
+
+// Refuses the Manhattan distance on geographic data, where distances are
+// measured on the ellipsoid (UsageError "EUa058").
+void CheckDistanceMethod(ZoDistanceMethod method, const InputLayer& input);
 
 // What a weights build refuses before it reads anything: a flag matrix with
 // the text form ("EUa058"), weights that would come from a weights file

@@ -26,6 +26,7 @@
 #include "StatisticsAnalyst/ZoSpatialRelModeling.h"
 #include "StatisticsAnalyst/ZoWeightsUtilities.h"
 #include "common/Errors.h"
+#include "common/IncrementalTable.h"
 #include "common/Input.h"
 #include "common/OptimizedReport.h"
 #include "common/OptionDomain.h"
@@ -374,6 +375,57 @@ py::dict Gwr(const std::string& path, const std::string& layer, const std::strin
   return d;
 }
 
+// A band as `zostat incremental --json` prints it: only its distance and a
+// null index when the statistic could not be computed there.
+py::dict Band(const ZOC::ZoIncrementalBand& band) {
+  py::dict d;
+  d["distance"] = Number(band.Distance);
+  if (!band.Valid) {
+    d["index"] = py::none();
+    return d;
+  }
+  const auto& m = band.Moran;
+  d["index"] = Number(m.Index), d["expected_index"] = Number(m.ExpectedIndex), d["variance"] = Number(m.Variance);
+  d["z_score"] = Number(m.ZScore), d["p_value"] = Number(m.PValue);
+  return d;
+}
+
+// The incremental spatial autocorrelation, its table of bands written into
+// the output as zostat's --output writes it; the values of `zostat
+// incremental --json`.
+py::dict Incremental(const std::string& path, const std::string& layer, const std::string& outPath,
+                     const std::string& outLayer, bool overwrite, const std::string& field, double beginDistance,
+                     double increment, int bands, bool rowStandardize, int distanceMethod, const py::object& progress) {
+  Input input = OpenInput(path, layer);
+  ZOC::ZoIncrementalInformation info;
+  info.FieldName = field;
+  info.BeginDistance = beginDistance;
+  info.Increment = increment;
+  info.Bands = bands;
+  info.Standardization = rowStandardize;
+  info.DistanceMethod = static_cast<ZOC::ZoDistanceMethod>(distanceMethod);
+  ZOC::front::CheckDistanceMethod(info.DistanceMethod, input);
+  ZOC::front::Output out(outPath, outLayer, overwrite, &input, {});
+  out.Create(nullptr, ZOC::DatasetTabular, ZOC::ZoPrjCoordSys());
+  ZOC::ZoAnalyzingPatterns patterns;
+  ZOC::ZoIncrementalResult r;
+  RunInto(out, patterns, progress, [&] {
+    if (!patterns.IncrementalSpatialAutocorrelation(input.dataset, info, r, ZOC::front::kReportProgress)) return false;
+    ZOC::front::WriteIncrementalTable(out.dataset(), r);
+    return true;
+  });
+  py::list list;
+  for (const auto& band : r.Bands) list.append(Band(band));
+  auto peak = [&](std::int32_t k) {
+    return k < 0 ? py::object(py::none()) : py::object(Band(r.Bands[static_cast<std::size_t>(k)]));
+  };
+  py::dict d;
+  d["bands"] = list, d["first_peak"] = peak(r.FirstPeak), d["max_peak"] = peak(r.MaxPeak);
+  d["begin_distance"] = Number(r.BeginDistance), d["increment"] = Number(r.Increment);
+  d["default_begin_distance"] = r.DefaultBegin, d["default_increment"] = r.DefaultIncrement;
+  return d;
+}
+
 void WeightsBuild(const std::string& path, const std::string& layer, const std::string& idField,
                   const std::string& output, const ZOC::ZoPatternsInformation& info, bool text,
                   const std::string& flagMatrix, const py::object& progress) {
@@ -583,6 +635,9 @@ PYBIND11_MODULE(_core, m) {
   m.def("gwr", &Gwr, py::arg("path"), py::arg("layer"), py::arg("output"), py::arg("output_layer"),
         py::arg("overwrite"), py::arg("dependent"), py::arg("explanatory"), py::arg("kernel"),
         py::arg("bandwidth_type"), py::arg("bandwidth"), py::arg("distance_method"), py::arg("progress"));
+  m.def("incremental", &Incremental, py::arg("path"), py::arg("layer"), py::arg("output"), py::arg("output_layer"),
+        py::arg("overwrite"), py::arg("field"), py::arg("begin_distance"), py::arg("increment"), py::arg("bands"),
+        py::arg("row_standardize"), py::arg("distance_method"), py::arg("progress"));
   m.def("weights_build", &WeightsBuild, py::arg("path"), py::arg("layer"), py::arg("id_field"), py::arg("output"),
         py::arg("info"), py::arg("text"), py::arg("flag_matrix"), py::arg("progress"));
   m.def("weights_to_table", &WeightsToTable, py::arg("weights"), py::arg("output"), py::arg("output_layer"),

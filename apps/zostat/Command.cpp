@@ -5,6 +5,7 @@
 #include <cstdio>
 #include <filesystem>
 
+#include "common/WeightsOptions.h"
 #include "host/ZoDatasetVector.h"
 #include "host/ZoMessageIds.h"
 #include "host/ZoProgress.h"
@@ -55,8 +56,8 @@ OutputLayer::OutputLayer(const Options& options, const std::string& defaultLayer
 }
 
 OutputLayer::OutputLayer(const Options& options, const std::string& defaultLayer, int datasetType,
-                         const ZOC::ZoPrjCoordSys& cs)
-    : Output(options.Require("output"), options.Get("output-layer", defaultLayer), options.Has("overwrite"), nullptr,
+                         const ZOC::ZoPrjCoordSys& cs, const InputLayer* input)
+    : Output(options.Require("output"), options.Get("output-layer", defaultLayer), options.Has("overwrite"), input,
              ReadFiles(options)) {
   Create(nullptr, datasetType, cs);
 }
@@ -75,11 +76,8 @@ std::unique_ptr<OutputLayer> OptionalOutput(const Options& options, const std::s
 }
 
 void CheckDistanceMethod(const Options& options, const InputLayer& input) {
-  if (options.Get("distance-method", "euclidean") != "manhattan") return;
-  if (input.dataset->GetPrjCoordSys().GetTypeID() == ZOC::ZoPrjCoordSys::Geographic)
-    throw UsageError(msg::EUa058,
-                     "--distance-method manhattan does not apply to geographic data; "
-                     "distances there are measured on the ellipsoid");
+  if (options.Get("distance-method", "euclidean") == "manhattan")
+    ZOC::front::CheckDistanceMethod(ZOC::Manhattan, input);
 }
 
 void Print(const std::string& text) {

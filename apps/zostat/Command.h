@@ -50,8 +50,10 @@ class OutputLayer : public ZOC::front::Output {
  public:
   // Shaped like `input`'s layer (geometry kind and coordinate system as read).
   OutputLayer(const Options& options, const std::string& defaultLayer, const InputLayer& input);
-  // A layer of `datasetType` in `cs`.
-  OutputLayer(const Options& options, const std::string& defaultLayer, int datasetType, const ZOC::ZoPrjCoordSys& cs);
+  // A layer of `datasetType` in `cs`. The files of `input`, when given, are
+  // protected too (a Shapefile's .dbf besides the --input path).
+  OutputLayer(const Options& options, const std::string& defaultLayer, int datasetType, const ZOC::ZoPrjCoordSys& cs,
+              const InputLayer* input = nullptr);
   // The command succeeded: write the result; throws Failure when that fails.
   void Keep();
 };
@@ -67,8 +69,14 @@ std::unique_ptr<OutputLayer> OptionalOutput(const Options& options, const std::s
 // --quiet only stop the drawing.
 inline bool ShowProgress(const Options&) { return ZOC::front::kReportProgress; }
 
-// Refuses a --map file that is the input or `out`'s file, or that exists
-// without --overwrite; called before any work is done.
+// Refuses a picture (`what`: "map", "chart") that would be one of the files in
+// `keep` (the input, the result; "EUa011"), that exists without --overwrite
+// ("EUa010"), or whose folder does not exist ("EUa014"); called before any
+// work is done.
+void CheckPictureTarget(const Options& options, const std::string& what, const std::string& picture,
+                        const std::vector<std::string>& keep);
+
+// CheckPictureTarget for --map, kept apart from the input and `out`'s file.
 void CheckRequestedMap(const Options& options, const OutputLayer& out);
 
 // Refuses --distance-method manhattan on geographic data, where distances

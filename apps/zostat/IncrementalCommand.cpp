@@ -1,12 +1,20 @@
 // zostat incremental: global Moran's I of a field over a series of fixed
-// distance bands, with the first and the highest peak of the z-scores.
+// distance bands, with the first and the highest peak of the z-scores; the
+// bands also as a table (--output) and as a chart of the z-scores (--chart).
+#include <unistd.h>
+
 #include <cstdio>
+#include <filesystem>
 #include <string>
 
+#include "ChartRenderer.h"
 #include "Command.h"
 #include "Json.h"
 #include "StatisticsAnalyst/ZoAnalyzingPatterns.h"
 #include "WeightsOptions.h"
+#include "common/IncrementalTable.h"
+#include "host/ZoFile.h"
+#include "host/ZoMessageIds.h"
 
 namespace zostat {
 
@@ -42,7 +50,7 @@ std::string Defaults(const ZOC::ZoIncrementalResult& r) {
   return text;
 }
 
-void PrintResult(const Options& options, const ZOC::ZoIncrementalResult& r) {
+void PrintResult(const Options& options, const ZOC::ZoIncrementalResult& r, const OutputLayer* out) {
   if (options.Has("json")) {
     JsonWriter json;
     json.BeginObject().Key("bands").BeginArray();
@@ -69,7 +77,7 @@ void PrintResult(const Options& options, const ZOC::ZoIncrementalResult& r) {
                                                             : "";
     if (static_cast<int>(k) == r.FirstPeak && r.FirstPeak == r.MaxPeak) mark = "  first and max peak";
     if (!b.Valid) {
-      std::snprintf(line, sizeof line, "  %-16.10g (no feature has a neighbour)\n", b.Distance);
+      std::snprintf(line, sizeof line, "  %-16.10g (not computed at this distance)\n", b.Distance);
     } else {
       std::snprintf(line, sizeof line, "  %-16.10g %-14.8g %-14.8g %-14.8g %-14.8g %.8g%s\n", b.Distance, b.Moran.Index,
                     b.Moran.ExpectedIndex, b.Moran.Variance, b.Moran.ZScore, b.Moran.PValue, mark);
@@ -86,13 +94,85 @@ void PrintResult(const Options& options, const ZOC::ZoIncrementalResult& r) {
   }
   const std::string defaults = Defaults(r);
   if (!defaults.empty()) text += "\nNote: " + defaults + ".";
+  if (out)
+    text +=
+        "\nWrote " + std::to_string(r.Bands.size()) + " bands to layer '" + out->layer() + "' of " + out->path() + ".";
+  if (options.Has("chart")) text += "\nDrew the z-scores in " + options.Get("chart") + ".";
   Print(text);
 }
 
+// The table of bands when --output is given. --overwrite also applies to the
+// chart, so it needs --output or --chart.
+std::unique_ptr<OutputLayer> TableOutput(const Options& options, const InputLayer& input) {
+  if (options.Has("output"))
+    return std::make_unique<OutputLayer>(options, input.dataset->GetName().Str() + "_incremental", ZOC::DatasetTabular,
+                                         ZOC::ZoPrjCoordSys(), &input);
+  if (options.Has("output-layer")) throw UsageError(ZOC::msg::EUa058, "--output-layer needs --output");
+  if (options.Has("overwrite") && !options.Has("chart"))
+    throw UsageError(ZOC::msg::EUa058, "--overwrite needs --output or --chart");
+  return nullptr;
+}
+
+// The chart of z-scores against distance: the first and the highest peak
+// marked apart (a band that is both in a third colour).
+zostat::map::ChartRequest Chart(const Options& options, const ZOC::ZoIncrementalResult& r, const std::string& path) {
+  zostat::map::ChartRequest chart;
+  chart.output = path;
+  chart.title = "Incremental spatial autocorrelation of " + options.Get("field");
+  chart.xLabel = "Distance";
+  chart.yLabel = "z-score of Moran's I";
+  chart.missingLabel = "not computed";
+  chart.marks = {{"first peak", zostat::map::Rgb::Hex("#ff7f0e")},
+                 {"highest peak", zostat::map::Rgb::Hex("#d62728")},
+                 {"first and highest peak", zostat::map::Rgb::Hex("#9467bd")}};
+  for (std::size_t k = 0; k < r.Bands.size(); ++k) {
+    const auto& band = r.Bands[k];
+    const int peak = ZOC::front::IncrementalPeakCode(r, k);
+    chart.points.push_back({band.Distance, band.Moran.ZScore, band.Valid, peak - 1});
+  }
+  return chart;
+}
+
+// The chart is drawn into a hidden file beside its target and renamed into
+// place only once the table (if any) is in place too: a run that fails or is
+// stopped before then leaves neither behind.
+class StagedChart {
+ public:
+  explicit StagedChart(std::string target) : m_target(std::move(target)) {
+    namespace fs = std::filesystem;
+    const fs::path path(m_target);
+    const fs::path folder = path.has_parent_path() ? path.parent_path() : fs::path(".");
+    // The staged name keeps the extension, which chooses the format.
+    m_guard.Reset((folder / ("." + path.stem().string() + ".zostat_chart_" + std::to_string(getpid()) +
+                             path.extension().string()))
+                      .string());
+  }
+  void Draw(zostat::map::ChartRequest request) {
+    request.output = m_guard.Path().Str();
+    std::string error;
+    if (!zostat::map::RenderChart(request, error)) throw Failure(error);
+  }
+  void Keep() {
+    if (!ZOC::ZoFile::Rename(m_guard.Path(), m_target))
+      throw Failure(MessageText(ZOC::msg::EUa014, "the chart '" + m_target + "' could not be put in place"));
+    m_guard.Release();
+  }
+
+ private:
+  std::string m_target;
+  ZOC::ZoTempFileGuard m_guard;
+};
+
 int RunIncremental(const Options& options) {
   options.Require("field");
+  const std::string chart = options.Get("chart");
+  if (options.Has("chart") && !zostat::map::HasCanvasExtension(chart))
+    throw UsageError(ZOC::msg::EUa059, "--chart must name a .svg or .png file, not '" + chart + "'");
   InputLayer input = OpenInput(options);
   CheckDistanceMethod(options, input);
+  const std::unique_ptr<OutputLayer> out = TableOutput(options, input);
+  if (options.Has("chart"))
+    CheckPictureTarget(options, "chart", chart, {options.Require("input"), out ? out->path() : ""});
   ZOC::ZoIncrementalInformation info;
   info.FieldName = options.Get("field");
   info.BeginDistance = options.GetDouble("begin-distance", 0.0);
@@ -104,7 +184,15 @@ int RunIncremental(const Options& options) {
   ZOC::ZoIncrementalResult result;
   if (!patterns.IncrementalSpatialAutocorrelation(input.dataset, info, result, ShowProgress(options)))
     throw Failure(patterns.GetStrErrorMes().Str());
-  PrintResult(options, result);
+  if (out) ZOC::front::WriteIncrementalTable(out->dataset(), result);
+  std::unique_ptr<StagedChart> staged;
+  if (options.Has("chart")) {
+    staged = std::make_unique<StagedChart>(chart);
+    staged->Draw(Chart(options, result, chart));
+  }
+  if (out) out->Keep();
+  if (staged) staged->Keep();
+  PrintResult(options, result, out.get());
   return 0;
 }
 
@@ -118,6 +206,13 @@ std::vector<OptionSpec> IncrementalOptions() {
   options.push_back({"bands", true, "number of bands, 1-50 (default 10)"});
   options.push_back({"row-standardize", false, "divide each weight by its row's sum"});
   options.push_back({"distance-method", true, "euclidean (default) or manhattan"});
+  auto output = OutputOptions("name of the table (default: the input layer's name with _incremental)");
+  output[0].help =
+      "also write the bands as a table, in a format that holds one (.gpkg, .sqlite, .csv, .xlsx, .ods, .dbf, ...): "
+      "Distance, MoransI, ExpectedI, Variance, ZScore, PValue (empty where Valid is 0), Valid (1 or 0), Peak (1 the "
+      "first peak, 2 the highest, 3 both, 0 neither)";
+  for (auto& o : output) options.push_back(o);
+  options.push_back({"chart", true, "also draw the z-scores against distance, peaks marked (.svg or .png)"});
   for (auto& o : CommonOptions()) options.push_back(o);
   return options;
 }
@@ -126,7 +221,8 @@ std::vector<OptionSpec> IncrementalOptions() {
 
 Command IncrementalCommand() {
   return {"incremental", "global Moran's I over a series of distance bands, with its peaks",
-          "--input PATH --field F [--begin-distance D] [--increment D] [--bands N] [--row-standardize] [--json]",
+          "--input PATH --field F [--begin-distance D] [--increment D] [--bands N] [--row-standardize] "
+          "[--output PATH [--output-layer L]] [--chart FILE.svg|FILE.png] [--overwrite] [--json]",
           IncrementalOptions(), RunIncremental};
 }
 

@@ -1,5 +1,6 @@
-// zostat map: draws a field of a result layer as an SVG or PNG map; and the
-// --map option of the per-feature analyses.
+// zostat map: draws a field of a result layer as an SVG or PNG map; the
+// --map option of the per-feature analyses; and the checks of every picture
+// a command writes (maps, incremental's chart).
 #include <filesystem>
 
 #include "Command.h"
@@ -10,23 +11,28 @@
 
 namespace zostat {
 
-namespace {
-
-void CheckMapTarget(const Options& options, const std::string& map, const std::vector<std::string>& keep) {
-  // A map is a picture: it must never replace a dataset it was drawn from or
-  // written beside, whatever its extension says.
+void CheckPictureTarget(const Options& options, const std::string& what, const std::string& picture,
+                        const std::vector<std::string>& keep) {
+  // A picture must never replace a dataset it was drawn from or written
+  // beside, whatever its extension says.
   for (const auto& path : keep)
-    if (!path.empty() && ZOC::ZoFile::IsSameFile(map, path))
-      throw Failure(MessageText(ZOC::msg::EUa011, "the map '" + map + "' is '" + path + "'"));
+    if (!path.empty() && ZOC::ZoFile::IsSameFile(picture, path))
+      throw Failure(MessageText(ZOC::msg::EUa011, "the " + what + " '" + picture + "' is '" + path + "'"));
+  namespace fs = std::filesystem;
   std::error_code ec;
-  if (std::filesystem::exists(std::filesystem::symlink_status(map, ec)) && !options.Has("overwrite"))
-    throw Failure(MessageText(ZOC::msg::EUa010, "the map '" + map + "' exists"));
+  if (fs::exists(fs::symlink_status(picture, ec))) {
+    if (!options.Has("overwrite"))
+      throw Failure(MessageText(ZOC::msg::EUa010, "the " + what + " '" + picture + "' exists"));
+    return;
+  }
+  const fs::path folder = fs::path(picture).has_parent_path() ? fs::path(picture).parent_path() : fs::path(".");
+  if (!fs::is_directory(folder, ec))
+    throw Failure(MessageText(ZOC::msg::EUa014, "no folder " + folder.string() + " for '" + picture + "'"));
 }
 
-}  // namespace
-
 void CheckRequestedMap(const Options& options, const OutputLayer& out) {
-  if (options.Has("map")) CheckMapTarget(options, options.Require("map"), {options.Require("input"), out.path()});
+  if (options.Has("map"))
+    CheckPictureTarget(options, "map", options.Require("map"), {options.Require("input"), out.path()});
 }
 
 void WriteRequestedMap(const Options& options, ZOC::ZoDatasetVector* result, const std::string& field,
@@ -49,7 +55,7 @@ int RunMap(const Options& options) {
   map::MapRequest request;
   request.field = options.Require("field");
   request.output = options.Require("output");
-  CheckMapTarget(options, request.output, {options.Require("input")});
+  CheckPictureTarget(options, "map", request.output, {options.Require("input")});
   request.title = options.Get("title");
   // Drawing a large layer takes seconds: a signal stops it like any run.
   const std::unique_ptr<ZOC::ZoProgress> progress = ZOC::ZoProgress::Create();

@@ -12,6 +12,9 @@
 #   gi_z                                 localG with the feature among its own neighbours, weight 1
 #   local_I local_I_z                    localmoran, mlvar = FALSE, conditional = FALSE (weights row-standardized)
 #   local_I_mlvar                        localmoran's default, whose variance divides by n instead of n - 1
+#   incremental_d incremental_I          per band of zostat incremental (the weights column holds its options):
+#   incremental_E incremental_V          the band's distance, and moran.test on dnearneigh's neighbours at that
+#   incremental_z                        distance, adjust.n = FALSE (../crosscheck/common.R, incremental_spdep)
 args <- commandArgs(trailingOnly = TRUE)
 zostat <- args[1]
 data <- args[2]
@@ -53,6 +56,15 @@ for (case in local_cases) {
   emit(case$file, case$field, standardized, "local_I", ref[, "Ii"])
   emit(case$file, case$field, standardized, "local_I_z", ref[, "Z.Ii"])
   emit(case$file, case$field, standardized, "local_I_mlvar", localmoran(x, lw_w, zero.policy = TRUE)[, "Ii"])
+}
+
+for (case in incremental_cases) {
+  tests <- incremental_spdep(file.path(data, case$file), case)
+  emit(case$file, case$field, case$options, "incremental_d", case$distances)
+  emit(case$file, case$field, case$options, "incremental_I", sapply(tests, function(t) t$estimate[1]))
+  emit(case$file, case$field, case$options, "incremental_E", sapply(tests, function(t) t$estimate[2]))
+  emit(case$file, case$field, case$options, "incremental_V", sapply(tests, function(t) t$estimate[3]))
+  emit(case$file, case$field, case$options, "incremental_z", sapply(tests, function(t) t$statistic))
 }
 
 cat("dataset,field,weights,statistic,expected\n")

@@ -66,3 +66,42 @@ with_self <- function(lw) {
   attr(nb, "self.included") <- TRUE
   nb2listw(nb, glist = gl, style = "B", zero.policy = TRUE)
 }
+
+# The incremental cases: zostat's bands against spdep at the same distances,
+# chosen so that each band is exactly one of them (pairs of baltim's points
+# lie exactly 20, 25, 35 and 45 apart, so the bands' inclusive bound is
+# checked too). At 20 one feature has no neighbour.
+incremental_cases <- list(
+  list(file = "baltim.gpkg", field = "PRICE", options = c("--begin-distance", "25", "--increment", "10", "--bands", "3"),
+       distances = c(25, 35, 45)),
+  list(file = "baltim.gpkg", field = "PRICE",
+       options = c("--begin-distance", "25", "--increment", "10", "--bands", "3", "--row-standardize"),
+       distances = c(25, 35, 45)),
+  list(file = "baltim.gpkg", field = "PRICE", options = c("--begin-distance", "20", "--increment", "5", "--bands", "3"),
+       distances = c(20, 25, 30))
+)
+
+# spdep's moran.test at each distance of a case, from the points themselves:
+# dnearneigh's neighbours at most d apart (its default bounds, >= 0 and <= d,
+# itself excluded), binary weights or, with --row-standardize, style "W".
+# adjust.n = FALSE keeps every feature in n, those without neighbours too,
+# as zostat does; it changes nothing where every feature has a neighbour.
+incremental_spdep <- function(input, case) {
+  layer <- sf::st_read(input, quiet = TRUE)
+  stopifnot(all(sf::st_geometry_type(layer) == "POINT"))
+  layer <- layer[order(as.integer(rownames(layer))), ]
+  xy <- sf::st_coordinates(layer)
+  x <- as.numeric(layer[[case$field]])
+  style <- if ("--row-standardize" %in% case$options) "W" else "B"
+  lapply(case$distances, function(d) {
+    lw <- nb2listw(dnearneigh(xy, 0, d), style = style, zero.policy = TRUE)
+    moran.test(x, lw, randomisation = TRUE, zero.policy = TRUE, adjust.n = FALSE)
+  })
+}
+
+# The bands of `zostat incremental --json`: one number per band under `key`.
+incremental_bands <- function(json, key) {
+  bands <- sub('"first_peak".*', "", paste(json, collapse = ""))
+  m <- regmatches(bands, gregexpr(paste0('"', key, '": [-+0-9.eE]+'), bands))[[1]]
+  as.numeric(sub(".*: ", "", m))
+}

@@ -209,3 +209,77 @@ TEST(ZoResultWriter, RefusesBeforeWriting) {
   EXPECT_NE(dxf.GetError().Str().find("[EUa017]"), std::string::npos) << dxf.GetError().Str();
   EXPECT_EQ(FilesIn(dir.path()), (std::vector<std::string>{"in.gpkg", "link.gpkg"}));
 }
+
+namespace {
+
+// Prepares `writer` for a table of `rows` rows: "Distance" (a real, k/4, null
+// in every third row) and "Valid" (an integer, k % 2), the way the front ends
+// write a result that has no geometries.
+bool WriteTable(ZoResultWriter& writer, const std::string& path, bool overwrite, int rows) {
+  if (!writer.Prepare(path, "bands", overwrite, {})) return false;
+  ZoDatasetVector* table = writer.CreateResult(nullptr, DatasetTabular, ZoPrjCoordSys());
+  if (!table) return false;
+  EXPECT_TRUE(table->CreateField(LUMA::LumaFieldInfo("Distance", LUMA::FieldDouble)));
+  EXPECT_TRUE(table->CreateField(LUMA::LumaFieldInfo("Valid", LUMA::FieldInt32)));
+  std::unique_ptr<ZoRecordset> records(table->Query(ZoQueryDef()));
+  for (int k = 0; records && k < rows; ++k) {
+    EXPECT_TRUE(records->AddNew(ZoGeometry()));
+    records->SetFieldValue("Distance", k % 3 == 2 ? LUMA::LumaVariant() : LUMA::LumaVariant(k / 4.0));
+    records->SetFieldValue("Valid", LUMA::LumaVariant(k % 2));
+    EXPECT_TRUE(records->Update());
+  }
+  return records != nullptr;
+}
+
+}  // namespace
+
+// A result without geometries (a table) in every format that holds one, new
+// and replacing an older table in the same file; read back with GDAL, null
+// values included. Shapefile and FlatGeobuf are refused before any work,
+// with nothing left behind (a Shapefile's table is written as .dbf).
+TEST(ZoResultWriter, TablesReachEveryFormatThatHoldsThem) {
+  satest::TempDir dir;
+  for (const char* file : {"t.gpkg", "t.sqlite", "t.csv", "t.geojson", "t.dbf", "t.xlsx", "t.ods"}) {
+    SCOPED_TRACE(file);
+    for (const int rows : {5, 9}) {  // the second run replaces the first
+      ZoResultWriter writer;
+      ASSERT_TRUE(WriteTable(writer, dir.File(file), rows == 9, rows)) << writer.GetError().Str();
+      ASSERT_TRUE(writer.Commit(nullptr)) << writer.GetError().Str();
+      EXPECT_EQ(writer.GetWrittenCount(), rows);
+    }
+    // SQLite lists its tables without geometries only when asked to.
+    const char* listAll[] = {"LIST_ALL_TABLES=YES", nullptr};
+    const bool sqlite = std::string(file) == "t.sqlite";
+    GDALDatasetUniquePtr back(GDALDataset::Open(dir.File(file).c_str(), GDAL_OF_VECTOR | GDAL_OF_READONLY, nullptr,
+                                                sqlite ? listAll : nullptr, nullptr));
+    ASSERT_TRUE(back);
+    OGRLayer* layer = back->GetLayerCount() == 1 ? back->GetLayer(0) : back->GetLayerByName("bands");
+    ASSERT_TRUE(layer);
+    ASSERT_EQ(layer->GetFeatureCount(TRUE), 9);
+    const int distance = layer->GetLayerDefn()->GetFieldIndex("Distance");
+    const int valid = layer->GetLayerDefn()->GetFieldIndex("Valid");
+    ASSERT_GE(distance, 0);
+    ASSERT_GE(valid, 0);
+    int k = 0;
+    for (auto& f : *layer) {
+      EXPECT_EQ(f->IsFieldSetAndNotNull(distance), k % 3 != 2) << k;
+      if (k % 3 != 2) {
+        EXPECT_DOUBLE_EQ(f->GetFieldAsDouble(distance), k / 4.0);
+      }
+      EXPECT_EQ(f->GetFieldAsInteger(valid), k % 2);
+      ++k;
+    }
+  }
+  for (const char* file : {"t.shp", "t.fgb"}) {
+    SCOPED_TRACE(file);
+    ZoResultWriter writer;
+    EXPECT_FALSE(WriteTable(writer, dir.File(file), false, 3));
+    EXPECT_NE(writer.GetError().Str().find("[EUa017]"), std::string::npos) << writer.GetError().Str();
+  }
+  for (const auto& name : FilesIn(dir.path())) {
+    EXPECT_NE(name.front(), '.') << name;
+    EXPECT_EQ(name.rfind("t.", 0), 0u) << name;
+    EXPECT_EQ(name.find(".shp"), std::string::npos) << name;
+    EXPECT_EQ(name.find(".fgb"), std::string::npos) << name;
+  }
+}

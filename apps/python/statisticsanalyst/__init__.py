@@ -12,7 +12,8 @@ keyword arguments named like zostat's options::
 Global statistics return small result objects (attributes and ``to_dict()``);
 per-feature analyses (local statistics, density clustering, geographic
 distributions) return a GeoDataFrame (a pandas DataFrame without GeoPandas);
-ols() and gwr() return a result object whose ``frame`` is that layer.
+ols(), gwr() and incremental_spatial_autocorrelation() return a result
+object whose ``frame`` is the layer or table they write.
 Failures raise StatisticsAnalystError with the message identifiers in
 ``.ids``; an argument zostat would refuse as an option is refused before the
 run with the same identifier, as StatisticsAnalystUsageError (also a
@@ -21,13 +22,15 @@ ValueError and a TypeError). Progress shows through tqdm when it is installed
 it); Ctrl-C cancels a run and raises KeyboardInterrupt.
 """
 from ._analyses import (ResultFrame, ann, central_feature, cluster_outlier, dbscan, directional_mean, ellipse,
-                        general_g, gwr, hdbscan, hotspot, mean_center, median_center, moran, ols, optics, optimized_hotspot,
-                        standard_distance, weights_build, weights_dump, weights_to_table)
+                        general_g, gwr, hdbscan, hotspot, incremental_spatial_autocorrelation, mean_center,
+                        median_center, moran, ols, optics, optimized_hotspot, standard_distance, weights_build,
+                        weights_dump, weights_to_table)
 from ._errors import StatisticsAnalystError, StatisticsAnalystUsageError
 from ._plot import plot_map
-from ._results import AnnResult, GeneralGResult, GwrResult, MoranResult, OlsResult
+from ._results import AnnResult, GeneralGResult, GwrResult, IncrementalResult, MoranResult, OlsResult
 
-__all__ = ["AnnResult", "GeneralGResult", "GwrResult", "MoranResult", "OlsResult", "ResultFrame",
+__all__ = ["AnnResult", "GeneralGResult", "GwrResult", "IncrementalResult", "MoranResult", "OlsResult", "ResultFrame",
            "StatisticsAnalystError", "StatisticsAnalystUsageError", "ann", "central_feature", "cluster_outlier", "dbscan", "directional_mean",
-           "ellipse", "general_g", "gwr", "hdbscan", "hotspot", "mean_center", "median_center", "moran", "ols",
-           "optics", "optimized_hotspot", "plot_map", "standard_distance", "weights_build", "weights_dump", "weights_to_table"]
+           "ellipse", "general_g", "gwr", "hdbscan", "hotspot", "incremental_spatial_autocorrelation",
+           "mean_center", "median_center", "moran", "ols", "optics", "optimized_hotspot", "plot_map",
+           "standard_distance", "weights_build", "weights_dump", "weights_to_table"]

@@ -12,7 +12,7 @@ import os
 from . import _core, _io, _validate
 from ._errors import StatisticsAnalystError, StatisticsAnalystUsageError
 from ._progress import reporter
-from ._results import AnnResult, GeneralGResult, GwrResult, MoranResult, OlsResult
+from ._results import AnnResult, GeneralGResult, GwrResult, IncrementalResult, MoranResult, OlsResult
 from ._weights import WEIGHTS_KEYWORDS, distance_method_code, patterns_information
 
 
@@ -83,6 +83,28 @@ def moran(data, field, *, layer=None, progress=True, **weights):
 def general_g(data, field, *, layer=None, progress=True, **weights):
     """Getis-Ord General G of a non-negative `field`; keywords as for moran()."""
     return _statistic(_core.general_g, GeneralGResult, data, layer, _weights(field, weights), progress)
+
+
+def incremental_spatial_autocorrelation(data, field, *, layer=None, begin_distance=None, increment=None, bands=10,
+                                        row_standardize=False, distance_method="euclidean", output=None,
+                                        output_layer=None, overwrite=False, progress=True):
+    """Global Moran's I of `field` with fixed distance band weights at `bands`
+    distances (1 to 50) from `begin_distance` in steps of `increment` (None:
+    the largest and the mean nearest-neighbour distance). Returns an
+    IncrementalResult: the values of ``zostat incremental --json`` and
+    ``.frame``, the table of bands ("Distance", "MoransI", "ExpectedI",
+    "Variance", "ZScore", "PValue", "Valid", "Peak": 1 the first peak, 2 the
+    highest, 3 both, 0 neither), which `output` also keeps as a layer;
+    ``plot()`` draws the z-scores against distance."""
+    field = _validate.field(field)
+    # None asks for the default; a given distance must be usable as it stands.
+    begin = 0.0 if begin_distance is None else _validate.number("incremental", "begin-distance", begin_distance)
+    step = 0.0 if increment is None else _validate.number("incremental", "increment", increment)
+    bands = _validate.count("incremental", "bands", bands)
+    method = distance_method_code(distance_method)
+    frame, values = _run_layer(_core.incremental, data, layer, output, output_layer, overwrite, "_incremental",
+                               progress, field, begin, step, bands, bool(row_standardize), method)
+    return IncrementalResult(values, frame, field)
 
 
 def ann(data, *, layer=None, area=0.0, distance_method="euclidean", width=None, progress=True):

@@ -1,5 +1,6 @@
 """Maps of result layers through matplotlib: the same colour schemes, legend,
-title, scale bar and north arrow as ``zostat map``."""
+title, scale bar and north arrow as ``zostat map``; and the incremental
+analysis's chart in the colours of ``zostat incremental --chart``."""
 import math
 
 import pandas as pd
@@ -121,6 +122,45 @@ def plot_map(frame, field, *, ax=None, title=None, file=None):
     ax.set_yticks([])
     for spine in ax.spines.values():
         spine.set_visible(False)
+    if file is not None:
+        ax.figure.savefig(file, dpi=150, bbox_inches="tight")
+    return ax
+
+
+# The chart of the incremental analysis, as zostat draws it.
+SERIES = "#1f77b4"
+PEAKS = [(1, "first peak", "#ff7f0e"), (2, "highest peak", "#d62728"), (3, "first and highest peak", "#9467bd")]
+
+
+def plot_incremental(result, *, ax=None, title=None, file=None):
+    """The z-scores of an IncrementalResult against distance, from its table
+    of bands: a line with a marker per band (broken where a band was not
+    computed), the first peak orange, the highest red, a band that is both
+    purple. Returns the Axes; `file` also saves the figure."""
+    import matplotlib.pyplot as plt
+
+    if ax is None:
+        _, ax = plt.subplots(figsize=(8, 5))
+    table = result.frame
+    valid = table["Valid"] == 1
+    z = table["ZScore"].where(valid)
+    ax.plot(table["Distance"], z, color=SERIES, marker="o", markersize=5, linewidth=1.8,
+            label="z-score of Moran's I")
+    if not valid.all():
+        floor = z.min() if valid.any() else 0.0
+        ax.plot(table["Distance"][~valid], [floor] * int((~valid).sum()), linestyle="", marker="o",
+                markerfacecolor="white", markeredgecolor="#8c8c8c", label="not computed")
+    for code, label, colour in PEAKS:
+        for distance, value in zip(table["Distance"][table["Peak"] == code], z[table["Peak"] == code]):
+            ax.plot([distance], [value], linestyle="", marker="o", markersize=10, markerfacecolor=colour,
+                    markeredgecolor="#222222", label=label)
+            ax.annotate(f"{distance:.4g}", (distance, value), textcoords="offset points", xytext=(0, 9),
+                        ha="center", fontsize=8, fontweight="bold")
+    ax.set_xlabel("Distance")
+    ax.set_ylabel("z-score of Moran's I")
+    ax.set_title(title or f"Incremental spatial autocorrelation of {result.field}")
+    ax.grid(True, color="#e3e3e3")
+    ax.legend(loc="upper left", bbox_to_anchor=(1.01, 1.0), fontsize=8, frameon=False)
     if file is not None:
         ax.figure.savefig(file, dpi=150, bbox_inches="tight")
     return ax

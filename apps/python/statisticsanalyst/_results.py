@@ -74,3 +74,21 @@ class OlsResult(_ModelResult):
 class GwrResult(_ModelResult):
     """Geographically weighted regression: bandwidth, AICc, effective
     parameters, residual sum of squares, sigma and R²."""
+
+
+class IncrementalResult(_ModelResult):
+    """Incremental spatial autocorrelation: Moran's I per distance band
+    ("bands": distance, index, expected_index, variance, z_score, p_value;
+    index None where it cannot be computed), the first and the highest peak
+    ("first_peak", "max_peak": a band or None), "begin_distance",
+    "increment" and whether each was the default."""
+
+    def __init__(self, values, frame, field=None):
+        super().__init__(values, frame)
+        self.field = field
+
+    def plot(self, *, ax=None, title=None, file=None):
+        """The z-scores against distance with the peaks marked, as
+        ``zostat incremental --chart`` draws them; returns the Axes."""
+        from ._plot import plot_incremental
+        return plot_incremental(self, ax=ax, title=title, file=file)

@@ -42,6 +42,43 @@ def test_ann_equals_the_cli(dataset, options, cli):
     assert result.to_dict() == zostat("ann", "--input", data(dataset), *cli, "--json")
 
 
+@pytest.mark.parametrize("dataset, field, options, cli", [
+    ("baltim.gpkg", "PRICE", {}, []),
+    ("baltim.gpkg", "PRICE", dict(begin_distance=25, increment=10, bands=3, row_standardize=True),
+     ["--begin-distance", "25", "--increment", "10", "--bands", "3", "--row-standardize"]),
+    ("ny8.gpkg", "Cases", dict(bands=30), ["--bands", "30"]),  # the first peak is not the highest
+    # Bands beyond the layer's extent, where Moran's I cannot be computed.
+    ("columbus.gpkg", "CRIME", dict(bands=20, distance_method="manhattan"),
+     ["--bands", "20", "--distance-method", "manhattan"]),
+])
+def test_incremental_equals_the_cli(tmp_path, dataset, field, options, cli):
+    kept = tmp_path / "kept.gpkg"
+    result = sa.incremental_spatial_autocorrelation(data(dataset), field, output=kept, progress=False, **options)
+    out = tmp_path / "cli.gpkg"
+    printed = zostat("incremental", "--input", data(dataset), "--field", field, *cli, "--output", out, "--json")
+    assert result.to_dict() == printed
+    def read(path):
+        return pd.DataFrame(gpd.read_file(path, layer=f"{dataset[:-5]}_incremental")).drop(columns="geometry")
+
+    table = read(out)
+    pd.testing.assert_frame_equal(result.frame, table)
+    pd.testing.assert_frame_equal(read(kept), table)  # output= keeps the table
+    # The table holds the printed bands row for row; Peak marks the printed peaks.
+    keys = ["distance", "index", "expected_index", "variance", "z_score", "p_value"]
+    columns = ["Distance", "MoransI", "ExpectedI", "Variance", "ZScore", "PValue"]
+    assert list(table.columns) == columns + ["Valid", "Peak"]
+    peaks = {which: printed[which] and printed["bands"].index(printed[which]) for which in ("first_peak", "max_peak")}
+    for k, (band, row) in enumerate(zip(printed["bands"], table.itertuples(index=False), strict=True)):
+        valid = band["index"] is not None
+        assert row.Valid == valid
+        given = 6 if valid else 1
+        assert [getattr(row, c) for c in columns[:given]] == [band[key] for key in keys[:given]]
+        assert valid or table.loc[k, columns[1:]].isna().all()
+        assert row.Peak == (k == peaks["first_peak"]) + 2 * (k == peaks["max_peak"])
+    assert any(band["index"] is None for band in printed["bands"]) == (dataset == "columbus.gpkg")
+    assert (peaks["first_peak"] != peaks["max_peak"]) == (dataset == "ny8.gpkg")
+
+
 def line_layer(tmp_path):
     """The bundled data holds no lines: the tracts' outlines as lines, left open (the
     last vertex dropped), since a closed line has no direction."""
@@ -190,11 +227,25 @@ def test_failures_raise_with_identifiers(call, ids):
      ["optimized-hotspot", "--aggregation", "hexagons"]),
     (lambda: sa.optimized_hotspot(data("columbus.gpkg")), ["optimized-hotspot", "--output", "x.gpkg"]),
     (lambda: sa.ann(data("missing.gpkg")), ["ann"]),
+    (lambda: sa.incremental_spatial_autocorrelation(data("columbus.gpkg"), "CRIME", bands=0),
+     ["incremental", "--field", "CRIME", "--bands", "0"]),
+    (lambda: sa.incremental_spatial_autocorrelation(data("columbus.gpkg"), "CRIME", bands=2.5),
+     ["incremental", "--field", "CRIME", "--bands", "2.5"]),
+    (lambda: sa.incremental_spatial_autocorrelation(data("columbus.gpkg"), "CRIME", begin_distance=-1),
+     ["incremental", "--field", "CRIME", "--begin-distance", "-1"]),
+    (lambda: sa.incremental_spatial_autocorrelation(data("columbus.gpkg"), "CRIME", increment=0),
+     ["incremental", "--field", "CRIME", "--increment", "0"]),
+    (lambda: sa.incremental_spatial_autocorrelation(data("columbus.gpkg"), "CRIME", distance_method="chebyshev"),
+     ["incremental", "--field", "CRIME", "--distance-method", "chebyshev"]),
+    (lambda: sa.incremental_spatial_autocorrelation(data("columbus.gpkg"), "NOPE"),
+     ["incremental", "--field", "NOPE"]),
+    (lambda: sa.incremental_spatial_autocorrelation(data("cycle_hire.gpkg"), "nbikes", distance_method="manhattan"),
+     ["incremental", "--input", data("cycle_hire.gpkg"), "--field", "nbikes", "--distance-method", "manhattan"]),
 ])
 def test_python_refuses_what_zostat_refuses(call, cli):
     if cli[0] == "ann":
         cli = ["ann", "--input", data("missing.gpkg")]
-    else:
+    elif "--input" not in cli:
         cli = [cli[0], "--input", data("columbus.gpkg"), *cli[1:]]
     run = zostat(*cli, check=False)
     with pytest.raises(sa.StatisticsAnalystError) as caught:
@@ -213,6 +264,18 @@ def test_python_refuses_what_zostat_refuses(call, cli):
      lambda d: ["hotspot", "--input", data("columbus.gpkg"), "--field", "CRIME", "--output", d / "r.xyz"], True),
     (lambda d: sa.dbscan(d / "in.gpkg", output=d / "in.gpkg", overwrite=True, progress=False),
      lambda d: ["dbscan", "--input", d / "in.gpkg", "--output", d / "in.gpkg", "--overwrite"], True),
+    (lambda d: sa.incremental_spatial_autocorrelation(d / "in.gpkg", "CRIME", output=d / "in.gpkg", overwrite=True,
+                                                      progress=False),
+     lambda d: ["incremental", "--input", d / "in.gpkg", "--field", "CRIME", "--output", d / "in.gpkg", "--overwrite"],
+     True),
+    (lambda d: sa.incremental_spatial_autocorrelation(data("columbus.gpkg"), "CRIME", output=d / "bands.xyz",
+                                                      progress=False),
+     lambda d: ["incremental", "--input", data("columbus.gpkg"), "--field", "CRIME", "--output", d / "bands.xyz"],
+     True),
+    (lambda d: sa.incremental_spatial_autocorrelation(data("columbus.gpkg"), "CRIME", output=d / "no" / "bands.gpkg",
+                                                      progress=False),
+     lambda d: ["incremental", "--input", data("columbus.gpkg"), "--field", "CRIME", "--output",
+                d / "no" / "bands.gpkg"], True),
     (lambda d: sa.weights_build(data("columbus.gpkg"), "QlID", d / "k.swmb", text=True, flag_matrix=d / "k.flags",
                                 conceptualization="k-nearest", k=2, progress=False),
      lambda d: ["weights", "build", "--input", data("columbus.gpkg"), "--id-field", "QlID", "--output", d / "k.swmb",

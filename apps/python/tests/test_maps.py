@@ -95,3 +95,51 @@ def test_cluster_ids_get_categories_and_grey_noise(tmp_path):
     assert [t.text for t in root.iter(SVG + "text")][-4:] == ["0", "1", "2", "Noise"]
     ax = sa.plot_map(frame, "Cluster_ID")
     assert [t.get_text() for t in ax.get_legend().get_texts()] == ["0", "1", "2", "Noise"]
+
+
+def test_incremental_chart_shows_the_printed_z_scores(tmp_path):
+    """The chart read back through its own tick labels: the line passes
+    through every printed band, and the first and the highest peak markers
+    (orange, red) sit on the printed peaks. The PNG and result.plot() show
+    the same peaks."""
+    from statisticsanalyst._plot import PEAKS
+    colours = {label: colour for _, label, colour in PEAKS}
+    args = ["incremental", "--input", data("ny8.gpkg"), "--field", "Cases", "--bands", "30"]
+    printed = zostat(*args, "--chart", tmp_path / "c.svg", "--json")
+    zostat(*args, "--chart", tmp_path / "c.png", "--quiet")
+    root = ET.parse(tmp_path / "c.svg").getroot()
+    plain = [t for t in root.iter(SVG + "text") if t.get("font-size") == "12" and t.get("font-weight") is None]
+    # Tick labels: under the x axis (centred), left of the y axis (right-aligned, 4 px below the tick).
+    xs = [(float(t.text), float(t.get("x"))) for t in plain if t.get("text-anchor") == "middle"]
+    ys = [(float(t.text), float(t.get("y")) - 4) for t in plain if t.get("text-anchor") == "end"]
+
+    def scale(ticks):
+        (v0, p0), (v1, p1) = ticks[0], ticks[-1]
+        return lambda p: v0 + (p - p0) * (v1 - v0) / (p1 - p0)
+
+    to_x, to_y = scale(xs), scale(ys)
+    line = max((e for e in root.iter(SVG + "polyline") if e.get("stroke") == "#1f77b4"),
+               key=lambda e: len(e.get("points").split()))
+    drawn = [(to_x(float(x)), to_y(float(y))) for x, y in (p.split(",") for p in line.get("points").split())]
+    expected = [(b["distance"], b["z_score"]) for b in printed["bands"]]
+    assert len(drawn) == len(expected) == 30
+    for (dx, dz), (ex, ez) in zip(drawn, expected):
+        assert dx == pytest.approx(ex, rel=1e-4) and dz == pytest.approx(ez, abs=1e-3)
+    right = max(p for _, p in xs)  # the legend lies beyond the plot
+    for key, label in (("first_peak", "first peak"), ("max_peak", "highest peak")):
+        markers = [c for c in root.iter(SVG + "circle") if c.get("fill") == colours[label] and float(c.get("cx")) <= right]
+        assert len(markers) == 1
+        peak = printed[key]
+        assert to_x(float(markers[0].get("cx"))) == pytest.approx(peak["distance"], rel=1e-4)
+        assert to_y(float(markers[0].get("cy"))) == pytest.approx(peak["z_score"], abs=1e-3)
+    assert printed["first_peak"] != printed["max_peak"]
+    assert Image.open(tmp_path / "c.png").size == (900, 560)
+    assert {colours["first peak"], colours["highest peak"]} <= png_colours(tmp_path / "c.png")
+
+    import matplotlib
+    matplotlib.use("Agg")
+    result = sa.incremental_spatial_autocorrelation(data("ny8.gpkg"), "Cases", bands=30, progress=False)
+    ax = result.plot(file=tmp_path / "py.png")
+    assert [t.get_text() for t in ax.get_legend().get_texts()] == ["z-score of Moran's I", "first peak",
+                                                                  "highest peak"]
+    assert {colours["first peak"], colours["highest peak"]} <= png_colours(tmp_path / "py.png")

@@ -218,4 +218,9 @@ std::unique_ptr<Canvas> MakeCanvas(const std::string& path, int width, int heigh
   return nullptr;
 }
 
+bool HasCanvasExtension(const std::string& path) {
+  const std::string ext = LowerExtension(path);
+  return ext == ".svg" || ext == ".png";
+}
+
 }  // namespace zostat::map

@@ -36,5 +36,7 @@ class Canvas {
 
 // The canvas for the file's extension: .svg or .png (any case); null for others.
 std::unique_ptr<Canvas> MakeCanvas(const std::string& path, int width, int height);
+// Whether MakeCanvas makes one for the file's extension.
+bool HasCanvasExtension(const std::string& path);
 
 }  // namespace zostat::map
