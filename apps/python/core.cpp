@@ -233,6 +233,7 @@ py::dict OptimizedHotSpot(const std::string& path, const std::string& layer, con
   info.CellSize = cellSize;
   info.Tolerance = tolerance;
   info.DistanceMethod = static_cast<ZOC::ZoDistanceMethod>(distanceMethod);
+  ZOC::front::CheckDistanceMethod(info.DistanceMethod, input);
   Input polygons;
   if (!polygonsPath.empty()) {
     polygons = OpenInput(polygonsPath, polygonsLayer);

@@ -87,7 +87,8 @@ TEST(ZoStringEx, ProgressTextsFitHowTheyAreUsed) {
   // Every other text (titles double as plain messages) must show no placeholder
   // when used unformatted; the exceptions are error texts always formatted
   // with what they name (a count, a feature's QlID, an exception's text).
-  const std::vector<std::string> formattedErrors = {"ESa074", "EUc001", "EUc002", "EUc003", "EUc004", "EUc011"};
+  const std::vector<std::string> formattedErrors = {"ESa074", "ESa090", "EUc001", "EUc002",
+                                                    "EUc003", "EUc004", "EUc011"};
   for (const std::string& id : ZoStringEx::ListIdentifiers()) {
     const bool formatted = std::count(formattedErrors.begin(), formattedErrors.end(), id) > 0 ||
                            std::find_if(std::begin(kPerItemFormats), std::end(kPerItemFormats),

@@ -160,7 +160,7 @@ Status Aggregate(ZoDatasetVector* source, const ZoOptimizedInformation& info, Ca
   LumaArray<LumaPoint2D> incidents;
   if (Status s = ReadPoints(source, incidents); !s) return s;
   report.Incidents = static_cast<std::int64_t>(incidents.size());
-  if (incidents.empty()) return Status::Fail(msg::ESa090, {Number(0)});
+  if (incidents.size() < kMinimumFeatures) return Status::Fail(msg::ESa090, {Number(report.Incidents)});
   const ZoPrjCoordSys& cs = source->GetPrjCoordSys();
   const ZoDistanceMethod method = spatial::EffectiveMethod(info.DistanceMethod, cs);
 
