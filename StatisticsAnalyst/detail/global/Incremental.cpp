@@ -3,7 +3,6 @@
 #include <algorithm>
 #include <cmath>
 #include <memory>
-#include <utility>
 #include <vector>
 
 #include <omp.h>
@@ -55,7 +54,9 @@ Status FindNeighbours(const ZoKdTree& tree, const LumaArray<LUMA::LumaPoint2D>& 
   out.counts.assign(static_cast<std::size_t>(n) * bands, 0);
   constexpr std::int64_t kChunk = 1 << 15;
   const LumaUnicodeString format = progress ? ZoStringEx::LoadResString(msg::IMb331) : LumaUnicodeString();
-  using Entry = std::pair<std::int32_t, std::uint8_t>;
+  // An entry is its column above its first band, so sorting the numbers
+  // sorts the row by column.
+  using Entry = std::uint64_t;
   std::vector<std::vector<Entry>> rows(static_cast<std::size_t>(std::min(n, kChunk)));
   for (std::int64_t first = 0; first < n; first += kChunk) {
     if (!progress.Step(format, first, n)) return Status::Fail(msg::IMb030);
@@ -75,7 +76,7 @@ Status FindNeighbours(const ZoKdTree& tree, const LumaArray<LUMA::LumaPoint2D>& 
           const auto band = static_cast<std::size_t>(
               std::lower_bound(distances.begin(), distances.end(), foundDistances[h]) - distances.begin());
           if (static_cast<std::int64_t>(found[h]) == i || band == bands) continue;
-          row.emplace_back(static_cast<std::int32_t>(found[h]), static_cast<std::uint8_t>(band));
+          row.push_back(static_cast<Entry>(found[h]) << 8 | band);
           ++counts[band];
         }
         for (std::size_t b = 1; b < bands; ++b) counts[b] += counts[b - 1];
@@ -83,9 +84,9 @@ Status FindNeighbours(const ZoKdTree& tree, const LumaArray<LUMA::LumaPoint2D>& 
       }
     }
     for (std::int64_t i = first; i < last; ++i) {
-      for (const Entry& e : rows[static_cast<std::size_t>(i - first)]) {
-        out.columns.push_back(e.first);
-        out.firstBand.push_back(e.second);
+      for (const Entry e : rows[static_cast<std::size_t>(i - first)]) {
+        out.columns.push_back(static_cast<std::int32_t>(e >> 8));
+        out.firstBand.push_back(static_cast<std::uint8_t>(e & 0xff));
       }
       out.offsets[static_cast<std::size_t>(i) + 1] = static_cast<std::int64_t>(out.columns.size());
     }
@@ -130,18 +131,36 @@ Status SweepBands(const BandNeighbours& neighbours, const std::vector<double>& d
           std::fill(lag.begin(), lag.end(), 0.0);
           std::fill(rowSum.begin(), rowSum.end(), 0.0);
           std::fill(columnSum.begin(), columnSum.end(), 0.0);
-          weights(i, w);
-          for (std::int64_t k = neighbours.offsets[static_cast<std::size_t>(i)];
-               k < neighbours.offsets[static_cast<std::size_t>(i) + 1]; ++k) {
-            const auto j = static_cast<std::size_t>(neighbours.columns[static_cast<std::size_t>(k)]);
-            const std::int32_t* counts = neighbours.Counts(static_cast<std::int64_t>(j));
-            for (std::size_t b = neighbours.firstBand[static_cast<std::size_t>(k)]; b < bands; ++b) {
-              const double transposed = standardize ? 1.0 / static_cast<double>(counts[b]) : 1.0;
-              part[b].s0 += w[b];
-              part[b].s1 += w[b] * w[b] + w[b] * transposed;
-              rowSum[b] += w[b];
-              columnSum[b] += transposed;
-              lag[b] += w[b] * d[j];
+          const std::int64_t begin = neighbours.offsets[static_cast<std::size_t>(i)];
+          const std::int64_t stop = neighbours.offsets[static_cast<std::size_t>(i) + 1];
+          if (standardize) {
+            weights(i, w);
+            for (std::int64_t k = begin; k < stop; ++k) {
+              const auto j = static_cast<std::size_t>(neighbours.columns[static_cast<std::size_t>(k)]);
+              const std::int32_t* counts = neighbours.Counts(static_cast<std::int64_t>(j));
+              for (std::size_t b = neighbours.firstBand[static_cast<std::size_t>(k)]; b < bands; ++b) {
+                const double transposed = 1.0 / static_cast<double>(counts[b]);
+                part[b].s0 += w[b];
+                part[b].s1 += w[b] * w[b] + w[b] * transposed;
+                rowSum[b] += w[b];
+                columnSum[b] += transposed;
+                lag[b] += w[b] * d[j];
+              }
+            }
+          } else {
+            // Weights of 1: the sums of ones and twos are whole numbers,
+            // exact in any order, so they come from the counts; only the
+            // lag needs every neighbour, in column order.
+            for (std::int64_t k = begin; k < stop; ++k) {
+              const double dj = d[static_cast<std::size_t>(neighbours.columns[static_cast<std::size_t>(k)])];
+              for (std::size_t b = neighbours.firstBand[static_cast<std::size_t>(k)]; b < bands; ++b) lag[b] += dj;
+            }
+            const std::int32_t* counts = neighbours.Counts(i);
+            for (std::size_t b = 0; b < bands; ++b) {
+              const auto c = static_cast<double>(counts[b]);
+              part[b].s0 += c;
+              part[b].s1 += 2.0 * c;
+              rowSum[b] = columnSum[b] = c;
             }
           }
           for (std::size_t b = 0; b < bands; ++b) {
