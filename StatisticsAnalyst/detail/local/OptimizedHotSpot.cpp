@@ -4,6 +4,7 @@
 #include <cmath>
 #include <functional>
 #include <memory>
+#include <optional>
 #include <string>
 #include <vector>
 
@@ -154,6 +155,16 @@ Status WriteGrid(const aggregation::FishnetCounts& grid, const Plane& plane, con
       progress, layer);
 }
 
+// A size the caller gave, or the default `derive` finds in the spacing of
+// the incidents that are not outliers.
+using DefaultSize = Status (*)(const LumaArray<LumaPoint2D>&, const std::vector<char>&, ZoDistanceMethod, double&);
+Status GivenOrDefault(const std::optional<double>& given, DefaultSize derive, const LumaArray<LumaPoint2D>& planar,
+                      const std::vector<char>& outliers, ZoDistanceMethod method, double& size, bool& byDefault) {
+  byDefault = !given.has_value();
+  size = given.value_or(0.0);
+  return byDefault ? derive(planar, outliers, method, size) : Status::Ok();
+}
+
 // Aggregates the source's incidents into `layer` and records the choices.
 Status Aggregate(ZoDatasetVector* source, const ZoOptimizedInformation& info, CallProgress& progress,
                  ZoOptimizedReport& report, AggregatedLayer& layer) {
@@ -181,19 +192,19 @@ Status Aggregate(ZoDatasetVector* source, const ZoOptimizedInformation& info, Ca
   report.OutlyingIncidents = Flagged(outliers);
 
   if (info.Aggregation == AggregateFishnetGrid) {
-    report.DefaultCellSize = !info.CellSize.has_value();
-    report.CellSize = info.CellSize.value_or(0.0);
-    if (report.DefaultCellSize)
-      if (Status s = aggregation::DefaultCellSize(planar, outliers, method, report.CellSize); !s) return s;
+    if (Status s = GivenOrDefault(info.CellSize, aggregation::DefaultCellSize, planar, outliers, method,
+                                  report.CellSize, report.DefaultCellSize);
+        !s)
+      return s;
     aggregation::FishnetCounts grid;
     if (Status s = aggregation::CountInGrid(planar, report.CellSize, grid); !s) return s;
     return WriteGrid(grid, plane, cs, progress, layer);
   }
   if (info.Aggregation == AggregateIntegrate) {
-    report.DefaultTolerance = !info.Tolerance.has_value();
-    report.Tolerance = info.Tolerance.value_or(0.0);
-    if (report.DefaultTolerance)
-      if (Status s = aggregation::DefaultTolerance(planar, outliers, method, report.Tolerance); !s) return s;
+    if (Status s = GivenOrDefault(info.Tolerance, aggregation::DefaultTolerance, planar, outliers, method,
+                                  report.Tolerance, report.DefaultTolerance);
+        !s)
+      return s;
     aggregation::MergedIncidents merged;
     if (Status s = aggregation::Integrate(planar, report.Tolerance, method, progress, merged); !s) return s;
     if (Status s = plane.Inverse(merged.points); !s) return s;
