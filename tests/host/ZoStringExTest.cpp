@@ -25,7 +25,7 @@ std::string Text(const char* id) { return ZoStringEx::LoadResString(id).Str(); }
 // Progress formats that the analyses fill with (i + 1, n).
 const char* const kPerItemFormats[] = {"IMb322", "IMb323", "IMb325", "IMb327", "IMb329", "IMb331", "IMb335",
                                        "IMb337", "IMb339", "IMb341", "IMb358", "IMb360", "IMb363", "IMb391",
-                                       "IMb393", "IMb395", "IMf002", "IMf004", "IMf005"};
+                                       "IMb393", "IMb395", "IMb396", "IMb397", "IMf002", "IMf004", "IMf005"};
 
 }  // namespace
 

@@ -32,7 +32,7 @@ Status Integrate(const LumaArray<LumaPoint2D>& points, double tolerance, ZoDista
   if (n > 0)
     if (Status s = spatial::BuildTree(buffer, points, tree); !s) return s;
 
-  const LumaUnicodeString format = progress ? ZoStringEx::LoadResString(msg::IMb337) : LumaUnicodeString();
+  const LumaUnicodeString format = progress ? ZoStringEx::LoadResString(msg::IMb396) : LumaUnicodeString();
   std::vector<std::size_t> found;
   std::vector<double> distances;
   for (std::int64_t first = 0; first < n; first += kChunk) {

@@ -31,7 +31,7 @@ struct MergedIncidents {
 // `tolerance` apart, so an incident is found by a bounded number of searches.
 // "ESa088" for a negative or non-finite tolerance, "ESa089" for a non-finite
 // point, "ESa032" when the tree cannot be built, "IMb030" when cancelled
-// through `progress` (stepped per chunk of incidents with IMb337's "feature
+// through `progress` (stepped per chunk of incidents with IMb396's "incident
 // %1 of %2"). `out` is replaced only on success. May throw std::bad_alloc.
 Status Integrate(const LumaArray<LumaPoint2D>& points, double tolerance, ZoDistanceMethod method,
                  CallProgress& progress, MergedIncidents& out);

@@ -130,7 +130,7 @@ Status CountInPolygons(const LumaArray<LumaPoint2D>& points, const std::vector<Z
   // thread count, and an incident already held by an earlier polygon is not
   // tested again.
   std::vector<std::int64_t> owner(points.size(), kNone);
-  const LumaUnicodeString format = progress ? ZoStringEx::LoadResString(msg::IMb337) : LumaUnicodeString();
+  const LumaUnicodeString format = progress ? ZoStringEx::LoadResString(msg::IMb397) : LumaUnicodeString();
   for (std::int64_t first = 0, last = 0; first < m; first = last) {
     if (!progress.Step(format, first, m)) return Status::Fail(msg::IMb030);
     last = first;

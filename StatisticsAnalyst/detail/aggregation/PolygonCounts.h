@@ -26,7 +26,7 @@ using LUMA::LumaPoint2D;
 // it, so the result does not depend on the thread count. Memory O(n) beyond
 // the inputs. "ESa089" for a non-finite point or a region with a non-finite
 // vertex, "IMb030" when cancelled through `progress` (stepped per chunk of
-// polygons with IMb337's "feature %1 of %2"). The outputs are replaced only
+// polygons with IMb397's "polygon %1 of %2"). The outputs are replaced only
 // on success. May throw std::bad_alloc.
 Status CountInPolygons(const LumaArray<LumaPoint2D>& points, const std::vector<ZoGeometry>& polygons,
                        CallProgress& progress, std::vector<std::int64_t>& counts,
