@@ -11,6 +11,20 @@
 
 namespace ZOC::front {
 
+ReportValues IncrementalBandValues(const ZoIncrementalBand& band) {
+  if (!band.Valid) return {{"distance", band.Distance}, {"index", ReportValue()}};
+  const ZoAnalyzingExponent& m = band.Moran;
+  return {{"distance", band.Distance}, {"index", m.Index},    {"expected_index", m.ExpectedIndex},
+          {"variance", m.Variance},    {"z_score", m.ZScore}, {"p_value", m.PValue}};
+}
+
+ReportValues IncrementalSeriesValues(const ZoIncrementalResult& r) {
+  return {{"begin_distance", r.BeginDistance},
+          {"increment", r.Increment},
+          {"default_begin_distance", r.DefaultBegin},
+          {"default_increment", r.DefaultIncrement}};
+}
+
 int IncrementalPeakCode(const ZoIncrementalResult& result, std::size_t band) {
   const auto k = static_cast<std::int32_t>(band);
   return (k == result.FirstPeak ? 1 : 0) | (k == result.MaxPeak ? 2 : 0);

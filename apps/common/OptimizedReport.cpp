@@ -21,12 +21,12 @@ ZoIncidentAggregation AggregationNamed(const std::string& name) {
   return AggregateFishnetGrid;  // the option's domain admits nothing else
 }
 
-std::vector<std::pair<std::string, ReportValue>> OptimizedReportValues(const ZoOptimizedReport& r) {
+ReportValues OptimizedReportValues(const ZoOptimizedReport& r) {
   const bool grid = r.Aggregated && r.Aggregation == AggregateFishnetGrid;
   const bool integrate = r.Aggregated && r.Aggregation == AggregateIntegrate;
   const bool peak = r.Scale == ScaleFirstPeak;
   auto nothing = ReportValue();
-  std::vector<std::pair<std::string, ReportValue>> values = {
+  ReportValues values = {
       {"incidents", r.Aggregated ? ReportValue(static_cast<long long>(r.Incidents)) : nothing},
       {"aggregation", r.Aggregated ? ReportValue(std::string(AggregationName(r.Aggregation))) : nothing},
       {"cell_size", grid ? ReportValue(r.CellSize) : nothing},

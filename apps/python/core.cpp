@@ -218,6 +218,27 @@ std::tuple<int, long long, double> Density(const std::string& path, const std::s
   return {summary.Clusters, summary.Noise, summary.Distance};
 }
 
+// A JSON number as zostat writes it: null when not finite.
+py::object Number(double value) { return std::isfinite(value) ? py::object(py::float_(value)) : py::none(); }
+
+// Named values as the front ends share them.
+py::dict ToDict(const ZOC::front::ReportValues& values) {
+  py::dict d;
+  for (const auto& [key, value] : values)
+    d[py::str(key)] = std::visit(
+        [](const auto& v) -> py::object {
+          using T = std::decay_t<decltype(v)>;
+          if constexpr (std::is_same_v<T, std::monostate>)
+            return py::none();
+          else if constexpr (std::is_same_v<T, double>)
+            return Number(v);
+          else
+            return py::cast(v);
+        },
+        value);
+  return d;
+}
+
 // The optimized hot spot analysis into a layer of the type its aggregation
 // gives (the input's with a field); returns the report, keyed as zostat's
 // --json keys it.
@@ -248,18 +269,7 @@ py::dict OptimizedHotSpot(const std::string& path, const std::string& layer, con
     return clustering.OptimizedHotSpotAnalyst(input.dataset, out.dataset(), info, ZOC::front::kReportProgress,
                                               &report) != 0;
   });
-  py::dict values;
-  for (const auto& [key, value] : ZOC::front::OptimizedReportValues(report))
-    values[py::str(key)] = std::visit(
-        [](const auto& v) -> py::object {
-          using T = std::decay_t<decltype(v)>;
-          if constexpr (std::is_same_v<T, std::monostate>)
-            return py::none();
-          else
-            return py::cast(v);
-        },
-        value);
-  return values;
+  return ToDict(ZOC::front::OptimizedReportValues(report));
 }
 
 using MeasureMethod = unsigned char (ZOC::ZoSpatialMeasure::*)(ZOC::ZoDatasetVector*, ZOC::ZoDatasetVector*,
@@ -296,9 +306,6 @@ ZOC::ZoMeasuringInformation MeasuringInformation(const std::string& weightField,
   info.OrientationOnly = orientationOnly;
   return info;
 }
-
-// A JSON number as zostat writes it: null when not finite.
-py::object Number(double value) { return std::isfinite(value) ? py::object(py::float_(value)) : py::none(); }
 
 LUMA::LumaArray<LUMA::LumaUnicodeString> Names(const std::vector<std::string>& names) {
   LUMA::LumaArray<LUMA::LumaUnicodeString> out;
@@ -376,21 +383,6 @@ py::dict Gwr(const std::string& path, const std::string& layer, const std::strin
   return d;
 }
 
-// A band as `zostat incremental --json` prints it: only its distance and a
-// null index when the statistic could not be computed there.
-py::dict Band(const ZOC::ZoIncrementalBand& band) {
-  py::dict d;
-  d["distance"] = Number(band.Distance);
-  if (!band.Valid) {
-    d["index"] = py::none();
-    return d;
-  }
-  const auto& m = band.Moran;
-  d["index"] = Number(m.Index), d["expected_index"] = Number(m.ExpectedIndex), d["variance"] = Number(m.Variance);
-  d["z_score"] = Number(m.ZScore), d["p_value"] = Number(m.PValue);
-  return d;
-}
-
 // The incremental spatial autocorrelation, its table of bands written into
 // the output as zostat's --output writes it; the values of `zostat
 // incremental --json`.
@@ -416,14 +408,13 @@ py::dict Incremental(const std::string& path, const std::string& layer, const st
     return true;
   });
   py::list list;
-  for (const auto& band : r.Bands) list.append(Band(band));
+  for (const auto& band : r.Bands) list.append(ToDict(ZOC::front::IncrementalBandValues(band)));
   auto peak = [&](std::int32_t k) {
-    return k < 0 ? py::object(py::none()) : py::object(Band(r.Bands[static_cast<std::size_t>(k)]));
+    return k < 0 ? py::object(py::none()) : py::object(list[static_cast<std::size_t>(k)]);
   };
   py::dict d;
   d["bands"] = list, d["first_peak"] = peak(r.FirstPeak), d["max_peak"] = peak(r.MaxPeak);
-  d["begin_distance"] = Number(r.BeginDistance), d["increment"] = Number(r.Increment);
-  d["default_begin_distance"] = r.DefaultBegin, d["default_increment"] = r.DefaultIncrement;
+  for (const auto& [key, value] : ToDict(ZOC::front::IncrementalSeriesValues(r))) d[key] = value;
   return d;
 }
 

@@ -21,17 +21,7 @@ namespace zostat {
 namespace {
 
 void BandObject(JsonWriter& json, const ZOC::ZoIncrementalBand& band) {
-  if (!band.Valid) {
-    json.BeginObject().Key("distance").Number(band.Distance).Key("index").Null().EndObject();
-    return;
-  }
-  const ZOC::ZoAnalyzingExponent& m = band.Moran;
-  json.NumberObject({{"distance", band.Distance},
-                     {"index", m.Index},
-                     {"expected_index", m.ExpectedIndex},
-                     {"variance", m.Variance},
-                     {"z_score", m.ZScore},
-                     {"p_value", m.PValue}});
+  json.BeginObject().Values(ZOC::front::IncrementalBandValues(band)).EndObject();
 }
 
 void PeakObject(JsonWriter& json, const ZOC::ZoIncrementalResult& r, int peak) {
@@ -59,9 +49,7 @@ void PrintResult(const Options& options, const ZOC::ZoIncrementalResult& r, cons
     PeakObject(json, r, r.FirstPeak);
     json.Key("max_peak");
     PeakObject(json, r, r.MaxPeak);
-    json.Key("begin_distance").Number(r.BeginDistance).Key("increment").Number(r.Increment);
-    json.Key("default_begin_distance").Bool(r.DefaultBegin).Key("default_increment").Bool(r.DefaultIncrement);
-    json.EndObject();
+    json.Values(ZOC::front::IncrementalSeriesValues(r)).EndObject();
     Print(json.str());
     return;
   }

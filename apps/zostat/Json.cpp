@@ -3,6 +3,8 @@
 #include <charconv>
 #include <cmath>
 #include <cstdio>
+#include <type_traits>
+#include <variant>
 
 namespace zostat {
 
@@ -62,6 +64,28 @@ JsonWriter& JsonWriter::String(std::string_view value) {
   }
   m_out += '"';
   m_needComma = true;
+  return *this;
+}
+
+JsonWriter& JsonWriter::Values(const ZOC::front::ReportValues& values) {
+  for (const auto& [key, value] : values) {
+    Key(key);
+    std::visit(
+        [this](const auto& v) {
+          using T = std::decay_t<decltype(v)>;
+          if constexpr (std::is_same_v<T, std::monostate>)
+            Null();
+          else if constexpr (std::is_same_v<T, bool>)
+            Bool(v);
+          else if constexpr (std::is_same_v<T, long long>)
+            Integer(v);
+          else if constexpr (std::is_same_v<T, double>)
+            Number(v);
+          else
+            String(v);
+        },
+        value);
+  }
   return *this;
 }
 

@@ -5,6 +5,8 @@
 #include <string_view>
 #include <utility>
 
+#include "common/ReportValues.h"
+
 namespace zostat {
 
 class JsonWriter {
@@ -20,6 +22,8 @@ class JsonWriter {
   JsonWriter& Integer(long long value);
   JsonWriter& Bool(bool value);
   JsonWriter& Null();
+  // The named values as the members of the object being written.
+  JsonWriter& Values(const ZOC::front::ReportValues& values);
   // One object of named numbers, in the order given.
   JsonWriter& NumberObject(std::initializer_list<std::pair<std::string_view, double>> fields);
   const std::string& str() const { return m_out; }

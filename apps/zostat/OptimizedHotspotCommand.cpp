@@ -4,8 +4,6 @@
 #include <cstdio>
 #include <memory>
 #include <string>
-#include <type_traits>
-#include <variant>
 
 #include "Command.h"
 #include "Json.h"
@@ -31,25 +29,7 @@ const ZOC::ZoIncrementalBand* PeakBand(const ZOC::ZoOptimizedReport& r) {
 
 void PrintJson(const ZOC::ZoOptimizedReport& r, const OutputLayer& out) {
   JsonWriter json;
-  json.BeginObject();
-  for (const auto& [key, value] : ZOC::front::OptimizedReportValues(r)) {
-    json.Key(key);
-    std::visit(
-        [&](const auto& v) {
-          using T = std::decay_t<decltype(v)>;
-          if constexpr (std::is_same_v<T, std::monostate>)
-            json.Null();
-          else if constexpr (std::is_same_v<T, bool>)
-            json.Bool(v);
-          else if constexpr (std::is_same_v<T, long long>)
-            json.Integer(v);
-          else if constexpr (std::is_same_v<T, double>)
-            json.Number(v);
-          else
-            json.String(v);
-        },
-        value);
-  }
+  json.BeginObject().Values(ZOC::front::OptimizedReportValues(r));
   json.Key("output").String(out.path()).Key("layer").String(out.layer()).EndObject();
   Print(json.str());
 }
