@@ -206,7 +206,7 @@ void FindPeaks(ZoIncrementalResult& result) {
 }
 
 Status Incremental(ZoRecordset* records, const ZoIncrementalInformation& info, CallProgress& progress,
-                   ZoIncrementalResult& result, const std::vector<char>* setAside) {
+                   ZoIncrementalResult& result, SetAsideRule setAside, IncrementalPoints* points) {
   if (info.Bands < 1 || info.Bands > kMaxBands) return Status::Fail(msg::ESa081);
   if (!std::isfinite(info.BeginDistance) || info.BeginDistance < 0.0 || !std::isfinite(info.Increment) ||
       info.Increment < 0.0)
@@ -216,9 +216,10 @@ Status Incremental(ZoRecordset* records, const ZoIncrementalInformation& info, C
     progress->SetTitleMessage(ZoStringEx::LoadResString(msg::IMb392));
   }
   LumaArray<double> values, none;
-  LumaArray<LUMA::LumaPoint2D> points;
+  IncrementalPoints seen;
+  LumaArray<LUMA::LumaPoint2D>& planar = seen.planar;
   Status pointsStatus;
-  if (Status s = ReadFeatures(records, info.FieldName, false, values, {}, none, &points, pointsStatus); !s) return s;
+  if (Status s = ReadFeatures(records, info.FieldName, false, values, {}, none, &planar, pointsStatus); !s) return s;
   if (!pointsStatus) return pointsStatus.Then(msg::ESa008);
   // Constant values have no autocorrelation at any distance; say so once
   // rather than as a series of invalid bands.
@@ -226,16 +227,18 @@ Status Incremental(ZoRecordset* records, const ZoIncrementalInformation& info, C
     return Status::Fail(msg::ESa021);
   ScaleToUnitRange(values);
   const ZoPrjCoordSys& cs = records->GetDataset()->GetPrjCoordSys();
-  if (!cs.Forward(points)) return Status::Fail(msg::ESa060);
+  if (!cs.Forward(planar)) return Status::Fail(msg::ESa060);
   const ZoDistanceMethod method = spatial::EffectiveMethod(info.DistanceMethod, cs);
+  if (setAside) seen.setAside = setAside(planar, method);
   LumaArray<LUMA::LumaPoint3D> buffer;
   std::unique_ptr<ZoKdTree> tree;
-  if (Status s = spatial::BuildTree(buffer, points, tree); !s) return s;
+  if (Status s = spatial::BuildTree(buffer, planar, tree); !s) return s;
 
   ZoIncrementalResult out;
   double largestNearest = 0.0, meanNearest = 0.0;
   if (info.BeginDistance <= 0.0 || info.Increment <= 0.0)
-    spatial::NearestNeighbourSummary(*tree, points.size(), method, largestNearest, meanNearest, setAside);
+    spatial::NearestNeighbourSummary(*tree, planar.size(), method, largestNearest, meanNearest,
+                                     setAside ? &seen.setAside : nullptr);
   out.DefaultBegin = !(info.BeginDistance > 0.0);
   out.DefaultIncrement = !(info.Increment > 0.0);
   out.BeginDistance = out.DefaultBegin ? largestNearest : info.BeginDistance;
@@ -248,7 +251,7 @@ Status Incremental(ZoRecordset* records, const ZoIncrementalInformation& info, C
   std::vector<double> distances(out.Bands.size());
   for (std::size_t b = 0; b < out.Bands.size(); ++b) distances[b] = out.Bands[b].Distance;
   BandNeighbours neighbours;
-  if (Status s = FindNeighbours(*tree, points, distances, method, progress, neighbours); !s) return s;
+  if (Status s = FindNeighbours(*tree, planar, distances, method, progress, neighbours); !s) return s;
   tree.reset();
   if (Status s = SweepBands(neighbours, MoranSums::Deviations(values), info.Standardization, progress, out.Bands); !s)
     return s;
@@ -256,6 +259,7 @@ Status Incremental(ZoRecordset* records, const ZoIncrementalInformation& info, C
     return Status::Fail(msg::ESa084);
   FindPeaks(out);
   result = std::move(out);
+  if (points) *points = std::move(seen);
   return Status::Ok();
 }
 

@@ -241,21 +241,20 @@ Status ChooseBand(ZoDatasetVector* analysed, const LumaUnicodeString& field, con
                   CallProgress& progress, ZoOptimizedReport& report) {
   ZoRecordsetPtr records;
   if (Status s = OpenAnalysisRecords(analysed, GiParameters(field, info, -1.0), records); !s) return s;
-  LumaArray<LumaPoint2D> points;
-  if (Status s = ReadPoints(analysed, points); !s) return s;
-  report.Features = static_cast<std::int64_t>(points.size());
-  const ZoPrjCoordSys& cs = analysed->GetPrjCoordSys();
-  if (!cs.Forward(points)) return Status::Fail(msg::ESa060);
-  const ZoDistanceMethod method = spatial::EffectiveMethod(info.DistanceMethod, cs);
-  const std::vector<char> outliers = aggregation::LocationalOutliers(points, method);
-  report.OutlyingFeatures = Flagged(outliers);
-
   ZoIncrementalInformation series;
   series.FieldName = field;
   series.Bands = kBands;
   series.Standardization = true;
   series.DistanceMethod = info.DistanceMethod;
-  if (Status s = global::Incremental(records.get(), series, progress, report.Incremental, &outliers); !s) return s;
+  global::IncrementalPoints seen;
+  if (Status s = global::Incremental(records.get(), series, progress, report.Incremental,
+                                     aggregation::LocationalOutliers, &seen);
+      !s)
+    return s;
+  const LumaArray<LumaPoint2D>& points = seen.planar;
+  const std::vector<char>& outliers = seen.setAside;
+  report.Features = static_cast<std::int64_t>(points.size());
+  report.OutlyingFeatures = Flagged(outliers);
   const ZoIncrementalResult& bands = report.Incremental;
   if (bands.FirstPeak >= 0) {
     report.Scale = ScaleFirstPeak;
@@ -264,6 +263,7 @@ Status ChooseBand(ZoDatasetVector* analysed, const LumaUnicodeString& field, con
   }
   report.Scale = ScaleNearestNeighbours;
   report.Neighbours = FallbackNeighbours(points.size());
+  const ZoDistanceMethod method = spatial::EffectiveMethod(info.DistanceMethod, analysed->GetPrjCoordSys());
   LumaArray<LUMA::LumaPoint3D> buffer;
   std::unique_ptr<ZoKdTree> tree;
   if (Status s = spatial::BuildTree(buffer, points, tree); !s) return s;
