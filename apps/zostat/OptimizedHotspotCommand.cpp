@@ -65,9 +65,10 @@ void PrintText(const ZOC::ZoOptimizedReport& r, const OutputLayer& out, const st
                    bands.front().Distance) +
             "\n";
   else
-    text += "  distance band:        " + Format("%.6g", r.DistanceBand) + units + ", the mean distance to the " +
-            std::to_string(r.Neighbours) + "th nearest neighbour (no peak over 10 bands from " +
-            Format("%.6g to %.6g", bands.front().Distance, bands.back().Distance) + ")\n";
+    text += "  distance band:        " + Format("%.6g", r.DistanceBand) + units +
+            ", the mean distance to the K-th nearest neighbour, K = " + std::to_string(r.Neighbours) +
+            " (no peak over 10 bands from " + Format("%.6g to %.6g", bands.front().Distance, bands.back().Distance) +
+            ")\n";
   text += "  hot spots:            " + std::to_string(r.HotSpots[0]) + " at 99%, " + std::to_string(r.HotSpots[1]) +
           " at 95%, " + std::to_string(r.HotSpots[2]) + " at 90% confidence (FDR-corrected)\n";
   text += "  cold spots:           " + std::to_string(r.ColdSpots[0]) + " at 99%, " + std::to_string(r.ColdSpots[1]) +
