@@ -156,37 +156,34 @@ TEST(HostGeometry, GeodesicAreaAndLength) {
 
 TEST(HostGeometry, CircleAndEllipseSegmentation) {
   const LumaPoint2D centre{100.0, -20.0};
-  const double r = 7.5, pi = std::numbers::pi;
-  const ZoGeometry circle = ZoGeoCircle(centre, r).ConvertToRegion();
-  const auto& cp = circle.GetPoints();
-  ASSERT_EQ(circle.GetPolyCounts(), LumaArray<int>{73});
-  EXPECT_EQ(cp.front(), cp.back());
-  EXPECT_GT(Cross(cp[0], cp[1], cp[2]), 0.0);  // counter-clockwise
-  for (const auto& p : cp) EXPECT_NEAR(std::hypot(p.x - centre.x, p.y - centre.y), r, 1e-12);
-  // An inscribed regular 72-gon: (n/2)·r²·sin(2π/n).
-  EXPECT_NEAR(circle.GetArea(), 36 * r * r * std::sin(2 * pi / 72), 1e-9);
+  const double pi = std::numbers::pi;
+  // One closed counter-clockwise ring of n segments, every vertex on the
+  // ellipse of axes a (turned phi from x) and b, enclosing the inscribed
+  // n-gon's (n/2)·a·b·sin(2π/n).
+  const auto expectSegmented = [&](const ZoGeometry& g, int n, double a, double b, double phi) {
+    const auto& p = g.GetPoints();
+    ASSERT_EQ(g.GetPolyCounts(), LumaArray<int>{n + 1});
+    EXPECT_EQ(p.front(), p.back());
+    EXPECT_GT(Cross(p[0], p[1], p[2]), 0.0);
+    for (const auto& q : p) {
+      const double dx = q.x - centre.x, dy = q.y - centre.y;
+      const double u = dx * std::cos(phi) + dy * std::sin(phi), v = -dx * std::sin(phi) + dy * std::cos(phi);
+      EXPECT_NEAR(u * u / (a * a) + v * v / (b * b), 1.0, 1e-12);
+    }
+    EXPECT_NEAR(g.GetArea(), n / 2.0 * a * b * std::sin(2 * pi / n), 1e-9);
+  };
+  const ZoGeometry circle = ZoGeoCircle(centre, 7.5).ConvertToRegion();
+  expectSegmented(circle, 72, 7.5, 7.5, 0.0);
   ExpectCentroid(circle, centre.x, centre.y, 1e-9);
-  EXPECT_EQ(ZoGeoCircle(centre, r).ConvertToRegion(8).GetPoints().size(), 9u);
+  expectSegmented(ZoGeoCircle(centre, 7.5).ConvertToRegion(8), 8, 7.5, 7.5, 0.0);
+  // Axis 1 (the shorter here) turned 30° from x.
+  expectSegmented(ZoGeoEllipse::Make(centre, 2.0, 5.0, 30.0).ConvertToRegion(40), 40, 2.0, 5.0, pi / 6);
 
-  // Ellipse with axis 1 (the shorter here) turned 30° from x.
-  const double a1 = 2.0, a2 = 5.0, angle = 30.0, phi = angle * pi / 180.0;
-  const ZoGeometry ellipse = ZoGeoEllipse::Make(centre, a1, a2, angle).ConvertToRegion(40);
-  const auto& ep = ellipse.GetPoints();
-  ASSERT_EQ(ep.size(), 41u);
-  EXPECT_EQ(ep.front(), ep.back());
-  for (const auto& p : ep) {
-    const double dx = p.x - centre.x, dy = p.y - centre.y;
-    const double u = dx * std::cos(phi) + dy * std::sin(phi), v = -dx * std::sin(phi) + dy * std::cos(phi);
-    EXPECT_NEAR(u * u / (a1 * a1) + v * v / (a2 * a2), 1.0, 1e-12);
-  }
-  EXPECT_GT(Cross(ep[0], ep[1], ep[2]), 0.0);
-  EXPECT_NEAR(ellipse.GetArea(), 20 * a1 * a2 * std::sin(2 * pi / 40), 1e-9);
-
-  for (double bad : {0.0, -1.0, std::numeric_limits<double>::infinity(), std::nan("")}) {
-    EXPECT_TRUE(ZoGeoCircle(centre, bad).ConvertToRegion().IsEmpty());
-    EXPECT_TRUE(ZoGeoEllipse::Make(centre, bad, 1.0, 0.0).ConvertToRegion().IsEmpty());
-    EXPECT_TRUE(ZoGeoEllipse::Make(centre, 1.0, bad, 0.0).ConvertToRegion().IsEmpty());
-  }
+  for (double bad : {0.0, -1.0, std::numeric_limits<double>::infinity(), std::nan("")})
+    EXPECT_TRUE(ZoGeoCircle(centre, bad).ConvertToRegion().IsEmpty() &&
+                ZoGeoEllipse::Make(centre, bad, 1.0, 0.0).ConvertToRegion().IsEmpty() &&
+                ZoGeoEllipse::Make(centre, 1.0, bad, 0.0).ConvertToRegion().IsEmpty())
+        << bad;
 }
 
 TEST(HostGeometry, ConvexHulls) {
@@ -227,17 +224,19 @@ TEST(HostGeometry, ConvexHulls) {
   }
 }
 
+// Even-odd with the boundary inside, by the geometry and by a prepared region.
 TEST(HostGeometry, ContainsPointByEvenOddWithBoundary) {
   // A 4x4 square with a 2x2 hole, both wound the same way, and beside it a
   // concave U whose notch opens upwards: one multipolygon.
   const ZoGeometry g = Region(
       {Rect(0, 0, 4, 4), Rect(1, 1, 3, 3), {{5, 0}, {8, 0}, {8, 3}, {7, 3}, {7, 1}, {6, 1}, {6, 3}, {5, 3}}}, {2, 1});
+  const ZoPreparedRegion prepared(g);
   const std::vector<LumaPoint2D> in = {{0.5, 0.5}, {3.5, 2},   {0, 2},   {4, 4},   {1, 2}, {3, 3},
                                        {2, 0},     {5.5, 2.5}, {7.5, 3}, {6.5, 1}, {6, 2}, {7, 3}};
   const std::vector<LumaPoint2D> out = {{2, 2},   {1.5, 2.5}, {-1e-300, 2}, {4.5, 2},    {6.5, 2},
                                         {6.5, 3}, {4, 4.5},   {9, 1},       {5, -1e-300}};
-  for (const LumaPoint2D& p : in) EXPECT_TRUE(g.ContainsPoint(p)) << p.x << ", " << p.y;
-  for (const LumaPoint2D& p : out) EXPECT_FALSE(g.ContainsPoint(p)) << p.x << ", " << p.y;
+  for (const LumaPoint2D& p : in) EXPECT_TRUE(g.ContainsPoint(p) && prepared.Contains(p)) << p.x << ", " << p.y;
+  for (const LumaPoint2D& p : out) EXPECT_FALSE(g.ContainsPoint(p) || prepared.Contains(p)) << p.x << ", " << p.y;
 
   // A point just right of the edge (0,0)→(1, 1+2⁻⁵²): both products of the
   // orientation round to 1, so only the exact sum sees it lies outside.
@@ -251,11 +250,11 @@ TEST(HostGeometry, ContainsPointByEvenOddWithBoundary) {
   EXPECT_FALSE(ZoGeometry::MakePoint({1, 1}).ContainsPoint({1, 1}));
   EXPECT_FALSE(ZoGeometry::MakeLine(Pts{{0, 0}, {2, 2}}, {2}).ContainsPoint({1, 1}));
   EXPECT_FALSE(g.ContainsPoint({std::numeric_limits<double>::quiet_NaN(), 2}));
-}
+  EXPECT_FALSE(ZoPreparedRegion(ZoGeometry()).Contains({0, 0}));
 
-TEST(HostGeometry, PreparedRegionAgreesWithContainsPoint) {
-  // A many-sided disc with a hole, a star whose long spikes cross many
-  // strips, and a flat ring of zero height; random points and every vertex.
+  // The prepared region agrees on a many-sided disc with a hole, a star whose
+  // long spikes cross many strips, and a flat ring of zero height, at random
+  // points and every vertex.
   LumaArray<LumaPoint2D> star;
   for (int i = 0; i < 200; ++i) {
     const double t = 2 * std::numbers::pi * i / 200, r = (i % 2) ? 10.0 : 1.0;
@@ -266,18 +265,17 @@ TEST(HostGeometry, PreparedRegionAgreesWithContainsPoint) {
       ZoGeometry::MakeRegion(star, {200}), Region({{{-5, 1}, {0, 1}, {5, 1}}})};
   std::mt19937 rng(8);
   std::uniform_real_distribution<double> u(-11, 11);
-  for (const ZoGeometry& g : regions) {
-    const ZoPreparedRegion prepared(g);
-    std::vector<LumaPoint2D> probes(g.GetPoints().begin(), g.GetPoints().end());
+  for (const ZoGeometry& region : regions) {
+    const ZoPreparedRegion fast(region);
+    std::vector<LumaPoint2D> probes(region.GetPoints().begin(), region.GetPoints().end());
     for (int i = 0; i < 4000; ++i) probes.push_back({u(rng), i % 10 ? u(rng) : 1.0});
     int inside = 0;
     for (const LumaPoint2D& p : probes) {
-      ASSERT_EQ(prepared.Contains(p), g.ContainsPoint(p)) << p.x << ", " << p.y;
-      inside += g.ContainsPoint(p);
+      ASSERT_EQ(fast.Contains(p), region.ContainsPoint(p)) << p.x << ", " << p.y;
+      inside += region.ContainsPoint(p);
     }
-    EXPECT_GT(inside, static_cast<int>(g.GetPoints().size()));  // the vertices and some random points
+    EXPECT_GT(inside, static_cast<int>(region.GetPoints().size()));  // the vertices and some random points
   }
-  EXPECT_FALSE(ZoPreparedRegion(ZoGeometry()).Contains({0, 0}));
 }
 
 TEST(HostGeometry, PointDistances) {

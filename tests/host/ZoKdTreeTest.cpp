@@ -6,7 +6,6 @@
 #include <cfloat>
 #include <cmath>
 #include <cstdint>
-#include <functional>
 #include <limits>
 #include <random>
 #include <thread>
@@ -85,75 +84,37 @@ std::vector<LumaPoint3D> ShuffledGrid(int side, unsigned seed) {
 
 }  // namespace
 
-TEST(HostKdTree, RandomPointsMatchBruteForce) {
-  const auto pts = RandomPoints(1500, 7);
-  auto queries = RandomPoints(60, 99);
-  queries.insert(queries.end(), pts.begin(), pts.begin() + 20);  // queries on data points
-  for (std::size_t bucket : {1, 30}) {
-    ZoKdTree tree(pts.data(), pts.size());
-    tree.SetMaxBucketSize(bucket);
-    ASSERT_TRUE(tree.Build());
-    EXPECT_EQ(tree.GetCount(), pts.size());
-    for (int method : {kEuclidean, kManhattan}) {
-      for (const auto& q : queries) {
-        for (std::size_t k : {std::size_t{1}, std::size_t{9}, std::size_t{64}, pts.size() + 5})
-          ASSERT_EQ(TreeKnn(tree, q, k, method), Brute(pts, q, k, DBL_MAX, method)) << k << " " << bucket;
-        for (double r : {0.0, 3.0, 12.5, 60.0, DBL_MAX})
-          ASSERT_EQ(TreeRadius(tree, q, r, method), Brute(pts, q, SIZE_MAX, r, method)) << r << " " << method;
-        EXPECT_TRUE(TreeRadius(tree, q, -1.0, method).idx.empty());
-        EXPECT_TRUE(TreeRadius(tree, q, std::nan(""), method).idx.empty());
-      }
-    }
-  }
-}
-
-// On an integer grid many neighbours lie exactly at the radius or tie for the
-// k-th place: the radius is inclusive and ties go to the lower index.
-TEST(HostKdTree, GridTiesIncludeBoundaryAndFavourLowerIndices) {
+// Single searches, and the batch search over the tree's own points, against
+// brute force: on random points, on random points off the plane, and on an
+// integer grid with a stack of duplicates taller than a leaf, where many
+// neighbours lie exactly at the radius or tie for the k-th place (the radius
+// is inclusive, ties go to the lower index). Batch ranges cut a leaf.
+TEST(HostKdTree, SearchesMatchBruteForceWithTies) {
   const int side = 20;
-  const auto pts = ShuffledGrid(side, 3);
-  for (std::size_t bucket : {1, 4, 30}) {
-    ZoKdTree tree(pts.data(), pts.size());
-    tree.SetMaxBucketSize(bucket);
-    ASSERT_TRUE(tree.Build());
-    for (std::size_t qi = 0; qi < static_cast<std::size_t>(side * side); ++qi) {
-      const LumaPoint3D q = pts[qi];
-      const bool interior = q.x >= 2 && q.x <= side - 3 && q.y >= 2 && q.y <= side - 3;
-      for (int method : {kEuclidean, kManhattan}) {
-        for (double r : {1.0, 2.0}) {
-          const Hits got = TreeRadius(tree, q, r, method);
-          ASSERT_EQ(got, Brute(pts, q, SIZE_MAX, r, method)) << "bucket=" << bucket << " r=" << r;
-          if (interior) {  // hand count: 5 and 13 grid points for L1 and L2 alike, duplicates twice
-            std::size_t dupes = 0;
-            for (std::size_t j = side * side; j < pts.size(); ++j) dupes += TrueDistance(q, pts[j], method) <= r;
-            EXPECT_EQ(got.idx.size(), (r == 1.0 ? 5u : 13u) + dupes);
-          }
-        }
-        for (std::size_t k : {2, 3, 4, 6, 10})
-          ASSERT_EQ(TreeKnn(tree, q, k, method), Brute(pts, q, k, DBL_MAX, method)) << bucket << " k=" << k;
-      }
-    }
-  }
-}
-
-// The batch search over the tree's own points answers each point as brute
-// force does: ties on the grid, exact duplicates beyond a leaf's size, points
-// off the plane, ranges that cut leaves, k beyond a leaf's size.
-TEST(HostKdTree, SpatialRangesMatchBruteForce) {
-  auto grid = ShuffledGrid(24, 5);
-  for (int i = 0; i < 40; ++i) grid.push_back(grid[3]);  // a stack taller than a leaf
-  auto solid = RandomPoints(700, 11);
+  auto flat = RandomPoints(1000, 7), grid = ShuffledGrid(side, 3), solid = RandomPoints(700, 11);
+  for (int i = 0; i < 40; ++i) grid.push_back(grid[3]);
   std::mt19937 rng(4);
   for (auto& p : solid) p.z = std::uniform_real_distribution<double>(0.0, 30.0)(rng);
-  for (const auto& pts : {RandomPoints(900, 2), grid, solid}) {
+  for (const auto* set : {&flat, &grid, &solid}) {
+    const std::vector<LumaPoint3D>& pts = *set;
+    auto queries = RandomPoints(60, 99);  // and data points: every one of the grid's
+    for (std::size_t i = 0; i < pts.size(); i += set == &grid ? 1 : 25) queries.push_back(pts[i]);
     for (std::size_t bucket : {1, 4, 30}) {
       ZoKdTree tree(pts.data(), pts.size());
       tree.SetMaxBucketSize(bucket);
       ASSERT_TRUE(tree.Build());
+      EXPECT_EQ(tree.GetCount(), pts.size());
       std::vector<std::int64_t> order;
-      ASSERT_TRUE(tree.GetSpatialOrder(order));
-      ASSERT_EQ(order.size(), pts.size());
-      for (int method : {kEuclidean, kManhattan})
+      ASSERT_TRUE(tree.GetSpatialOrder(order) && order.size() == pts.size());
+      for (int method : {kEuclidean, kManhattan}) {
+        for (const auto& q : queries) {
+          for (std::size_t k : {std::size_t{1}, std::size_t{2}, std::size_t{3}, std::size_t{6}, std::size_t{9},
+                                std::size_t{64}, pts.size() + 5})
+            ASSERT_EQ(TreeKnn(tree, q, k, method), Brute(pts, q, k, DBL_MAX, method)) << k << " " << bucket;
+          for (double r : {0.0, 1.0, 2.0, 3.0, 12.5, 60.0, DBL_MAX})
+            ASSERT_EQ(TreeRadius(tree, q, r, method), Brute(pts, q, SIZE_MAX, r, method)) << r << " " << bucket;
+          EXPECT_TRUE(TreeRadius(tree, q, -1.0, method).idx.empty() && TreeRadius(tree, q, NAN, method).idx.empty());
+        }
         for (std::size_t k : {std::size_t{1}, std::size_t{9}, std::size_t{45}}) {
           std::vector<int> seen(pts.size(), 0);
           const auto check = [&](std::size_t position, const std::size_t* idx, const double* dist, std::size_t n) {
@@ -162,12 +123,24 @@ TEST(HostKdTree, SpatialRangesMatchBruteForce) {
             ASSERT_EQ(got, Brute(pts, q, k, DBL_MAX, method)) << bucket << " k=" << k << " method=" << method;
             ++seen[position];
           };
-          const std::size_t cut = pts.size() / 3 + 1;  // inside a leaf
-          ASSERT_TRUE(tree.SearchSpatialRange(0, cut, k, method, check));
-          ASSERT_TRUE(tree.SearchSpatialRange(cut, pts.size() + 10, k, method, check));
+          const std::size_t cut = pts.size() / 3 + 1;
+          ASSERT_TRUE(tree.SearchSpatialRange(0, cut, k, method, check) &&
+                      tree.SearchSpatialRange(cut, pts.size() + 10, k, method, check));
           EXPECT_EQ(std::count(seen.begin(), seen.end(), 1), static_cast<std::ptrdiff_t>(pts.size()));
         }
+      }
     }
+  }
+  // By hand: 5 and 13 grid points lie within 1 and 2 of an interior point,
+  // for L1 and L2 alike, and duplicates count twice.
+  for (const LumaPoint3D& q : grid) {
+    if (q.x < 2 || q.x > side - 3 || q.y < 2 || q.y > side - 3) continue;
+    for (int method : {kEuclidean, kManhattan})
+      for (double r : {1.0, 2.0}) {
+        std::size_t dupes = 0;
+        for (std::size_t j = side * side; j < grid.size(); ++j) dupes += TrueDistance(q, grid[j], method) <= r;
+        EXPECT_EQ(Brute(grid, q, SIZE_MAX, r, method).idx.size(), (r == 1.0 ? 5u : 13u) + dupes);
+      }
   }
 }
 
@@ -175,30 +148,21 @@ TEST(HostKdTree, ConcurrentQueriesAgree) {
   const auto pts = ShuffledGrid(30, 8);
   ZoKdTreec tree(pts.data(), pts.size());
   ASSERT_TRUE(tree.Build());  // the Manhattan index is first needed inside the threads
-  const std::size_t k = 5;
-  auto runAll = [&](std::vector<Hits>& out, bool brute) {
-    for (std::size_t i = 0; i < pts.size(); i += 3) {
-      for (int method : {kManhattan, kEuclidean}) {
-        if (brute) {
-          out.push_back(Brute(pts, pts[i], k, DBL_MAX, method));
-          out.push_back(Brute(pts, pts[i], SIZE_MAX, 2.0, method));
-          continue;
-        }
-        Hits h{std::vector<std::size_t>(k), std::vector<double>(k)};
-        h.idx.resize(tree.SearchKdTreec(pts[i], k, h.idx.data(), h.dist.data(), method));
-        h.dist.resize(h.idx.size());
-        out.push_back(h);
-        out.push_back(TreeRadius(tree, pts[i], 2.0, method));
-      }
-    }
-  };
-  std::vector<std::vector<Hits>> results(4);
+  std::vector<int> wrong(4, 0);
   std::vector<std::thread> threads;
-  for (auto& r : results) threads.emplace_back(runAll, std::ref(r), false);
+  for (int& w : wrong)
+    threads.emplace_back([&] {
+      for (std::size_t i = 0; i < pts.size(); i += 3)
+        for (int method : {kManhattan, kEuclidean}) {
+          Hits h{std::vector<std::size_t>(5), std::vector<double>(5)};
+          h.idx.resize(tree.SearchKdTreec(pts[i], 5, h.idx.data(), h.dist.data(), method));
+          h.dist.resize(h.idx.size());
+          w += !(h == Brute(pts, pts[i], 5, DBL_MAX, method)) ||
+               !(TreeRadius(tree, pts[i], 2.0, method) == Brute(pts, pts[i], SIZE_MAX, 2.0, method));
+        }
+    });
   for (auto& t : threads) t.join();
-  std::vector<Hits> expected;
-  runAll(expected, true);
-  for (const auto& r : results) EXPECT_EQ(r, expected);
+  EXPECT_EQ(wrong, std::vector<int>(4, 0));
 }
 
 TEST(HostKdTree, FailuresEmptyTreesAndCallerSlots) {
@@ -207,8 +171,7 @@ TEST(HostKdTree, FailuresEmptyTreesAndCallerSlots) {
     std::vector<LumaPoint3D> withBad = pts;
     withBad[1].y = bad;
     ZoKdTree tree(withBad.data(), withBad.size());
-    EXPECT_FALSE(tree.Build());
-    EXPECT_FALSE(tree.IsBuilt());
+    EXPECT_FALSE(tree.Build() || tree.IsBuilt());
   }
   EXPECT_FALSE(ZoKdTree(nullptr, 5).Build());
 
@@ -226,10 +189,10 @@ TEST(HostKdTree, FailuresEmptyTreesAndCallerSlots) {
   ASSERT_TRUE(small.Build());
   EXPECT_EQ(small.SearchKdTree({0, 0, 0}, 0, idx, dist, kEuclidean), 0u);
   for (const auto& [method, far] : {std::pair{kEuclidean, 5.0}, {kManhattan, 7.0}}) {
-    std::size_t slots[5] = {9, 9, 9, 9, 9};
-    double d[5] = {-1, -1, -1, -1, -1};
-    ASSERT_EQ(small.SearchKdTreec({0, 0, 0}, 4, slots, d, method), 3u);
-    EXPECT_EQ((std::vector<std::size_t>(slots, slots + 5)), (std::vector<std::size_t>{0, 2, 1, 9, 9}));
-    EXPECT_EQ((std::vector<double>(d, d + 5)), (std::vector<double>{0, 1, far, -1, -1}));
+    std::vector<std::size_t> slots(5, 9);
+    std::vector<double> d(5, -1);
+    ASSERT_EQ(small.SearchKdTreec({0, 0, 0}, 4, slots.data(), d.data(), method), 3u);
+    EXPECT_EQ(slots, (std::vector<std::size_t>{0, 2, 1, 9, 9}));
+    EXPECT_EQ(d, (std::vector<double>{0, 1, far, -1, -1}));
   }
 }

@@ -1,11 +1,16 @@
 #include "TestSupport.h"
 
 #include <sys/wait.h>
+#include <algorithm>
 #include <cstdio>
 #include <cstdlib>
 #include <random>
 
+#include <gdal_priv.h>
+#include <ogrsf_frmts.h>
+
 #include "host/ZoRecordset.h"
+#include "host/ZoResultWriter.h"
 
 namespace satest {
 
@@ -70,6 +75,49 @@ MemoryLayer MakePointLayer(const std::vector<LUMA::LumaPoint2D>& points, const s
   layer.dataset->ReleaseRecordset(writer);
   layer.dataset->Commit();
   return layer;
+}
+
+bool WriteGdalLayer(const std::string& path, const std::string& name, int geometryType,
+                    const std::vector<std::string>& wkts, int epsg) {
+  GDALAllRegister();
+  GDALDatasetUniquePtr ds(
+      std::filesystem::exists(path)
+          ? GDALDataset::Open(path.c_str(), GDAL_OF_VECTOR | GDAL_OF_UPDATE)
+          : GetGDALDriverManager()->GetDriverByName("GPKG")->Create(path.c_str(), 0, 0, 0, GDT_Unknown, nullptr));
+  OGRSpatialReference srs;
+  if (!ds || (epsg && srs.importFromEPSG(epsg) != OGRERR_NONE)) return false;
+  OGRLayer* layer =
+      ds->CreateLayer(name.c_str(), epsg ? &srs : nullptr, static_cast<OGRwkbGeometryType>(geometryType), nullptr);
+  if (!layer || ds->StartTransaction() != OGRERR_NONE) return false;
+  for (const std::string& wkt : wkts) {
+    OGRFeature f(layer->GetLayerDefn());
+    OGRGeometry* g = nullptr;
+    if (!wkt.empty() && OGRGeometryFactory::createFromWkt(wkt.c_str(), nullptr, &g) != OGRERR_NONE) return false;
+    f.SetGeometryDirectly(g);
+    if (layer->CreateFeature(&f) != OGRERR_NONE) return false;
+  }
+  return ds->CommitTransaction() == OGRERR_NONE;
+}
+
+ZOC::ZoDatasetVector* FillResult(ZOC::ZoResultWriter& writer, ZOC::ZoDatasetVector* source, const std::string& path,
+                                 bool overwrite) {
+  ZOC::ZoDatasetVector* result =
+      writer.Prepare(path, "res", overwrite, {}) ? writer.CreateResult(source, 0, ZOC::ZoPrjCoordSys()) : nullptr;
+  if (!result || !result->CreateField(LUMA::LumaFieldInfo("Result_Score", LUMA::FieldDouble))) return nullptr;
+  std::unique_ptr<ZOC::ZoRecordset> records(source->Query(ZOC::ZoQueryDef()));
+  const bool ok = result->AppendRecords(records.get(), {}, nullptr, {"Result_Score"},
+                                        [](std::int64_t k, std::vector<LUMA::LumaVariant>& values) {
+                                          values[0] = 0.5 * static_cast<double>(k);
+                                          return true;
+                                        });
+  return ok ? result : nullptr;
+}
+
+std::vector<std::string> FilesIn(const std::filesystem::path& folder) {
+  std::vector<std::string> names;
+  for (const auto& e : std::filesystem::directory_iterator(folder)) names.push_back(e.path().filename().string());
+  std::sort(names.begin(), names.end());
+  return names;
 }
 
 std::vector<LUMA::LumaPoint2D> RandomPoints(std::size_t n, double size, unsigned seed) {

@@ -9,6 +9,10 @@
 #include "host/ZoDataSource.h"
 #include "host/ZoProgress.h"
 
+namespace ZOC {
+class ZoResultWriter;
+}
+
 namespace satest {
 
 // Path of a bundled sample dataset in data/.
@@ -78,6 +82,23 @@ std::vector<std::string> Texts(ZOC::ZoDatasetVector* dataset, const char* field)
 
 // The message identifiers in a message text ("[ESa014] ..."), in order.
 std::vector<std::string> MessageIds(const LUMA::LumaUnicodeString& message);
+
+// Writes a layer of OGR geometry type `geometryType` into the GeoPackage at
+// `path` (created if missing) with GDAL directly, one feature per WKT text
+// (an empty one has no geometry), in one transaction; epsg 0 leaves the layer
+// without a coordinate system. False when GDAL refuses any of it.
+bool WriteGdalLayer(const std::string& path, const std::string& layer, int geometryType,
+                    const std::vector<std::string>& wkts, int epsg = 0);
+
+// Prepares `writer` for layer "res" of `path` and fills its result from
+// `source`: every geometry, and a double field "Result_Score" (long enough
+// for a Shapefile to shorten) holding 0.5·k for the k-th feature. Null on
+// failure, with the writer's error when it was the one to fail.
+ZOC::ZoDatasetVector* FillResult(ZOC::ZoResultWriter& writer, ZOC::ZoDatasetVector* source, const std::string& path,
+                                 bool overwrite);
+
+// The names of the entries of a folder, sorted.
+std::vector<std::string> FilesIn(const std::filesystem::path& folder);
 
 // Uniformly random points in [0, size)², reproducible from the seed.
 std::vector<LUMA::LumaPoint2D> RandomPoints(std::size_t n, double size, unsigned seed);
