@@ -126,4 +126,8 @@ void AddField(ZOC::ZoDatasetVector* dataset, const char* field, int type, const 
   dataset->Commit();
 }
 
+bool HasMessageId(const LUMA::LumaUnicodeString& message, const char* id) {
+  return message.Str().find(std::string("[") + id + "]") != std::string::npos;
+}
+
 }  // namespace satest

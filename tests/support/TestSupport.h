@@ -89,4 +89,7 @@ std::vector<LUMA::LumaPoint2D> RandomPoints(std::size_t n, double size, unsigned
 // for weights files keyed by an ordinary field.
 void AddField(ZOC::ZoDatasetVector* dataset, const char* field, int type, const std::vector<double>& values);
 
+// Whether a message text carries the identifier ("[ESa014] ...").
+bool HasMessageId(const LUMA::LumaUnicodeString& message, const char* id);
+
 }  // namespace satest

@@ -115,14 +115,10 @@ std::vector<Row> Measured(Measure m, const Layer& layer, const ZoMeasuringInform
 }
 
 // The message of a measure that must fail.
-std::string Refused(Measure m, const Layer& layer, const ZoMeasuringInformation& info = {}) {
+LumaUnicodeString Refused(Measure m, const Layer& layer, const ZoMeasuringInformation& info = {}) {
   ZoSpatialMeasure measure;
   EXPECT_FALSE((measure.*m)(layer.dataset, layer.result, info, false));
-  return measure.GetStrErrorMes().Str();
-}
-
-bool Names(const std::string& message, const char* id) {
-  return message.find(std::string("[") + id + "]") != std::string::npos;
+  return measure.GetStrErrorMes();
 }
 
 ZoPrjCoordSys Wgs84() {
@@ -154,7 +150,7 @@ TEST(SpatialMeasureTest, CircleAndEllipseOfThreePoints) {
   const auto layer = [] { return WeightedPoints({{0, 0}, {2, 0}, {0, 2}}, {}, DatasetRegion); };
   ZoMeasuringInformation info;
   info.EllipseSize = static_cast<ZoEllipseSize>(4);
-  EXPECT_TRUE(Names(Refused(kCircle, layer(), info), msg::ESa015));
+  EXPECT_TRUE(satest::HasMessageId(Refused(kCircle, layer(), info), msg::ESa015));
   for (const int size : {1, 2}) {
     info.EllipseSize = static_cast<ZoEllipseSize>(size);
     Layer circle = layer();
@@ -204,18 +200,19 @@ TEST(SpatialMeasureTest, ZeroWeightsAndSmallGroups) {
   EXPECT_NEAR(row["StandardDistance"].ToDouble(), 1.0, 1e-12);
   EXPECT_NEAR(row["W_Mean"].ToDouble(), 2.0 / 3.0, 1e-12);  // the zero counts in the mean
   EXPECT_EQ(Refused(kMean, WeightedPoints({{0, 0}, {2, 0}, {1, 1}}, {0, -1, 0}, DatasetPoint), info),
-            ZoStringEx::LoadResString(msg::ESa0010).Str());
+            ZoStringEx::LoadResString(msg::ESa0010));
 
   ZoMeasuringInformation grouped;
   grouped.CaseField = "G";
   Layer groups = MakeLayer(DatasetPoint, {LumaFieldInfo("G", LUMA::FieldInt32)},
                            {Point(0, 0, {1}), Point(1, 0, {1}), Point(0, 1, {1}), Point(5, 5, {2}), Point(6, 5, {2})},
                            DatasetRegion);
-  EXPECT_EQ(Refused(kCircle, groups, grouped), ZoStringEx::LoadResString(msg::ESa012).Str());
+  EXPECT_EQ(Refused(kCircle, groups, grouped), ZoStringEx::LoadResString(msg::ESa012));
 }
 
-// The angle rules: spread along x gives about 0; along y = x, θ = -π/4 and
-// the angle 45 with no spread across; C = 0 with the larger y spread gives
+// The angle rules (the angles of spread data are compared with the
+// covariance's eigenvectors in tests/crosscheck/crosscheck.R): along y = x,
+// θ = -π/4 and the angle 45 with no spread across; C = 0 with the larger y spread gives
 // -90, and the region still has its long side along y.
 TEST(SpatialMeasureTest, EllipseAngles) {
   using detail::centrography::GetDirection;
@@ -223,9 +220,6 @@ TEST(SpatialMeasureTest, EllipseAngles) {
   LUMA::LumaPoint2D c;
   double ax, ay, angle;
   const LumaArray<double> ones(4, 1.0);
-  ASSERT_TRUE(GetDirection({{-2, 0}, {-1, 0.1}, {1, -0.1}, {2, 0}}, ones, 1.0, c, ax, ay, angle));
-  EXPECT_GT(ax, ay);
-  EXPECT_NEAR(angle, 0.0, 5.0);
   ASSERT_TRUE(GetDirection({{0, 0}, {1, 1}, {2, 2}, {3, 3}}, ones, 3.0, c, ax, ay, angle));
   EXPECT_NEAR(angle, 45.0, 1e-9);
   EXPECT_NEAR(ay, 0.0, 1e-7);
@@ -277,13 +271,10 @@ TEST(SpatialMeasureTest, StatisticsSummariesPerGroup) {
   EXPECT_TRUE(c["I_Median"].IsNull());
   const Row& b = rows[0];
   EXPECT_EQ(b["G_Group"].ToString().Str(), "B");
-  EXPECT_DOUBLE_EQ(b["I_MAX"].ToDouble(), 10.0);
-  EXPECT_DOUBLE_EQ(b["I_MIN"].ToDouble(), 1.0);
-  EXPECT_DOUBLE_EQ(b["I_Sum"].ToDouble(), 15.0);
-  EXPECT_DOUBLE_EQ(b["I_Mean"].ToDouble(), 15.0 / 4.0);
-  EXPECT_DOUBLE_EQ(b["I_Median"].ToDouble(), 4.0);  // of 4, 1, 10
-  EXPECT_EQ(b["I_First"].ToInt(), 1);
-  EXPECT_EQ(b["I_Last"].ToInt(), 10);
+  const std::map<std::string, double> summaries = {
+      {"I_MAX", 10},  {"I_MIN", 1},    {"I_Sum", 15}, {"I_Mean", 3.75},
+      {"I_First", 1}, {"I_Median", 4}, {"I_Last", 10}};  // median of 4, 1, 10
+  for (const auto& [field, value] : summaries) EXPECT_DOUBLE_EQ(b[field].ToDouble(), value) << field;
   EXPECT_EQ(b["T_First"].ToString().Str(), "z");
   EXPECT_TRUE(b["T_Last"].IsNull());
   EXPECT_NEAR(Centroid(b.geometry).x, 9.0 / 4.0, 1e-12);
@@ -373,7 +364,8 @@ TEST(SpatialMeasureTest, CentralFeatureAgainstBruteForce) {
     EXPECT_EQ(Centroid(rows[0].geometry), (LUMA::LumaPoint2D{x[best], y[best]})) << method;
   }
   EXPECT_EQ(Measured(kCentral, WeightedPoints({{0, 0}, {3, 1}}, {}, DatasetPoint)).size(), 2u);
-  EXPECT_TRUE(Names(Refused(kCentral, WeightedPoints({{0, 0}, {1, 0}, {3, 0}}, {}, DatasetRegion)), msg::EEe017));
+  EXPECT_TRUE(satest::HasMessageId(Refused(kCentral, WeightedPoints({{0, 0}, {1, 0}, {3, 0}}, {}, DatasetRegion)),
+                                   msg::EEe017));
 }
 
 // Lines by hand: two lines at 45° give bearing 45, variance 0, centre
@@ -410,7 +402,8 @@ TEST(SpatialMeasureTest, LinearDirectionalMean) {
   ASSERT_EQ(ends.size(), 2u);
   EXPECT_NEAR(std::hypot(ends[0].x - 2.5, ends[0].y), 0.0, 1e-12);
   EXPECT_NEAR(std::hypot(ends[1].x - 3.5, ends[1].y - 1.0), 0.0, 1e-12);
-  EXPECT_TRUE(Names(Refused(kLines, WeightedPoints({{0, 0}, {1, 0}, {3, 0}}, {}, DatasetLine)), msg::EEe018));
+  EXPECT_TRUE(
+      satest::HasMessageId(Refused(kLines, WeightedPoints({{0, 0}, {1, 0}, {3, 0}}, {}, DatasetLine)), msg::EEe018));
 }
 
 // Inputs with no or one record: the ungrouped mean centre still writes its
@@ -422,8 +415,8 @@ TEST(SpatialMeasureTest, EmptyAndSingleRecordInputs) {
   ASSERT_EQ(rows.size(), 1u);
   EXPECT_EQ(Centroid(rows[0].geometry), (LUMA::LumaPoint2D{0, 0}));
   EXPECT_TRUE(Measured(kCentral, WeightedPoints({}, {}, DatasetPoint)).empty());
-  EXPECT_TRUE(Names(Refused(kCircle, WeightedPoints({}, {}, DatasetRegion)), msg::ESa013));
-  EXPECT_TRUE(Names(Refused(kLines, MakeLayer(DatasetLine, {}, {}, DatasetLine)), msg::ESa067));
+  EXPECT_TRUE(satest::HasMessageId(Refused(kCircle, WeightedPoints({}, {}, DatasetRegion)), msg::ESa013));
+  EXPECT_TRUE(satest::HasMessageId(Refused(kLines, MakeLayer(DatasetLine, {}, {}, DatasetLine)), msg::ESa067));
 
   ZoMeasuringInformation info;
   info.CaseField = "W";
@@ -444,14 +437,12 @@ TEST(SpatialMeasureTest, EmptyAndSingleRecordInputs) {
 // a circle across ±180° stays one ring.
 TEST(SpatialMeasureTest, GeographicGroupsAreMeasuredAboutTheirOwnCentre) {
   struct Expected {
-    std::vector<LUMA::LumaPoint2D> points;
-    std::vector<double> weights;
     LUMA::LumaPoint2D mean, median;
     double sd, axisX, axisY, angle;
+    std::vector<LUMA::LumaPoint2D> points = {};
+    std::vector<double> weights = {};
   };
-  Expected antimeridian{{},
-                        {},
-                        {-179.999999735851, -16.941666969162},
+  Expected antimeridian{{-179.999999735851, -16.941666969162},
                         {-179.998919440188, -16.942553464153},
                         3948.864480694,
                         5382.366270344,
@@ -461,9 +452,7 @@ TEST(SpatialMeasureTest, GeographicGroupsAreMeasuredAboutTheirOwnCentre) {
     antimeridian.points.push_back({i % 2 == 0 ? 179.99 : -179.99, -17 + 0.01 * i});
     antimeridian.weights.push_back(1.0 + i % 3);
   }
-  Expected pole{{},
-                {},
-                {127.902634217570, 89.991461614708},
+  Expected pole{{127.902634217570, 89.991461614708},
                 {11.793515243509, 89.981734882080},
                 158005.288993637,
                 161844.639845126,
@@ -503,7 +492,7 @@ TEST(SpatialMeasureTest, GeographicGroupsAreMeasuredAboutTheirOwnCentre) {
   }
   // Points spread evenly round the equator have no centre to measure about.
   const Layer around = WeightedPoints({{0, 0}, {90, 0}, {180, 0}, {-90, 0}}, {}, DatasetPoint, Wgs84());
-  EXPECT_TRUE(Names(Refused(kMean, around), msg::ESa060));
+  EXPECT_TRUE(satest::HasMessageId(Refused(kMean, around), msg::ESa060));
 }
 
 // Weights are taken relative to the largest and coordinates beyond 2^200 are
@@ -526,19 +515,15 @@ TEST(SpatialMeasureTest, HugeWeightsAndCoordinatesAreScaled) {
     EXPECT_EQ(e.geometry.GetPoints(), ellipses[0].geometry.GetPoints());
   }
 
-  // The four points of (2.5, 2.75) with spreads Σdx² = 5 and Σdy² = 8.75.
+  // The ellipse of four points scaled by 1e300 (their standard distance:
+  // tests/hostile/numeric.tsv).
   const std::vector<LUMA::LumaPoint2D> four = {{1, 2}, {3, 1}, {2, 5}, {4, 3}};
   std::vector<LUMA::LumaPoint2D> vast;
   for (const auto& p : four) vast.push_back({p.x * 1e300, p.y * 1e300});
-  const Row c = Measured(kCircle, WeightedPoints(vast, {}, DatasetRegion)).at(0);
-  EXPECT_NEAR(c["CircleCenterX"].ToDouble() / 1e300, 2.5, 1e-15);
-  EXPECT_NEAR(c["CircleCenterY"].ToDouble() / 1e300, 2.75, 1e-15);
-  EXPECT_NEAR(c["StandardDistance"].ToDouble() / 1e300, std::sqrt(13.75 / 4), 1e-15);
-  EXPECT_NEAR(Centroid(c.geometry).x / 1e300, 2.5, 1e-9);
   const Row p = Measured(kEllipse, WeightedPoints(four, {}, DatasetRegion)).at(0);
   const Row s = Measured(kEllipse, WeightedPoints(vast, {}, DatasetRegion)).at(0);
-  EXPECT_NEAR(s["SemiMajorAxis"].ToDouble() / 1e300, p["SemiMajorAxis"].ToDouble(), 1e-14);
-  EXPECT_NEAR(s["SemiMinorAxis"].ToDouble() / 1e300, p["SemiMinorAxis"].ToDouble(), 1e-14);
+  for (const char* f : {"CircleCenterX", "CircleCenterY", "SemiMajorAxis", "SemiMinorAxis"})
+    EXPECT_NEAR(s[f].ToDouble() / 1e300, p[f].ToDouble(), 1e-14) << f;
   EXPECT_NEAR(s["RotationAngle"].ToDouble(), p["RotationAngle"].ToDouble(), 1e-12);
   EXPECT_TRUE(std::isfinite(Centroid(Measured(kMedian, WeightedPoints(vast, {}, DatasetPoint)).at(0).geometry).x));
 

@@ -138,11 +138,8 @@ TEST(NumericSafety, ExtremeMagnitudesGiveTheStatisticsOfOrdinaryValues) {
   for (double factor : {1e200, 3e-200, 1e300}) {
     auto layer = satest::MakePointLayer(points, Times(Trend(points), factor));
     const AllStatistics got = RunAll(layer);
-    const std::vector<double> a = {got.moran.Index,    got.moran.Variance,    got.moran.ZScore,
-                                   got.generalG.Index, got.generalG.Variance, got.generalG.ZScore};
-    const std::vector<double> b = {expected.moran.Index,    expected.moran.Variance,    expected.moran.ZScore,
-                                   expected.generalG.Index, expected.generalG.Variance, expected.generalG.ZScore};
-    ExpectClose(a, b, "global");
+    for (const auto& [a, b] : {std::pair{got.moran, expected.moran}, {got.generalG, expected.generalG}})
+      ExpectClose({a.Index, a.Variance, a.ZScore}, {b.Index, b.Variance, b.ZScore}, "global");
     ExpectClose(got.gi, expected.gi, "Gi*");
     ExpectClose(got.localI, expected.localI, "local I");
     ExpectClose(got.localZ, expected.localZ, "local z");

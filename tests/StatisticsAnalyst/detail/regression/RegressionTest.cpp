@@ -47,17 +47,6 @@ std::unique_ptr<Layer> MakeLayer(const std::vector<LUMA::LumaPoint2D>& points, c
   return layer;
 }
 
-std::vector<double> ReadField(ZOC::ZoDatasetVector* dataset, const char* field) {
-  std::vector<double> values;
-  ZOC::ZoRecordsetPtr records(dataset->Query(ZOC::ZoQueryDef()));
-  LUMA::LumaVariant v;
-  for (bool more = records->MoveFirst(); more && !records->IsEOF(); more = records->MoveNext()) {
-    records->GetFieldValue(field, v);
-    values.push_back(v.IsNull() ? NAN : v.ToDouble());
-  }
-  return values;
-}
-
 // y = 3 + 2·x1 − 0.5·(x2 − 1e6) + noise growing with x1; x2 sits far from 0.
 struct Sample {
   std::vector<LUMA::LumaPoint2D> points;
@@ -117,8 +106,8 @@ ZOC::ZoOLSResult Ols(ZOC::ZoDatasetVector* input, ZOC::ZoDatasetVector* result, 
   return r;
 }
 
-// The textbook diagnostics on a field far from 0; lm's on real data are in
-// tests/crosscheck/crosscheck.R.
+// The diagnostics that involve the explanatory fields, on a field far from 0;
+// all of them against lm on real data in tests/crosscheck/crosscheck.R.
 TEST(OrdinaryLeastSquares, MatchesAQrSolutionAndTheTextbookDiagnostics) {
   const Sample s = MakeSample(60, 11);
   auto layer = MakeLayer(s.points, s.columns);
@@ -146,16 +135,11 @@ TEST(OrdinaryLeastSquares, MatchesAQrSolutionAndTheTextbookDiagnostics) {
   EXPECT_TRUE(std::isnan(r.Coefficients[0].VIF));
   const double tss = (s.y.array() - s.y.mean()).square().sum(), r2 = 1 - rss / tss;
   ExpectRelative(r.R2, r2, 1e-10, "R2");
-  ExpectRelative(r.AdjustedR2, 1 - (1 - r2) * (n - 1) / (n - p), 1e-10, "adjusted R2");
-  ExpectRelative(r.FStatistic, (tss - rss) / 2 / sigma2, 1e-9, "F");
   const double aic = n * std::log(2 * M_PI) + n * std::log(rss / n) + n + 2 * (p + 1);
   ExpectRelative(r.AICc, aic + 2 * (p + 1) * (p + 2) / (n - p - 2), 1e-10, "AICc");
   const Eigen::Vector2d slopes = beta.tail(2);
   ExpectRelative(r.WaldStatistic, slopes.dot(white.bottomRightCorner(2, 2).inverse() * slopes), 1e-8, "Wald");
   ExpectRelative(r.KoenkerBP, n * RSquared(s.X, e.array().square().matrix()), 1e-8, "Koenker BP");
-  const double m2 = e.array().square().mean(), m3 = e.array().cube().mean(), m4 = e.array().pow(4).mean();
-  const double skew = m3 / std::pow(m2, 1.5), kurt = m4 / (m2 * m2);
-  ExpectRelative(r.JarqueBera, n / 6 * (skew * skew + (kurt - 3) * (kurt - 3) / 4), 1e-8, "Jarque-Bera");
   Eigen::MatrixXd unit = s.X;
   for (int j = 0; j < 3; ++j) unit.col(j) /= unit.col(j).norm();
   const Eigen::VectorXd sv = Eigen::JacobiSVD<Eigen::MatrixXd>(unit).singularValues();
@@ -353,15 +337,15 @@ TEST(GeographicallyWeightedRegression, EveryKernelAndBandwidthMatchesAPlainWeigh
     EXPECT_EQ(r.Bandwidth, c.b);
     const char* names[] = {"Intercept", "X1", "X2"};
     for (int j = 0; j < 3; ++j) {
-      const auto coef = ReadField(out, (std::string("Coef_") + names[j]).c_str());
-      const auto se = ReadField(out, (std::string("SE_") + names[j]).c_str());
+      const auto coef = satest::Column(out, (std::string("Coef_") + names[j]).c_str());
+      const auto se = satest::Column(out, (std::string("SE_") + names[j]).c_str());
       for (long i = 0; i < 300; ++i) {
         EXPECT_NEAR(coef[static_cast<std::size_t>(i)], ref.beta(i, j), 1e-7 * (1 + std::fabs(ref.beta(i, j))));
         EXPECT_NEAR(se[static_cast<std::size_t>(i)], ref.se(i, j), 1e-7 * (1 + ref.se(i, j)));
       }
     }
-    const auto r2 = ReadField(out, "LocalR2"), predicted = ReadField(out, "Predicted"),
-               standardized = ReadField(out, "StdResid"), condition = ReadField(out, "CondNumber");
+    const auto r2 = satest::Column(out, "LocalR2"), predicted = satest::Column(out, "Predicted"),
+               standardized = satest::Column(out, "StdResid"), condition = satest::Column(out, "CondNumber");
     for (long i = 0; i < 300; ++i) {
       const auto u = static_cast<std::size_t>(i);
       EXPECT_NEAR(r2[u], ref.localR2(i), 1e-8);
@@ -387,7 +371,7 @@ TEST(GeographicallyWeightedRegression, ResultsDoNotDependOnTheThreadCount) {
         search ? GwrInfo(ZOC::GWRGaussian, ZOC::GWRFixed, -1) : GwrInfo(ZOC::GWRBisquare, ZOC::GWRAdaptive, 40);
     const ZOC::ZoGWRResult r = Gwr(*layer, "t" + std::to_string(runs.size()), info, out);
     EXPECT_EQ(r.BandwidthSearched, search);
-    runs.push_back(ReadField(out, "Coef_X2"));
+    runs.push_back(satest::Column(out, "Coef_X2"));
     runs.back().push_back(r.Bandwidth), runs.back().push_back(r.AICc);
   }
   omp_set_num_threads(omp_get_num_procs());

@@ -65,9 +65,7 @@ void WriteFile(const std::string& path, const std::string& content) {
   std::ofstream(path, std::ios::binary) << content;
 }
 
-bool HasId(const ZoWeightsUtilities& u, const char* id) {
-  return u.GetStrErrorMes().Str().find(std::string("[") + id + "]") != std::string::npos;
-}
+bool HasId(const ZoWeightsUtilities& u, const char* id) { return satest::HasMessageId(u.GetStrErrorMes(), id); }
 
 // Runs a dump, which prints to stdout, and keeps what it printed.
 bool Dump(ZoWeightsUtilities& u, const std::string& path, bool binary, std::string* out = nullptr) {
