@@ -158,4 +158,24 @@ std::vector<std::string> MessageIds(const LUMA::LumaUnicodeString& message) {
   return ids;
 }
 
+// ---- Shared setup of the library tests (tests/StatisticsAnalyst) ----
+
+void AddField(ZOC::ZoDatasetVector* dataset, const char* field, int type, const std::vector<double>& values) {
+  dataset->CreateField(LUMA::LumaFieldInfo(field, type));
+  ZOC::ZoRecordset* records = dataset->Query(ZOC::ZoQueryDef());
+  std::size_t k = 0;
+  for (records->MoveFirst(); !records->IsEOF(); records->MoveNext(), ++k) {
+    records->Edit();
+    records->SetFieldValue(field, type == LUMA::FieldInt32 ? LUMA::LumaVariant(static_cast<int>(values[k]))
+                                                           : LUMA::LumaVariant(values[k]));
+    records->Update();
+  }
+  dataset->ReleaseRecordset(records);
+  dataset->Commit();
+}
+
+bool HasMessageId(const LUMA::LumaUnicodeString& message, const char* id) {
+  return message.Str().find(std::string("[") + id + "]") != std::string::npos;
+}
+
 }  // namespace satest

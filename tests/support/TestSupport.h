@@ -103,4 +103,14 @@ std::vector<std::string> FilesIn(const std::filesystem::path& folder);
 // Uniformly random points in [0, size)², reproducible from the seed.
 std::vector<LUMA::LumaPoint2D> RandomPoints(std::size_t n, double size, unsigned seed);
 
+// ---- Shared setup of the library tests (tests/StatisticsAnalyst) ----
+
+// Adds a field of the type (LUMA::FieldInt32 or LUMA::FieldDouble) holding
+// values[k] in the k-th record in "QlID" order: keys that run against QlID,
+// for weights files keyed by an ordinary field.
+void AddField(ZOC::ZoDatasetVector* dataset, const char* field, int type, const std::vector<double>& values);
+
+// Whether a message text carries the identifier ("[ESa014] ...").
+bool HasMessageId(const LUMA::LumaUnicodeString& message, const char* id);
+
 }  // namespace satest

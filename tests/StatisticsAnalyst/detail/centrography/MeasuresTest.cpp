@@ -94,38 +94,69 @@ std::vector<std::string> FieldNames(ZoDatasetVector* dataset) {
   return names;
 }
 
-bool HasId(const ZoAnalysisFrame& o, const char* id) {
-  return o.GetStrErrorMes().Str().find(std::string("[") + id + "]") != std::string::npos;
-}
-
 LUMA::LumaPoint2D Centroid(const ZoGeometry& g) {
   LUMA::LumaPoint2D p;
   g.GetBaryCenter(p);
   return p;
 }
 
+using Measure = unsigned char (ZoSpatialMeasure::*)(ZoDatasetVector*, ZoDatasetVector*, const ZoMeasuringInformation&,
+                                                    unsigned char);
+const Measure kMean = &ZoSpatialMeasure::MeasureMeanCenter, kMedian = &ZoSpatialMeasure::MeasureMedianCenter,
+              kCentral = &ZoSpatialMeasure::MeasureCentralElement, kCircle = &ZoSpatialMeasure::MeasureStandardDistance,
+              kEllipse = &ZoSpatialMeasure::MeasureDirectionalDistribution,
+              kLines = &ZoSpatialMeasure::MeasureLinearDirectionalMean;
+
+// The rows a measure writes into the layer's result; it must succeed.
+std::vector<Row> Measured(Measure m, const Layer& layer, const ZoMeasuringInformation& info = {}) {
+  ZoSpatialMeasure measure;
+  EXPECT_TRUE((measure.*m)(layer.dataset, layer.result, info, false)) << measure.GetStrErrorMes().Str();
+  return Rows(layer.result);
+}
+
+// The message of a measure that must fail.
+LumaUnicodeString Refused(Measure m, const Layer& layer, const ZoMeasuringInformation& info = {}) {
+  ZoSpatialMeasure measure;
+  EXPECT_FALSE((measure.*m)(layer.dataset, layer.result, info, false));
+  return measure.GetStrErrorMes();
+}
+
+ZoPrjCoordSys Wgs84() {
+  ZoPrjCoordSys cs;
+  EXPECT_TRUE(cs.SetFromUserInput("EPSG:4326"));
+  return cs;
+}
+
+// A line of length 1 from (x, 0) along the bearing (degrees clockwise from north).
+Feature Bearing(double x, double degrees) {
+  const double r = degrees * 3.14159265358979323846 / 180.0;
+  return Line(x, 0, x + std::sin(r), std::cos(r));
+}
+
+Row DirectionalMean(const std::vector<Feature>& lines, bool orientationOnly) {
+  ZoMeasuringInformation info;
+  info.OrientationOnly = orientationOnly;
+  return Measured(kLines, MakeLayer(DatasetLine, {}, lines, DatasetLine), info).at(0);
+}
+
 }  // namespace
 
 // Three points (0,0), (2,0), (0,2): centre (2/3, 2/3), standard distance
-// sqrt((8/3 + 8/3) / 3) = 4/3; twice that for two standard deviations; a
-// factor of 0 for other sizes leaves no circle to make.
-TEST(SpatialMeasureTest, StandardDistanceOfThreePoints) {
-  for (const int size : {1, 2, 4}) {
-    Layer layer = WeightedPoints({{0, 0}, {2, 0}, {0, 2}}, {}, DatasetRegion);
-    ZoMeasuringInformation info;
+// sqrt((8/3 + 8/3) / 3) = 4/3, twice that for two standard deviations, and
+// a factor of 0 for other sizes leaves no circle to make. The ellipse by
+// hand: A = B = 8/3, C = -4/3, so θ = π/4; U = 4, V = 4/3, σx = sqrt(8/3),
+// σy = sqrt(8/9); the angle is written as -45.
+TEST(SpatialMeasureTest, CircleAndEllipseOfThreePoints) {
+  const auto layer = [] { return WeightedPoints({{0, 0}, {2, 0}, {0, 2}}, {}, DatasetRegion); };
+  ZoMeasuringInformation info;
+  info.EllipseSize = static_cast<ZoEllipseSize>(4);
+  EXPECT_TRUE(satest::HasMessageId(Refused(kCircle, layer(), info), msg::ESa015));
+  for (const int size : {1, 2}) {
     info.EllipseSize = static_cast<ZoEllipseSize>(size);
-    ZoSpatialMeasure measure;
-    const bool ok = measure.MeasureStandardDistance(layer.dataset, layer.result, info, false);
-    if (size == 4) {
-      EXPECT_FALSE(ok);
-      EXPECT_TRUE(HasId(measure, ZOC::msg::ESa015)) << measure.GetStrErrorMes().Str();
-      EXPECT_EQ(ZoSpatialMeasure::GetEllipseSize(info.EllipseSize), 0.0);
-      continue;
-    }
-    ASSERT_TRUE(ok) << measure.GetStrErrorMes().Str();
-    const auto rows = Rows(layer.result);
+    Layer circle = layer();
+    const auto rows = Measured(kCircle, circle, info);
     ASSERT_EQ(rows.size(), 1u);
-    EXPECT_EQ(FieldNames(layer.result),
+    EXPECT_EQ(FieldNames(circle.result),
               (std::vector<std::string>{"CircleCenterX", "CircleCenterY", "StandardDistance"}));
     EXPECT_NEAR(rows[0]["CircleCenterX"].ToDouble(), 2.0 / 3.0, 1e-12);
     EXPECT_NEAR(rows[0]["CircleCenterY"].ToDouble(), 2.0 / 3.0, 1e-12);
@@ -135,51 +166,19 @@ TEST(SpatialMeasureTest, StandardDistanceOfThreePoints) {
     rows[0].geometry.GetBounds(x0, y0, x1, y1);
     EXPECT_NEAR(x1 - x0, 2 * size * 4.0 / 3.0, 1e-9);
   }
-}
 
-// Features of weight 0 stay in the count (three features pass the minimum)
-// but add nothing to the sums; all weights 0 leave no mean centre.
-TEST(SpatialMeasureTest, ZeroWeightsKeepTheirPlace) {
-  Layer layer = WeightedPoints({{0, 0}, {2, 0}, {100, 100}}, {1, 1, 0}, DatasetRegion);
-  ZoMeasuringInformation info;
-  info.WeightField = "W";
-  info.StatisticsFields = {"W"};
-  info.StatisticsTypes = {StatisticsMean};
-  ZoSpatialMeasure measure;
-  ASSERT_TRUE(measure.MeasureStandardDistance(layer.dataset, layer.result, info, false))
-      << measure.GetStrErrorMes().Str();
-  const auto rows = Rows(layer.result);
-  EXPECT_NEAR(rows[0]["CircleCenterX"].ToDouble(), 1.0, 1e-12);
-  EXPECT_NEAR(rows[0]["StandardDistance"].ToDouble(), 1.0, 1e-12);
-  EXPECT_NEAR(rows[0]["W_Mean"].ToDouble(), 2.0 / 3.0, 1e-12);  // the zero counts in the mean
-
-  Layer zeros = WeightedPoints({{0, 0}, {2, 0}, {1, 1}}, {0, -1, 0}, DatasetPoint);
-  ZoSpatialMeasure mean;
-  EXPECT_FALSE(mean.MeasureMeanCenter(zeros.dataset, zeros.result, info, false));
-  EXPECT_EQ(mean.GetStrErrorMes(), ZoStringEx::LoadResString(msg::ESa0010));
-}
-
-// The ellipse of the three points by hand: A = B = 8/3, C = -4/3, so θ = π/4;
-// U = 4, V = 4/3, σx = sqrt(8/3), σy = sqrt(8/9); the angle is written as -45.
-TEST(SpatialMeasureTest, EllipseOfThreePoints) {
-  Layer layer = WeightedPoints({{0, 0}, {2, 0}, {0, 2}}, {}, DatasetRegion);
-  ZoMeasuringInformation info;
-  info.EllipseSize = TwoStandardDeviations;
-  ZoSpatialMeasure measure;
-  ASSERT_TRUE(measure.MeasureDirectionalDistribution(layer.dataset, layer.result, info, false))
-      << measure.GetStrErrorMes().Str();
-  const auto rows = Rows(layer.result);
+  Layer ellipse = layer();
+  const auto rows = Measured(kEllipse, ellipse, info);
   ASSERT_EQ(rows.size(), 1u);
-  EXPECT_EQ(FieldNames(layer.result), (std::vector<std::string>{"CircleCenterX", "CircleCenterY", "SemiMajorAxis",
-                                                                "SemiMinorAxis", "RotationAngle"}));
+  EXPECT_EQ(FieldNames(ellipse.result), (std::vector<std::string>{"CircleCenterX", "CircleCenterY", "SemiMajorAxis",
+                                                                  "SemiMinorAxis", "RotationAngle"}));
   EXPECT_NEAR(rows[0]["SemiMajorAxis"].ToDouble(), 2 * std::sqrt(8.0 / 3.0), 1e-12);
   EXPECT_NEAR(rows[0]["SemiMinorAxis"].ToDouble(), 2 * std::sqrt(8.0 / 9.0), 1e-12);
   EXPECT_NEAR(rows[0]["RotationAngle"].ToDouble(), -45.0, 1e-12);
   // The long axis runs from upper left to lower right.
-  const auto& ring = rows[0].geometry.GetPoints();
   double far = 0.0;
   LUMA::LumaPoint2D tip;
-  for (const auto& p : ring) {
+  for (const auto& p : rows[0].geometry.GetPoints()) {
     const double d = std::hypot(p.x - 2.0 / 3.0, p.y - 2.0 / 3.0);
     if (d > far) far = d, tip = p;
   }
@@ -188,8 +187,32 @@ TEST(SpatialMeasureTest, EllipseOfThreePoints) {
   EXPECT_LT((tip.x - 2.0 / 3.0) * (tip.y - 2.0 / 3.0), 0.0);
 }
 
-// The angle rules: spread along x gives about 0; along y = x, θ = -π/4 and
-// the angle 45 with no spread across; C = 0 with the larger y spread gives
+// Features of weight 0 stay in the count (three features pass the minimum)
+// but add nothing to the sums; all weights 0 leave no mean centre. A case
+// group of two features ends the standard distance, however large the others.
+TEST(SpatialMeasureTest, ZeroWeightsAndSmallGroups) {
+  ZoMeasuringInformation info;
+  info.WeightField = "W";
+  info.StatisticsFields = {"W"};
+  info.StatisticsTypes = {StatisticsMean};
+  const Row row = Measured(kCircle, WeightedPoints({{0, 0}, {2, 0}, {100, 100}}, {1, 1, 0}, DatasetRegion), info).at(0);
+  EXPECT_NEAR(row["CircleCenterX"].ToDouble(), 1.0, 1e-12);
+  EXPECT_NEAR(row["StandardDistance"].ToDouble(), 1.0, 1e-12);
+  EXPECT_NEAR(row["W_Mean"].ToDouble(), 2.0 / 3.0, 1e-12);  // the zero counts in the mean
+  EXPECT_EQ(Refused(kMean, WeightedPoints({{0, 0}, {2, 0}, {1, 1}}, {0, -1, 0}, DatasetPoint), info),
+            ZoStringEx::LoadResString(msg::ESa0010));
+
+  ZoMeasuringInformation grouped;
+  grouped.CaseField = "G";
+  Layer groups = MakeLayer(DatasetPoint, {LumaFieldInfo("G", LUMA::FieldInt32)},
+                           {Point(0, 0, {1}), Point(1, 0, {1}), Point(0, 1, {1}), Point(5, 5, {2}), Point(6, 5, {2})},
+                           DatasetRegion);
+  EXPECT_EQ(Refused(kCircle, groups, grouped), ZoStringEx::LoadResString(msg::ESa012));
+}
+
+// The angle rules (the angles of spread data are compared with the
+// covariance's eigenvectors in tests/crosscheck/crosscheck.R): along y = x,
+// θ = -π/4 and the angle 45 with no spread across; C = 0 with the larger y spread gives
 // -90, and the region still has its long side along y.
 TEST(SpatialMeasureTest, EllipseAngles) {
   using detail::centrography::GetDirection;
@@ -197,23 +220,17 @@ TEST(SpatialMeasureTest, EllipseAngles) {
   LUMA::LumaPoint2D c;
   double ax, ay, angle;
   const LumaArray<double> ones(4, 1.0);
-  ASSERT_TRUE(GetDirection({{-2, 0}, {-1, 0.1}, {1, -0.1}, {2, 0}}, ones, 1.0, c, ax, ay, angle));
-  EXPECT_GT(ax, ay);
-  EXPECT_NEAR(angle, 0.0, 5.0);
   ASSERT_TRUE(GetDirection({{0, 0}, {1, 1}, {2, 2}, {3, 3}}, ones, 3.0, c, ax, ay, angle));
   EXPECT_NEAR(angle, 45.0, 1e-9);
   EXPECT_NEAR(ay, 0.0, 1e-7);
   EXPECT_NEAR(ax, 3 * std::sqrt(2.0 * 10.0 / 4.0), 1e-9);  // U = Σ(√2·k)² over k = ±0.5, ±1.5
 
-  Layer layer = WeightedPoints({{-1, 0}, {1, 0}, {0, -3}, {0, 3}}, {}, DatasetRegion);
-  ZoSpatialMeasure measure;
-  ASSERT_TRUE(measure.MeasureDirectionalDistribution(layer.dataset, layer.result, ZoMeasuringInformation(), false));
-  const auto rows = Rows(layer.result);
-  EXPECT_DOUBLE_EQ(rows[0]["RotationAngle"].ToDouble(), -90.0);
-  EXPECT_NEAR(rows[0]["SemiMajorAxis"].ToDouble(), 1.0, 1e-12);  // the rotated x spread, the shorter one
-  EXPECT_NEAR(rows[0]["SemiMinorAxis"].ToDouble(), 3.0, 1e-12);
+  const Row row = Measured(kEllipse, WeightedPoints({{-1, 0}, {1, 0}, {0, -3}, {0, 3}}, {}, DatasetRegion)).at(0);
+  EXPECT_DOUBLE_EQ(row["RotationAngle"].ToDouble(), -90.0);
+  EXPECT_NEAR(row["SemiMajorAxis"].ToDouble(), 1.0, 1e-12);  // the rotated x spread, the shorter one
+  EXPECT_NEAR(row["SemiMinorAxis"].ToDouble(), 3.0, 1e-12);
   double x0, y0, x1, y1;
-  rows[0].geometry.GetBounds(x0, y0, x1, y1);
+  row.geometry.GetBounds(x0, y0, x1, y1);
   EXPECT_NEAR(x1 - x0, 2.0, 1e-9);
   EXPECT_NEAR(y1 - y0, 6.0, 1e-9);
 }
@@ -237,8 +254,7 @@ TEST(SpatialMeasureTest, StatisticsSummariesPerGroup) {
   }
   info.StatisticsFields.insert(info.StatisticsFields.end(), {"T", "T"});
   info.StatisticsTypes.insert(info.StatisticsTypes.end(), {StatisticsFirst, StatisticsLast});
-  ZoSpatialMeasure measure;
-  ASSERT_TRUE(measure.MeasureMeanCenter(layer.dataset, layer.result, info, false)) << measure.GetStrErrorMes().Str();
+  const auto rows = Measured(kMean, layer, info);
   EXPECT_EQ(FieldNames(layer.result), (std::vector<std::string>{"G_Group", "I_MAX", "I_MIN", "I_Sum", "I_Mean",
                                                                 "I_First", "I_Last", "I_Median", "T_First", "T_Last"}));
   std::map<std::string, int> types;
@@ -247,7 +263,6 @@ TEST(SpatialMeasureTest, StatisticsSummariesPerGroup) {
   EXPECT_EQ(types["I_First"], LUMA::FieldInt32);
   EXPECT_EQ(types["T_Last"], LUMA::FieldText);
 
-  const auto rows = Rows(layer.result);
   // Ordered "B", "b", "b", "b", "c": neighbours compared without regard to case.
   ASSERT_EQ(rows.size(), 2u);
   const Row& c = rows[1];
@@ -256,35 +271,18 @@ TEST(SpatialMeasureTest, StatisticsSummariesPerGroup) {
   EXPECT_TRUE(c["I_Median"].IsNull());
   const Row& b = rows[0];
   EXPECT_EQ(b["G_Group"].ToString().Str(), "B");
-  EXPECT_DOUBLE_EQ(b["I_MAX"].ToDouble(), 10.0);
-  EXPECT_DOUBLE_EQ(b["I_MIN"].ToDouble(), 1.0);
-  EXPECT_DOUBLE_EQ(b["I_Sum"].ToDouble(), 15.0);
-  EXPECT_DOUBLE_EQ(b["I_Mean"].ToDouble(), 15.0 / 4.0);
-  EXPECT_DOUBLE_EQ(b["I_Median"].ToDouble(), 4.0);  // of 4, 1, 10
-  EXPECT_EQ(b["I_First"].ToInt(), 1);
-  EXPECT_EQ(b["I_Last"].ToInt(), 10);
+  const std::map<std::string, double> summaries = {
+      {"I_MAX", 10},  {"I_MIN", 1},    {"I_Sum", 15}, {"I_Mean", 3.75},
+      {"I_First", 1}, {"I_Median", 4}, {"I_Last", 10}};  // median of 4, 1, 10
+  for (const auto& [field, value] : summaries) EXPECT_DOUBLE_EQ(b[field].ToDouble(), value) << field;
   EXPECT_EQ(b["T_First"].ToString().Str(), "z");
   EXPECT_TRUE(b["T_Last"].IsNull());
   EXPECT_NEAR(Centroid(b.geometry).x, 9.0 / 4.0, 1e-12);
 
-  // The median of an even count is the mean of the middle two.
   LumaVariant median;
   detail::centrography::StatisticsSummaries::GetMedian(
       {LumaVariant(4), LumaVariant(9.0), LumaVariant(1), LumaVariant(5)}, median);
   EXPECT_DOUBLE_EQ(median.ToDouble(), 4.5);
-}
-
-// A case group of two features ends the standard distance with "ESa012",
-// however large the other groups.
-TEST(SpatialMeasureTest, SmallGroupEndsTheRun) {
-  Layer layer = MakeLayer(DatasetPoint, {LumaFieldInfo("G", LUMA::FieldInt32)},
-                          {Point(0, 0, {1}), Point(1, 0, {1}), Point(0, 1, {1}), Point(5, 5, {2}), Point(6, 5, {2})},
-                          DatasetRegion);
-  ZoMeasuringInformation info;
-  info.CaseField = "G";
-  ZoSpatialMeasure measure;
-  EXPECT_FALSE(measure.MeasureStandardDistance(layer.dataset, layer.result, info, false));
-  EXPECT_EQ(measure.GetStrErrorMes(), ZoStringEx::LoadResString(msg::ESa012));
 }
 
 // The median centre of (0,0), (1,0), (10,0) starts at the mean (11/3, 0),
@@ -300,13 +298,8 @@ TEST(SpatialMeasureTest, MedianCentreIterations) {
     ASSERT_TRUE(GetMedianCenter(points, ones, 1e-6, c, limit, 1e-8));
     EXPECT_NEAR(c.x, steps[limit - 1], 0.01) << limit;
   }
-  EXPECT_EQ(detail::centrography::MedianTolerance(0.0), 1e-6);
-  EXPECT_EQ(detail::centrography::MedianTolerance(0.5), 0.5);
-
-  Layer layer = WeightedPoints({{0, 0}, {1, 0}, {10, 0}}, {}, DatasetPoint);
-  ZoSpatialMeasure measure;
-  ASSERT_TRUE(measure.MeasureMedianCenter(layer.dataset, layer.result, ZoMeasuringInformation(), false));
-  EXPECT_NEAR(Centroid(Rows(layer.result)[0].geometry).x, 1.0, 1e-5);
+  const Layer layer = WeightedPoints({{0, 0}, {1, 0}, {10, 0}}, {}, DatasetPoint);
+  EXPECT_NEAR(Centroid(Measured(kMedian, layer).at(0).geometry).x, 1.0, 1e-5);
 }
 
 // On scattered weighted points the median centre has a smaller weighted sum
@@ -315,13 +308,11 @@ TEST(SpatialMeasureTest, MedianCentreMinimisesDistances) {
   const auto points = satest::RandomPoints(40, 100.0, 7);
   std::vector<double> weights;
   for (std::size_t i = 0; i < points.size(); ++i) weights.push_back(1.0 + static_cast<double>(i % 5));
-  Layer layer = WeightedPoints(points, weights, DatasetPoint);
   ZoMeasuringInformation info;
   info.WeightField = "W";
   info.Tolerance = 1e-12;
-  ZoSpatialMeasure measure;
-  ASSERT_TRUE(measure.MeasureMedianCenter(layer.dataset, layer.result, info, false));
-  const LUMA::LumaPoint2D m = Centroid(Rows(layer.result)[0].geometry);
+  const LUMA::LumaPoint2D m =
+      Centroid(Measured(kMedian, WeightedPoints(points, weights, DatasetPoint), info).at(0).geometry);
   const auto cost = [&](double x, double y) {
     double s = 0.0;
     for (std::size_t i = 0; i < points.size(); ++i) s += weights[i] * std::hypot(points[i].x - x, points[i].y - y);
@@ -332,10 +323,8 @@ TEST(SpatialMeasureTest, MedianCentreMinimisesDistances) {
       const double a = k * 3.14159265358979 / 4;
       EXPECT_LE(cost(m.x, m.y), cost(m.x + step * std::cos(a), m.y + step * std::sin(a)));
     }
-
-  Layer two = WeightedPoints({{0, 0}, {4, 2}}, {}, DatasetPoint);
-  ASSERT_TRUE(measure.MeasureMedianCenter(two.dataset, two.result, ZoMeasuringInformation(), false));
-  const LUMA::LumaPoint2D mid = Centroid(Rows(two.result)[0].geometry);
+  const LUMA::LumaPoint2D mid =
+      Centroid(Measured(kMedian, WeightedPoints({{0, 0}, {4, 2}}, {}, DatasetPoint)).at(0).geometry);
   EXPECT_DOUBLE_EQ(mid.x, 2.0);
   EXPECT_DOUBLE_EQ(mid.y, 1.0);
 }
@@ -352,16 +341,15 @@ TEST(SpatialMeasureTest, CentralFeatureAgainstBruteForce) {
     features.push_back(Point(x.back(), y.back(), {wt.back(), sw.back()}));
   }
   for (const ZoDistanceMethod method : {Euclidean, Manhattan}) {
-    Layer layer =
-        MakeLayer(DatasetPoint, {LumaFieldInfo("W", LUMA::FieldDouble), LumaFieldInfo("S", LUMA::FieldDouble)},
-                  features, DatasetPoint);
     ZoMeasuringInformation info;
     info.WeightField = "W";
     info.SelfWeightField = "S";
     info.DistanceMethod = method;
-    ZoSpatialMeasure measure;
-    ASSERT_TRUE(measure.MeasureCentralElement(layer.dataset, layer.result, info, false))
-        << measure.GetStrErrorMes().Str();
+    const auto rows =
+        Measured(kCentral,
+                 MakeLayer(DatasetPoint, {LumaFieldInfo("W", LUMA::FieldDouble), LumaFieldInfo("S", LUMA::FieldDouble)},
+                           features, DatasetPoint),
+                 info);
     std::size_t best = 0;
     double bestCost = 1e300;
     for (std::size_t i = 0; i < x.size(); ++i) {
@@ -372,18 +360,12 @@ TEST(SpatialMeasureTest, CentralFeatureAgainstBruteForce) {
                                             : std::fabs(x[i] - x[j]) + std::fabs(y[i] - y[j]));
       if (c < bestCost) bestCost = c, best = i;
     }
-    const auto rows = Rows(layer.result);
     ASSERT_EQ(rows.size(), 1u);
     EXPECT_EQ(Centroid(rows[0].geometry), (LUMA::LumaPoint2D{x[best], y[best]})) << method;
   }
-
-  Layer pair = WeightedPoints({{0, 0}, {3, 1}}, {}, DatasetPoint);
-  ZoSpatialMeasure measure;
-  ASSERT_TRUE(measure.MeasureCentralElement(pair.dataset, pair.result, ZoMeasuringInformation(), false));
-  EXPECT_EQ(Rows(pair.result).size(), 2u);
-  Layer line = WeightedPoints({{0, 0}, {1, 0}, {3, 0}}, {}, DatasetRegion);
-  EXPECT_FALSE(measure.MeasureCentralElement(line.dataset, line.result, ZoMeasuringInformation(), false));
-  EXPECT_TRUE(HasId(measure, ZOC::msg::EEe017));
+  EXPECT_EQ(Measured(kCentral, WeightedPoints({{0, 0}, {3, 1}}, {}, DatasetPoint)).size(), 2u);
+  EXPECT_TRUE(satest::HasMessageId(Refused(kCentral, WeightedPoints({{0, 0}, {1, 0}, {3, 0}}, {}, DatasetRegion)),
+                                   msg::EEe017));
 }
 
 // Lines by hand: two lines at 45° give bearing 45, variance 0, centre
@@ -402,24 +384,15 @@ TEST(SpatialMeasureTest, LinearDirectionalMean) {
       {{Line(0, 0, 0, 2), Line(3, 0, 3, 1)}, false, 180.0, 270.0, 0.0},  // due north: the zero-component rule
   };
   for (const Case& c : cases) {
-    Layer layer = MakeLayer(DatasetLine, {}, c.lines, DatasetLine);
-    ZoMeasuringInformation info;
-    info.OrientationOnly = c.orientation;
-    ZoSpatialMeasure measure;
-    ASSERT_TRUE(measure.MeasureLinearDirectionalMean(layer.dataset, layer.result, info, false))
-        << measure.GetStrErrorMes().Str();
-    const auto rows = Rows(layer.result);
-    ASSERT_EQ(rows.size(), 1u);
+    const Row row = DirectionalMean(c.lines, c.orientation);
     if (!std::isnan(c.compass)) {
-      EXPECT_NEAR(rows[0]["CompassAngle"].ToDouble(), c.compass, 1e-9);
-      EXPECT_NEAR(std::fmod(rows[0]["DirectionalMean"].ToDouble() + 1e-9, 360.0), c.directional, 1e-8);
+      EXPECT_NEAR(row["CompassAngle"].ToDouble(), c.compass, 1e-9);
+      EXPECT_NEAR(std::fmod(row["DirectionalMean"].ToDouble() + 1e-9, 360.0), c.directional, 1e-8);
     }
-    EXPECT_NEAR(rows[0]["CircleVariance"].ToDouble(), c.variance, 1e-12);
+    EXPECT_NEAR(row["CircleVariance"].ToDouble(), c.variance, 1e-12);
   }
   Layer layer = MakeLayer(DatasetLine, {}, cases[0].lines, DatasetLine);
-  ZoSpatialMeasure measure;
-  ASSERT_TRUE(measure.MeasureLinearDirectionalMean(layer.dataset, layer.result, ZoMeasuringInformation(), false));
-  const Row row = Rows(layer.result)[0];
+  const Row row = Measured(kLines, layer).at(0);
   EXPECT_EQ(FieldNames(layer.result), (std::vector<std::string>{"AverageX", "AverageY", "AverageLength", "CompassAngle",
                                                                 "DirectionalMean", "CircleVariance"}));
   EXPECT_NEAR(row["AverageX"].ToDouble(), 3.0, 1e-12);
@@ -427,14 +400,10 @@ TEST(SpatialMeasureTest, LinearDirectionalMean) {
   EXPECT_NEAR(row["AverageLength"].ToDouble(), std::sqrt(2.0), 1e-12);
   const auto& ends = row.geometry.GetPoints();
   ASSERT_EQ(ends.size(), 2u);
-  EXPECT_NEAR(ends[0].x, 2.5, 1e-12);
-  EXPECT_NEAR(ends[0].y, 0.0, 1e-12);
-  EXPECT_NEAR(ends[1].x, 3.5, 1e-12);
-  EXPECT_NEAR(ends[1].y, 1.0, 1e-12);
-  // Points are not lines.
-  Layer points = WeightedPoints({{0, 0}, {1, 0}, {3, 0}}, {}, DatasetLine);
-  EXPECT_FALSE(measure.MeasureLinearDirectionalMean(points.dataset, points.result, ZoMeasuringInformation(), false));
-  EXPECT_TRUE(HasId(measure, ZOC::msg::EEe018));
+  EXPECT_NEAR(std::hypot(ends[0].x - 2.5, ends[0].y), 0.0, 1e-12);
+  EXPECT_NEAR(std::hypot(ends[1].x - 3.5, ends[1].y - 1.0), 0.0, 1e-12);
+  EXPECT_TRUE(
+      satest::HasMessageId(Refused(kLines, WeightedPoints({{0, 0}, {1, 0}, {3, 0}}, {}, DatasetLine)), msg::EEe018));
 }
 
 // Inputs with no or one record: the ungrouped mean centre still writes its
@@ -442,45 +411,23 @@ TEST(SpatialMeasureTest, LinearDirectionalMean) {
 // and the directional mean refuse; a grouped run over one record writes its
 // raw values, a Median included.
 TEST(SpatialMeasureTest, EmptyAndSingleRecordInputs) {
-  Layer empty = WeightedPoints({}, {}, DatasetPoint);
-  ZoSpatialMeasure measure;
-  ASSERT_TRUE(measure.MeasureMeanCenter(empty.dataset, empty.result, ZoMeasuringInformation(), false));
-  const auto rows = Rows(empty.result);
+  const auto rows = Measured(kMean, WeightedPoints({}, {}, DatasetPoint));
   ASSERT_EQ(rows.size(), 1u);
   EXPECT_EQ(Centroid(rows[0].geometry), (LUMA::LumaPoint2D{0, 0}));
-  ZoSpatialMeasure copy = measure;
-  Layer none = WeightedPoints({}, {}, DatasetPoint);
-  EXPECT_TRUE(copy.MeasureCentralElement(none.dataset, none.result, ZoMeasuringInformation(), false));
-  EXPECT_TRUE(Rows(none.result).empty());
-  Layer region = WeightedPoints({}, {}, DatasetRegion);
-  EXPECT_FALSE(copy.MeasureStandardDistance(region.dataset, region.result, ZoMeasuringInformation(), false));
-  EXPECT_TRUE(HasId(copy, ZOC::msg::ESa013));
-  Layer lines = MakeLayer(DatasetLine, {}, {}, DatasetLine);
-  EXPECT_FALSE(copy.MeasureLinearDirectionalMean(lines.dataset, lines.result, ZoMeasuringInformation(), false));
-  EXPECT_TRUE(HasId(copy, ZOC::msg::ESa067));
+  EXPECT_TRUE(Measured(kCentral, WeightedPoints({}, {}, DatasetPoint)).empty());
+  EXPECT_TRUE(satest::HasMessageId(Refused(kCircle, WeightedPoints({}, {}, DatasetRegion)), msg::ESa013));
+  EXPECT_TRUE(satest::HasMessageId(Refused(kLines, MakeLayer(DatasetLine, {}, {}, DatasetLine)), msg::ESa067));
 
-  Layer one = WeightedPoints({{3, 4}}, {2.5}, DatasetPoint);
   ZoMeasuringInformation info;
   info.CaseField = "W";
   info.StatisticsFields = {"W", "W"};
   info.StatisticsTypes = {StatisticsMedian, StatisticsMean};
-  ASSERT_TRUE(measure.MeasureMedianCenter(one.dataset, one.result, info, false));
-  const Row row = Rows(one.result)[0];
+  const Row row = Measured(kMedian, WeightedPoints({{3, 4}}, {2.5}, DatasetPoint), info).at(0);
   EXPECT_EQ(Centroid(row.geometry), (LUMA::LumaPoint2D{3, 4}));
   EXPECT_DOUBLE_EQ(row["W_Group"].ToDouble(), 2.5);
   EXPECT_DOUBLE_EQ(row["W_Median"].ToDouble(), 2.5);
   EXPECT_DOUBLE_EQ(row["W_Mean"].ToDouble(), 2.5);
 }
-
-namespace {
-
-ZoPrjCoordSys Wgs84() {
-  ZoPrjCoordSys cs;
-  EXPECT_TRUE(cs.SetFromUserInput("EPSG:4326"));
-  return cs;
-}
-
-}  // namespace
 
 // Longitude/latitude groups against tests/crosscheck/geographic_distributions.py
 // (pyproj's azimuthal equidistant projection about the points' unit-vector
@@ -490,14 +437,12 @@ ZoPrjCoordSys Wgs84() {
 // a circle across ±180° stays one ring.
 TEST(SpatialMeasureTest, GeographicGroupsAreMeasuredAboutTheirOwnCentre) {
   struct Expected {
-    std::vector<LUMA::LumaPoint2D> points;
-    std::vector<double> weights;
     LUMA::LumaPoint2D mean, median;
     double sd, axisX, axisY, angle;
+    std::vector<LUMA::LumaPoint2D> points = {};
+    std::vector<double> weights = {};
   };
-  Expected antimeridian{{},
-                        {},
-                        {-179.999999735851, -16.941666969162},
+  Expected antimeridian{{-179.999999735851, -16.941666969162},
                         {-179.998919440188, -16.942553464153},
                         3948.864480694,
                         5382.366270344,
@@ -507,9 +452,7 @@ TEST(SpatialMeasureTest, GeographicGroupsAreMeasuredAboutTheirOwnCentre) {
     antimeridian.points.push_back({i % 2 == 0 ? 179.99 : -179.99, -17 + 0.01 * i});
     antimeridian.weights.push_back(1.0 + i % 3);
   }
-  Expected pole{{},
-                {},
-                {127.902634217570, 89.991461614708},
+  Expected pole{{127.902634217570, 89.991461614708},
                 {11.793515243509, 89.981734882080},
                 158005.288993637,
                 161844.639845126,
@@ -518,30 +461,22 @@ TEST(SpatialMeasureTest, GeographicGroupsAreMeasuredAboutTheirOwnCentre) {
   for (int i = 0; i < 8; ++i) pole.points.push_back({-170.0 + 45 * i + (i == 2 ? 3 : 0), 88.5 + 0.1 * (i % 3)});
   pole.weights.assign(8, 1.0);
 
+  const auto expectAt = [](const LUMA::LumaPoint2D& got, const LUMA::LumaPoint2D& want) {
+    EXPECT_NEAR(std::remainder(got.x - want.x, 360.0), 0.0, 1e-9) << got.x;
+    EXPECT_NEAR(got.y, want.y, 1e-9);
+  };
   for (const Expected* group : {&antimeridian, &pole}) {
     const Expected& e = *group;
     ZoMeasuringInformation info;
     info.WeightField = "W";
-    ZoSpatialMeasure measure;
-    const auto expectAt = [](const LUMA::LumaPoint2D& got, const LUMA::LumaPoint2D& want) {
-      EXPECT_NEAR(std::remainder(got.x - want.x, 360.0), 0.0, 1e-9) << got.x;
-      EXPECT_NEAR(got.y, want.y, 1e-9);
+    const auto run = [&](Measure m, int type) {
+      return Measured(m, WeightedPoints(e.points, e.weights, type, Wgs84()), info).at(0);
     };
-    Layer mean = WeightedPoints(e.points, e.weights, DatasetPoint, Wgs84());
-    ASSERT_TRUE(measure.MeasureMeanCenter(mean.dataset, mean.result, info, false)) << measure.GetStrErrorMes().Str();
-    expectAt(Centroid(Rows(mean.result)[0].geometry), e.mean);
-    Layer median = WeightedPoints(e.points, e.weights, DatasetPoint, Wgs84());
-    ASSERT_TRUE(measure.MeasureMedianCenter(median.dataset, median.result, info, false));
-    expectAt(Centroid(Rows(median.result)[0].geometry), e.median);
-
-    Layer circle = WeightedPoints(e.points, e.weights, DatasetRegion, Wgs84());
-    ASSERT_TRUE(measure.MeasureStandardDistance(circle.dataset, circle.result, info, false));
-    const Row c = Rows(circle.result)[0];
+    expectAt(Centroid(run(kMean, DatasetPoint).geometry), e.mean);
+    expectAt(Centroid(run(kMedian, DatasetPoint).geometry), e.median);
+    const Row c = run(kCircle, DatasetRegion), d = run(kEllipse, DatasetRegion);
     expectAt({c["CircleCenterX"].ToDouble(), c["CircleCenterY"].ToDouble()}, e.mean);
     EXPECT_NEAR(c["StandardDistance"].ToDouble(), e.sd, 1e-6);
-    Layer ellipse = WeightedPoints(e.points, e.weights, DatasetRegion, Wgs84());
-    ASSERT_TRUE(measure.MeasureDirectionalDistribution(ellipse.dataset, ellipse.result, info, false));
-    const Row d = Rows(ellipse.result)[0];
     EXPECT_NEAR(d["SemiMajorAxis"].ToDouble(), e.axisX, 1e-6);
     EXPECT_NEAR(d["SemiMinorAxis"].ToDouble(), e.axisY, 1e-6);
     EXPECT_NEAR(d["RotationAngle"].ToDouble(), e.angle, 1e-9);
@@ -556,10 +491,8 @@ TEST(SpatialMeasureTest, GeographicGroupsAreMeasuredAboutTheirOwnCentre) {
     }
   }
   // Points spread evenly round the equator have no centre to measure about.
-  Layer around = WeightedPoints({{0, 0}, {90, 0}, {180, 0}, {-90, 0}}, {}, DatasetPoint, Wgs84());
-  ZoSpatialMeasure measure;
-  EXPECT_FALSE(measure.MeasureMeanCenter(around.dataset, around.result, ZoMeasuringInformation(), false));
-  EXPECT_TRUE(HasId(measure, ZOC::msg::ESa060)) << measure.GetStrErrorMes().Str();
+  const Layer around = WeightedPoints({{0, 0}, {90, 0}, {180, 0}, {-90, 0}}, {}, DatasetPoint, Wgs84());
+  EXPECT_TRUE(satest::HasMessageId(Refused(kMean, around), msg::ESa060));
 }
 
 // Weights are taken relative to the largest and coordinates beyond 2^200 are
@@ -572,40 +505,27 @@ TEST(SpatialMeasureTest, HugeWeightsAndCoordinatesAreScaled) {
   ZoMeasuringInformation weighted;
   weighted.WeightField = "W";
   std::vector<Row> ellipses;
-  for (const double w : {1.0, 1e150, 1e200}) {
-    Layer layer = WeightedPoints(points, std::vector<double>(points.size(), w), DatasetRegion);
-    ZoSpatialMeasure measure;
-    ASSERT_TRUE(measure.MeasureDirectionalDistribution(layer.dataset, layer.result, weighted, false));
-    ellipses.push_back(Rows(layer.result)[0]);
-  }
+  for (const double w : {1.0, 1e150, 1e200})
+    ellipses.push_back(
+        Measured(kEllipse, WeightedPoints(points, std::vector<double>(points.size(), w), DatasetRegion), weighted)
+            .at(0));
   for (const Row& e : ellipses) {
     for (const char* f : {"CircleCenterX", "CircleCenterY", "SemiMajorAxis", "SemiMinorAxis", "RotationAngle"})
       EXPECT_EQ(e[f].ToDouble(), ellipses[0][f].ToDouble()) << f;
     EXPECT_EQ(e.geometry.GetPoints(), ellipses[0].geometry.GetPoints());
   }
 
-  // The four points of (2.5, 2.75) with spreads Σdx² = 5 and Σdy² = 8.75.
+  // The ellipse of four points scaled by 1e300 (their standard distance:
+  // tests/hostile/numeric.tsv).
   const std::vector<LUMA::LumaPoint2D> four = {{1, 2}, {3, 1}, {2, 5}, {4, 3}};
   std::vector<LUMA::LumaPoint2D> vast;
   for (const auto& p : four) vast.push_back({p.x * 1e300, p.y * 1e300});
-  ZoSpatialMeasure measure;
-  Layer circle = WeightedPoints(vast, {}, DatasetRegion);
-  ASSERT_TRUE(measure.MeasureStandardDistance(circle.dataset, circle.result, ZoMeasuringInformation(), false));
-  const Row c = Rows(circle.result)[0];
-  EXPECT_NEAR(c["CircleCenterX"].ToDouble() / 1e300, 2.5, 1e-15);
-  EXPECT_NEAR(c["CircleCenterY"].ToDouble() / 1e300, 2.75, 1e-15);
-  EXPECT_NEAR(c["StandardDistance"].ToDouble() / 1e300, std::sqrt(13.75 / 4), 1e-15);
-  EXPECT_NEAR(Centroid(c.geometry).x / 1e300, 2.5, 1e-9);
-  Layer plain = WeightedPoints(four, {}, DatasetRegion), scaled = WeightedPoints(vast, {}, DatasetRegion);
-  ASSERT_TRUE(measure.MeasureDirectionalDistribution(plain.dataset, plain.result, ZoMeasuringInformation(), false));
-  ASSERT_TRUE(measure.MeasureDirectionalDistribution(scaled.dataset, scaled.result, ZoMeasuringInformation(), false));
-  const Row p = Rows(plain.result)[0], s = Rows(scaled.result)[0];
-  EXPECT_NEAR(s["SemiMajorAxis"].ToDouble() / 1e300, p["SemiMajorAxis"].ToDouble(), 1e-14);
-  EXPECT_NEAR(s["SemiMinorAxis"].ToDouble() / 1e300, p["SemiMinorAxis"].ToDouble(), 1e-14);
+  const Row p = Measured(kEllipse, WeightedPoints(four, {}, DatasetRegion)).at(0);
+  const Row s = Measured(kEllipse, WeightedPoints(vast, {}, DatasetRegion)).at(0);
+  for (const char* f : {"CircleCenterX", "CircleCenterY", "SemiMajorAxis", "SemiMinorAxis"})
+    EXPECT_NEAR(s[f].ToDouble() / 1e300, p[f].ToDouble(), 1e-14) << f;
   EXPECT_NEAR(s["RotationAngle"].ToDouble(), p["RotationAngle"].ToDouble(), 1e-12);
-  Layer median = WeightedPoints(vast, {}, DatasetPoint);
-  ASSERT_TRUE(measure.MeasureMedianCenter(median.dataset, median.result, ZoMeasuringInformation(), false));
-  EXPECT_TRUE(std::isfinite(Centroid(Rows(median.result)[0].geometry).x));
+  EXPECT_TRUE(std::isfinite(Centroid(Measured(kMedian, WeightedPoints(vast, {}, DatasetPoint)).at(0).geometry).x));
 
   std::vector<LUMA::LumaPoint2D> far;
   for (const auto& q : points) far.push_back({q.x * 1e300, q.y * 1e300});
@@ -616,35 +536,10 @@ TEST(SpatialMeasureTest, HugeWeightsAndCoordinatesAreScaled) {
     for (const auto& q : points) cost += std::hypot(points[i].x - q.x, points[i].y - q.y);
     if (cost < bestCost) bestCost = cost, best = i;
   }
-  Layer central = WeightedPoints(far, {}, DatasetPoint);
-  ASSERT_TRUE(measure.MeasureCentralElement(central.dataset, central.result, ZoMeasuringInformation(), false));
-  const auto rows = Rows(central.result);
+  const auto rows = Measured(kCentral, WeightedPoints(far, {}, DatasetPoint));
   ASSERT_EQ(rows.size(), 1u);
   EXPECT_EQ(Centroid(rows[0].geometry), far[best]);
 }
-
-// A feature without a finite location, a NaN weight and a NaN statistics
-// value each fail naming the feature's QlID; the measure's own identifier
-// follows a missing location.
-namespace {
-
-// A line of length 1 from (x, 0) along the bearing (degrees clockwise from north).
-Feature Bearing(double x, double degrees) {
-  const double r = degrees * 3.14159265358979323846 / 180.0;
-  return Line(x, 0, x + std::sin(r), std::cos(r));
-}
-
-Row DirectionalMean(const std::vector<Feature>& lines, bool orientationOnly) {
-  Layer layer = MakeLayer(DatasetLine, {}, lines, DatasetLine);
-  ZoMeasuringInformation info;
-  info.OrientationOnly = orientationOnly;
-  ZoSpatialMeasure measure;
-  EXPECT_TRUE(measure.MeasureLinearDirectionalMean(layer.dataset, layer.result, info, false))
-      << measure.GetStrErrorMes().Str();
-  return Rows(layer.result).at(0);
-}
-
-}  // namespace
 
 // Orientations by hand. Lines at 359° and 1°: their doubled angles, 358° and
 // 2°, average to 0°, so the mean orientation is 0 (north) and the directional

@@ -50,6 +50,16 @@ ZoClusterInformation Info(int method, int minPoints, double distance = 0.0) {
   return info;
 }
 
+// The summary of the public call on the points, whose fields go to result;
+// the call must succeed.
+ZoClusterSummary Cluster(ZoDatasetVector* points, const ZoClusterInformation& info, Result& result) {
+  ZoClusteringDistributions analysis;
+  ZoClusterSummary summary;
+  EXPECT_TRUE(analysis.DensityBasedClustering(points, result.dataset, info, false, &summary))
+      << analysis.GetStrErrorMes().Str();
+  return summary;
+}
+
 }  // namespace
 
 TEST(DensityClustering, PercentileInterpolatesLinearly) {
@@ -99,73 +109,37 @@ TEST(DensityClustering, AggregationMatchesBruteForceDbscan) {
   }
 }
 
-TEST(DensityClustering, DbscanWritesSourceIdsAndNoiseAsMinusOne) {
-  const std::vector<LumaPoint2D> p = Clumps(11);
-  satest::MemoryLayer layer = satest::MakePointLayer(p);
+// The written clusters and Source_ID are compared with R's dbscan in
+// tests/crosscheck/density.R; here the summary's counts.
+TEST(DensityClustering, DbscanSummaryCountsClustersAndNoise) {
   Result result;
-  ZoClusteringDistributions analysis;
-  ZoClusterSummary summary;
-  ASSERT_TRUE(analysis.DensityBasedClustering(layer.dataset, result.dataset, Info(1, 6, 3.0), false, &summary))
-      << analysis.GetStrErrorMes().Str();
-  LumaArray<std::int32_t> ids;
-  ZoAggregation::AggregatePoints(LumaArray<LumaPoint2D>(p.begin(), p.end()), 3.0, 6, ids);
+  const ZoClusterSummary summary = Cluster(satest::MakePointLayer(Clumps(11)).dataset, Info(1, 6, 3.0), result);
   const std::vector<double> written = Column(result.dataset, "Cluster_ID");
-  ASSERT_EQ(written.size(), p.size());
-  long long noise = 0;
-  for (std::size_t i = 0; i < p.size(); ++i) {
-    EXPECT_EQ(written[i], ids[i] == 0 ? -1 : ids[i]);
-    noise += ids[i] == 0;
-  }
-  EXPECT_GT(noise, 0);
-  EXPECT_EQ(summary.Noise, noise);
-  EXPECT_EQ(summary.Clusters, *std::max_element(ids.begin(), ids.end()));
-  std::vector<double> source = Column(result.dataset, "Source_ID"), expected;
-  for (std::size_t i = 0; i < p.size(); ++i) expected.push_back(static_cast<double>(i));  // the memory layer's QlIDs
-  EXPECT_EQ(source, expected);
+  EXPECT_GT(std::count(written.begin(), written.end(), -1.0), 0);
+  EXPECT_EQ(summary.Noise, std::count(written.begin(), written.end(), -1.0));
+  EXPECT_EQ(summary.Clusters, *std::max_element(written.begin(), written.end()));
 }
 
-TEST(DensityClustering, AutomaticDistanceIsTheMedianNeighbourDistance) {
-  ZoClusteringDistributions analysis;
-  ZoClusterSummary summary;
-  // Minimum points 5: the median distance to the fourth nearest other point.
-  const std::vector<LumaPoint2D> p = satest::RandomPoints(41, 50.0, 3);
-  std::vector<double> fourth;
-  for (const LumaPoint2D& a : p) {
-    std::vector<double> d;
-    for (const LumaPoint2D& b : p) d.push_back(Dist(a, b));
-    std::sort(d.begin(), d.end());
-    fourth.push_back(d[4]);  // d[0] is the point itself
-  }
-  std::nth_element(fourth.begin(), fourth.begin() + 20, fourth.end());
-  {
-    satest::MemoryLayer layer = satest::MakePointLayer(p);
-    Result result;
-    ASSERT_TRUE(analysis.DensityBasedClustering(layer.dataset, result.dataset, Info(1, 5), false, &summary));
-    EXPECT_DOUBLE_EQ(summary.Distance, fourth[20]);
-  }
+// The median distance to the (minimum points − 1)-th neighbour is compared
+// with R's kNNdist in tests/crosscheck/density.R; here the degenerate sets.
+TEST(DensityClustering, AutomaticDistanceOfCoincidentPoints) {
   // More than half of the points coincide: the median is 0, and the second
   // smallest distinct neighbour distance (after 0) is used.
   std::vector<LumaPoint2D> q(7, LumaPoint2D{5, 5});
   for (double x : {8.0, 9.5, 12.0, 20.0, 27.0}) q.push_back({x, 5});
-  {
-    satest::MemoryLayer layer = satest::MakePointLayer(q);
-    Result result;
-    ASSERT_TRUE(analysis.DensityBasedClustering(layer.dataset, result.dataset, Info(1, 2), false, &summary));
-    EXPECT_DOUBLE_EQ(summary.Distance, 1.5);  // nearest-neighbour distances: 0 ×7, 1.5, 1.5, 2.5, 7, 7
-  }
+  Result first;
+  // Nearest-neighbour distances: 0 ×7, 1.5, 1.5, 2.5, 7, 7.
+  EXPECT_DOUBLE_EQ(Cluster(satest::MakePointLayer(q).dataset, Info(1, 2), first).Distance, 1.5);
   // All points coincide: 0.0001, and they form one cluster.
-  {
-    satest::MemoryLayer layer = satest::MakePointLayer(std::vector<LumaPoint2D>(6, LumaPoint2D{1, 2}));
-    Result result;
-    ASSERT_TRUE(analysis.DensityBasedClustering(layer.dataset, result.dataset, Info(1, 6), false, &summary));
-    EXPECT_DOUBLE_EQ(summary.Distance, 0.0001);
-    EXPECT_EQ(Column(result.dataset, "Cluster_ID"), std::vector<double>(6, 1.0));
-    for (int method : {2, 3}) {  // no distance to split on: one level, no cluster below the whole
-      Result other;
-      ASSERT_TRUE(analysis.DensityBasedClustering(layer.dataset, other.dataset, Info(method, 3), false, &summary));
-      for (const char* field : {"Cluster_ID", method == 2 ? "Outlier" : "Reachability"})
-        for (double v : Column(other.dataset, field)) EXPECT_TRUE(std::isfinite(v)) << field;
-    }
+  satest::MemoryLayer layer = satest::MakePointLayer(std::vector<LumaPoint2D>(6, LumaPoint2D{1, 2}));
+  Result result;
+  EXPECT_DOUBLE_EQ(Cluster(layer.dataset, Info(1, 6), result).Distance, 0.0001);
+  EXPECT_EQ(Column(result.dataset, "Cluster_ID"), std::vector<double>(6, 1.0));
+  for (int method : {2, 3}) {  // no distance to split on: one level, no cluster below the whole
+    Result other;
+    Cluster(layer.dataset, Info(method, 3), other);
+    for (const char* field : {"Cluster_ID", method == 2 ? "Outlier" : "Reachability"})
+      for (double v : Column(other.dataset, field)) EXPECT_TRUE(std::isfinite(v)) << field;
   }
 }
 
@@ -201,8 +175,6 @@ TEST(DensityClustering, ChecksFailInOrderAndLeaveTheResultEmpty) {
   EXPECT_NE(analysis.GetStrErrorMes().Str().find("[EEe018]"), std::string::npos);
   EXPECT_FALSE(analysis.DensityBasedClustering(layer.dataset, lineResult, Info(1, 3), false));
   EXPECT_NE(analysis.GetStrErrorMes().Str().find("[EEe017]"), std::string::npos);
-  EXPECT_FALSE(analysis.DensityBasedClustering(layer.dataset, result.dataset, Info(2, 1), false));
-  EXPECT_NE(analysis.GetStrErrorMes().Str().find("[EUe002]"), std::string::npos);
   EXPECT_EQ(result.dataset->GetRecordCount(), 0);
 }
 
@@ -312,20 +284,17 @@ TEST(DensityClustering, BoruvkaTreeWeighsAsMuchAsPrims) {
   }
 }
 
+// Probabilities, stabilities and outlier scores are compared with R's
+// hdbscan in tests/crosscheck/density.R.
 TEST(DensityClustering, HdbscanFindsTheClumpsAndScoresTheStrays) {
   std::vector<LumaPoint2D> p;
   for (const LumaPoint2D& c : {LumaPoint2D{0, 0}, LumaPoint2D{100, 0}})
     for (const LumaPoint2D& q : satest::RandomPoints(50, 10.0, 4)) p.push_back({c.x + q.x, c.y + q.y});
   p.push_back({50, 300});  // far from both, farther than they are from each other
-  satest::MemoryLayer layer = satest::MakePointLayer(p);
   Result result;
-  ZoClusteringDistributions analysis;
-  ZoClusterSummary summary;
-  ASSERT_TRUE(analysis.DensityBasedClustering(layer.dataset, result.dataset, Info(2, 5), false, &summary))
-      << analysis.GetStrErrorMes().Str();
+  const ZoClusterSummary summary = Cluster(satest::MakePointLayer(p).dataset, Info(2, 5), result);
   const auto label = Column(result.dataset, "Cluster_ID"), prob = Column(result.dataset, "Prob");
   const auto outlier = Column(result.dataset, "Outlier"), exemplar = Column(result.dataset, "Exemplar");
-  const auto stability = Column(result.dataset, "Stability");
   EXPECT_EQ(summary.Clusters, 2);
   EXPECT_EQ(label[100], -1);
   EXPECT_EQ(prob[100], 0.0);
@@ -333,10 +302,6 @@ TEST(DensityClustering, HdbscanFindsTheClumpsAndScoresTheStrays) {
   std::map<int, int> exemplars;
   for (std::size_t i = 0; i < 100; ++i) {
     EXPECT_EQ(label[i], i < 50 ? 1 : 2);
-    EXPECT_GE(prob[i], 0.0);
-    EXPECT_LE(prob[i], 1.0);
-    EXPECT_GT(stability[i], 0.0);
-    EXPECT_EQ(stability[i], stability[i < 50 ? 0 : 50]);
     exemplars[static_cast<int>(label[i])] += exemplar[i] == 1;
   }
   EXPECT_GE(exemplars[1], 1);
@@ -344,7 +309,8 @@ TEST(DensityClustering, HdbscanFindsTheClumpsAndScoresTheStrays) {
 }
 
 // OPTICS by its definition over all pairs, lowest index first among equal
-// reachabilities.
+// reachabilities; its ξ clusters are compared with R's extractXi in
+// tests/crosscheck/optics_xi.R.
 TEST(DensityClustering, OpticsMatchesBruteForceOrdering) {
   const std::vector<LumaPoint2D> p = Clumps(5);
   const std::size_t n = p.size();
@@ -379,14 +345,6 @@ TEST(DensityClustering, OpticsMatchesBruteForceOrdering) {
   }
   EXPECT_EQ(found.order, order);
   for (std::size_t i = 0; i < n; ++i) EXPECT_EQ(found.reachability[i], reach[i]) << i;
-
-  // The three clumps stand out in the reachability plot.
-  detail::clustering::ExtractXi(0.05, minPoints, found);
-  EXPECT_GE(found.clusters, 3);
-  std::set<int> clumps;
-  for (std::size_t i = 120; i < 300; i += 60) clumps.insert(found.label[i + 30]);
-  EXPECT_EQ(clumps.size(), 3u);
-  EXPECT_EQ(clumps.count(-1), 0u);
 }
 
 // A distance in kilometres on metre data clusters as the same distance in
@@ -395,21 +353,15 @@ TEST(DensityClustering, DistanceUnitsConvertToTheLayersUnit) {
   std::vector<LumaPoint2D> p;
   for (const LumaPoint2D& q : Clumps(13)) p.push_back({500000 + q.x * 100, 200000 + q.y * 100});
   satest::MemoryLayer layer = satest::MakePointLayer(p, {}, "EPSG:27700");
-  ZoClusteringDistributions analysis;
   std::vector<std::vector<double>> labels;
   for (const auto& [distance, unit] : {std::pair{400.0, 0}, std::pair{0.4, 10000000}, std::pair{400.0, 10000}}) {
     for (int method : {1, 3}) {
       ZoClusterInformation info = Info(method, 5, distance);
       info.DistanceUnit = unit;
       Result result;
-      ZoClusterSummary summary;
-      ASSERT_TRUE(analysis.DensityBasedClustering(layer.dataset, result.dataset, info, false, &summary));
-      EXPECT_DOUBLE_EQ(summary.Distance, 400.0);
+      EXPECT_DOUBLE_EQ(Cluster(layer.dataset, info, result).Distance, 400.0);
       labels.push_back(Column(result.dataset, "Cluster_ID"));
     }
   }
-  EXPECT_EQ(labels[0], labels[2]);
-  EXPECT_EQ(labels[0], labels[4]);
-  EXPECT_EQ(labels[1], labels[3]);
-  EXPECT_EQ(labels[1], labels[5]);
+  for (std::size_t k = 2; k < 6; ++k) EXPECT_EQ(labels[k], labels[k % 2]) << k;
 }

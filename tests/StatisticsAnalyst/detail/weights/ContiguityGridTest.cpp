@@ -37,10 +37,8 @@ ZoGeometry Ring(std::vector<LumaPoint2D> pts) {
 ZoGeometry Rect(double x0, double y0, double x1, double y1) { return Ring({{x0, y0}, {x1, y0}, {x1, y1}, {x0, y1}}); }
 
 // Both relations as neighbour rows; the grid must build.
-void Contiguity(const std::vector<ZoGeometry>& regions, Rows& rook, Rows& queen, ContiguityGrid* keep = nullptr,
-                double tolerance = 0.0) {
+void Contiguity(const std::vector<ZoGeometry>& regions, Rows& rook, Rows& queen) {
   ContiguityGrid grid;
-  grid.SetTolerance(tolerance);
   const ZOC::detail::Status built = grid.Build(regions, regions.size());
   ASSERT_TRUE(built) << built.Text().Str();
   rook.assign(regions.size(), {});
@@ -49,7 +47,6 @@ void Contiguity(const std::vector<ZoGeometry>& regions, Rows& rook, Rows& queen,
     grid.GetContiguityIDs(i, true, rook[i]);
     grid.GetContiguityIDs(i, false, queen[i]);
   }
-  if (keep) *keep = grid;
 }
 
 // Neighbours of cell (r, c) of an nx × ny lattice numbered row by row.
@@ -73,22 +70,8 @@ std::size_t Links(const Rows& rows) {
 }
 
 bool Has(const Rows& rows, int i, int j) {
-  for (int k : rows[static_cast<std::size_t>(i)])
-    if (k == j) return true;
-  return false;
-}
-
-TEST(Contiguity, UnitSquareLatticesMatchTheirNeighbourRule) {
-  for (const int side : {3, 4}) {
-    std::vector<ZoGeometry> squares;
-    for (int r = 0; r < side; ++r)
-      for (int c = 0; c < side; ++c) squares.push_back(Rect(c, r, c + 1, r + 1));
-    Rows rook, queen;
-    Contiguity(squares, rook, queen);
-    // Exact rows compare order too: ascending feature numbers.
-    EXPECT_EQ(rook, LatticeRows(side, side, false)) << side;
-    EXPECT_EQ(queen, LatticeRows(side, side, true)) << side;
-  }
+  const auto& row = rows[static_cast<std::size_t>(i)];
+  return std::find(row.begin(), row.end(), j) != row.end();
 }
 
 TEST(Contiguity, PointContactsGapsAndNearMisses) {
@@ -121,26 +104,6 @@ TEST(Contiguity, PointContactsGapsAndNearMisses) {
     EXPECT_EQ(Has(rook, 1, 0), c.rook) << c.name;
     EXPECT_EQ(Has(queen, 1, 0), c.queen) << c.name;
   }
-}
-
-// Parcels digitized a millimetre apart along a kilometre of boundary touch
-// only under a tolerance the caller gives; a corner a millimetre off stays a
-// point contact, not an edge.
-TEST(Contiguity, AGivenSnappingToleranceClosesDigitizedGaps) {
-  const std::vector<ZoGeometry> parcels = {Rect(0, 0, 1000, 1000), Rect(1000.001, 0, 2000, 1000),
-                                           Rect(1000.001, 1000.001, 2000, 2000)};
-  Rows rook, queen;
-  ContiguityGrid grid;
-  Contiguity(parcels, rook, queen, &grid);
-  EXPECT_FALSE(Has(queen, 0, 1));
-  EXPECT_NEAR(grid.Tolerance(), 2e-6, 1e-12);
-  Contiguity(parcels, rook, queen, &grid, 2e-3);
-  EXPECT_EQ(grid.Tolerance(), 2e-3);
-  EXPECT_TRUE(Has(rook, 0, 1));
-  EXPECT_TRUE(Has(rook, 1, 0));
-  EXPECT_FALSE(Has(rook, 0, 2));
-  EXPECT_TRUE(Has(queen, 0, 2));
-  EXPECT_TRUE(Has(rook, 1, 2));
 }
 
 TEST(Contiguity, MultiPartRegionsAndHoles) {
@@ -191,12 +154,9 @@ TEST(Contiguity, JitteredLatticeWithNoisyUnmatchedVertices) {
   EXPECT_EQ(queen, LatticeRows(nx, ny, true));
 }
 
-TEST(Contiguity, SizeValueAndFailures) {
+TEST(Contiguity, MismatchedCountsPointsAndEmptyGeometries) {
   std::vector<ZoGeometry> regions = {Rect(0, 0, 1, 1), Rect(1, 0, 2, 1)};
   ContiguityGrid grid;
-  ASSERT_TRUE(grid.Build(regions, 2));
-  EXPECT_DOUBLE_EQ(grid.SizeValue(), std::sqrt(4.0 * 10));  // 10 stored vertices, rings closed
-
   const ZOC::detail::Status mismatch = grid.Build(regions, 3);
   EXPECT_FALSE(mismatch);
   EXPECT_STREQ(mismatch.id(), ZOC::msg::EFd059);
@@ -209,7 +169,6 @@ TEST(Contiguity, SizeValueAndFailures) {
   regions.push_back(ZoGeometry());
   for (int k = 0; k < 100; ++k) regions.push_back(Rect(10 + k, 10, 11 + k, 11));
   ASSERT_TRUE(grid.Build(regions, regions.size()));
-  EXPECT_DOUBLE_EQ(grid.SizeValue(), std::sqrt(32.0 * 104));
   for (const std::size_t i : {2u, 3u}) {
     grid.GetContiguityIDs(i, false, out);
     EXPECT_TRUE(out.empty());
@@ -273,8 +232,7 @@ void CheckAgainstGeos(const char* file, std::size_t expectedCount, std::size_t& 
   const std::vector<ZoGeometry> regions = LoadRegions(file);
   ASSERT_EQ(regions.size(), expectedCount) << file;
   Rows rook, queen;
-  ContiguityGrid grid;
-  Contiguity(regions, rook, queen, &grid);
+  Contiguity(regions, rook, queen);
   rookLinks = Links(rook);
   queenLinks = Links(queen);
 
