@@ -23,30 +23,20 @@ struct Fixture {
   ZoDatasetVector* dataset = nullptr;
   ZoRecordsetPtr records;
 
-  Fixture(int count, int type = DatasetPoint) {
-    dataset = source->CreateDatasetVector("features", type, ZoPrjCoordSys());
+  explicit Fixture(int count) {
+    dataset = source->CreateDatasetVector("features", DatasetPoint, ZoPrjCoordSys());
     for (int code : {LUMA::FieldByte, LUMA::FieldInt16, LUMA::FieldInt32, LUMA::FieldSingle, LUMA::FieldDouble,
                      LUMA::FieldInt64, LUMA::FieldBoolean, LUMA::FieldText, LUMA::FieldDate})
       EXPECT_TRUE(dataset->CreateField(LumaFieldInfo("f" + std::to_string(code), code)));
     ZoQueryDef all;
     ZoRecordsetPtr writer(dataset->Query(all));
     for (int i = 0; i < count; ++i) {
-      const double x = i, y = i % 2;
-      ZoGeometry g = type == DatasetRegion
-                         ? ZoGeometry::MakeRegion({{x, y}, {x + 1, y}, {x + 1, y + 1}, {x, y + 1}}, {4})
-                         : ZoGeometry::MakePoint({x, y});
-      EXPECT_TRUE(writer->AddNew(g));
+      EXPECT_TRUE(writer->AddNew(ZoGeometry::MakePoint({1.0 * i, 1.0 * (i % 2)})));
       EXPECT_TRUE(writer->SetFieldValue("f7", LUMA::LumaVariant(1.5 * i)));
       EXPECT_TRUE(writer->Update());
     }
     writer.reset();
     records.reset(dataset->Query(all));
-  }
-
-  ZoPatternsInformation Valid() const {
-    ZoPatternsInformation info;
-    info.FieldName = "f7";
-    return info;
   }
 };
 
@@ -63,30 +53,22 @@ using V = std::vector<std::string>;
 
 }  // namespace
 
-TEST(CheckParameterValid, NullRecordsetAndTooFewRecordsComeFirst) {
+// Every later fault is present from the start; fixing them one at a time
+// must reveal the checks in their fixed order.
+TEST(CheckParameterValid, EachCheckInItsOrderAndTheBandsLimits) {
   ZoAnalyzingPatterns analysis;
   EXPECT_FALSE(analysis.CheckParameterValid(nullptr, ZoPatternsInformation()));
   EXPECT_EQ(MessageIds(analysis.GetStrErrorMes()), V{ZOC::msg::EEg024});
-
   Fixture three(3);
-  ZoPatternsInformation bad;  // empty field name and everything else wrong too
-  bad.KNeighbors = 0;
-  bad.Exponent = -1;
-  EXPECT_EQ(Check(three, bad), V{ZOC::msg::ESa014});
-}
-
-TEST(CheckParameterValid, EachCheckInItsOrder) {
-  Fixture f(6);
-  ZoPatternsInformation info = f.Valid();
-
-  // Every later fault is present from the start; fixing them one at a time
-  // must reveal the checks in their fixed order.
-  info.FieldName = "";
+  ZoPatternsInformation info;  // empty field name and everything else wrong too
   info.Conceptualization = SpatialWeightsFile;
   info.WeightsFilePath = "";
   info.KNeighbors = 0;
   info.DistanceTolerance = -0.5;
   info.Exponent = -2;
+  EXPECT_EQ(Check(three, info), V{ZOC::msg::ESa014});
+
+  Fixture f(6);
   EXPECT_EQ(Check(f, info), V{ZOC::msg::ESa005});
   info.FieldName = "missing";
   EXPECT_EQ(Check(f, info), V{ZOC::msg::ECd001});
@@ -110,11 +92,7 @@ TEST(CheckParameterValid, EachCheckInItsOrder) {
   EXPECT_EQ(Check(f, info), V{ZOC::msg::ESa062});
   info.Exponent = 0;
   EXPECT_EQ(Check(f, info), V{});
-}
 
-TEST(CheckParameterValid, DistanceBandLimits) {
-  Fixture f(4);
-  ZoPatternsInformation info = f.Valid();
   for (double ok : {-1.0, 0.0, 1e-30, 12.5, std::numeric_limits<double>::max()}) {
     info.DistanceTolerance = ok;
     EXPECT_EQ(Check(f, info), V{}) << ok;

@@ -7,8 +7,10 @@
 #include <random>
 
 #include <gdal_priv.h>
+#include <gtest/gtest.h>
 #include <ogrsf_frmts.h>
 
+#include "StatisticsAnalyst/ZoStatisticsUtilities.h"
 #include "host/ZoRecordset.h"
 #include "host/ZoResultWriter.h"
 
@@ -176,6 +178,17 @@ void AddField(ZOC::ZoDatasetVector* dataset, const char* field, int type, const 
 
 bool HasMessageId(const LUMA::LumaUnicodeString& message, const char* id) {
   return message.Str().find(std::string("[") + id + "]") != std::string::npos;
+}
+
+std::vector<std::vector<double>> DenseWeights(ZOC::ZoDatasetVector* dataset, const ZOC::ZoPatternsInformation& info) {
+  ZOC::ZoRecordsetPtr records(dataset->Query(ZOC::ZoQueryDef()));
+  ZOC::ZoStatisticsUtilities u;
+  LUMA::LumaArray<ZOC::WeightMatrixUnit> units;
+  EXPECT_TRUE(u.GetSpatialWeight(records.get(), info, units, false)) << u.GetStrErrorMes().Str();
+  const std::size_t n = static_cast<std::size_t>(records->GetRecordCount());
+  std::vector<std::vector<double>> w(n, std::vector<double>(n, 0.0));
+  for (const auto& unit : units) w[unit.Index / n][unit.Index % n] = unit.Weight;
+  return w;
 }
 
 }  // namespace satest

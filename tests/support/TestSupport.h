@@ -5,6 +5,7 @@
 #include <string>
 #include <vector>
 
+#include "StatisticsAnalyst/ZoPatternsInformation.h"
 #include "host/LumaPoint.h"
 #include "host/ZoDataSource.h"
 #include "host/ZoProgress.h"
@@ -112,5 +113,8 @@ void AddField(ZOC::ZoDatasetVector* dataset, const char* field, int type, const 
 
 // Whether a message text carries the identifier ("[ESa014] ...").
 bool HasMessageId(const LUMA::LumaUnicodeString& message, const char* id);
+
+// The in-memory weights of every record as a dense matrix (0 off the list).
+std::vector<std::vector<double>> DenseWeights(ZOC::ZoDatasetVector* dataset, const ZOC::ZoPatternsInformation& info);
 
 }  // namespace satest

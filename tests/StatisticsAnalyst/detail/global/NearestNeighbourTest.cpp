@@ -115,16 +115,6 @@ TEST(AverageNearestNeighbor, FailuresLeaveTheResultAlone) {
   EXPECT_EQ(r.PValue, 5);
 }
 
-TEST(AverageNearestNeighbor, CancelledThroughTheProgressFactory) {
-  auto layer = satest::MakePointLayer(satest::RandomPoints(200, 10.0, 2));
-  satest::ScopedProgressFactory cancelHalfway(
-      [] { return std::make_unique<ZoCallbackProgress>([](const ZoProgressState& s) { return s.percent < 50; }); });
-  ZoAnalyzingPatterns patterns;
-  Exponent r;
-  EXPECT_FALSE(patterns.AverageNearestNeighbor(layer.dataset, 0.0, Euclidean, r, true, 0.0, true));
-  EXPECT_NE(patterns.GetStrErrorMes().Str().find("[IMb030]"), std::string::npos);
-}
-
 TEST(AverageNearestNeighbor, GeographicDataUsesChordsAndSurfaceArea) {
   auto source = ZoDataSource::Open(satest::DataPath("cycle_hire.gpkg"), false);
   ASSERT_TRUE(source);

@@ -4,7 +4,6 @@
 #include <gtest/gtest.h>
 
 #include <cmath>
-#include <cstdlib>
 #include <filesystem>
 
 #include "StatisticsAnalyst/ZoClusteringDistributions.h"
@@ -12,7 +11,6 @@
 #include "StatisticsAnalyst/ZoWeightsUtilities.h"
 #include "StatisticsAnalyst/detail/local/Classification.h"
 #include "StatisticsAnalyst/detail/local/ClusterOutlier.h"
-#include "StatisticsAnalyst/detail/local/HotSpot.h"
 #include "TestSupport.h"
 #include "host/ZoMessageIds.h"
 #include "host/ZoRecordset.h"
@@ -27,18 +25,6 @@ using satest::Column;
 using satest::Texts;
 
 std::vector<std::string> Ids(const ZoAnalysisFrame& o) { return satest::MessageIds(o.GetStrErrorMes()); }
-
-// Dense in-memory weights of a layer.
-std::vector<std::vector<double>> Dense(satest::MemoryLayer& layer, const ZoPatternsInformation& info) {
-  ZoRecordsetPtr records(layer.dataset->Query(ZoQueryDef()));
-  ZoStatisticsUtilities u;
-  LumaArray<WeightMatrixUnit> units;
-  EXPECT_TRUE(u.GetSpatialWeight(records.get(), info, units, false));
-  const std::size_t n = static_cast<std::size_t>(records->GetRecordCount());
-  std::vector<std::vector<double>> w(n, std::vector<double>(n, 0.0));
-  for (const auto& unit : units) w[unit.Index / n][unit.Index % n] = unit.Weight;
-  return w;
-}
 
 // Gi* from its definition over a dense row with the self weight on the diagonal.
 double DenseGi(const std::vector<double>& x, std::vector<double> w, std::size_t i, double self) {
@@ -126,18 +112,14 @@ TEST(HotSpotAnalyst, MatchesTheDenseDefinitionWithSelfWeights) {
   std::vector<double> values;
   for (std::size_t i = 0; i < points.size(); ++i) values.push_back(points[i].x + std::cos(3.0 * i));
   auto layer = satest::MakePointLayer(points, values);
-  layer.dataset->CreateField(LUMA::LumaFieldInfo("SELF", LUMA::FieldDouble));
-  {
-    ZoRecordsetPtr r(layer.dataset->Query(ZoQueryDef()));
-    int k = 0;
-    for (r->MoveFirst(); !r->IsEOF(); r->MoveNext(), ++k)
-      r->Edit(), r->SetFieldValue("SELF", LUMA::LumaVariant(k % 3 == 0 ? -2.0 : k % 3 == 1 ? 0.0 : 2.5)), r->Update();
-  }
+  std::vector<double> self;
+  for (std::size_t k = 0; k < points.size(); ++k) self.push_back(k % 3 == 0 ? -2.0 : k % 3 == 1 ? 0.0 : 2.5);
+  satest::AddField(layer.dataset, "SELF", LUMA::FieldDouble, self);
   ZoPatternsInformation info = Info(InverseDistance);
   info.Standardization = true;  // forced off for Gi* in memory
   ZoPatternsInformation raw = info;
   raw.Standardization = false;
-  const auto w = Dense(layer, raw);
+  const auto w = satest::DenseWeights(layer.dataset, raw);
   for (const char* selfField : {"", "SELF"}) {
     info.SecondFieldName = selfField;
     Result result;
@@ -214,14 +196,15 @@ TEST(LocalAnalyses, WeightSourcesAgreeAndTemporaryFilesGo) {
   satest::TempDir tmp;
   satest::ScopedEnv tmpdir("TMPDIR", tmp.path().string());
 
-  // 10001 features stream from a temporary file; the reference uses the
-  // same weights in memory (Gi*: raw; local Moran's I: row-standardized).
+  // 10001 features take the path of large layers; the reference applies the
+  // definitions to the weights small layers use.
   const auto points = satest::RandomPoints(10001, 100.0, 77);
   std::vector<double> values;
   for (std::size_t i = 0; i < points.size(); ++i) values.push_back(points[i].y + std::sin(1.0 * i));
   auto layer = satest::MakePointLayer(points, values);
   ZoPatternsInformation info = Info(KNearestNeighbors);
   info.Standardization = true;
+  info.WeightsMemoryBudget = 1;  // nothing fits: the weights go through a temporary file
   Result hot, clusters;
   ZoClusteringDistributions analysis;
   ASSERT_TRUE(analysis.HotSpotAnalyst(layer.dataset, hot.dataset, info, false)) << analysis.GetStrErrorMes().Str();
@@ -230,29 +213,25 @@ TEST(LocalAnalyses, WeightSourcesAgreeAndTemporaryFilesGo) {
 
   ZoRecordsetPtr records(layer.dataset->Query(ZoQueryDef()));
   ZoStatisticsUtilities u;
-  LumaArray<WeightMatrixUnit> rawUnits, stdUnits;
+  LumaArray<WeightMatrixUnit> units[2];  // raw for Gi*, row-standardized for local Moran's I
   ZoPatternsInformation raw = info;
   raw.Standardization = false;
-  ASSERT_TRUE(u.GetSpatialWeight(records.get(), raw, rawUnits, false));
-  ASSERT_TRUE(u.GetSpatialWeight(records.get(), info, stdUnits, false));
-  const LumaArray<double> x(values.begin(), values.end());
-  const local::MoranMoments moments(x);
-  double mean = 0, sq = 0;
-  for (double v : values) mean += v / 10001, sq += v * v / 10001;
-  const auto giZ = Column(hot.dataset, "Gi_Zscore");
-  const auto lmI = Column(clusters.dataset, "ALMI_MoranI");
-  auto row = [](const LumaArray<WeightMatrixUnit>& units, std::int64_t i) {
-    ZOC::detail::SparseRow r;
-    for (const auto& unit : units)
-      if (unit.Index / 10001 == i) r.columns.push_back(unit.Index % 10001), r.weights.push_back(unit.Weight);
-    return r;
-  };
-  for (std::int64_t i = 0; i < 10001; i += 997) {
-    double gi[2], lm[4];
-    local::GiStar(x, row(rawUnits, i), i, 1.0, mean, std::sqrt(sq - mean * mean), gi);
-    ASSERT_TRUE(local::LocalMoran(x, moments, row(stdUnits, i), i, lm).ok());
-    EXPECT_NEAR(giZ[static_cast<std::size_t>(i)], gi[0], 1e-9) << i;
-    EXPECT_NEAR(lmI[static_cast<std::size_t>(i)], lm[0], 1e-9) << i;
+  ASSERT_TRUE(u.GetSpatialWeight(records.get(), raw, units[0], false));
+  ASSERT_TRUE(u.GetSpatialWeight(records.get(), info, units[1], false));
+  const std::size_t n = values.size();
+  double mean = 0, m2 = 0;
+  for (double v : values) mean += v / n;
+  for (double v : values) m2 += (v - mean) * (v - mean) / (n - 1);
+  const auto giZ = Column(hot.dataset, "Gi_Zscore"), lmI = Column(clusters.dataset, "ALMI_MoranI");
+  for (std::size_t i = 0; i < n; i += 997) {
+    std::vector<double> w[2] = {std::vector<double>(n, 0.0), std::vector<double>(n, 0.0)};
+    for (int s = 0; s < 2; ++s)
+      for (const auto& unit : units[s])
+        if (static_cast<std::size_t>(unit.Index) / n == i) w[s][unit.Index % n] = unit.Weight;
+    double lag = 0;
+    for (std::size_t j = 0; j < n; ++j) lag += w[1][j] * (values[j] - mean);
+    EXPECT_NEAR(giZ[i], DenseGi(values, w[0], i, 1.0), 1e-9) << i;
+    EXPECT_NEAR(lmI[i], (values[i] - mean) / m2 * lag, 1e-9) << i;
   }
 
   // A cancelled streamed run leaves no temporary file.

@@ -50,11 +50,6 @@ satest::MemoryLayer Layer() {
   return satest::MakePointLayer(points, values);
 }
 
-struct LocalRun {
-  std::unique_ptr<ZoDataSource> source = ZoDataSource::CreateMemory("result");
-  ZoDatasetVector* dataset = source->CreateDatasetVector("result", DatasetPoint, ZoPrjCoordSys());
-};
-
 // Every field of every result feature, as text with all digits.
 std::vector<std::string> Everything(ZoDatasetVector* ds) {
   std::vector<std::string> out;
@@ -82,7 +77,7 @@ Results RunAll(ZoDatasetVector* dataset, const ZoPatternsInformation& info) {
   ZoAnalyzingPatterns patterns;
   EXPECT_TRUE(patterns.SpatialAutocorrelation(dataset, info, r.moran, false)) << patterns.GetStrErrorMes().Str();
   EXPECT_TRUE(patterns.HighOrLowCluster(dataset, info, r.g, false)) << patterns.GetStrErrorMes().Str();
-  LocalRun gi, lm;
+  satest::MemoryResult gi, lm;
   ZoClusteringDistributions local;
   EXPECT_TRUE(local.HotSpotAnalyst(dataset, gi.dataset, info, false)) << local.GetStrErrorMes().Str();
   EXPECT_TRUE(local.ClusterOutlier(dataset, lm.dataset, info, false)) << local.GetStrErrorMes().Str();
@@ -156,34 +151,21 @@ TEST(WeightsMemory, InMemoryRowsAreTheTemporaryFilesRows) {
   EXPECT_TRUE(std::filesystem::is_empty(tmp.path()));
 }
 
-TEST(WeightsMemory, EveryAnalysisGivesTheSameNumbersOnBothPaths) {
-  satest::TempDir tmp;
-  satest::ScopedEnv tmpdir("TMPDIR", tmp.path().string());
-  auto layer = Layer();
-  for (const Case& c : {kCases[0], kCases[2]})
-    ExpectSame(RunAll(layer.dataset, Info(c, 0)), RunAll(layer.dataset, Info(c, kTiny)), c.name);
-  EXPECT_TRUE(std::filesystem::is_empty(tmp.path()));
-}
-
 // Sums over features are reduced in a fixed block order and local statistics
-// are per feature, so one thread and two give the same bits: every analysis,
-// with its weights in memory (parameter 0) or in a temporary file.
-class ThreadCount : public ::testing::TestWithParam<std::int64_t> {};
-
-TEST_P(ThreadCount, ChangesNoResult) {
+// are per feature, so the weights in memory or in a temporary file, with one
+// thread or two, give the same bits through every analysis.
+TEST(WeightsMemory, EveryAnalysisGivesTheSameNumbersOnBothPathsAndThreadCounts) {
   satest::TempDir tmp;
   satest::ScopedEnv tmpdir("TMPDIR", tmp.path().string());
   auto layer = Layer();
-  for (const Case& c : {kCases[0], kCases[3]}) {
+  for (const Case& c : {kCases[0], kCases[2], kCases[3]}) {
     omp_set_num_threads(1);
-    const Results one = RunAll(layer.dataset, Info(c, GetParam()));
+    const Results reference = RunAll(layer.dataset, Info(c, 0));
+    ExpectSame(RunAll(layer.dataset, Info(c, kTiny)), reference, c.name);
     omp_set_num_threads(2);
-    const Results two = RunAll(layer.dataset, Info(c, GetParam()));
+    ExpectSame(RunAll(layer.dataset, Info(c, 0)), reference, c.name);
+    ExpectSame(RunAll(layer.dataset, Info(c, kTiny)), reference, c.name);
     omp_set_num_threads(omp_get_num_procs());
-    ExpectSame(one, two, c.name);
   }
   EXPECT_TRUE(std::filesystem::is_empty(tmp.path()));
 }
-
-INSTANTIATE_TEST_SUITE_P(WeightsMemory, ThreadCount, ::testing::Values(std::int64_t{0}, kTiny),
-                         [](const auto& info) { return info.param == 0 ? "InMemory" : "File"; });
