@@ -7,7 +7,6 @@
 #include <random>
 
 #include <gdal_priv.h>
-#include <gtest/gtest.h>
 #include <ogrsf_frmts.h>
 
 #include "StatisticsAnalyst/ZoStatisticsUtilities.h"
@@ -184,7 +183,7 @@ std::vector<std::vector<double>> DenseWeights(ZOC::ZoDatasetVector* dataset, con
   ZOC::ZoRecordsetPtr records(dataset->Query(ZOC::ZoQueryDef()));
   ZOC::ZoStatisticsUtilities u;
   LUMA::LumaArray<ZOC::WeightMatrixUnit> units;
-  EXPECT_TRUE(u.GetSpatialWeight(records.get(), info, units, false)) << u.GetStrErrorMes().Str();
+  if (!u.GetSpatialWeight(records.get(), info, units, false)) return {};
   const std::size_t n = static_cast<std::size_t>(records->GetRecordCount());
   std::vector<std::vector<double>> w(n, std::vector<double>(n, 0.0));
   for (const auto& unit : units) w[unit.Index / n][unit.Index % n] = unit.Weight;

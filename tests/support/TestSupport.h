@@ -114,7 +114,8 @@ void AddField(ZOC::ZoDatasetVector* dataset, const char* field, int type, const 
 // Whether a message text carries the identifier ("[ESa014] ...").
 bool HasMessageId(const LUMA::LumaUnicodeString& message, const char* id);
 
-// The in-memory weights of every record as a dense matrix (0 off the list).
+// The in-memory weights of every record as a dense matrix (0 off the list);
+// empty when they cannot be built.
 std::vector<std::vector<double>> DenseWeights(ZOC::ZoDatasetVector* dataset, const ZOC::ZoPatternsInformation& info);
 
 }  // namespace satest

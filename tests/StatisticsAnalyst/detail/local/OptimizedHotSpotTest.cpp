@@ -33,8 +33,9 @@ std::vector<LUMA::LumaPoint2D> Incidents() {
 }
 
 struct Layer {
+  explicit Layer(int type = DatasetRegion) : dataset(source->CreateDatasetVector("layer", type, ZoPrjCoordSys())) {}
   std::unique_ptr<ZoDataSource> source = ZoDataSource::CreateMemory("layer");
-  ZoDatasetVector* dataset = nullptr;
+  ZoDatasetVector* dataset;
 };
 
 // The cells holding incidents, counted with a map, as squares with "Count".
@@ -46,7 +47,6 @@ Layer CountCells(const std::vector<LUMA::LumaPoint2D>& points, double size) {
     ++counts[{static_cast<long long>(std::floor((p.y - y0) / size)),
               static_cast<long long>(std::floor((p.x - x0) / size))}];
   Layer layer;
-  layer.dataset = layer.source->CreateDatasetVector("cells", DatasetRegion, ZoPrjCoordSys());
   layer.dataset->CreateField(LUMA::LumaFieldInfo("Count", LUMA::FieldInt32));
   ZoRecordset* writer = layer.dataset->Query(ZoQueryDef());
   for (const auto& [cell, count] : counts) {
@@ -60,12 +60,10 @@ Layer CountCells(const std::vector<LUMA::LumaPoint2D>& points, double size) {
   return layer;
 }
 
-void ExpectSameHotSpots(ZoDatasetVector* a, ZoDatasetVector* b) {
-  for (const char* field : {"Count", "Gi_Zscore", "Gi_Pvalue", "Gi_ConfInvl"}) {
-    const std::vector<double> x = satest::Column(a, field), y = satest::Column(b, field);
-    ASSERT_EQ(x.size(), y.size()) << field;
-    for (std::size_t i = 0; i < x.size(); ++i) EXPECT_DOUBLE_EQ(x[i], y[i]) << field << " " << i;
-  }
+void ExpectSameHotSpots(ZoDatasetVector* a, ZoDatasetVector* b,
+                        std::initializer_list<const char*> fields = {"Count", "Gi_Zscore", "Gi_Pvalue",
+                                                                     "Gi_ConfInvl"}) {
+  for (const char* field : fields) EXPECT_EQ(satest::Column(a, field), satest::Column(b, field)) << field;
 }
 
 }  // namespace
@@ -74,7 +72,6 @@ TEST(OptimizedHotSpot, GridResultIsTheHotSpotAnalysisOfTheCountedCells) {
   const auto points = Incidents();
   satest::MemoryLayer incidents = satest::MakePointLayer(points);
   Layer result;
-  result.dataset = result.source->CreateDatasetVector("result", DatasetRegion, ZoPrjCoordSys());
   ZoOptimizedInformation info;
   ZoOptimizedReport report;
   ZoClusteringDistributions clustering;
@@ -108,7 +105,6 @@ TEST(OptimizedHotSpot, GridResultIsTheHotSpotAnalysisOfTheCountedCells) {
   gi.DistanceTolerance = report.DistanceBand;
   gi.FDRCorrection = true;
   Layer expected;
-  expected.dataset = expected.source->CreateDatasetVector("expected", DatasetRegion, ZoPrjCoordSys());
   ASSERT_TRUE(clustering.HotSpotAnalyst(cells.dataset, expected.dataset, gi, false));
   ExpectSameHotSpots(result.dataset, expected.dataset);
 }
@@ -132,8 +128,7 @@ TEST(OptimizedHotSpot, FieldIsAnalysedAsTheHotSpotAnalysisWithTheChosenBand) {
   gi.DistanceTolerance = report.DistanceBand;
   gi.FDRCorrection = true;
   ASSERT_TRUE(clustering.HotSpotAnalyst(baltim, expected.dataset, gi, false));
-  for (const char* field : {"Gi_Zscore", "Gi_Pvalue", "Gi_ConfInvl"})
-    EXPECT_EQ(satest::Column(result.dataset, field), satest::Column(expected.dataset, field)) << field;
+  ExpectSameHotSpots(result.dataset, expected.dataset, {"Gi_Zscore", "Gi_Pvalue", "Gi_ConfInvl"});
 }
 
 TEST(OptimizedHotSpot, AFarIncidentDoesNotStretchTheCellSize) {
@@ -145,7 +140,6 @@ TEST(OptimizedHotSpot, AFarIncidentDoesNotStretchTheCellSize) {
   ZoClusteringDistributions clustering;
   for (auto [layer, report] : {std::pair{&near, &withoutFar}, std::pair{&far, &withFar}}) {
     Layer result;
-    result.dataset = result.source->CreateDatasetVector("result", DatasetRegion, ZoPrjCoordSys());
     ASSERT_TRUE(clustering.OptimizedHotSpotAnalyst(layer->dataset, result.dataset, {}, false, report))
         << clustering.GetStrErrorMes().Str();
   }
@@ -159,8 +153,7 @@ TEST(OptimizedHotSpot, AFarIncidentDoesNotStretchTheCellSize) {
 TEST(OptimizedHotSpot, RefusesWhatCannotBeAnalysed) {
   ZoClusteringDistributions clustering;
   auto fails = [&](ZoDatasetVector* source, int resultType, const ZoOptimizedInformation& info) {
-    Layer result;
-    result.dataset = result.source->CreateDatasetVector("result", resultType, ZoPrjCoordSys());
+    Layer result(resultType);
     EXPECT_FALSE(clustering.OptimizedHotSpotAnalyst(source, result.dataset, info, false));
     EXPECT_EQ(result.dataset->GetRecordCount(), 0);
     return satest::MessageIds(clustering.GetStrErrorMes());
