@@ -4,6 +4,7 @@
 #include "StatisticsAnalyst/ZoAnalyzingPatterns.h"
 
 #include "StatisticsAnalyst/detail/common/Status.h"
+#include "StatisticsAnalyst/detail/geodetector/GeoDetector.h"
 #include "StatisticsAnalyst/detail/global/GlobalStatistic.h"
 #include "StatisticsAnalyst/detail/global/Incremental.h"
 #include "StatisticsAnalyst/detail/global/MinimumAreaRectangle.h"
@@ -43,6 +44,18 @@ bool ZoAnalyzingPatterns::IncrementalSpatialAutocorrelation(ZoDatasetVector* dat
         return Report(detail::global::Incremental(records.get(), info, progress, result).Then(msg::ESa085));
       },
       msg::ESa085);
+}
+
+bool ZoAnalyzingPatterns::GeographicalDetector(ZoDatasetVector* dataset, const ZoGeoDetectorInformation& info,
+                                               ZoGeoDetectorResult& result, bool showProgress,
+                                               ZoDatasetVector* strata) {
+  ClearErrorMessage();
+  return Guard(
+      [&] {
+        detail::CallProgress progress(m_progress, showProgress);
+        return Report(detail::geodetector::Run(dataset, info, progress, result, strata).Then(msg::ESa107));
+      },
+      msg::ESa107);
 }
 
 unsigned char ZoAnalyzingPatterns::HighOrLowCluster(ZoDatasetVector* dataset, const ZoPatternsInformation& info,

@@ -2,6 +2,7 @@
 // ZoAnalyzingPatterns: global statistics of a whole dataset.
 #include "StatisticsAnalyst/Export.h"
 #include "StatisticsAnalyst/ZoAnalysisFrame.h"
+#include "StatisticsAnalyst/ZoGeoDetectorInformation.h"
 #include "StatisticsAnalyst/ZoIncrementalInformation.h"
 #include "StatisticsAnalyst/ZoPatternsInformation.h"
 #include "StatisticsAnalyst/ZoStatisticsUtilities.h"
@@ -55,6 +56,22 @@ class SA_API ZoAnalyzingPatterns : public ZoAnalysisFrame {
   // "ESa021", "ESa083", "ESa084", "IMb030", then "ESa085".
   bool IncrementalSpatialAutocorrelation(ZoDatasetVector* dataset, const ZoIncrementalInformation& info,
                                          ZoIncrementalResult& result, bool showProgress);
+  // The geographical detector of a dependent field against factor fields
+  // (points, lines, regions or a table): each factor's strata (categories,
+  // or classes of a real field cut as asked, breaks recorded), and for the
+  // detectors asked, the factor detector's q with its non-central F test,
+  // the interaction of every pair of factors, Welch's t-test of every pair
+  // of strata (risk) and the F test of every ordered pair of factors
+  // (ecological). With `strata`, a dataset of the input's type, every
+  // feature is also written there with its QlID ("SourceID"), the dependent
+  // value, and per factor its stratum ("<field>_Stratum") and the stratum's
+  // mean ("<field>_Mean"). Nothing is written when the call fails.
+  // Messages: "EEg002", "EEe017", "ESa005", "ECd001", "ESa006", "ESa096",
+  // "ESa097", "ESa098", "ESa099", "ESa100", "ESa101", "EKa013", "ESa103",
+  // "EUc001", "ESa108", "ESa104", "ESa102", "ESa105", "ESa106", "ELc071",
+  // "IMb030", then "ESa107".
+  bool GeographicalDetector(ZoDatasetVector* dataset, const ZoGeoDetectorInformation& info, ZoGeoDetectorResult& result,
+                            bool showProgress, ZoDatasetVector* strata = nullptr);
   // Getis–Ord General G of a non-negative field ("ESa022" otherwise): G,
   // E[G], Var[G], z and p, on the same two paths. "ESa035" is appended when
   // the statistic itself fails. The p-value never exceeds 1.

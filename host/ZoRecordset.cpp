@@ -168,6 +168,7 @@ bool ZoRecordset::ReadColumns(const std::vector<LumaUnicodeString>& fields, bool
     // The layer must still hold exactly the records the query found.
     if (!detail::ReadColumns(*st.layer, request, data) || quiet.Failed() || data.fids != r.fids) return false;
     columns.values = std::move(data.values);
+    columns.nulls = std::move(data.nulls);
     columns.points = std::move(data.points);
     columns.hasPoint = std::move(data.hasPoint);
     return true;

@@ -45,14 +45,16 @@ class SA_HOST_API ZoRecordset {
 
   // Every record's values of numeric fields and, with `points`, its point,
   // read column-wise in one pass over the layer (far cheaper than a record
-  // at a time). A null value reads as 0, as a null variant converts;
+  // at a time). A null value reads as 0, as a null variant converts, and
+  // is marked in `nulls`;
   // `hasPoint` is 0 where a record has no geometry or an empty one. False,
   // with the recordset unchanged, when the records cannot be read this way:
   // an order other than the layer's own, a field that is not a plain
   // number, a geometry other than a point, or a layer that no longer holds
   // the records the query found. Then read record by record.
   struct Columns {
-    std::vector<std::vector<double>> values;  // per field, per record
+    std::vector<std::vector<double>> values;       // per field, per record
+    std::vector<std::vector<std::uint8_t>> nulls;  // per field, per record: 1 where null
     std::vector<LUMA::LumaPoint2D> points;
     std::vector<std::uint8_t> hasPoint;
   };

@@ -5,6 +5,7 @@
 #include <initializer_list>
 
 #include "common/Errors.h"
+#include "common/GeoDetectorOptions.h"
 #include "host/ZoMessageIds.h"
 
 namespace ZOC::front {
@@ -87,6 +88,16 @@ void CheckDomain(const std::string& command, const std::string& name, const std:
   } else if (name == "cell-size") {
     const double size = Number(name, value);
     if (!(size > 0.0)) throw UsageError(msg::ESa086, "--cell-size " + value);
+  } else if (name == "classes") {
+    const long long c = Whole(name, value);
+    if (c < 2 || c > 30) throw UsageError(msg::ESa099, "--classes " + value);
+  } else if (name == "alpha") {
+    const double a = Number(name, value);
+    if (!(a > 0.0 && a < 1.0)) throw UsageError(msg::ESa100, "--alpha " + value);
+  } else if (name == "discretize") {
+    DiscretizationNamed(value);
+  } else if (name == "detectors") {
+    DetectorsNamed(SplitList(value));
   } else if (name == "aggregation") {
     OneOf(name, value, {"grid", "integrate", "polygons"});
   } else if (name == "width" || name == "area") {

@@ -85,4 +85,19 @@ void Print(const std::string& text) {
   if (text.empty() || text.back() != '\n') std::fputc('\n', stdout);
 }
 
+StagedPicture::StagedPicture(std::string target) : m_target(std::move(target)) {
+  namespace fs = std::filesystem;
+  const fs::path path(m_target);
+  const fs::path folder = path.has_parent_path() ? path.parent_path() : fs::path(".");
+  m_guard.Reset((folder / ("." + path.stem().string() + ".zostat_picture_" + std::to_string(getpid()) +
+                           path.extension().string()))
+                    .string());
+}
+
+void StagedPicture::Keep() {
+  if (!ZOC::ZoFile::Rename(m_guard.Path(), m_target))
+    throw Failure(MessageText(ZOC::msg::EUa014, "the picture '" + m_target + "' could not be put in place"));
+  m_guard.Release();
+}
+
 }  // namespace zostat

@@ -13,6 +13,7 @@
 #include "common/Progress.h"
 #include "host/LumaUnicodeString.h"
 #include "host/ZoDataSource.h"
+#include "host/ZoFile.h"
 
 namespace zostat {
 
@@ -75,6 +76,22 @@ inline bool ShowProgress(const Options&) { return ZOC::front::kReportProgress; }
 // work is done.
 void CheckPictureTarget(const Options& options, const std::string& what, const std::string& picture,
                         const std::vector<std::string>& keep);
+
+// A picture drawn into a hidden file beside its target (path(); the
+// extension kept, since it chooses the format) and renamed into place by
+// Keep(), once everything else of the run is in place too: a run that fails
+// or is stopped before then leaves no picture behind.
+class StagedPicture {
+ public:
+  explicit StagedPicture(std::string target);
+  std::string path() const { return m_guard.Path().Str(); }
+  // Throws Failure ("EUa014") when the picture cannot be put in place.
+  void Keep();
+
+ private:
+  std::string m_target;
+  ZOC::ZoTempFileGuard m_guard;
+};
 
 // CheckPictureTarget for --map, kept apart from the input and `out`'s file.
 void CheckRequestedMap(const Options& options, const OutputLayer& out);

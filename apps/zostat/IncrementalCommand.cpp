@@ -1,10 +1,7 @@
 // zostat incremental: global Moran's I of a field over a series of fixed
 // distance bands, with the first and the highest peak of the z-scores; the
 // bands also as a table (--output) and as a chart of the z-scores (--chart).
-#include <unistd.h>
-
 #include <cstdio>
-#include <filesystem>
 #include <string>
 
 #include "ChartRenderer.h"
@@ -13,7 +10,6 @@
 #include "StatisticsAnalyst/ZoAnalyzingPatterns.h"
 #include "WeightsOptions.h"
 #include "common/IncrementalTable.h"
-#include "host/ZoFile.h"
 #include "host/ZoMessageIds.h"
 
 namespace zostat {
@@ -121,36 +117,6 @@ zostat::map::ChartRequest Chart(const Options& options, const ZOC::ZoIncremental
   return chart;
 }
 
-// The chart is drawn into a hidden file beside its target and renamed into
-// place only once the table (if any) is in place too: a run that fails or is
-// stopped before then leaves neither behind.
-class StagedChart {
- public:
-  explicit StagedChart(std::string target) : m_target(std::move(target)) {
-    namespace fs = std::filesystem;
-    const fs::path path(m_target);
-    const fs::path folder = path.has_parent_path() ? path.parent_path() : fs::path(".");
-    // The staged name keeps the extension, which chooses the format.
-    m_guard.Reset((folder / ("." + path.stem().string() + ".zostat_chart_" + std::to_string(getpid()) +
-                             path.extension().string()))
-                      .string());
-  }
-  void Draw(zostat::map::ChartRequest request) {
-    request.output = m_guard.Path().Str();
-    std::string error;
-    if (!zostat::map::RenderChart(request, error)) throw Failure(error);
-  }
-  void Keep() {
-    if (!ZOC::ZoFile::Rename(m_guard.Path(), m_target))
-      throw Failure(MessageText(ZOC::msg::EUa014, "the chart '" + m_target + "' could not be put in place"));
-    m_guard.Release();
-  }
-
- private:
-  std::string m_target;
-  ZOC::ZoTempFileGuard m_guard;
-};
-
 int RunIncremental(const Options& options) {
   options.Require("field");
   const std::string chart = options.Get("chart");
@@ -173,10 +139,11 @@ int RunIncremental(const Options& options) {
   if (!patterns.IncrementalSpatialAutocorrelation(input.dataset, info, result, ShowProgress(options)))
     throw Failure(patterns.GetStrErrorMes().Str());
   if (out) ZOC::front::WriteIncrementalTable(out->dataset(), result);
-  std::unique_ptr<StagedChart> staged;
+  std::unique_ptr<StagedPicture> staged;
   if (options.Has("chart")) {
-    staged = std::make_unique<StagedChart>(chart);
-    staged->Draw(Chart(options, result, chart));
+    staged = std::make_unique<StagedPicture>(chart);
+    std::string error;
+    if (!zostat::map::RenderChart(Chart(options, result, staged->path()), error)) throw Failure(error);
   }
   if (out) out->Keep();
   if (staged) staged->Keep();

@@ -28,6 +28,7 @@ Command WeightsBuildCommand();
 Command MoranCommand();
 Command GeneralGCommand();
 Command IncrementalCommand();
+Command GeoDetectorCommand();
 Command HotSpotCommand();
 Command OptimizedHotSpotCommand();
 Command ClusterOutlierCommand();
@@ -52,6 +53,7 @@ const std::vector<Command>& Commands() {
                                                 MoranCommand(),
                                                 GeneralGCommand(),
                                                 IncrementalCommand(),
+                                                GeoDetectorCommand(),
                                                 HotSpotCommand(),
                                                 OptimizedHotSpotCommand(),
                                                 ClusterOutlierCommand(),

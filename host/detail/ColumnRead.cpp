@@ -119,9 +119,13 @@ bool TakeBatch(const ArrowArray& batch, const ColumnRequest& request, const Layo
   const ArrowArray& fid = *batch.children[0];
   for (std::int64_t k = 0; k < batch.length; ++k)
     out.fids.push_back(static_cast<const std::int64_t*>(fid.buffers[1])[fid.offset + k]);
-  for (std::size_t f = 0; f < layout.slots.size(); ++f)
-    for (std::int64_t k = 0; k < batch.length; ++k)
-      out.values[f].push_back(NumberAt(*batch.children[layout.slots[f]], layout.formats[f], k));
+  for (std::size_t f = 0; f < layout.slots.size(); ++f) {
+    const ArrowArray& column = *batch.children[layout.slots[f]];
+    for (std::int64_t k = 0; k < batch.length; ++k) {
+      out.values[f].push_back(NumberAt(column, layout.formats[f], k));
+      out.nulls[f].push_back(IsValid(column, k) ? 0 : 1);
+    }
+  }
   if (!request.points) return true;
   const ArrowArray& geometry = *batch.children[layout.columns - 1];
   LUMA::LumaPoint2D p{};
@@ -183,6 +187,7 @@ bool ReadColumns(OGRLayer& layer, const ColumnRequest& request, ColumnData& out)
     return false;
   out = ColumnData();
   out.values.resize(request.fields.size());
+  out.nulls.resize(request.fields.size());
   for (;;) {
     BatchGuard batch;
     if (stream.stream.get_next(&stream.stream, &batch.array) != 0) return false;

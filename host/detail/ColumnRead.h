@@ -20,7 +20,8 @@ struct ColumnRequest {
 
 struct ColumnData {
   std::vector<GIntBig> fids;
-  std::vector<std::vector<double>> values;  // per requested field; null reads as 0
+  std::vector<std::vector<double>> values;       // per requested field; null reads as 0
+  std::vector<std::vector<std::uint8_t>> nulls;  // per requested field: 1 where the value is null
   std::vector<LUMA::LumaPoint2D> points;
   std::vector<std::uint8_t> hasPoint;  // 0: no geometry or an empty point
 };

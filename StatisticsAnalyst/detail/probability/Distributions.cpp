@@ -207,6 +207,12 @@ double FQuantile(double p, double df1, double df2, int lower_tail, int log_p) {
 
 double TQuantile(double p, double df, int lower_tail, int log_p) { return ::qt(p, df, lower_tail, log_p); }
 
+double TDistribution(double t, double df, int lower_tail, int log_p) { return ::pt(t, df, lower_tail, log_p); }
+
+double FDistribution(double x, double df1, double df2, int lower_tail, int log_p) {
+  return ::pf(x, df1, df2, lower_tail, log_p);
+}
+
 int RoundHalfAway(double x) {
   // Truncation of x + 0.5 (x - 0.5 below zero): halves go away from zero.
   // The sum is formed in double, so 0.49999999999999994 + 0.5 rounds to 1

@@ -17,6 +17,9 @@ double FTail(double F, int df1, int df2, int upper);
 double NoncentralF(double x, double df1, double df2, double ncp, int lower_tail, int log_p);
 double FQuantile(double p, double df1, double df2, int lower_tail, int log_p);
 double TQuantile(double p, double df, int lower_tail, int log_p);
+// Rmath's t and F distribution functions, for real degrees of freedom.
+double TDistribution(double t, double df, int lower_tail, int log_p);
+double FDistribution(double x, double df1, double df2, int lower_tail, int log_p);
 // Halves away from zero: 2.5 gives 3, -2.5 gives -3; saturates, NaN gives 0.
 int RoundHalfAway(double x);
 
