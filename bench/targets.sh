@@ -3,7 +3,9 @@
 # k-nearest 8, moran and general-g against `ogr2ogr -f CSV /vsistdout/` of
 # the same file, hotspot and cluster-outlier against `ogr2ogr` copying the
 # points to a new GeoPackage; ten incremental bands against one moran at the
-# largest band, the optimized hot spot analysis against the copy. Elapsed and
+# largest band, the optimized hot spot analysis against the copy; the
+# geographical detector with three integer factors of 10 strata against the
+# CSV dump of the same file. Elapsed and
 # CPU (user + system) seconds, peak memory, and the ratios of both times. The
 # copy without a spatial index (`-lco SPATIAL_INDEX=NO`) is the floor of any
 # GeoPackage write.
@@ -50,3 +52,10 @@ printf '%-18s %9s %9s %8s\n' "moran, last band" $fixed
 row "incremental (10)" "$incremental" "$fixed" "one moran at the last band"
 row "optimized-hotspot" "$(measure "$z" optimized-hotspot --input "$points" --output "$tmp/ohs.gpkg" --quiet)" \
   "$copy" "the GeoPackage copy"
+factors="$tmp/factors.gpkg"
+ogr2ogr -f GPKG "$factors" "$points" -nln points -sql "SELECT geom, VALUE, CAST(fid % 10 AS INTEGER) AS F1, \
+  CAST((fid * 7919) % 10 AS INTEGER) AS F2, CAST(VALUE * 1000 AS INTEGER) % 10 AS F3 FROM points"
+factors_csv=$(measure ogr2ogr -f CSV /vsistdout/ "$factors")
+printf '%-18s %9s %9s %8s\n' "CSV dump, factors" $factors_csv
+row geodetector "$(measure "$z" geodetector --input "$factors" --dependent VALUE --factors F1,F2,F3 --quiet --json)" \
+  "$factors_csv" "the CSV dump of the same file"

@@ -112,15 +112,15 @@ TEST(GeoDetector, BadInputsFailWithTheirIdentifierAndWriteNothing) {
     int classes = 5;
   };
   const std::vector<Case> cases = {
-      {msg::ESa006, {}, {"X2"}},                              // dependent is text (below)
-      {msg::ESa097, {}, {"X1", "VALUE"}},                     // a factor is the dependent field
-      {msg::ESa097, {}, {"X1", "x1"}},                        // named twice
-      {msg::ESa102, {}, {"ONE"}},                             // a single stratum
-      {msg::ESa105, {}, {"ID"}},                              // as many strata as features
-      {msg::ESa104, {3, 3, 3, 3, 3, 3, 3}, {"X1"}},           // no variance
-      {msg::EUc001, {2, 4, 6, 3, nan, 9, 7}, {"X1"}},         // NaN
-      {msg::ESa099, {}, {"X1"}, 31},                          // more than 30 classes
-      {msg::ESa096, {}, {}},                                  // no factor
+      {msg::ESa006, {}, {"X2"}},                       // dependent is text (below)
+      {msg::ESa097, {}, {"X1", "VALUE"}},              // a factor is the dependent field
+      {msg::ESa097, {}, {"X1", "x1"}},                 // named twice
+      {msg::ESa102, {}, {"ONE"}},                      // a single stratum
+      {msg::ESa105, {}, {"ID"}},                       // as many strata as features
+      {msg::ESa104, {3, 3, 3, 3, 3, 3, 3}, {"X1"}},    // no variance
+      {msg::EUc001, {2, 4, 6, 3, nan, 9, 7}, {"X1"}},  // NaN
+      {msg::ESa099, {}, {"X1"}, 31},                   // more than 30 classes
+      {msg::ESa096, {}, {}},                           // no factor
   };
   for (const Case& c : cases) {
     auto layer = c.y.empty() ? SevenValues() : SevenValues(c.y);
