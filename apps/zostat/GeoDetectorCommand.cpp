@@ -11,6 +11,7 @@
 #include <variant>
 
 #include "Command.h"
+#include "HeatmapRenderer.h"
 #include "Json.h"
 #include "StatisticsAnalyst/ZoAnalyzingPatterns.h"
 #include "common/GeoDetectorOptions.h"
@@ -145,6 +146,25 @@ std::vector<TableTarget> TableTargets(const std::string& path, const std::vector
   return targets;
 }
 
+// The heat map of the interaction q: each factor's own q on the diagonal,
+// the q of each pair off it (the matrix is symmetric).
+zostat::map::HeatmapRequest Heatmap(const Options& options, const ZOC::ZoGeoDetectorResult& r,
+                                    const std::string& path) {
+  zostat::map::HeatmapRequest map;
+  map.output = path;
+  map.title = "Interaction detector: q of " + options.Get("dependent");
+  map.valueLabel = "q";
+  const std::size_t k = r.Factors.size();
+  map.values.assign(k * k, 0.0);
+  for (std::size_t f = 0; f < k; ++f)
+    map.labels.push_back(r.Factors[f].Field.Str()), map.values[f * k + f] = r.Factors[f].Q;
+  for (const auto& i : r.Interactions) {
+    const auto a = static_cast<std::size_t>(i.First), b = static_cast<std::size_t>(i.Second);
+    map.values[a * k + b] = map.values[b * k + a] = i.Q;
+  }
+  return map;
+}
+
 int RunGeoDetector(const Options& options) {
   ZOC::ZoGeoDetectorInformation info;
   info.DependentField = options.Require("dependent");
@@ -161,8 +181,15 @@ int RunGeoDetector(const Options& options) {
     info.Detectors = ZOC::front::DetectorsNamed(ZOC::front::SplitList(options.Get("detectors")));
   if (options.Has("output-layer") && !options.Has("output"))
     throw UsageError(ZOC::msg::EUa058, "--output-layer needs --output");
-  if (options.Has("overwrite") && !options.Has("output") && !options.Has("tables"))
-    throw UsageError(ZOC::msg::EUa058, "--overwrite needs --output or --tables");
+  if (options.Has("overwrite") && !options.Has("output") && !options.Has("tables") && !options.Has("chart"))
+    throw UsageError(ZOC::msg::EUa058, "--overwrite needs --output, --tables or --chart");
+  const std::string chart = options.Get("chart");
+  if (options.Has("chart")) {
+    if (!zostat::map::HasCanvasExtension(chart))
+      throw UsageError(ZOC::msg::EUa059, "--chart must name a .svg or .png file, not '" + chart + "'");
+    if (!(info.Detectors & ZOC::DetectInteraction))
+      throw UsageError(ZOC::msg::EUa058, "--chart draws the interaction detector, which --detectors leaves out");
+  }
 
   InputLayer input = OpenInput(options);
   std::unique_ptr<OutputLayer> out;
@@ -176,12 +203,22 @@ int RunGeoDetector(const Options& options) {
                            ? TableTargets(options.Get("tables"), ZOC::front::GeoDetectorTables(empty, info.Detectors))
                            : std::vector<TableTarget>();
   for (const auto& t : planned) ZOC::front::Output(t.path, t.layer, options.Has("overwrite"), &input, {});
+  if (options.Has("chart"))
+    CheckPictureTarget(options, "chart", chart,
+                       {options.Require("input"), out ? out->path() : "", options.Get("tables")});
 
   ZOC::ZoAnalyzingPatterns patterns;
   ZOC::ZoGeoDetectorResult result;
   if (!patterns.GeographicalDetector(input.dataset, info, result, ShowProgress(options),
                                      out ? out->dataset() : nullptr))
     throw Failure(patterns.GetStrErrorMes().Str());
+  // The heat map is drawn aside and put in place only after every result.
+  std::unique_ptr<StagedPicture> staged;
+  if (options.Has("chart")) {
+    staged = std::make_unique<StagedPicture>(chart);
+    std::string error;
+    if (!zostat::map::RenderHeatmap(Heatmap(options, result, staged->path()), error)) throw Failure(error);
+  }
   std::vector<std::string> wrote;
   if (out) {
     out->Keep();
@@ -196,6 +233,10 @@ int RunGeoDetector(const Options& options) {
     ZOC::front::WriteReportTable(table.dataset(), tables[t]);
     table.Commit(nullptr);
     wrote.push_back("Wrote the " + tables[t].name + " table to layer '" + table.layer() + "' of " + table.path() + ".");
+  }
+  if (staged) {
+    staged->Keep();
+    wrote.push_back("Drew the interaction q in " + chart + ".");
   }
   PrintResult(options, result, info.Detectors, wrote);
   return 0;
@@ -221,6 +262,8 @@ std::vector<OptionSpec> GeoDetectorOptions() {
   options.push_back({"tables", true,
                      "also write one table per detector: layers geodetector_factor, ... of a .gpkg or .sqlite file, "
                      "else files beside the path named <name>_factor.<ext>, ..."});
+  options.push_back(
+      {"chart", true, "also draw the interaction q of every pair of factors as a heat map (.svg or .png)"});
   for (auto& o : CommonOptions()) options.push_back(o);
   return options;
 }
@@ -232,7 +275,7 @@ Command GeoDetectorCommand() {
           "--input PATH --dependent Y --factors X1,X2,... [--categorical X1,...] "
           "[--discretize quantile|equal|jenks|stddev] [--classes 5] [--alpha 0.05] "
           "[--detectors factor,interaction,risk,ecological] [--output PATH [--output-layer L]] [--tables PATH] "
-          "[--overwrite] [--json]",
+          "[--chart FILE.svg|FILE.png] [--overwrite] [--json]",
           GeoDetectorOptions(), RunGeoDetector};
 }
 
