@@ -65,26 +65,6 @@ TEST(HeatmapRenderer, DrawsEveryCellWithItsNumberAndTheNamesOnBothSides) {
   EXPECT_NE(svg.find("<linearGradient"), std::string::npos);
 }
 
-TEST(HeatmapRenderer, NumbersTheColumnsWhenNamesAreTooLongAndWritesPng) {
-  satest::TempDir dir;
-  HeatmapRequest request;
-  request.output = dir.File("wide.svg");
-  for (int i = 1; i <= 20; ++i) request.labels.push_back("explanatory factor " + std::to_string(i));
-  request.values.assign(400, 0.5);
-  std::string error;
-  ASSERT_TRUE(RenderHeatmap(request, error)) << error;
-  const std::string svg = ReadAll(request.output);
-  EXPECT_EQ(Count(svg, "<path "), 400u);
-  EXPECT_EQ(Count(svg, ">0.500<"), 400u);  // twenty cells still hold their numbers
-  EXPECT_EQ(Count(svg, ">20  explanatory factor 20<"), 1u);
-  EXPECT_EQ(Count(svg, ">20<"), 1u);
-  EXPECT_EQ(svg.find(">explanatory factor 20<"), std::string::npos);
-
-  request.output = dir.File("wide.PNG");
-  ASSERT_TRUE(RenderHeatmap(request, error)) << error;
-  EXPECT_EQ(ReadAll(request.output).substr(0, 4), "\x89PNG");
-}
-
 TEST(HeatmapRenderer, FailuresNameTheirIdentifierAndLeaveNoFile) {
   satest::TempDir dir;
   std::string error;
