@@ -21,11 +21,14 @@
 
 #include "StatisticsAnalyst/ZoAnalyzingPatterns.h"
 #include "StatisticsAnalyst/ZoClusteringDistributions.h"
+#include "StatisticsAnalyst/ZoGeoDetectorInformation.h"
 #include "StatisticsAnalyst/ZoPatternsInformation.h"
 #include "StatisticsAnalyst/ZoSpatialMeasure.h"
 #include "StatisticsAnalyst/ZoSpatialRelModeling.h"
 #include "StatisticsAnalyst/ZoWeightsUtilities.h"
 #include "common/Errors.h"
+#include "common/GeoDetectorOptions.h"
+#include "common/GeoDetectorReport.h"
 #include "common/IncrementalTable.h"
 #include "common/Input.h"
 #include "common/OptimizedReport.h"
@@ -418,6 +421,70 @@ py::dict Incremental(const std::string& path, const std::string& layer, const st
   return d;
 }
 
+// The geographical detector; the values of `zostat geodetector --json`:
+// "count", "mean", "variance" and a list of rows per table of the detectors
+// asked. With an output path, every feature with its strata goes there as
+// zostat's --output writes it, committed only after the run succeeded.
+py::dict GeoDetector(const std::string& path, const std::string& layer, const std::string& outPath,
+                     const std::string& outLayer, bool overwrite, const std::string& dependent,
+                     const std::vector<std::string>& factors, const std::vector<std::string>& categorical,
+                     const std::string& discretize, int classes, double alpha, int detectors,
+                     const py::object& progress) {
+  ZOC::ZoGeoDetectorInformation info;
+  info.DependentField = dependent;
+  for (const auto& f : factors) info.FactorFields.push_back(f);
+  for (const auto& f : categorical) info.CategoricalFields.push_back(f);
+  info.Discretization = ZOC::front::DiscretizationNamed(discretize);
+  info.Classes = classes;
+  info.Alpha = alpha;
+  info.Detectors = detectors;
+  Input input = OpenInput(path, layer);
+  ZOC::ZoAnalyzingPatterns patterns;
+  ZOC::ZoGeoDetectorResult r;
+  if (outPath.empty()) {
+    if (!RunWithProgress(patterns, progress, [&] {
+          return patterns.GeographicalDetector(input.dataset, info, r, ZOC::front::kReportProgress) != 0;
+        }))
+      Fail(patterns.GetStrErrorMes().Str());
+  } else {
+    ZOC::front::Output out(outPath, outLayer, overwrite, &input, {});
+    out.Create(input.dataset, ZOC::DatasetTabular, ZOC::ZoPrjCoordSys());
+    RunInto(out, patterns, progress, [&] {
+      return patterns.GeographicalDetector(input.dataset, info, r, ZOC::front::kReportProgress, out.dataset()) != 0;
+    });
+  }
+  py::dict d = ToDict(ZOC::front::GeoDetectorSummary(r));
+  for (const auto& table : ZOC::front::GeoDetectorTables(r, detectors)) {
+    py::list rows;
+    for (const auto& row : table.rows) rows.append(ToDict(row));
+    d[py::str(table.name)] = rows;
+  }
+  return d;
+}
+
+// The columns of every detector table, so a table without rows (the
+// interaction of a single factor) still has them: read off the tables of a
+// stand-in result with one row in each.
+py::dict GeoDetectorColumns() {
+  ZOC::ZoGeoDetectorResult r;
+  r.Factors.resize(2);
+  for (auto& f : r.Factors) {
+    f.Strata.resize(1);
+    f.Risk.resize(1);
+  }
+  r.Interactions.resize(1);
+  r.Ecological.resize(1);
+  r.Ecological[0].Second = 1;
+  r.Interactions[0].Second = 1;
+  py::dict columns;
+  for (const auto& table : ZOC::front::GeoDetectorTables(r, ZOC::DetectAll)) {
+    py::list keys;
+    for (const auto& [key, value] : table.rows.at(0)) keys.append(key);
+    columns[py::str(table.name)] = keys;
+  }
+  return columns;
+}
+
 void WeightsBuild(const std::string& path, const std::string& layer, const std::string& idField,
                   const std::string& output, const ZOC::ZoPatternsInformation& info, bool text,
                   const std::string& flagMatrix, const py::object& progress) {
@@ -630,6 +697,12 @@ PYBIND11_MODULE(_core, m) {
   m.def("incremental", &Incremental, py::arg("path"), py::arg("layer"), py::arg("output"), py::arg("output_layer"),
         py::arg("overwrite"), py::arg("field"), py::arg("begin_distance"), py::arg("increment"), py::arg("bands"),
         py::arg("row_standardize"), py::arg("distance_method"), py::arg("progress"));
+  // The detectors by their names, refused as zostat's --detectors refuses them.
+  m.def("detector_set", &ZOC::front::DetectorsNamed, py::arg("names"));
+  m.def("geodetector", &GeoDetector, py::arg("path"), py::arg("layer"), py::arg("output"), py::arg("output_layer"),
+        py::arg("overwrite"), py::arg("dependent"), py::arg("factors"), py::arg("categorical"), py::arg("discretize"),
+        py::arg("classes"), py::arg("alpha"), py::arg("detectors"), py::arg("progress"));
+  m.def("geodetector_columns", &GeoDetectorColumns);
   m.def("weights_build", &WeightsBuild, py::arg("path"), py::arg("layer"), py::arg("id_field"), py::arg("output"),
         py::arg("info"), py::arg("text"), py::arg("flag_matrix"), py::arg("progress"));
   m.def("weights_to_table", &WeightsToTable, py::arg("weights"), py::arg("output"), py::arg("output_layer"),

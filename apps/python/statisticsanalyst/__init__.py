@@ -13,7 +13,14 @@ Global statistics return small result objects (attributes and ``to_dict()``);
 per-feature analyses (local statistics, density clustering, geographic
 distributions) return a GeoDataFrame (a pandas DataFrame without GeoPandas);
 ols(), gwr() and incremental_spatial_autocorrelation() return a result
-object whose ``frame`` is the layer or table they write.
+object whose ``frame`` is the layer or table they write; geodetector()
+returns a GeoDetectorResult with a DataFrame per detector table and the
+interaction matrix::
+
+    gd = sa.geodetector("data/columbus.gpkg", "CRIME", ["CP", "EW", "INC"], categorical=["CP", "EW"])
+    gd.factor[["field", "q", "p_value"]]
+    gd.interaction_matrix()
+
 Failures raise StatisticsAnalystError with the message identifiers in
 ``.ids``; an argument zostat would refuse as an option is refused before the
 run with the same identifier, as StatisticsAnalystUsageError (also a
@@ -22,15 +29,17 @@ ValueError and a TypeError). Progress shows through tqdm when it is installed
 it); Ctrl-C cancels a run and raises KeyboardInterrupt.
 """
 from ._analyses import (ResultFrame, ann, central_feature, cluster_outlier, dbscan, directional_mean, ellipse,
-                        general_g, gwr, hdbscan, hotspot, incremental_spatial_autocorrelation, mean_center,
-                        median_center, moran, ols, optics, optimized_hotspot, standard_distance, weights_build,
-                        weights_dump, weights_to_table)
+                        general_g, geodetector, gwr, hdbscan, hotspot, incremental_spatial_autocorrelation,
+                        mean_center, median_center, moran, ols, optics, optimized_hotspot, standard_distance,
+                        weights_build, weights_dump, weights_to_table)
 from ._errors import StatisticsAnalystError, StatisticsAnalystUsageError
 from ._plot import plot_map
-from ._results import AnnResult, GeneralGResult, GwrResult, IncrementalResult, MoranResult, OlsResult
+from ._results import (AnnResult, GeneralGResult, GeoDetectorResult, GwrResult, IncrementalResult, MoranResult,
+                       OlsResult)
 
-__all__ = ["AnnResult", "GeneralGResult", "GwrResult", "IncrementalResult", "MoranResult", "OlsResult", "ResultFrame",
-           "StatisticsAnalystError", "StatisticsAnalystUsageError", "ann", "central_feature", "cluster_outlier", "dbscan", "directional_mean",
-           "ellipse", "general_g", "gwr", "hdbscan", "hotspot", "incremental_spatial_autocorrelation",
-           "mean_center", "median_center", "moran", "ols", "optics", "optimized_hotspot", "plot_map",
-           "standard_distance", "weights_build", "weights_dump", "weights_to_table"]
+__all__ = ["AnnResult", "GeneralGResult", "GeoDetectorResult", "GwrResult", "IncrementalResult", "MoranResult",
+           "OlsResult", "ResultFrame", "StatisticsAnalystError", "StatisticsAnalystUsageError", "ann",
+           "central_feature", "cluster_outlier", "dbscan", "directional_mean", "ellipse", "general_g", "geodetector",
+           "gwr", "hdbscan", "hotspot", "incremental_spatial_autocorrelation", "mean_center", "median_center", "moran",
+           "ols", "optics", "optimized_hotspot", "plot_map", "standard_distance", "weights_build", "weights_dump",
+           "weights_to_table"]

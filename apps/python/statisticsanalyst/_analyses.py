@@ -12,7 +12,8 @@ import os
 from . import _core, _io, _validate
 from ._errors import StatisticsAnalystError, StatisticsAnalystUsageError
 from ._progress import reporter
-from ._results import AnnResult, GeneralGResult, GwrResult, IncrementalResult, MoranResult, OlsResult
+from ._results import (AnnResult, GeneralGResult, GeoDetectorResult, GwrResult, IncrementalResult, MoranResult,
+                       OlsResult)
 from ._weights import WEIGHTS_KEYWORDS, distance_method_code, patterns_information
 
 
@@ -105,6 +106,51 @@ def incremental_spatial_autocorrelation(data, field, *, layer=None, begin_distan
     frame, values = _run_layer(_core.incremental, data, layer, output, output_layer, overwrite, "_incremental",
                                progress, field, begin, step, bands, bool(row_standardize), method)
     return IncrementalResult(values, frame, field)
+
+
+def _names(value, what):
+    """Field or detector names: one string (comma-separated, as zostat takes
+    them) or a sequence of strings."""
+    if isinstance(value, str):
+        return [name.strip() for name in value.split(",")]
+    return [_validate.field(name, what) for name in value]
+
+
+def geodetector(data, dependent, factors, *, layer=None, categorical=(), discretize="quantile", classes=5,
+                alpha=0.05, detectors=("factor", "interaction", "risk", "ecological"), output=None,
+                output_layer=None, overwrite=False, progress=True):
+    """The geographical detector: how much of the variance of `dependent`
+    the strata of each of the `factors` explain. Integer and text factors are
+    categories; real factors are cut into `classes` (2 to 30) by
+    `discretize` ("quantile", "equal", "jenks" or "stddev") unless named in
+    `categorical`. `alpha` is the significance of the risk and ecological
+    detectors; `detectors` chooses among "factor", "interaction", "risk" and
+    "ecological". With `output` every feature is also written there with,
+    per factor, "<factor>_Stratum" and "<factor>_Mean" (the stratum's mean of
+    `dependent`). Returns a GeoDetectorResult."""
+    command = "geodetector"
+    dependent = _validate.field(dependent, "dependent")
+    factors = _names(factors, "a factor")
+    if not factors or not all(factors):
+        _validate.refuse(_core.message("EUa059", [], "factors needs at least one name, and no empty names"))
+    categorical = _names(categorical, "a categorical field") if categorical else []
+    _validate.option(command, "discretize", discretize)
+    classes = _validate.count(command, "classes", classes)
+    alpha = _validate.number(command, "alpha", alpha)
+    with _validate.as_keywords("detectors"):
+        detector_set = _core.detector_set(_names(detectors, "a detector"))
+    arguments = (dependent, factors, categorical, discretize, classes, alpha, detector_set)
+    with _io.scratch() as folder, _io.input_layer(data, layer, folder) as (path, name):
+        if output is None:
+            if output_layer is not None or overwrite:
+                _validate.refuse(_core.message("EUa058", [], "output_layer and overwrite need output"))
+            values = _call(_core.geodetector, path, name, "", "", False, *arguments, progress=progress)
+        else:
+            with _library_errors():
+                out_layer = output_layer or _io.default_layer_name(data, layer, "_strata")
+            values = _call(_core.geodetector, path, name, os.fspath(output), out_layer, bool(overwrite), *arguments,
+                           progress=progress)
+    return GeoDetectorResult(values, _core.geodetector_columns())
 
 
 def ann(data, *, layer=None, area=0.0, distance_method="euclidean", width=None, progress=True):

@@ -164,3 +164,35 @@ def plot_incremental(result, *, ax=None, title=None, file=None):
     if file is not None:
         ax.figure.savefig(file, dpi=150, bbox_inches="tight")
     return ax
+
+
+def plot_interaction(matrix, *, ax=None, title=None, file=None):
+    """The lower triangle of a geographical detector's interaction matrix as
+    a heat map on the colour ramp of the maps, from 0 to 1 since q is a share
+    of the variance, each cell labelled with its q. Returns the Axes; `file`
+    also saves the figure."""
+    import matplotlib.pyplot as plt
+    import numpy as np
+    from matplotlib.colors import LinearSegmentedColormap
+
+    k = len(matrix)
+    if ax is None:
+        _, ax = plt.subplots(figsize=(1.2 * k + 3, 1.0 * k + 2))
+    lower = matrix.to_numpy(dtype=float).copy()
+    lower[np.triu_indices(k, 1)] = np.nan  # the matrix is symmetric: each pair once
+    cmap = LinearSegmentedColormap.from_list("statisticsanalyst", RAMP)
+    image = ax.imshow(lower, cmap=cmap, vmin=0.0, vmax=1.0)
+    for (a, b), q in np.ndenumerate(lower):
+        if not np.isnan(q):
+            # Dark text on the light end of the ramp, light text on the dark end.
+            ax.text(b, a, f"{q:.3f}", ha="center", va="center", fontsize=9,
+                    color="black" if q > 0.6 else "white")
+    ax.set_xticks(range(k), list(matrix.columns), rotation=45, ha="right")
+    ax.set_yticks(range(k), list(matrix.index))
+    ax.figure.colorbar(image, ax=ax, shrink=0.8, label="q")
+    ax.set_title(title or "Interaction detector: q of each pair of factors")
+    for spine in ax.spines.values():
+        spine.set_visible(False)
+    if file is not None:
+        ax.figure.savefig(file, dpi=150, bbox_inches="tight")
+    return ax

@@ -92,3 +92,73 @@ class IncrementalResult(_ModelResult):
         ``zostat incremental --chart`` draws them; returns the Axes."""
         from ._plot import plot_incremental
         return plot_incremental(self, ax=ax, title=title, file=file)
+
+
+class GeoDetectorResult:
+    """The geographical detector: "count", "mean" and "variance" of the
+    dependent field, and a pandas DataFrame per detector table, columns as
+    ``zostat geodetector --json`` keys them:
+
+    * ``factor``: field, strata, q, f, noncentrality, p_value, discretized,
+      breaks (the class limits, "; "-separated; None for categories);
+    * ``strata``: field, stratum (from 1), label, count, mean, variance;
+    * ``risk``: field, first, second (stratum labels), tested, t, df,
+      critical, p_value, significant;
+    * ``interaction``: first, second, q_first, q_second, q, strata,
+      relationship;
+    * ``ecological``: first, second, f, critical, p_value, significant.
+
+    A table of a detector that was not run is None ("factor" and "strata"
+    come with the factor or the risk detector); a table of a detector that
+    ran but has nothing to report (the interaction of a single factor) is an
+    empty frame with its columns. Numbers that could not be computed are NaN."""
+
+    TABLES = ("factor", "strata", "risk", "interaction", "ecological")
+
+    def __init__(self, values, columns):
+        import pandas as pd
+
+        self._values = dict(values)
+        self.count, self.mean, self.variance = (self._values[k] for k in ("count", "mean", "variance"))
+        for name in self.TABLES:
+            rows = self._values.get(name)
+            setattr(self, name, None if rows is None else pd.DataFrame(rows, columns=columns[name]))
+
+    def to_dict(self):
+        """The values as ``zostat geodetector --json`` prints them: the three
+        numbers and, per table, a list of rows (dicts)."""
+        return {key: [dict(row) for row in value] if isinstance(value, list) else value
+                for key, value in self._values.items()}
+
+    def interaction_matrix(self):
+        """The q of every pair of factors taken together, as a symmetric
+        factors × factors DataFrame with each factor's own q on the diagonal.
+        Needs the interaction detector."""
+        import pandas as pd
+
+        if self.interaction is None:
+            raise ValueError("the interaction detector was not run (detectors=)")
+        own = {}
+        if self.factor is not None:
+            own = dict(zip(self.factor["field"], self.factor["q"]))
+        for row in self.interaction.itertuples(index=False):
+            own.setdefault(row.first, row.q_first)
+            own.setdefault(row.second, row.q_second)
+        names = list(own)
+        matrix = pd.DataFrame(float("nan"), index=pd.Index(names, name="factor"), columns=names)
+        for name, q in own.items():
+            matrix.loc[name, name] = q
+        for row in self.interaction.itertuples(index=False):
+            matrix.loc[row.first, row.second] = matrix.loc[row.second, row.first] = row.q
+        return matrix
+
+    def plot(self, *, ax=None, title=None, file=None):
+        """A heat map of interaction_matrix() (its lower triangle, each cell
+        labelled with its q); returns the Axes; `file` also saves the figure."""
+        from ._plot import plot_interaction
+        return plot_interaction(self.interaction_matrix(), ax=ax, title=title, file=file)
+
+    def __repr__(self):
+        tables = ", ".join(f"{name}={len(getattr(self, name))} rows" for name in self.TABLES
+                           if getattr(self, name) is not None)
+        return f"GeoDetectorResult(count={self.count}, mean={self.mean!r}, variance={self.variance!r}, {tables})"

@@ -79,6 +79,40 @@ def test_incremental_equals_the_cli(tmp_path, dataset, field, options, cli):
     assert (peaks["first_peak"] != peaks["max_peak"]) == (dataset == "ny8.gpkg")
 
 
+def test_geodetector_equals_the_cli(tmp_path):
+    kept, out = tmp_path / "kept.gpkg", tmp_path / "cli.gpkg"
+    result = sa.geodetector(data("columbus.gpkg"), "CRIME", ["CP", "EW", "INC"], categorical=["CP", "EW"],
+                            output=kept, progress=False)
+    printed = zostat("geodetector", "--input", data("columbus.gpkg"), "--dependent", "CRIME", "--factors",
+                     "CP,EW,INC", "--categorical", "CP,EW", "--output", out, "--json")
+    assert result.to_dict() == printed
+    assert (result.count, result.mean, result.variance) == (printed["count"], printed["mean"], printed["variance"])
+    for name in ("factor", "strata", "risk", "interaction", "ecological"):
+        frame = getattr(result, name)
+        assert len(frame) == len(printed[name]) > 0
+        assert list(frame.columns) == list(printed[name][0])
+    # INC is cut into five quantile classes; CP and EW are taken as they are.
+    assert result.factor.set_index("field")["strata"].to_dict() == {"CP": 2, "EW": 2, "INC": 5}
+    matrix = result.interaction_matrix()
+    assert list(matrix.index) == list(matrix.columns) == ["CP", "EW", "INC"]
+    assert matrix.loc["CP", "CP"] == result.factor.q[0] and matrix.loc["INC", "EW"] == matrix.loc["EW", "INC"]
+    assert matrix.loc["EW", "INC"] == result.interaction.set_index(["first", "second"]).q[("EW", "INC")]
+    ax = result.plot(file=tmp_path / "q.png")  # each pair once: the lower triangle, labelled with its q
+    assert sorted(t.get_text() for t in ax.texts) == sorted(f"{matrix.iloc[a, b]:.3f}" for a in range(3)
+                                                            for b in range(a + 1))
+    # output= keeps every feature with its strata, as zostat --output writes them.
+    layer = gpd.read_file(kept, layer="columbus_strata")
+    assert len(layer) == result.count == 49
+    assert {f"{f}_{kind}" for f in ("CP", "EW", "INC") for kind in ("Stratum", "Mean")} <= set(layer.columns)
+    pd.testing.assert_frame_equal(layer, gpd.read_file(out, layer="columbus_strata"))
+    # A detector not asked for leaves its table out; the factor table comes with the risk detector.
+    risk_only = sa.geodetector(data("columbus.gpkg"), "CRIME", "INC", detectors=("risk",), progress=False)
+    assert risk_only.interaction is None and risk_only.ecological is None
+    assert set(risk_only.to_dict()) == {"count", "mean", "variance", "factor", "strata", "risk"}
+    single = sa.geodetector(data("columbus.gpkg"), "CRIME", ["INC"], detectors="interaction", progress=False)
+    assert single.interaction.empty and "relationship" in single.interaction
+
+
 def line_layer(tmp_path):
     """The bundled data holds no lines: the tracts' outlines as lines, left open (the
     last vertex dropped), since a closed line has no direction."""
@@ -239,6 +273,16 @@ def test_failures_raise_with_identifiers(call, ids):
      ["incremental", "--field", "CRIME", "--distance-method", "chebyshev"]),
     (lambda: sa.incremental_spatial_autocorrelation(data("columbus.gpkg"), "NOPE"),
      ["incremental", "--field", "NOPE"]),
+    (lambda: sa.geodetector(data("columbus.gpkg"), "CRIME", ["INC"], classes=31),
+     ["geodetector", "--dependent", "CRIME", "--factors", "INC", "--classes", "31"]),
+    (lambda: sa.geodetector(data("columbus.gpkg"), "CRIME", ["INC"], alpha=1),
+     ["geodetector", "--dependent", "CRIME", "--factors", "INC", "--alpha", "1"]),
+    (lambda: sa.geodetector(data("columbus.gpkg"), "CRIME", ["INC"], discretize="kmeans"),
+     ["geodetector", "--dependent", "CRIME", "--factors", "INC", "--discretize", "kmeans"]),
+    (lambda: sa.geodetector(data("columbus.gpkg"), "CRIME", ["INC"], detectors=("factor", "bogus")),
+     ["geodetector", "--dependent", "CRIME", "--factors", "INC", "--detectors", "factor,bogus"]),
+    (lambda: sa.geodetector(data("columbus.gpkg"), "CRIME", ["CRIME"]),
+     ["geodetector", "--dependent", "CRIME", "--factors", "CRIME"]),
     (lambda: sa.incremental_spatial_autocorrelation(data("cycle_hire.gpkg"), "nbikes", distance_method="manhattan"),
      ["incremental", "--input", data("cycle_hire.gpkg"), "--field", "nbikes", "--distance-method", "manhattan"]),
 ])
@@ -341,6 +385,11 @@ def test_failed_runs_leave_nothing_behind(tmp_path, private_tmpdir):
     assert caught.value.ids == ["EUa010"] and out.read_bytes() == before
     sa.hotspot(data("columbus.gpkg"), "HOVAL", output=out, output_layer="r", overwrite=True, progress=False)
     assert "HOVAL" in gpd.read_file(out, layer="r")
+    # The strata layer of a failed geographical detector is not written either.
+    strata = tmp_path / "strata.gpkg"
+    with pytest.raises(sa.StatisticsAnalystError):
+        sa.geodetector(data("columbus.gpkg"), "CRIME", ["INC", "CRIME"], output=strata, progress=False)
+    assert not strata.exists()
     assert os.listdir(private_tmpdir) == []
 
 
