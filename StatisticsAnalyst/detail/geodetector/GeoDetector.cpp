@@ -1,5 +1,6 @@
 #include "StatisticsAnalyst/detail/geodetector/GeoDetector.h"
 
+#include <algorithm>
 #include <string>
 #include <utility>
 #include <vector>
