@@ -1,16 +1,8 @@
 #include "common/GeoDetectorReport.h"
 
 #include <charconv>
-#include <cmath>
-#include <variant>
 
 #include "StatisticsAnalyst/ZoGeoDetectorInformation.h"
-#include "StatisticsAnalyst/ZoRecordsetPtr.h"
-#include "common/Errors.h"
-#include "host/ZoDatasetVector.h"
-#include "host/ZoEngineToolkit.h"
-#include "host/ZoMessageIds.h"
-#include "host/ZoQueryDef.h"
 
 namespace ZOC::front {
 
@@ -27,6 +19,15 @@ ReportValue Breaks(const ZoDetectorFactor& factor) {
   for (double b : factor.Breaks) text += (text.empty() ? "" : "; ") + NumberText(b);
   return text;
 }
+
+const std::vector<std::string> kFactorColumns{"field", "strata", "q", "f", "noncentrality", "p_value", "discretized",
+                                              "breaks"};
+const std::vector<std::string> kStrataColumns{"field", "stratum", "label", "count", "mean", "variance"};
+const std::vector<std::string> kRiskColumns{"field", "first", "second", "tested", "t", "df", "critical", "p_value",
+                                            "significant"};
+const std::vector<std::string> kInteractionColumns{"first", "second", "q_first", "q_second", "q", "strata",
+                                                   "relationship"};
+const std::vector<std::string> kEcologicalColumns{"first", "second", "f", "critical", "p_value", "significant"};
 
 void FactorRows(const ZoGeoDetectorResult& r, ReportTable& factors, ReportTable& strata) {
   for (const ZoDetectorFactor& f : r.Factors) {
@@ -52,7 +53,7 @@ void FactorRows(const ZoGeoDetectorResult& r, ReportTable& factors, ReportTable&
 }
 
 ReportTable RiskRows(const ZoGeoDetectorResult& r) {
-  ReportTable risk{"risk", {}};
+  ReportTable risk{"risk", kRiskColumns, {}};
   for (const ZoDetectorFactor& f : r.Factors) {
     for (const ZoRiskPair& p : f.Risk) {
       risk.rows.push_back({{"field", f.Field.Str()},
@@ -88,7 +89,7 @@ const char* InteractionName(std::int32_t kind) {
 std::vector<ReportTable> GeoDetectorTables(const ZoGeoDetectorResult& r, std::int32_t detectors) {
   std::vector<ReportTable> tables;
   if (detectors & (DetectFactor | DetectRisk)) {
-    ReportTable factors{"factor", {}}, strata{"strata", {}};
+    ReportTable factors{"factor", kFactorColumns, {}}, strata{"strata", kStrataColumns, {}};
     FactorRows(r, factors, strata);
     tables.push_back(std::move(factors));
     tables.push_back(std::move(strata));
@@ -97,7 +98,7 @@ std::vector<ReportTable> GeoDetectorTables(const ZoGeoDetectorResult& r, std::in
   auto field = [&](std::int32_t f) { return r.Factors[static_cast<std::size_t>(f)].Field.Str(); };
   auto q = [&](std::int32_t f) { return r.Factors[static_cast<std::size_t>(f)].Q; };
   if (detectors & DetectInteraction) {
-    ReportTable t{"interaction", {}};
+    ReportTable t{"interaction", kInteractionColumns, {}};
     for (const ZoDetectorInteraction& i : r.Interactions)
       t.rows.push_back({{"first", field(i.First)},
                         {"second", field(i.Second)},
@@ -109,7 +110,7 @@ std::vector<ReportTable> GeoDetectorTables(const ZoGeoDetectorResult& r, std::in
     tables.push_back(std::move(t));
   }
   if (detectors & DetectEcological) {
-    ReportTable t{"ecological", {}};
+    ReportTable t{"ecological", kEcologicalColumns, {}};
     for (const ZoEcologicalPair& e : r.Ecological)
       t.rows.push_back({{"first", field(e.First)},
                         {"second", field(e.Second)},
@@ -120,53 +121,6 @@ std::vector<ReportTable> GeoDetectorTables(const ZoGeoDetectorResult& r, std::in
     tables.push_back(std::move(t));
   }
   return tables;
-}
-
-namespace {
-
-int FieldTypeOf(const ReportTable& table, std::size_t column) {
-  for (const ReportValues& row : table.rows) {
-    const ReportValue& v = row[column].second;
-    if (std::holds_alternative<std::string>(v)) return LUMA::FieldText;
-    if (std::holds_alternative<double>(v)) return LUMA::FieldDouble;
-    if (std::holds_alternative<long long>(v) || std::holds_alternative<bool>(v)) return LUMA::FieldInt32;
-  }
-  return LUMA::FieldDouble;
-}
-
-LUMA::LumaVariant VariantOf(const ReportValue& v) {
-  if (const auto* b = std::get_if<bool>(&v)) return LUMA::LumaVariant(*b ? 1 : 0);
-  if (const auto* n = std::get_if<long long>(&v)) return LUMA::LumaVariant(static_cast<std::int64_t>(*n));
-  if (const auto* x = std::get_if<double>(&v)) return std::isfinite(*x) ? LUMA::LumaVariant(*x) : LUMA::LumaVariant();
-  if (const auto* s = std::get_if<std::string>(&v)) return LUMA::LumaVariant(LUMA::LumaUnicodeString(*s));
-  return {};
-}
-
-}  // namespace
-
-void WriteReportTable(ZoDatasetVector* target, const ReportTable& table) {
-  auto fail = [&](const std::string& why) {
-    throw Failure(MessageText(msg::EUa016, "the " + table.name + " table: " + why));
-  };
-  if (!target) fail("no table");
-  if (table.rows.empty()) return;
-  LUMA::LumaFieldInfos fields;
-  for (std::size_t c = 0; c < table.rows[0].size(); ++c)
-    fields.push_back(LUMA::LumaFieldInfo(table.rows[0][c].first, FieldTypeOf(table, c)));
-  const std::size_t columns = fields.size();
-  if (!ZoEngineToolkit::CreateValidFields(target, fields) || fields.size() != columns)
-    fail("its fields cannot be created");
-  const ZoRecordsetPtr records(target->Query(ZoQueryDef()));
-  if (!records) fail("it cannot be opened");
-  for (std::size_t k = 0; k < table.rows.size(); ++k) {
-    bool ok = records->AddNew(ZoGeometry());
-    for (std::size_t c = 0; ok && c < columns; ++c)
-      ok = records->SetFieldValue(fields[c].GetName(), VariantOf(table.rows[k][c].second));
-    if (!ok || !records->Update()) {
-      records->CancelUpdate();
-      fail("row " + std::to_string(k + 1) + " cannot be written");
-    }
-  }
 }
 
 }  // namespace ZOC::front

@@ -7,24 +7,20 @@
 #include <string>
 #include <vector>
 
-#include "common/ReportValues.h"
+#include "common/ReportTable.h"
 
 namespace ZOC {
-class ZoDatasetVector;
 struct ZoGeoDetectorResult;
 }  // namespace ZOC
 
 namespace ZOC::front {
 
-struct ReportTable {
-  std::string name;
-  std::vector<ReportValues> rows;
-};
 
 // "count", "mean" and "variance" (population) of the dependent field.
 ReportValues GeoDetectorSummary(const ZoGeoDetectorResult& result);
 
-// The tables of the detectors asked (ZoDetectorSet bits), in this order:
+// The tables of the detectors asked (ZoDetectorSet bits), columns known
+// also for an empty result, in this order:
 //   "factor"       field, strata, q, f, noncentrality, p_value, discretized,
 //                  breaks (the class limits, "; "-separated, or null);
 //                  with the factor or the risk detector
@@ -42,10 +38,5 @@ std::vector<ReportTable> GeoDetectorTables(const ZoGeoDetectorResult& result, st
 // "nonlinear-enhance".
 const char* InteractionName(std::int32_t kind);
 
-// The table's rows into `target`: a field per key (integers and flags as
-// 32-bit integers, numbers as reals, words as text; a column without any
-// value as reals), a value null where it is null or not finite. Throws
-// Failure ("EUa016") when the table does not take them.
-void WriteReportTable(ZoDatasetVector* target, const ReportTable& table);
 
 }  // namespace ZOC::front

@@ -463,25 +463,10 @@ py::dict GeoDetector(const std::string& path, const std::string& layer, const st
 }
 
 // The columns of every detector table, so a table without rows (the
-// interaction of a single factor) still has them: read off the tables of a
-// stand-in result with one row in each.
+// interaction of a single factor) still has them.
 py::dict GeoDetectorColumns() {
-  ZOC::ZoGeoDetectorResult r;
-  r.Factors.resize(2);
-  for (auto& f : r.Factors) {
-    f.Strata.resize(1);
-    f.Risk.resize(1);
-  }
-  r.Interactions.resize(1);
-  r.Ecological.resize(1);
-  r.Ecological[0].Second = 1;
-  r.Interactions[0].Second = 1;
   py::dict columns;
-  for (const auto& table : ZOC::front::GeoDetectorTables(r, ZOC::DetectAll)) {
-    py::list keys;
-    for (const auto& [key, value] : table.rows.at(0)) keys.append(key);
-    columns[py::str(table.name)] = keys;
-  }
+  for (const auto& table : ZOC::front::GeoDetectorTables({}, ZOC::DetectAll)) columns[py::str(table.name)] = table.columns;
   return columns;
 }
 

@@ -41,10 +41,10 @@ std::string Cell(const ReportValue& v) {
 // A table with a column per key, each as wide as its widest cell.
 std::string TableText(const ReportTable& table) {
   if (table.rows.empty()) return "  (none)\n";
-  const std::size_t columns = table.rows[0].size();
+  const std::size_t columns = table.columns.size();
   std::vector<std::size_t> width(columns);
   for (std::size_t c = 0; c < columns; ++c) {
-    width[c] = table.rows[0][c].first.size();
+    width[c] = table.columns[c].size();
     for (const auto& row : table.rows) width[c] = std::max(width[c], Cell(row[c].second).size());
   }
   auto line = [&](auto cellAt) {
@@ -56,7 +56,7 @@ std::string TableText(const ReportTable& table) {
     while (!text.empty() && text.back() == ' ') text.pop_back();
     return text + "\n";
   };
-  std::string text = line([&](std::size_t c) { return table.rows[0][c].first; });
+  std::string text = line([&](std::size_t c) { return table.columns[c]; });
   for (const auto& row : table.rows) text += line([&](std::size_t c) { return Cell(row[c].second); });
   return text;
 }

@@ -29,6 +29,10 @@ Totals TotalsOf(const std::vector<double>& y) {
   return t;
 }
 
+double QStatistic(double within, const Totals& totals) {
+  return std::clamp(1.0 - within / totals.squares, 0.0, 1.0);
+}
+
 Moments MomentsOf(const std::vector<double>& y, const Stratification& strata) {
   const auto L = static_cast<std::size_t>(strata.count);
   Moments m;
@@ -66,7 +70,7 @@ void FactorDetector(const Moments& moments, const Totals& totals, ZoDetectorFact
     weightedMeans += std::sqrt(Nh) * s.Mean;
   }
   factor.WithinSumOfSquares = moments.Within();
-  factor.Q = std::clamp(1.0 - factor.WithinSumOfSquares / totals.squares, 0.0, 1.0);
+  factor.Q = QStatistic(factor.WithinSumOfSquares, totals);
   const double df1 = static_cast<double>(L) - 1.0;
   const double df2 = N - static_cast<double>(L);
   factor.F = factor.Q < 1.0 ? df2 / df1 * factor.Q / (1.0 - factor.Q) : std::numeric_limits<double>::infinity();

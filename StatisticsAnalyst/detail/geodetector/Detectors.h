@@ -32,6 +32,8 @@ struct Totals {
 };
 
 Totals TotalsOf(const std::vector<double>& y);
+// q = 1 − SSW/SST, held to [0, 1] against rounding.
+double QStatistic(double within, const Totals& totals);
 Moments MomentsOf(const std::vector<double>& y, const Stratification& strata);
 
 // Fills the factor's strata (count, mean, population variance) and its

@@ -42,8 +42,6 @@ Status FormStrata(const DetectorTable& table, const std::vector<FactorSpec>& spe
   return Status::Ok();
 }
 
-double QOf(double within, const Totals& totals) { return std::max(0.0, 1.0 - within / totals.squares); }
-
 Status Detect(const DetectorTable& table, const std::vector<FactorSpec>& specs, std::vector<FactorStrata>& strata,
               const ZoGeoDetectorInformation& info, CallProgress& progress, ZoGeoDetectorResult& result) {
   const Totals totals = TotalsOf(table.y);
@@ -74,7 +72,7 @@ Status Detect(const DetectorTable& table, const std::vector<FactorSpec>& specs, 
         const Stratification both = Intersect(strata[a].strata, strata[b].strata);
         ZoDetectorInteraction i;
         i.First = static_cast<std::int32_t>(a), i.Second = static_cast<std::int32_t>(b);
-        i.Q = QOf(MomentsOf(table.y, both).Within(), totals);
+        i.Q = QStatistic(MomentsOf(table.y, both).Within(), totals);
         i.Strata = both.count;
         i.Kind = ClassifyInteraction(result.Factors[a].Q, result.Factors[b].Q, i.Q);
         result.Interactions.push_back(i);
