@@ -20,13 +20,13 @@ ReportValue Breaks(const ZoDetectorFactor& factor) {
   return text;
 }
 
-const std::vector<std::string> kFactorColumns{"field", "strata", "q", "f", "noncentrality", "p_value", "discretized",
-                                              "breaks"};
+const std::vector<std::string> kFactorColumns{"field",         "strata",  "q",           "f",
+                                              "noncentrality", "p_value", "discretized", "breaks"};
 const std::vector<std::string> kStrataColumns{"field", "stratum", "label", "count", "mean", "variance"};
-const std::vector<std::string> kRiskColumns{"field", "first", "second", "tested", "t", "df", "critical", "p_value",
-                                            "significant"};
-const std::vector<std::string> kInteractionColumns{"first", "second", "q_first", "q_second", "q", "strata",
-                                                   "relationship"};
+const std::vector<std::string> kRiskColumns{"field", "first",    "second",  "tested",     "t",
+                                            "df",    "critical", "p_value", "significant"};
+const std::vector<std::string> kInteractionColumns{"first", "second", "q_first",     "q_second",
+                                                   "q",     "strata", "relationship"};
 const std::vector<std::string> kEcologicalColumns{"first", "second", "f", "critical", "p_value", "significant"};
 
 void FactorRows(const ZoGeoDetectorResult& r, ReportTable& factors, ReportTable& strata) {

@@ -15,7 +15,6 @@ struct ZoGeoDetectorResult;
 
 namespace ZOC::front {
 
-
 // "count", "mean" and "variance" (population) of the dependent field.
 ReportValues GeoDetectorSummary(const ZoGeoDetectorResult& result);
 
@@ -37,6 +36,5 @@ std::vector<ReportTable> GeoDetectorTables(const ZoGeoDetectorResult& result, st
 // "nonlinear-weaken", "uni-weaken", "bi-enhance", "independent",
 // "nonlinear-enhance".
 const char* InteractionName(std::int32_t kind);
-
 
 }  // namespace ZOC::front

@@ -27,8 +27,8 @@ int IncrementalPeakCode(const ZoIncrementalResult& result, std::size_t band) {
 }
 
 void WriteIncrementalTable(ZoDatasetVector* table, const ZoIncrementalResult& result) {
-  ReportTable bands{"distance bands", {"Distance", "MoransI", "ExpectedI", "Variance", "ZScore", "PValue", "Valid", "Peak"},
-                    {}};
+  ReportTable bands{
+      "distance bands", {"Distance", "MoransI", "ExpectedI", "Variance", "ZScore", "PValue", "Valid", "Peak"}, {}};
   for (std::size_t k = 0; k < result.Bands.size(); ++k) {
     const ZoIncrementalBand& band = result.Bands[k];
     const ZoAnalyzingExponent& m = band.Moran;

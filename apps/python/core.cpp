@@ -466,7 +466,8 @@ py::dict GeoDetector(const std::string& path, const std::string& layer, const st
 // interaction of a single factor) still has them.
 py::dict GeoDetectorColumns() {
   py::dict columns;
-  for (const auto& table : ZOC::front::GeoDetectorTables({}, ZOC::DetectAll)) columns[py::str(table.name)] = table.columns;
+  for (const auto& table : ZOC::front::GeoDetectorTables({}, ZOC::DetectAll))
+    columns[py::str(table.name)] = table.columns;
   return columns;
 }
 

@@ -29,9 +29,7 @@ Totals TotalsOf(const std::vector<double>& y) {
   return t;
 }
 
-double QStatistic(double within, const Totals& totals) {
-  return std::clamp(1.0 - within / totals.squares, 0.0, 1.0);
-}
+double QStatistic(double within, const Totals& totals) { return std::clamp(1.0 - within / totals.squares, 0.0, 1.0); }
 
 Moments MomentsOf(const std::vector<double>& y, const Stratification& strata) {
   const auto L = static_cast<std::size_t>(strata.count);
