@@ -42,6 +42,10 @@ struct ZoOptimizedInformation {
   // system.
   ZoDatasetVector* Polygons = nullptr;
   ZoDistanceMethod DistanceMethod = Euclidean;
+  // The Gi* stage's permutation test, as ZoPatternsInformation's: with P > 0
+  // the bins come from the pseudo p-values ("Gi_PseudoP").
+  std::int32_t Permutations = 0;
+  std::uint64_t Seed = 0;
 };
 
 // Why the distance band of the Gi* stage was chosen.

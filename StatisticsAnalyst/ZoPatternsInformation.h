@@ -3,6 +3,7 @@
 // enumerations it carries. The enumerations' numbers are also written into
 // weights files, so they never change.
 #include <cstdint>
+#include <limits>
 
 #include "StatisticsAnalyst/Export.h"
 #include "host/LumaUnicodeString.h"
@@ -66,6 +67,15 @@ class SA_API ZoPatternsInformation {
   // boundaries were digitized apart (slivers, gaps of a millimetre) need a
   // tolerance of their own. Must be finite and 0 or more.
   double SnapTolerance = 0.0;
+  // Permutation inference beside the analytic p-values (Moran's I, General
+  // G, Gi* and local Moran's I): the number of permutations, 0 to 1000000;
+  // 0, the default, runs none. Local statistics are tested by conditional
+  // randomization (each feature keeps its value, its neighbours' values are
+  // drawn from the others), global ones by shuffling all values.
+  std::int32_t Permutations = 0;
+  // The seed of the permutations' random numbers: the same seed gives the
+  // same results on any number of threads and any platform.
+  std::uint64_t Seed = 0;
 };
 
 // The result of a global statistic (ZoAnalyzingPatterns::ZoAnalyzingExponent),
@@ -76,6 +86,16 @@ struct ZoAnalyzingExponent {
   double Variance = 0.0;       // its variance under the null hypothesis
   double ZScore = 0.0;         // (Index − ExpectedIndex) / sqrt(Variance)
   double PValue = 0.0;         // two-sided p-value of ZScore
+  // The permutation test, when permutations were asked for (else
+  // Permutations is 0 and the others NaN): the folded pseudo p-value
+  // (min(#sim ≥ obs, #sim ≤ obs) + 1) / (P + 1), and the mean, variance
+  // (divisor P - 1) and z-score of the observed statistic against the
+  // simulated ones.
+  std::int32_t Permutations = 0;
+  double PseudoPValue = std::numeric_limits<double>::quiet_NaN();
+  double SimulatedMean = std::numeric_limits<double>::quiet_NaN();
+  double SimulatedVariance = std::numeric_limits<double>::quiet_NaN();
+  double SimulatedZScore = std::numeric_limits<double>::quiet_NaN();
 };
 
 }  // namespace ZOC

@@ -39,6 +39,18 @@ long long Whole(const std::string& name, const std::string& text) {
   return value;
 }
 
+}  // namespace
+
+std::uint64_t SeedNamed(const std::string& text) {
+  unsigned long long value = 0;
+  const auto [ptr, ec] = std::from_chars(text.data(), text.data() + text.size(), value);
+  if (text.empty() || ec != std::errc() || ptr != text.data() + text.size())
+    throw UsageError(msg::EUa056, "--seed needs a whole number from 0 to 18446744073709551615, not '" + text + "'");
+  return value;
+}
+
+namespace {
+
 void OneOf(const std::string& name, const std::string& value, std::initializer_list<const char*> choices) {
   std::string list;
   for (const char* choice : choices) {
@@ -70,6 +82,11 @@ void CheckDomain(const std::string& command, const std::string& name, const std:
   if (name == "k") {
     const long long k = Whole(name, value);
     if (k < 1 || k > 2147483647LL) throw UsageError(msg::EUa057, "--k must be at least 1, not " + value);
+  } else if (name == "permutations") {
+    const long long p = Whole(name, value);
+    if (p < 0 || p > 1000000) throw UsageError(msg::ESa109, "--permutations " + value);
+  } else if (name == "seed") {
+    SeedNamed(value);
   } else if (name == "min-points") {
     const long long m = Whole(name, value);
     if (m < 1 || m > 2147483647LL) throw UsageError(msg::EUa057, "--min-points must be at least 1, not " + value);

@@ -64,6 +64,9 @@ ZoPatternsInformation PatternsInformation(const OptionValues& options) {
   if (const auto it = options.find("distance-method"); it != options.end())
     info.DistanceMethod = DistanceMethodNamed(it->second);
   info.WeightsFilePath = text("weights-file");
+  if (const std::string* p = Checked(options, "permutations"))
+    info.Permutations = static_cast<std::int32_t>(Number(*p));
+  if (const auto it = options.find("seed"); it != options.end()) info.Seed = SeedNamed(it->second);
   if (const std::string* mb = Checked(options, "memory-budget")) {
     // At least one byte: a tiny budget still means "use the file".
     info.WeightsMemoryBudget = std::max<std::int64_t>(1, static_cast<std::int64_t>(Number(*mb) * 1048576.0));

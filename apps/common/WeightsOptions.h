@@ -19,7 +19,8 @@ using OptionValues = std::map<std::string, std::string>;
 // The parameter record from "field", "self-weight-field", "fdr" and the
 // weights options: "conceptualization" (a name or its number),
 // "distance-band", "exponent", "k", "snap-tolerance", "row-standardize",
-// "distance-method", "weights-file" and "memory-budget" (MB). What is left
+// "distance-method", "weights-file" and "memory-budget" (MB), and the
+// permutation test's "permutations" and "seed". What is left
 // out keeps the record's default (inverse distance, band -1, exponent 1,
 // k 1, snap tolerance 0, euclidean, no memory budget). Each value is checked
 // as CheckDomain checks it, so a bad one throws the same UsageError as on

@@ -24,11 +24,15 @@ void PrintResult(const Options& options, const Exponent& r, const char* name, co
                  const char* low) {
   if (options.Has("json")) {
     JsonWriter json;
-    json.NumberObject({{"index", r.Index},
-                       {"expected_index", r.ExpectedIndex},
-                       {"variance", r.Variance},
-                       {"z_score", r.ZScore},
-                       {"p_value", r.PValue}});
+    json.BeginObject();
+    json.Key("index").Number(r.Index).Key("expected_index").Number(r.ExpectedIndex);
+    json.Key("variance").Number(r.Variance).Key("z_score").Number(r.ZScore).Key("p_value").Number(r.PValue);
+    if (r.Permutations > 0) {
+      json.Key("permutations").Integer(r.Permutations).Key("pseudo_p_value").Number(r.PseudoPValue);
+      json.Key("simulated_mean").Number(r.SimulatedMean).Key("simulated_variance").Number(r.SimulatedVariance);
+      json.Key("simulated_z_score").Number(r.SimulatedZScore);
+    }
+    json.EndObject();
     Print(json.str());
     return;
   }
@@ -42,7 +46,20 @@ void PrintResult(const Options& options, const Exponent& r, const char* name, co
                 "  p-value:           %.10g\n",
                 name, options.Get("field").c_str(), statistic, r.Index, r.ExpectedIndex, r.Variance, r.ZScore,
                 r.PValue);
-  Print(std::string(text) + Interpretation(r.ZScore, high, low));
+  std::string permutation;
+  if (r.Permutations > 0) {
+    char lines[512];
+    std::snprintf(lines, sizeof lines,
+                  "Permutation test (%d permutations, seed %s)\n"
+                  "  pseudo p-value:    %.10g\n"
+                  "  Simulated mean:    %.10g\n"
+                  "  Simulated variance: %.10g\n"
+                  "  z-score:           %.10g\n",
+                  r.Permutations, options.Get("seed", "0").c_str(), r.PseudoPValue, r.SimulatedMean,
+                  r.SimulatedVariance, r.SimulatedZScore);
+    permutation = lines;
+  }
+  Print(std::string(text) + permutation + Interpretation(r.ZScore, high, low));
 }
 
 // Runs one global statistic on --input with the weights options and prints it.
@@ -82,6 +99,7 @@ std::vector<OptionSpec> StatisticOptions() {
   auto options = InputOptions();
   options.push_back({"field", true, "numeric analysis field"});
   for (auto& o : WeightsOptions()) options.push_back(o);
+  for (auto& o : PermutationOptions()) options.push_back(o);
   for (auto& o : CommonOptions()) options.push_back(o);
   return options;
 }
@@ -90,12 +108,14 @@ std::vector<OptionSpec> StatisticOptions() {
 
 Command MoranCommand() {
   return {"moran", "global Moran's I: index, expectation, variance, z-score, p-value",
-          "--input PATH --field F [weights options] [--json]", StatisticOptions(), RunMoran};
+          "--input PATH --field F [weights options] [--permutations P [--seed S]] [--json]", StatisticOptions(),
+          RunMoran};
 }
 
 Command GeneralGCommand() {
   return {"general-g", "high/low clustering (Getis-Ord General G) of a non-negative field",
-          "--input PATH --field F [weights options] [--json]", StatisticOptions(), RunGeneralG};
+          "--input PATH --field F [weights options] [--permutations P [--seed S]] [--json]", StatisticOptions(),
+          RunGeneralG};
 }
 
 }  // namespace zostat

@@ -38,7 +38,9 @@ void PrintSummary(const Options& options, const OutputLayer& out, const std::str
     JsonWriter json;
     json.BeginObject().Key("features").Integer(total).Key(key).BeginObject();
     for (const auto& k : order) json.Key(k).Integer(counts.count(k) ? counts.at(k) : 0);
-    json.EndObject().Key("output").String(out.path()).Key("layer").String(out.layer()).EndObject();
+    json.EndObject();
+    if (options.Has("permutations")) json.Key("permutations").Integer(std::stoll(options.Get("permutations")));
+    json.Key("output").String(out.path()).Key("layer").String(out.layer()).EndObject();
     Print(json.str());
     return;
   }
@@ -50,6 +52,9 @@ void PrintSummary(const Options& options, const OutputLayer& out, const std::str
                   counts.count(k) ? counts.at(k) : 0LL);
     text += line;
   }
+  if (options.Has("permutations") && options.Get("permutations") != "0")
+    text += "Significance from pseudo p-values of " + options.Get("permutations") + " permutations (seed " +
+            options.Get("seed", "0") + ")\n";
   Print(text);
 }
 
@@ -105,6 +110,7 @@ std::vector<OptionSpec> LocalOptions(bool selfWeight, const std::string& layerHe
   for (auto& o : OutputOptions(layerHelp)) options.push_back(o);
   if (selfWeight) options.push_back({"self-weight-field", true, "numeric field with each feature's self weight"});
   options.push_back({"fdr", false, "correct the confidence for the false discovery rate"});
+  for (auto& o : PermutationOptions()) options.push_back(o);
   options.push_back({"map", true, "also draw the result as a map (.svg or .png)"});
   for (auto& o : WeightsOptions()) options.push_back(o);
   for (auto& o : CommonOptions()) options.push_back(o);
@@ -116,13 +122,14 @@ std::vector<OptionSpec> LocalOptions(bool selfWeight, const std::string& layerHe
 Command HotSpotCommand() {
   return {"hotspot", "hot spot analysis (Getis-Ord Gi*): z-score, p-value and confidence bin per feature",
           "--input PATH --field F --output OUT [--output-layer L] [--self-weight-field S] [--fdr] "
-          "[weights options] [--map FILE] [--json]",
+          "[--permutations P [--seed S]] [weights options] [--map FILE] [--json]",
           LocalOptions(true, "name of the result layer (default: the input layer's name + _hotspots)"), RunHotSpot};
 }
 
 Command ClusterOutlierCommand() {
   return {"cluster-outlier", "cluster and outlier analysis (Anselin local Moran's I) per feature",
-          "--input PATH --field F --output OUT [--output-layer L] [--fdr] [weights options] [--map FILE] [--json]",
+          "--input PATH --field F --output OUT [--output-layer L] [--fdr] [--permutations P [--seed S]] "
+          "[weights options] [--map FILE] [--json]",
           LocalOptions(false, "name of the result layer (default: the input layer's name + _clusters)"),
           RunClusterOutlier};
 }

@@ -86,6 +86,9 @@ int RunOptimizedHotSpot(const Options& options) {
   if (options.Has("cell-size")) info.CellSize = options.GetDouble("cell-size", 0.0);
   if (options.Has("tolerance")) info.Tolerance = options.GetDouble("tolerance", 0.0);
   info.DistanceMethod = ParseDistanceMethod(options);
+  const ZOC::ZoPatternsInformation permutations = ParseWeightsOptions(options);
+  info.Permutations = permutations.Permutations;
+  info.Seed = permutations.Seed;
   InputLayer polygons;
   if (info.FieldName.IsEmpty() && info.Aggregation == ZOC::AggregatePolygons) {
     if (!options.Has("polygons"))
@@ -131,6 +134,7 @@ std::vector<OptionSpec> OptimizedOptions() {
   for (auto& o : OutputOptions("name of the result layer (default: the input layer's name + _optimized_hotspots)"))
     options.push_back(o);
   options.push_back({"distance-method", true, "euclidean (default) or manhattan"});
+  for (auto& o : PermutationOptions()) options.push_back(o);
   options.push_back({"map", true, "also draw the result as a map (.svg or .png)"});
   for (auto& o : CommonOptions()) options.push_back(o);
   return options;
@@ -142,7 +146,7 @@ Command OptimizedHotSpotCommand() {
   return {"optimized-hotspot",
           "hot spot analysis with its aggregation and distance band chosen from the data, and a report of each choice",
           "--input PATH --output OUT [--field F | --aggregation grid|integrate|polygons [--cell-size D] "
-          "[--tolerance D] [--polygons FILE]] [--map FILE] [--json]",
+          "[--tolerance D] [--polygons FILE]] [--permutations P [--seed S]] [--map FILE] [--json]",
           OptimizedOptions(), RunOptimizedHotSpot};
 }
 

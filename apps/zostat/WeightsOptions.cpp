@@ -26,6 +26,15 @@ std::vector<OptionSpec> WeightsOptions() {
   };
 }
 
+std::vector<OptionSpec> PermutationOptions() {
+  return {
+      {"permutations", true,
+       "also test by P random permutations (0 to 1000000; 0, the default, = none; 999 is usual): pseudo p-values "
+       "beside the analytic ones"},
+      {"seed", true, "seed of the permutations (default 0); the same seed gives the same results on any machine"},
+  };
+}
+
 ZOC::ZoDistanceMethod ParseDistanceMethod(const Options& options) {
   return ZOC::front::DistanceMethodNamed(options.Get("distance-method", "euclidean"));
 }

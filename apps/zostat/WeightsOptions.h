@@ -8,6 +8,8 @@
 namespace zostat {
 
 std::vector<OptionSpec> WeightsOptions();
+// --permutations and --seed of the statistics with a permutation test.
+std::vector<OptionSpec> PermutationOptions();
 // The parameter record from --field, --self-weight-field, --fdr and the
 // weights options (common/WeightsOptions.h); the library checks the rest.
 ZOC::ZoPatternsInformation ParseWeightsOptions(const Options& options);

@@ -25,7 +25,7 @@ std::string Text(const char* id) { return ZoStringEx::LoadResString(id).Str(); }
 // Progress formats that the analyses fill with (i + 1, n).
 const char* const kPerItemFormats[] = {"IMb322", "IMb323", "IMb325", "IMb327", "IMb329", "IMb331", "IMb335", "IMb337",
                                        "IMb339", "IMb341", "IMb358", "IMb360", "IMb363", "IMb391", "IMb393", "IMb395",
-                                       "IMb396", "IMb397", "IMb399", "IMb400", "IMf002", "IMf004", "IMf005"};
+                                       "IMb396", "IMb397", "IMb399", "IMb400", "IMb401", "IMf002", "IMf004", "IMf005"};
 
 }  // namespace
 
@@ -87,9 +87,9 @@ TEST(ZoStringEx, ProgressTextsFitHowTheyAreUsed) {
   // Every other text (titles double as plain messages) must show no placeholder
   // when used unformatted; the exceptions are error texts always formatted
   // with what they name (a count, a feature's QlID, an exception's text).
-  const std::vector<std::string> formattedErrors = {"ESa074", "ESa090", "ESa097", "ESa098", "ESa102",
-                                                    "ESa103", "ESa104", "ESa105", "ESa106", "ESa108",
-                                                    "EUc001", "EUc002", "EUc003", "EUc004", "EUc011"};
+  const std::vector<std::string> formattedErrors = {"ESa074", "ESa090", "ESa097", "ESa098", "ESa102", "ESa103",
+                                                    "ESa104", "ESa105", "ESa106", "ESa108", "ESa109", "EUc001",
+                                                    "EUc002", "EUc003", "EUc004", "EUc011"};
   for (const std::string& id : ZoStringEx::ListIdentifiers()) {
     const bool formatted = std::count(formattedErrors.begin(), formattedErrors.end(), id) > 0 ||
                            std::find_if(std::begin(kPerItemFormats), std::end(kPerItemFormats),

@@ -2,6 +2,7 @@
 
 #include <cmath>
 #include <limits>
+#include <string>
 
 #include "host/ZoFile.h"
 #include "host/ZoMessageIds.h"
@@ -33,6 +34,11 @@ Status CheckNumericField(ZoDatasetVector* dataset, const LUMA::LumaUnicodeString
   if (!dataset->GetFieldInfo(fieldName, field)) return Status::Fail(msg::ECd001);
   if (!LUMA::IsNumericFieldType(field.GetType())) return Status::Fail(msg::ESa006);
   return Status::Ok();
+}
+
+Status CheckPermutations(std::int32_t permutations) {
+  if (permutations >= 0 && permutations <= 1000000) return Status::Ok();
+  return Status::Fail(msg::ESa109, {LUMA::LumaUnicodeString(std::to_string(permutations))});
 }
 
 Status CheckWeightParameters(ZoRecordset* records, const ZoPatternsInformation& info) {

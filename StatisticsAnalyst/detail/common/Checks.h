@@ -29,6 +29,8 @@ Status CheckNumericField(ZoDatasetVector* dataset, const LUMA::LumaUnicodeString
 // a negative or NaN exponent "ESa062"; a negative or non-finite snap
 // tolerance "EUb008".
 Status CheckWeightParameters(ZoRecordset* records, const ZoPatternsInformation& info);
+// A number of permutations from 0 to 1000000 ("ESa109").
+Status CheckPermutations(std::int32_t permutations);
 
 // The dataset's records ordered by a field, ascending (ties by "QlID");
 // "EKa013" when the query fails.

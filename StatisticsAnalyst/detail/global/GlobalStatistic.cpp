@@ -3,6 +3,7 @@
 #include "StatisticsAnalyst/detail/common/Checks.h"
 #include "StatisticsAnalyst/detail/common/FeatureData.h"
 #include "StatisticsAnalyst/detail/common/Limits.h"
+#include "StatisticsAnalyst/detail/permutation/TotalRandomization.h"
 #include "StatisticsAnalyst/detail/weights/WeightRows.h"
 #include "host/ZoMessageIds.h"
 #include "host/ZoStringEx.h"
@@ -66,16 +67,22 @@ Status OpenRows(ZoRecordset* records, const ZoPatternsInformation& info, ZoProgr
 namespace {
 
 // Rows held in memory are summed on every core; rows read from a file one
-// by one. Both give the same bits (see kSumBlock).
+// by one. Both give the same bits (see kSumBlock). With `store`, every row
+// is also kept there for the permutation test.
 template <class Sums>
-Status Feed(weights::WeightRows& file, Sums& sums, Stage& stage) {
+Status Feed(weights::WeightRows& file, Sums& sums, Stage& stage, permutation::RowStore* store = nullptr) {
   const std::int64_t n = file.Count();
+  const bool withDiagonal = Sums::kDiagonalInColumns;
   if (const weights::CsrWeights* csr = file.Memory()) {
     const bool fed = FeedParallel(
         sums, n, [csr](std::int64_t i, SparseRow& row) { csr->Row(i, row); },
         [&](std::int64_t i) { return stage.Step(i, n); });
     if (!fed) return Status::Fail(msg::IMb030);
     csr->ColumnSums(Sums::kDiagonalInColumns, sums.Columns());
+    if (store) {
+      SparseRow row;
+      for (std::int64_t i = 0; i < n; ++i) csr->Row(i, row), store->Add(i, row, withDiagonal);
+    }
     return Status::Ok();
   }
   SparseRow row;
@@ -83,7 +90,40 @@ Status Feed(weights::WeightRows& file, Sums& sums, Stage& stage) {
     if (!stage.Step(i, n)) return Status::Fail(msg::IMb030);
     if (Status s = file.Next(i, row); !s) return s;
     sums.AddRow(i, row);
+    if (store) store->Add(i, row, withDiagonal);
   }
+  return Status::Ok();
+}
+
+// The permutation test beside the analytic result: Moran's I shuffles the
+// deviations and scores the cross product, scaled to I; General G shuffles
+// the values.
+template <class Sums>
+Status PermutationTest(const LumaArray<double>& values, const permutation::RowStore& store,
+                       const ZoPatternsInformation& info, detail::CallProgress& progress, Exponent& result) {
+  const LumaUnicodeString format = progress ? ZoStringEx::LoadResString(msg::IMb401) : LumaUnicodeString();
+  auto step = [&](std::int64_t done, std::int64_t total) { return progress.Step(format, done, total); };
+  permutation::GlobalSimulation simulation;
+  Status status;
+  if constexpr (Sums::kDiagonalInColumns) {
+    const std::vector<double> d = MoranSums::Deviations(values);
+    double s0 = 0, d2 = 0;
+    for (double w : store.m_weights) s0 += w;
+    for (double v : d) d2 += v * v;
+    const double scale = static_cast<double>(d.size()) / (s0 * d2);
+    status = permutation::SimulateGlobal(permutation::GlobalForm::CrossProduct, d, store, scale, info.Permutations,
+                                         info.Seed, step, simulation);
+  } else {
+    const std::vector<double> x(values.begin(), values.end());
+    status = permutation::SimulateGlobal(permutation::GlobalForm::GeneralG, x, store, 1.0, info.Permutations, info.Seed,
+                                         step, simulation);
+  }
+  if (!status) return status;
+  result.Permutations = simulation.permutations;
+  result.PseudoPValue = simulation.pseudoP;
+  result.SimulatedMean = simulation.mean;
+  result.SimulatedVariance = simulation.variance;
+  result.SimulatedZScore = simulation.zScore;
   return Status::Ok();
 }
 
@@ -122,9 +162,18 @@ Status Compute(ZoRecordset* records, const ZoPatternsInformation& info, const Ki
 
   stage.Enter(texts);
   Sums sums(values);
-  if (Status fed = Feed(file, sums, stage); !fed) return fed.Then(texts.summary);
+  permutation::RowStore store;
+  const bool permute = info.Permutations > 0;
+  if (Status fed = Feed(file, sums, stage, permute ? &store : nullptr); !fed) return fed.Then(texts.summary);
   file.Close();
-  return Finish(sums, result).Then(texts.summary);
+  Exponent analytic;
+  if (Status finished = Finish(sums, analytic); !finished) return finished.Then(texts.summary);
+  if (permute) {
+    if (Status tested = PermutationTest<Sums>(values, store, info, stage.progress, analytic); !tested)
+      return tested.Then(texts.summary);
+  }
+  result = analytic;
+  return Status::Ok();
 }
 
 }  // namespace
@@ -136,6 +185,7 @@ Status FeedMoran(weights::WeightRows& file, MoranSums& sums, detail::CallProgres
 
 Status Run(ZoRecordset* records, const ZoPatternsInformation& info, Kind kind, detail::CallProgress& progress,
            Exponent& result) {
+  if (Status status = CheckPermutations(info.Permutations); !status) return status;
   const KindTexts texts = TextsOf(kind);
   Stage stage{progress, {}};
   const bool alone =

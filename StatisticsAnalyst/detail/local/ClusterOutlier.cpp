@@ -81,6 +81,7 @@ void ClusterOutlier::AddFields(LUMA::LumaFieldInfos& fields) const {
   LUMA::LumaFieldInfo typeField("ALMI_Type", LUMA::FieldText);
   typeField.SetSize(2);
   fields.push_back(typeField);
+  AddPseudoField(fields, "ALMI_PseudoP");
 }
 
 Status ClusterOutlier::Prepare(const LumaArray<double>& values, const LumaArray<double>&) {
@@ -101,12 +102,14 @@ Status ClusterOutlier::Row(std::int64_t i, const SparseRow& row) {
 
 Status ClusterOutlier::Classify(bool falseDiscoveryRate) {
   LumaArray<int> bins;
-  if (falseDiscoveryRate && !FdrAdjusted(m_I, m_p, bins)) return Status::Fail(msg::ESa036);
-  return ClusterOutlierTypes(m_I, m_p, m_moments->d, m_lag, bins, m_types).Then(msg::ESa037);
+  const LumaArray<double>& p = Significance(m_p);
+  if (falseDiscoveryRate && !FdrAdjusted(m_I, p, bins)) return Status::Fail(msg::ESa036);
+  return ClusterOutlierTypes(m_I, p, m_moments->d, m_lag, bins, m_types).Then(msg::ESa037);
 }
 
 void ClusterOutlier::Values(std::size_t i, std::vector<LUMA::LumaVariant>& values) const {
   values[0] = m_I[i], values[1] = m_z[i], values[2] = m_p[i], values[3] = m_types[i];
+  if (Permutations() > 0) PseudoValue(i, values[4]);
 }
 
 }  // namespace ZOC::detail::local

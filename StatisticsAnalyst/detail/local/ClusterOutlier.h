@@ -1,7 +1,8 @@
 #pragma once
 // Anselin's local Moran's I: clusters and outliers. Fields "ALMI_MoranI",
 // "ALMI_Zscore", "ALMI_Pvalue" (doubles) and "ALMI_Type" ("HH", "LL", "HL",
-// "LH" or empty). Row standardization applies when asked. A feature without
+// "LH" or empty), and with permutations "ALMI_PseudoP", whose values then
+// decide the types. Row standardization applies when asked. A feature without
 // neighbours gets I = 0, z = 0, p = 1 and no type.
 #include <memory>
 
@@ -37,6 +38,12 @@ class ClusterOutlier : public LocalStatistic {
   Status Row(std::int64_t i, const SparseRow& row) override;
   Status Classify(bool falseDiscoveryRate) override;
   void Values(std::size_t i, std::vector<LUMA::LumaVariant>& values) const override;
+
+ protected:
+  // The neighbours' deviations are drawn; a feature at the mean has I = 0
+  // whatever they hold.
+  const LumaArray<double>& DrawnValues() const override { return m_moments->d; }
+  bool Unchanging(std::size_t i) const override { return m_moments->d[i] == 0; }
 
  private:
   LumaArray<double> m_x, m_I, m_z, m_p, m_lag;

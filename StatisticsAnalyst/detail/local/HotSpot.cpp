@@ -32,6 +32,7 @@ void HotSpot::AddFields(LUMA::LumaFieldInfos& fields) const {
   fields.push_back(LUMA::LumaFieldInfo("Gi_Zscore", LUMA::FieldDouble));
   fields.push_back(LUMA::LumaFieldInfo("Gi_Pvalue", LUMA::FieldDouble));
   fields.push_back(LUMA::LumaFieldInfo("Gi_ConfInvl", LUMA::FieldInt32));
+  AddPseudoField(fields, "Gi_PseudoP");
 }
 
 Status HotSpot::Prepare(const LumaArray<double>& values, const LumaArray<double>& extra) {
@@ -44,6 +45,8 @@ Status HotSpot::Prepare(const LumaArray<double>& values, const LumaArray<double>
   for (double v : values) sum += v, sumSquares += v * v;
   m_mean = sum / static_cast<double>(n);
   m_sd = std::sqrt(sumSquares / static_cast<double>(n) - m_mean * m_mean);
+  // Without spread every draw gives the observed sum: nothing to test.
+  if (Permutations() > 0 && !(m_sd > 0)) return Status::Fail(msg::ESa021).Then(msg::ESa035);
   m_z.assign(n, 0.0);
   m_p.assign(n, 0.0);
   return Status::Ok();
@@ -58,12 +61,14 @@ Status HotSpot::Row(std::int64_t i, const SparseRow& row) {
 }
 
 Status HotSpot::Classify(bool falseDiscoveryRate) {
-  const bool ok = falseDiscoveryRate ? FdrAdjusted(m_z, m_p, m_bins) : Confidence(m_z, m_p, m_bins);
+  const LumaArray<double>& p = Significance(m_p);
+  const bool ok = falseDiscoveryRate ? FdrAdjusted(m_z, p, m_bins) : Confidence(m_z, p, m_bins);
   return ok ? Status::Ok() : Status::Fail(msg::ESa043);
 }
 
 void HotSpot::Values(std::size_t i, std::vector<LUMA::LumaVariant>& values) const {
   values[0] = m_z[i], values[1] = m_p[i], values[2] = LUMA::LumaVariant(m_bins[i]);
+  if (Permutations() > 0) PseudoValue(i, values[3]);
 }
 
 }  // namespace ZOC::detail::local

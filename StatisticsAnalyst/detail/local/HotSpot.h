@@ -1,6 +1,7 @@
 #pragma once
 // Getis–Ord Gi*: hot and cold spots. Fields "Gi_Zscore", "Gi_Pvalue"
-// (doubles) and "Gi_ConfInvl" (int32 bin -3..3). Weights are raw (row
+// (doubles) and "Gi_ConfInvl" (int32 bin -3..3), and with permutations
+// "Gi_PseudoP", whose values then decide the bins. Weights are raw (row
 // standardization does not apply); the self weight on the diagonal is 1, or
 // the self-weight field's value when positive (0 otherwise).
 #include "StatisticsAnalyst/detail/local/LocalPipeline.h"
@@ -31,6 +32,9 @@ class HotSpot : public LocalStatistic {
   void Values(std::size_t i, std::vector<LUMA::LumaVariant>& values) const override;
   // Every feature's confidence bin, once classified.
   const LumaArray<int>& Bins() const { return m_bins; }
+
+ protected:
+  const LumaArray<double>& DrawnValues() const override { return m_x; }
 
  private:
   LumaUnicodeString m_selfField;

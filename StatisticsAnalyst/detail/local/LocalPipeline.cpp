@@ -1,6 +1,8 @@
 #include "StatisticsAnalyst/detail/local/LocalPipeline.h"
 
 #include <algorithm>
+#include <cmath>
+#include <limits>
 #include <memory>
 #include <new>
 #include <utility>
@@ -15,6 +17,38 @@
 #include "host/ZoStringEx.h"
 
 namespace ZOC::detail::local {
+
+void LocalStatistic::StartSimulations(std::size_t n) {
+  m_pseudo.assign(m_permutations > 0 ? n : 0, std::numeric_limits<double>::quiet_NaN());
+  m_randomization.reset();
+  if (m_permutations > 0)
+    m_randomization = std::make_unique<permutation::ConditionalRandomization>(
+        DrawnValues().data(), static_cast<std::int64_t>(n), m_permutations, m_seed);
+}
+
+void LocalStatistic::Simulate(std::int64_t i, const SparseRow& row,
+                              permutation::ConditionalRandomization::Scratch& scratch) {
+  if (!m_randomization) return;
+  permutation::Simulated simulated;
+  if (!m_randomization->Simulate(i, row, scratch, simulated)) return;  // no neighbour: no pseudo p-value
+  const auto k = static_cast<std::size_t>(i);
+  m_pseudo[k] = Unchanging(k) ? 1.0 : permutation::FoldedPseudoP(simulated, m_permutations);
+}
+
+const LumaArray<double>& LocalStatistic::Significance(const LumaArray<double>& analytic) {
+  if (m_permutations <= 0) return analytic;
+  m_significance.resize(m_pseudo.size());
+  for (std::size_t i = 0; i < m_pseudo.size(); ++i) m_significance[i] = std::isnan(m_pseudo[i]) ? 1.0 : m_pseudo[i];
+  return m_significance;
+}
+
+void LocalStatistic::AddPseudoField(LUMA::LumaFieldInfos& fields, const char* name) const {
+  if (m_permutations > 0) fields.push_back(LUMA::LumaFieldInfo(name, LUMA::FieldDouble));
+}
+
+void LocalStatistic::PseudoValue(std::size_t i, LUMA::LumaVariant& value) const {
+  value = std::isnan(m_pseudo[i]) ? LUMA::LumaVariant() : LUMA::LumaVariant(m_pseudo[i]);
+}
 
 namespace {
 
@@ -112,56 +146,82 @@ Status ReadInputs(ZoRecordset* records, const ZoPatternsInformation& info, const
   return status;
 }
 
-// In-memory rows are computed on every core, a chunk at a time between
-// progress steps; a failure reports the first failing feature, as the
-// sequential loop would.
-Status ComputeRowsParallel(const weights::CsrWeights& csr, std::int64_t n, detail::CallProgress& progress,
-                           const LumaUnicodeString& format, LocalStatistic& statistic) {
-  constexpr std::int64_t kChunk = 1 << 16;
-  for (std::int64_t first = 0; first < n; first += kChunk) {
-    if (!progress.Step(format, first, n)) return Status::Fail(msg::IMb030);
-    const std::int64_t last = std::min(n, first + kChunk);
-    std::int64_t failedAt = last;
-    Status failure;
-    bool outOfMemory = false;  // an exception must not leave the parallel region
+// Features [first, last) on every core, feature i's row from
+// `fetch(i, buffer)`: its statistic, then its simulations. A failure
+// reports the first failing feature, as a sequential loop would.
+template <class Fetch>
+Status ComputeRange(std::int64_t first, std::int64_t last, const Fetch& fetch, LocalStatistic& statistic) {
+  std::int64_t failedAt = last;
+  Status failure;
+  bool outOfMemory = false;  // an exception must not leave the parallel region
 #pragma omp parallel
-    {
-      SparseRow row;
-#pragma omp for schedule(static)
-      for (std::int64_t i = first; i < last; ++i) {
-        try {
-          csr.Row(i, row);
-          Status status = statistic.Row(i, row);
-          if (status) continue;
-#pragma omp critical(local_row_failure)
-          if (i < failedAt) failedAt = i, failure = std::move(status);
-        } catch (...) {
-#pragma omp atomic write
-          outOfMemory = true;
+  {
+    SparseRow buffer;
+    permutation::ConditionalRandomization::Scratch scratch;
+#pragma omp for schedule(dynamic, 64)
+    for (std::int64_t i = first; i < last; ++i) {
+      try {
+        const SparseRow& row = fetch(i, buffer);
+        Status status = statistic.Row(i, row);
+        if (status) {
+          statistic.Simulate(i, row, scratch);
+          continue;
         }
+#pragma omp critical(local_row_failure)
+        if (i < failedAt) failedAt = i, failure = std::move(status);
+      } catch (...) {
+#pragma omp atomic write
+        outOfMemory = true;
       }
     }
-    if (outOfMemory) throw std::bad_alloc();
-    if (failedAt < last) return failure;
   }
-  // The last row's position, as the sequential loop shows it.
-  if (n > 0 && !progress.Step(format, n - 1, n)) return Status::Fail(msg::IMb030);
-  return Status::Ok();
+  if (outOfMemory) throw std::bad_alloc();
+  return failedAt < last ? failure : Status::Ok();
 }
 
+// Rows in memory are taken a chunk at a time between progress steps; rows of
+// a file are read in order, a batch at a time, and each batch computed on
+// every core. Simulations make a feature a thousand times dearer, so the
+// chunks shrink to keep progress and cancelling prompt.
 Status ComputeRows(Rows& rows, std::int64_t n, detail::CallProgress& progress, LocalStatistic& statistic) {
   const LumaUnicodeString format = ZoStringEx::LoadResString(statistic.Format());
-  if (const weights::CsrWeights* csr = rows.Memory()) {
-    Status status = ComputeRowsParallel(*csr, n, progress, format, statistic);
-    rows.Close();
-    return status;
+  const std::int64_t chunk = statistic.Permutations() > 0 ? 1024 : 1 << 16;
+  statistic.StartSimulations(static_cast<std::size_t>(n));
+  const weights::CsrWeights* csr = rows.Memory();
+  std::vector<SparseRow> batch(csr ? 0 : static_cast<std::size_t>(std::min(n, chunk)));
+  for (std::int64_t first = 0; first < n; first += chunk) {
+    const std::int64_t last = std::min(n, first + chunk);
+    Status status;
+    if (csr) {
+      if (!progress.Step(format, first, n)) return Status::Fail(msg::IMb030);
+      status = ComputeRange(
+          first, last,
+          [csr](std::int64_t i, SparseRow& buffer) -> const SparseRow& {
+            csr->Row(i, buffer);
+            return buffer;
+          },
+          statistic);
+    } else {
+      for (std::int64_t i = first; i < last; ++i) {
+        if (!progress.Step(format, i, n)) return Status::Fail(msg::IMb030);
+        if (Status read = rows.Next(i, batch[static_cast<std::size_t>(i - first)]); !read) {
+          // The features before the unreadable row would have failed first.
+          auto before = [&](std::int64_t k, SparseRow&) -> const SparseRow& {
+            return batch[static_cast<std::size_t>(k - first)];
+          };
+          if (Status earlier = ComputeRange(first, i, before, statistic); !earlier) return earlier;
+          return read;
+        }
+      }
+      status = ComputeRange(
+          first, last,
+          [&](std::int64_t i, SparseRow&) -> const SparseRow& { return batch[static_cast<std::size_t>(i - first)]; },
+          statistic);
+    }
+    if (!status) return status;
   }
-  SparseRow row;
-  for (std::int64_t i = 0; i < n; ++i) {
-    if (!progress.Step(format, i, n)) return Status::Fail(msg::IMb030);
-    if (Status status = rows.Next(i, row); !status) return status;
-    if (Status status = statistic.Row(i, row); !status) return status;
-  }
+  // The last row's position, as a sequential loop shows it.
+  if (csr && n > 0 && !progress.Step(format, n - 1, n)) return Status::Fail(msg::IMb030);
   rows.Close();
   return Status::Ok();
 }
@@ -187,6 +247,8 @@ Status WriteResult(ZoRecordset* records, ZoDatasetVector* result, const ResultFi
 
 Status RunLocal(ZoDatasetVector* source, ZoRecordset* records, ZoDatasetVector* result,
                 const ZoPatternsInformation& info, detail::CallProgress& progress, LocalStatistic& statistic) {
+  if (Status status = CheckPermutations(info.Permutations); !status) return status;
+  statistic.SetPermutations(info.Permutations, info.Seed);
   LumaUnicodeString uniqueField;
   ZoRecordsetPtr ordered;
   if (info.Conceptualization == SpatialWeightsFile) {

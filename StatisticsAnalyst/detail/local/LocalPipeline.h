@@ -7,6 +7,7 @@
 // pass. A statistic supplies only what is its own (LocalStatistic below),
 // so a new local statistic is one small class.
 #include <cstdint>
+#include <memory>
 #include <vector>
 
 #include "StatisticsAnalyst/ZoPatternsInformation.h"
@@ -14,6 +15,7 @@
 #include "StatisticsAnalyst/detail/common/CallProgress.h"
 #include "StatisticsAnalyst/detail/common/SparseRow.h"
 #include "StatisticsAnalyst/detail/common/Status.h"
+#include "StatisticsAnalyst/detail/permutation/ConditionalRandomization.h"
 #include "host/LumaArray.h"
 #include "host/LumaFieldInfo.h"
 #include "host/LumaVariant.h"
@@ -51,6 +53,36 @@ class LocalStatistic {
   virtual Status Classify(bool falseDiscoveryRate) = 0;
   // Feature i's values for the fields of AddFields.
   virtual void Values(std::size_t i, std::vector<LUMA::LumaVariant>& values) const = 0;
+
+  // Permutation inference, asked for before Prepare: P conditional
+  // randomizations of every feature under `seed` (0: none, the default).
+  void SetPermutations(std::int32_t permutations, std::uint64_t seed) { m_permutations = permutations, m_seed = seed; }
+  std::int32_t Permutations() const { return m_permutations; }
+  // After Prepare: the simulations of feature i once Row(i) succeeded. Safe
+  // from several threads at once for different features.
+  void StartSimulations(std::size_t n);
+  void Simulate(std::int64_t i, const SparseRow& row, permutation::ConditionalRandomization::Scratch& scratch);
+
+ protected:
+  // The values the neighbours' draws are taken from, as Prepare left them.
+  virtual const LumaArray<double>& DrawnValues() const = 0;
+  // Whether feature i's statistic is the same whatever its neighbours hold
+  // (its pseudo p-value is then 1).
+  virtual bool Unchanging(std::size_t) const { return false; }
+  // The p-values that decide the bins or types: with simulations, the
+  // pseudo p-values (1 where a feature had none), else `analytic`.
+  const LumaArray<double>& Significance(const LumaArray<double>& analytic);
+  // With simulations, the field of the pseudo p-values (after the others),
+  // and feature i's value for it: null when it had no neighbour to draw.
+  void AddPseudoField(LUMA::LumaFieldInfos& fields, const char* name) const;
+  void PseudoValue(std::size_t i, LUMA::LumaVariant& value) const;
+
+ private:
+  std::int32_t m_permutations = 0;
+  std::uint64_t m_seed = 0;
+  std::unique_ptr<permutation::ConditionalRandomization> m_randomization;
+  LumaArray<double> m_pseudo;  // NaN: no pseudo p-value
+  LumaArray<double> m_significance;
 };
 
 // Runs the statistic on the source's records (ordered by QlID and checked by

@@ -222,6 +222,8 @@ ZoPatternsInformation GiParameters(const LumaUnicodeString& field, const ZoOptim
   gi.DistanceTolerance = band;
   gi.DistanceMethod = info.DistanceMethod;
   gi.FDRCorrection = true;
+  gi.Permutations = info.Permutations;
+  gi.Seed = info.Seed;
   return gi;
 }
 
@@ -293,6 +295,7 @@ Status OptimizedHotSpot(ZoDatasetVector* source, ZoDatasetVector* result, const 
   report.Aggregation = info.Aggregation;
   if (Status s = CheckAnalysisDataset(source); !s) return s;
   if (!result) return Status::Fail(msg::EEg032);
+  if (Status s = CheckPermutations(info.Permutations); !s) return s;
   if (!result->IsOpen()) result->Open();
   if (report.Aggregated && source->GetType() != DatasetPoint) return Status::Fail(msg::EEe018);
   if (result->GetType() != OptimizedResultType(info, source->GetType())) return Status::Fail(msg::EEe017);
