@@ -157,16 +157,23 @@ using ExponentTuple = std::tuple<double, double, double, double, double>;
 
 ExponentTuple AsTuple(const Exponent& r) { return {r.Index, r.ExpectedIndex, r.Variance, r.ZScore, r.PValue}; }
 
+// A global statistic's values, and its permutation test's when it ran.
+py::tuple GlobalValues(const Exponent& r) {
+  if (r.Permutations == 0) return py::make_tuple(r.Index, r.ExpectedIndex, r.Variance, r.ZScore, r.PValue);
+  return py::make_tuple(r.Index, r.ExpectedIndex, r.Variance, r.ZScore, r.PValue, r.Permutations, r.PseudoPValue,
+                        r.SimulatedMean, r.SimulatedVariance, r.SimulatedZScore);
+}
+
 template <class Method>
-ExponentTuple RunGlobal(const std::string& path, const std::string& layer, const ZOC::ZoPatternsInformation& info,
-                        const py::object& progress, Method method) {
+py::tuple RunGlobal(const std::string& path, const std::string& layer, const ZOC::ZoPatternsInformation& info,
+                    const py::object& progress, Method method) {
   Input input = OpenInput(path, layer);
   ZOC::ZoAnalyzingPatterns patterns;
   Exponent r;
   if (!RunWithProgress(patterns, progress,
                        [&] { return (patterns.*method)(input.dataset, info, r, ZOC::front::kReportProgress) != 0; }))
     Fail(patterns.GetStrErrorMes().Str());
-  return AsTuple(r);
+  return GlobalValues(r);
 }
 
 ExponentTuple Ann(const std::string& path, const std::string& layer, double area, int method,
@@ -249,7 +256,8 @@ py::dict OptimizedHotSpot(const std::string& path, const std::string& layer, con
                           const std::string& outLayer, bool overwrite, const std::string& field,
                           const std::string& aggregation, std::optional<double> cellSize,
                           std::optional<double> tolerance, const std::string& polygonsPath,
-                          const std::string& polygonsLayer, int distanceMethod, const py::object& progress) {
+                          const std::string& polygonsLayer, int distanceMethod, const ZOC::ZoPatternsInformation& test,
+                          const py::object& progress) {
   Input input = OpenInput(path, layer);
   ZOC::ZoOptimizedInformation info;
   info.FieldName = field;
@@ -257,6 +265,8 @@ py::dict OptimizedHotSpot(const std::string& path, const std::string& layer, con
   info.CellSize = cellSize;
   info.Tolerance = tolerance;
   info.DistanceMethod = static_cast<ZOC::ZoDistanceMethod>(distanceMethod);
+  info.Permutations = test.Permutations;
+  info.Seed = test.Seed;
   ZOC::front::CheckDistanceMethod(info.DistanceMethod, input);
   Input polygons;
   if (!polygonsPath.empty()) {
@@ -647,7 +657,7 @@ PYBIND11_MODULE(_core, m) {
   m.def("optimized_hotspot", &OptimizedHotSpot, py::arg("path"), py::arg("layer"), py::arg("output"),
         py::arg("output_layer"), py::arg("overwrite"), py::arg("field"), py::arg("aggregation"), py::arg("cell_size"),
         py::arg("tolerance"), py::arg("polygons"), py::arg("polygons_layer"), py::arg("distance_method"),
-        py::arg("progress"));
+        py::arg("permutation_test"), py::arg("progress"));
   m.def("density", &Density, py::arg("path"), py::arg("layer"), py::arg("output"), py::arg("output_layer"),
         py::arg("overwrite"), py::arg("method"), py::arg("min_points"), py::arg("distance"), py::arg("xi"),
         py::arg("progress"));

@@ -73,17 +73,21 @@ def _layer(function, data, layer, output, output_layer, overwrite, suffix, map_v
     return ResultFrame.wrap(frame, *map_view)
 
 
-def moran(data, field, *, layer=None, progress=True, **weights):
+def moran(data, field, *, layer=None, permutations=0, seed=0, progress=True, **weights):
     """Global Moran's I of `field`. `data` is a path (with `layer`) or a
     GeoDataFrame; weights as keywords named like zostat's options:
     ``conceptualization="k-nearest", k=8``, ``distance_band=``, ``exponent=``,
-    ``row_standardize=True``, ``distance_method="manhattan"``, ``weights_file=``."""
-    return _statistic(_core.moran, MoranResult, data, layer, _weights(field, weights), progress)
+    ``row_standardize=True``, ``distance_method="manhattan"``, ``weights_file=``.
+    ``permutations=999`` adds a permutation test under `seed` (the same bits
+    as zostat's ``--permutations 999 --seed S``)."""
+    info = _weights(field, weights, permutations=permutations, seed=seed)
+    return _statistic(_core.moran, MoranResult, data, layer, info, progress)
 
 
-def general_g(data, field, *, layer=None, progress=True, **weights):
+def general_g(data, field, *, layer=None, permutations=0, seed=0, progress=True, **weights):
     """Getis-Ord General G of a non-negative `field`; keywords as for moran()."""
-    return _statistic(_core.general_g, GeneralGResult, data, layer, _weights(field, weights), progress)
+    info = _weights(field, weights, permutations=permutations, seed=seed)
+    return _statistic(_core.general_g, GeneralGResult, data, layer, info, progress)
 
 
 def incremental_spatial_autocorrelation(data, field, *, layer=None, begin_distance=None, increment=None, bands=10,
@@ -168,48 +172,55 @@ def ann(data, *, layer=None, area=0.0, distance_method="euclidean", width=None, 
         return AnnResult(*_call(run, path, name, progress=progress))
 
 
-def hotspot(data, field, *, layer=None, self_weight_field=None, fdr=False, output=None, output_layer=None,
-            overwrite=False, progress=True, **weights):
+def hotspot(data, field, *, layer=None, self_weight_field=None, fdr=False, permutations=0, seed=0, output=None,
+            output_layer=None, overwrite=False, progress=True, **weights):
     """Hot spot analysis (Getis-Ord Gi*): a frame with "Gi_Zscore",
     "Gi_Pvalue" and the confidence bin "Gi_ConfInvl" (-3..3) per feature.
-    With `output` the result layer is also kept in that datasource."""
-    info = _weights(field, weights, self_weight_field=self_weight_field, fdr=fdr)
+    With ``permutations=999`` also "Gi_PseudoP" (conditional randomization
+    under `seed`), which then decides the bins. With `output` the result
+    layer is also kept in that datasource."""
+    info = _weights(field, weights, self_weight_field=self_weight_field, fdr=fdr, permutations=permutations,
+                    seed=seed)
     return _layer(_core.hotspot, data, layer, output, output_layer, overwrite, "_hotspots",
                   ("Gi_ConfInvl", f"Hot spots of {field}"), progress, info)
 
 
-def cluster_outlier(data, field, *, layer=None, fdr=False, output=None, output_layer=None, overwrite=False,
-                    progress=True, **weights):
+def cluster_outlier(data, field, *, layer=None, fdr=False, permutations=0, seed=0, output=None, output_layer=None,
+                    overwrite=False, progress=True, **weights):
     """Cluster and outlier analysis (Anselin local Moran's I): "ALMI_MoranI",
-    "ALMI_Zscore", "ALMI_Pvalue" and "ALMI_Type" (HH, LL, HL, LH or empty)."""
-    info = _weights(field, weights, fdr=fdr)
+    "ALMI_Zscore", "ALMI_Pvalue" and "ALMI_Type" (HH, LL, HL, LH or empty).
+    With ``permutations=999`` also "ALMI_PseudoP", which then decides the
+    types."""
+    info = _weights(field, weights, fdr=fdr, permutations=permutations, seed=seed)
     return _layer(_core.cluster_outlier, data, layer, output, output_layer, overwrite, "_clusters",
                   ("ALMI_Type", f"Clusters and outliers of {field}"), progress, info)
 
 
 def optimized_hotspot(data, field=None, *, layer=None, aggregation="grid", cell_size=None, tolerance=None,
-                      polygons=None, polygons_layer=None, distance_method="euclidean", output=None, output_layer=None,
-                      overwrite=False, progress=True):
+                      polygons=None, polygons_layer=None, distance_method="euclidean", permutations=0, seed=0,
+                      output=None, output_layer=None, overwrite=False, progress=True):
     """Optimized hot spot analysis: Gi* ("Gi_Zscore", "Gi_Pvalue",
     FDR-corrected "Gi_ConfInvl") over a distance band chosen from the data.
     Without `field` the points are incidents, counted first into "Count" per
     grid cell (`cell_size`), integrated point (`tolerance`) or polygon of
     `polygons` (a path or a GeoDataFrame); unset sizes take defaults from the
     incidents' spacing. The frame's ``summary`` reports every choice, under
-    the keys of ``zostat optimized-hotspot --json``."""
+    the keys of ``zostat optimized-hotspot --json``. ``permutations=`` and
+    ``seed=`` add "Gi_PseudoP", as for hotspot()."""
     command = "optimized-hotspot"
     field = "" if field is None else _validate.field(field)
     _validate.option(command, "aggregation", aggregation)
     cell_size = None if cell_size is None else _validate.number(command, "cell-size", cell_size)
     tolerance = None if tolerance is None else _validate.number(command, "tolerance", tolerance)
     method = distance_method_code(distance_method)
+    test = patterns_information(permutations=permutations, seed=seed)
     with _io.scratch() as folder, contextlib.ExitStack() as stack:
         polygons_path, polygons_name = "", ""
         if polygons is not None:
             polygons_path, polygons_name = stack.enter_context(_io.input_layer(polygons, polygons_layer, folder))
         frame, report = _run_layer(_core.optimized_hotspot, data, layer, output, output_layer, overwrite,
                                    "_optimized_hotspots", progress, field, aggregation, cell_size, tolerance,
-                                   os.fspath(polygons_path), polygons_name, method, same_rows=bool(field))
+                                   os.fspath(polygons_path), polygons_name, method, test, same_rows=bool(field))
     result = ResultFrame.wrap(frame, "Gi_ConfInvl", f"Optimized hot spots of {field or 'incidents'}")
     _set_summary(result, report)
     return result

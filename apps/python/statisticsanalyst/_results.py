@@ -1,16 +1,19 @@
 """Result objects of the global statistics and the regressions."""
 from dataclasses import asdict, dataclass
+from typing import Optional
 
 
 class _GlobalResult:
     def to_dict(self):
-        """The values by name, as ``zostat ... --json`` prints them."""
-        return asdict(self)
+        """The values by name, as ``zostat ... --json`` prints them (the
+        permutation test's only when it ran)."""
+        return {k: v for k, v in asdict(self).items() if v is not None}
 
     def __str__(self):
-        width = max(len(k) for k in self.to_dict())
+        values = self.to_dict()
+        width = max(len(k) for k in values)
         lines = [type(self).__doc__.splitlines()[0]]
-        lines += [f"  {k:<{width}}  {v:.10g}" for k, v in self.to_dict().items()]
+        lines += [f"  {k:<{width}}  {v:.10g}" for k, v in values.items()]
         return "\n".join(lines)
 
 
@@ -21,6 +24,14 @@ class _IndexResult(_GlobalResult):
     variance: float
     z_score: float
     p_value: float
+    # The permutation test, when permutations were asked for: the folded
+    # pseudo p-value and the simulated statistics' mean, variance and the
+    # index's z-score against them.
+    permutations: Optional[int] = None
+    pseudo_p_value: Optional[float] = None
+    simulated_mean: Optional[float] = None
+    simulated_variance: Optional[float] = None
+    simulated_z_score: Optional[float] = None
 
 
 @dataclass(frozen=True)

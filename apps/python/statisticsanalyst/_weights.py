@@ -20,9 +20,10 @@ def distance_method_code(value):
 
 def patterns_information(field="", *, conceptualization="inverse-distance", distance_band=-1.0, exponent=1.0,
                          k=1, row_standardize=False, distance_method="euclidean", weights_file=None,
-                         self_weight_field=None, fdr=False, snap_tolerance=0.0):
+                         self_weight_field=None, fdr=False, snap_tolerance=0.0, permutations=0, seed=0):
     """The library's parameter record from keyword arguments. A weights file
-    given alone implies ``conceptualization="weights-file"``."""
+    given alone implies ``conceptualization="weights-file"``. `permutations`
+    and `seed` set the permutation test (0 permutations: none)."""
     options = {}
     if field != "":
         options["field"] = _validate.field(field)
@@ -35,6 +36,8 @@ def patterns_information(field="", *, conceptualization="inverse-distance", dist
     options.update({"conceptualization": _choice(conceptualization), "distance-band": _validate.text(distance_band),
                     "exponent": _validate.text(exponent), "snap-tolerance": _validate.text(snap_tolerance),
                     "k": _validate.text(k), "distance-method": _choice(distance_method)})
+    if permutations != 0:
+        options.update({"permutations": _validate.text(permutations), "seed": _validate.text(seed)})
     for flag, given in (("row-standardize", row_standardize), ("fdr", fdr)):
         if given:
             options[flag] = ""

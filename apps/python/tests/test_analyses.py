@@ -23,6 +23,11 @@ QUEEN_CLI = ["--conceptualization", "contiguity-edges-corners", "--row-standardi
      ["general-g", "--conceptualization", "k-nearest", "--k", "6"]),
     (sa.general_g, "baltim.gpkg", "PRICE", dict(distance_method="manhattan"),
      ["general-g", "--distance-method", "manhattan"]),
+    (sa.moran, "columbus.gpkg", "CRIME", dict(QUEEN, permutations=999, seed=7),
+     ["moran", *QUEEN_CLI, "--permutations", "999", "--seed", "7"]),
+    (sa.general_g, "baltim.gpkg", "PRICE", dict(conceptualization="k-nearest", k=6, permutations=99, seed=2**64 - 1),
+     ["general-g", "--conceptualization", "k-nearest", "--k", "6", "--permutations", "99", "--seed",
+      str(2**64 - 1)]),
 ])
 def test_global_statistics_equal_the_cli(function, dataset, field, weights, cli):
     result = function(data(dataset), field, progress=False, **weights)
@@ -128,6 +133,12 @@ def line_layer(tmp_path):
      ["--field", "PRICE", "--conceptualization", "k-nearest", "--k", "6"]),
     (sa.hotspot, ["Cases"], dict(fdr=True), "hotspot", "ny8.gpkg", ["--field", "Cases", "--fdr"]),
     (sa.cluster_outlier, ["CRIME"], QUEEN, "cluster-outlier", "columbus.gpkg", ["--field", "CRIME", *QUEEN_CLI]),
+    (sa.cluster_outlier, ["CRIME"], dict(QUEEN, fdr=True, permutations=999, seed=5), "cluster-outlier",
+     "columbus.gpkg", ["--field", "CRIME", *QUEEN_CLI, "--fdr", "--permutations", "999", "--seed", "5"]),
+    (sa.hotspot, ["CRIME"], dict(conceptualization="k-nearest", k=4, permutations=499), "hotspot", "columbus.gpkg",
+     ["--field", "CRIME", "--conceptualization", "k-nearest", "--k", "4", "--permutations", "499"]),
+    (sa.optimized_hotspot, ["PRICE"], dict(permutations=99, seed=1), "optimized-hotspot", "baltim.gpkg",
+     ["--field", "PRICE", "--permutations", "99", "--seed", "1"]),
     (sa.optimized_hotspot, [], {}, "optimized-hotspot", "cycle_hire.gpkg", []),
     (sa.optimized_hotspot, [], dict(aggregation="integrate", tolerance=150), "optimized-hotspot", "cycle_hire.gpkg",
      ["--aggregation", "integrate", "--tolerance", "150"]),
@@ -283,6 +294,10 @@ def test_failures_raise_with_identifiers(call, ids):
      ["geodetector", "--dependent", "CRIME", "--factors", "INC", "--detectors", "factor,bogus"]),
     (lambda: sa.geodetector(data("columbus.gpkg"), "CRIME", ["CRIME"]),
      ["geodetector", "--dependent", "CRIME", "--factors", "CRIME"]),
+    (lambda: sa.moran(data("columbus.gpkg"), "CRIME", permutations=-1),
+     ["moran", "--field", "CRIME", "--permutations", "-1"]),
+    (lambda: sa.hotspot(data("columbus.gpkg"), "CRIME", permutations=9, seed=-3),
+     ["hotspot", "--field", "CRIME", "--permutations", "9", "--seed", "-3", "--output", "/tmp/unused.gpkg"]),
     (lambda: sa.incremental_spatial_autocorrelation(data("cycle_hire.gpkg"), "nbikes", distance_method="manhattan"),
      ["incremental", "--input", data("cycle_hire.gpkg"), "--field", "nbikes", "--distance-method", "manhattan"]),
 ])
