@@ -10,6 +10,9 @@
 # knn2nb, nb2listw(style = "B") and the test (moran.test and globalG.test
 # with randomisation; localG over include.self for Gi*; localmoran). Each
 # R timing re-reads the file and rebuilds the weights, as zostat does.
+# The permutation rows run 999 conditional permutations per feature:
+# zostat's --permutations 999 against spdep's localG_perm (over include.self)
+# and localmoran_perm with nsim = 999 and their other defaults.
 # PySAL: Debian packages libpysal (weights) but not esda (the statistics),
 # so it is not part of the comparison.
 here=$(cd "$(dirname "$0")" && pwd)
@@ -27,6 +30,9 @@ zs[moran]=$(zsec moran --input "$points" "${knn[@]}")
 zs[general-g]=$(zsec general-g --input "$points" "${knn[@]}")
 zs[hotspot]=$(zsec hotspot --input "$points" "${knn[@]}" --output "$tmp/gi.gpkg" --overwrite)
 zs[cluster-outlier]=$(zsec cluster-outlier --input "$points" "${knn[@]}" --output "$tmp/lm.gpkg" --overwrite)
+zs[hotspot-999]=$(zsec hotspot --input "$points" "${knn[@]}" --output "$tmp/gi.gpkg" --overwrite --permutations 999)
+zs[cluster-outlier-999]=$(zsec cluster-outlier --input "$points" "${knn[@]}" --output "$tmp/lm.gpkg" --overwrite \
+  --permutations 999)
 
 Rscript - "$points" > "$tmp/r.txt" <<'RS'
 suppressPackageStartupMessages({ library(sf); library(spdep) })
@@ -42,10 +48,12 @@ run("moran", function() { w <- weights(); moran.test(w$x, w$lw, randomisation = 
 run("general-g", function() { w <- weights(); globalG.test(w$x, w$lw) })
 run("hotspot", function() { w <- weights(TRUE); localG(w$x, w$lw) })
 run("cluster-outlier", function() { w <- weights(); localmoran(w$x, w$lw) })
+run("hotspot-999", function() { w <- weights(TRUE); localG_perm(w$x, w$lw, nsim = 999) })
+run("cluster-outlier-999", function() { w <- weights(); localmoran_perm(w$x, w$lw, nsim = 999) })
 RS
 
-printf '%-16s %10s %10s %8s   (%d points, k-nearest 8)\n' statistic "zostat s" "spdep s" ratio "$n"
+printf '%-20s %10s %10s %8s   (%d points, k-nearest 8)\n' statistic "zostat s" "spdep s" ratio "$n"
 while read -r name seconds; do
-  printf '%-16s %10s %10s %7.1fx\n' "$name" "${zs[$name]}" "$seconds" \
+  printf '%-20s %10s %10s %7.1fx\n' "$name" "${zs[$name]}" "$seconds" \
     "$(python3 -c "print($seconds / max(${zs[$name]}, 0.001))")"
 done < "$tmp/r.txt"

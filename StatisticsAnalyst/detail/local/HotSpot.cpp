@@ -1,5 +1,6 @@
 #include "StatisticsAnalyst/detail/local/HotSpot.h"
 
+#include <algorithm>
 #include <cmath>
 
 #include "StatisticsAnalyst/detail/common/FeatureData.h"
@@ -45,8 +46,10 @@ Status HotSpot::Prepare(const LumaArray<double>& values, const LumaArray<double>
   for (double v : values) sum += v, sumSquares += v * v;
   m_mean = sum / static_cast<double>(n);
   m_sd = std::sqrt(sumSquares / static_cast<double>(n) - m_mean * m_mean);
-  // Without spread every draw gives the observed sum: nothing to test.
-  if (Permutations() > 0 && !(m_sd > 0)) return Status::Fail(msg::ESa021).Then(msg::ESa035);
+  // Equal values give every draw the observed sum: nothing to test. (The
+  // standard deviation of equal values need not come out exactly 0.)
+  const auto [low, high] = std::minmax_element(values.begin(), values.end());
+  if (Permutations() > 0 && (values.empty() || *low == *high)) return Status::Fail(msg::ESa021).Then(msg::ESa035);
   m_z.assign(n, 0.0);
   m_p.assign(n, 0.0);
   return Status::Ok();
