@@ -51,10 +51,10 @@ void PrintResult(const Options& options, const Exponent& r, const char* name, co
     char lines[512];
     std::snprintf(lines, sizeof lines,
                   "Permutation test (%d permutations, seed %s)\n"
-                  "  pseudo p-value:    %.10g\n"
-                  "  Simulated mean:    %.10g\n"
+                  "  Pseudo p-value:     %.10g\n"
+                  "  Simulated mean:     %.10g\n"
                   "  Simulated variance: %.10g\n"
-                  "  z-score:           %.10g\n",
+                  "  Simulated z-score:  %.10g\n",
                   r.Permutations, options.Get("seed", "0").c_str(), r.PseudoPValue, r.SimulatedMean,
                   r.SimulatedVariance, r.SimulatedZScore);
     permutation = lines;
