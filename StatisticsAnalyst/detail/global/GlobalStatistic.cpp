@@ -108,7 +108,7 @@ Status PermutationTest(const LumaArray<double>& values, const permutation::RowSt
   if constexpr (Sums::kDiagonalInColumns) {
     const std::vector<double> d = MoranSums::Deviations(values);
     double s0 = 0, d2 = 0;
-    for (double w : store.m_weights) s0 += w;
+    for (double w : store.weights) s0 += w;
     for (double v : d) d2 += v * v;
     const double scale = static_cast<double>(d.size()) / (s0 * d2);
     status = permutation::SimulateGlobal(permutation::GlobalForm::CrossProduct, d, store, scale, info.Permutations,

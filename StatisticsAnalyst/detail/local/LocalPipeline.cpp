@@ -202,21 +202,18 @@ Status ComputeRows(Rows& rows, std::int64_t n, detail::CallProgress& progress, L
           },
           statistic);
     } else {
+      auto fromBatch = [&](std::int64_t i, SparseRow&) -> const SparseRow& {
+        return batch[static_cast<std::size_t>(i - first)];
+      };
       for (std::int64_t i = first; i < last; ++i) {
         if (!progress.Step(format, i, n)) return Status::Fail(msg::IMb030);
         if (Status read = rows.Next(i, batch[static_cast<std::size_t>(i - first)]); !read) {
           // The features before the unreadable row would have failed first.
-          auto before = [&](std::int64_t k, SparseRow&) -> const SparseRow& {
-            return batch[static_cast<std::size_t>(k - first)];
-          };
-          if (Status earlier = ComputeRange(first, i, before, statistic); !earlier) return earlier;
+          if (Status earlier = ComputeRange(first, i, fromBatch, statistic); !earlier) return earlier;
           return read;
         }
       }
-      status = ComputeRange(
-          first, last,
-          [&](std::int64_t i, SparseRow&) -> const SparseRow& { return batch[static_cast<std::size_t>(i - first)]; },
-          statistic);
+      status = ComputeRange(first, last, fromBatch, statistic);
     }
     if (!status) return status;
   }

@@ -12,15 +12,15 @@
 namespace ZOC::detail::permutation {
 
 void RowStore::Add(std::int64_t i, const SparseRow& row, bool withDiagonal) {
-  bool flagged = false;
+  bool weighted = false;
   for (std::size_t k = 0; k < row.columns.size(); ++k) {
-    if (!limits::IsZero(row.weights[k])) flagged = true;
+    if (!limits::IsZero(row.weights[k])) weighted = true;
     if (!withDiagonal && row.columns[k] == i) continue;
-    m_columns.push_back(row.columns[k]);
-    m_weights.push_back(row.weights[k]);
+    columns.push_back(row.columns[k]);
+    weights.push_back(row.weights[k]);
   }
-  m_flagged.push_back(flagged ? 1 : 0);
-  m_offsets.push_back(static_cast<std::int64_t>(m_columns.size()));
+  flagged.push_back(weighted ? 1 : 0);
+  offsets.push_back(static_cast<std::int64_t>(columns.size()));
 }
 
 namespace {
@@ -31,10 +31,10 @@ double Score(GlobalForm form, const double* y, const RowStore& rows) {
   if (form == GlobalForm::GeneralG)
     for (std::int64_t i = 0; i < n; ++i) total += y[i];
   for (std::int64_t i = 0; i < n; ++i) {
-    if (form == GlobalForm::GeneralG && !rows.m_flagged[static_cast<std::size_t>(i)]) continue;
+    if (form == GlobalForm::GeneralG && !rows.flagged[static_cast<std::size_t>(i)]) continue;
     double lag = 0.0;
-    for (auto k = rows.m_offsets[static_cast<std::size_t>(i)]; k < rows.m_offsets[static_cast<std::size_t>(i) + 1]; ++k)
-      lag += rows.m_weights[static_cast<std::size_t>(k)] * y[rows.m_columns[static_cast<std::size_t>(k)]];
+    for (auto k = rows.offsets[static_cast<std::size_t>(i)]; k < rows.offsets[static_cast<std::size_t>(i) + 1]; ++k)
+      lag += rows.weights[static_cast<std::size_t>(k)] * y[rows.columns[static_cast<std::size_t>(k)]];
     numerator += y[i] * lag;
     if (form == GlobalForm::GeneralG) denominator += y[i] * (total - y[i]);
   }

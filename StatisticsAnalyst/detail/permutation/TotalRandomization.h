@@ -15,18 +15,17 @@ namespace ZOC::detail::permutation {
 
 // A whole dataset's weights rows, laid end to end in feature order: held
 // once so that every shuffle reads them from memory.
-class RowStore {
- public:
+struct RowStore {
   // Row i (rows come in order 0, 1, ...); `withDiagonal` false leaves a
   // stored w(i, i) out of the row but still lets it flag the row.
   void Add(std::int64_t i, const SparseRow& row, bool withDiagonal);
-  std::int64_t Count() const { return static_cast<std::int64_t>(m_offsets.size()) - 1; }
+  std::int64_t Count() const { return static_cast<std::int64_t>(offsets.size()) - 1; }
 
-  std::vector<std::int64_t> m_offsets{0};
-  std::vector<std::int32_t> m_columns;
-  std::vector<double> m_weights;
+  std::vector<std::int64_t> offsets{0};
+  std::vector<std::int32_t> columns;
+  std::vector<double> weights;
   // Whether the row held a weight outside (-1e-20, 1e-20), the diagonal included.
-  std::vector<std::uint8_t> m_flagged;
+  std::vector<std::uint8_t> flagged;
 };
 
 // The statistic a shuffle is scored with.
