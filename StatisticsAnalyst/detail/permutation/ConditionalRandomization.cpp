@@ -22,26 +22,44 @@ namespace {
 // chance; which one runs depends on the number of neighbours only.
 constexpr std::size_t kRejectionDraws = 24;
 
+// Σ w[m] value(m), m < k, in four interleaved partial sums: the additions of
+// one chain overlap those of the others instead of waiting on each other.
+// The observed sum is taken by the same function, so that it is rounded as
+// the simulated ones are and an equal draw is seen as a tie.
+template <class Value>
+double WeightedSum(const double* w, std::size_t k, Value value) {
+  double s0 = 0.0, s1 = 0.0, s2 = 0.0, s3 = 0.0;
+  std::size_t m = 0;
+  for (; m + 4 <= k; m += 4) {
+    s0 += w[m] * value(m);
+    s1 += w[m + 1] * value(m + 1);
+    s2 += w[m + 2] * value(m + 2);
+    s3 += w[m + 3] * value(m + 3);
+  }
+  for (; m < k; ++m) s0 += w[m] * value(m);
+  return (s0 + s1) + (s2 + s3);
+}
+
 }  // namespace
 
 bool ConditionalRandomization::Simulate(std::int64_t i, const SparseRow& row, Scratch& scratch, Simulated& out) const {
   scratch.weights.clear();
-  double observed = 0.0;
+  scratch.keys.clear();
   for (std::size_t k = 0; k < row.columns.size(); ++k) {
     if (row.columns[k] == i) continue;
-    const double v = m_values[row.columns[k]];
     scratch.weights.push_back(row.weights[k]);
-    observed += row.weights[k] * v;
+    scratch.keys.push_back(row.columns[k]);
   }
   const std::size_t k = scratch.weights.size();
   if (k == 0 || m_n < 2) return false;
+  const double observed =
+      WeightedSum(scratch.weights.data(), k, [&](std::size_t m) { return m_values[scratch.keys[m]]; });
   // Draws are taken from positions 0 .. n-2, which skip feature i.
   const auto others = static_cast<std::int32_t>(m_n - 1);
   const auto self = static_cast<std::int32_t>(i);
   const std::size_t draws = std::min<std::size_t>(k, static_cast<std::size_t>(others));
   CounterStream stream(m_seed, static_cast<std::uint64_t>(i));
   const bool dense = draws > kRejectionDraws;
-  scratch.keys.resize(std::max<std::size_t>(scratch.keys.size(), draws));
   if (dense && scratch.indices.size() != static_cast<std::size_t>(others)) {
     scratch.indices.resize(static_cast<std::size_t>(others));
     std::iota(scratch.indices.begin(), scratch.indices.end(), 0);
@@ -59,23 +77,32 @@ bool ConditionalRandomization::Simulate(std::int64_t i, const SparseRow& row, Sc
         table[r] = table[m];
         table[m] = picked;
         scratch.swaps.push_back(r);
-        sum += w[m] * m_values[picked + (picked >= self)];
       }
+      sum = WeightedSum(w, draws, [&](std::size_t m) { return m_values[table[m] + (table[m] >= self)]; });
       for (std::size_t m = draws; m-- > 0;) std::swap(table[m], table[scratch.swaps[m]]);
     } else {
-      // All draws first, then all values: the loads do not wait on each other.
+      // A 256-bit filter of the positions drawn so far (by their low bits)
+      // settles most draws as new without comparing them to the earlier ones.
       std::int32_t* drawn = scratch.keys.data();
+      // The keys held the neighbours of the observed sum and now take the draws.
+      std::uint64_t seen[4] = {0, 0, 0, 0};
       for (std::size_t m = 0; m < draws; ++m) {
         std::int32_t r;
-        bool repeated;
-        do {
+        for (;;) {
           r = static_cast<std::int32_t>(stream.Below(static_cast<std::uint32_t>(others)));
-          repeated = false;
+          std::uint64_t& word = seen[(r >> 6) & 3];
+          const std::uint64_t bit = std::uint64_t{1} << (r & 63);
+          if ((word & bit) == 0) {
+            word |= bit;
+            break;
+          }
+          bool repeated = false;
           for (std::size_t q = 0; q < m; ++q) repeated |= drawn[q] == r;
-        } while (repeated);
+          if (!repeated) break;
+        }
         drawn[m] = r;
       }
-      for (std::size_t m = 0; m < draws; ++m) sum += w[m] * m_values[drawn[m] + (drawn[m] >= self)];
+      sum = WeightedSum(w, draws, [&](std::size_t m) { return m_values[drawn[m] + (drawn[m] >= self)]; });
     }
     result.atLeast += sum >= observed;
     result.atMost += sum <= observed;

@@ -8,6 +8,8 @@
 // or on sixteen, on any platform (only 32-bit integer arithmetic is used).
 #include <array>
 #include <cstdint>
+#include <string>
+#include <vector>
 
 namespace ZOC::detail::permutation {
 
@@ -24,45 +26,32 @@ inline std::array<std::uint32_t, 4> Philox4x32(std::array<std::uint32_t, 4> coun
   return counter;
 }
 
-// Blocks `block` .. `block` + kLanes - 1 of stream (s0, s1) at once: the
-// rounds of independent blocks interleave, so the multiplier is kept busy
-// instead of waiting on one block's chain of rounds. Same words as
-// Philox4x32 of each counter.
-inline constexpr int kLanes = 4;
-inline void Philox4x32Lanes(std::uint64_t block, std::uint32_t s0, std::uint32_t s1, std::array<std::uint32_t, 2> key,
-                            std::uint32_t (&out)[4 * kLanes]) {
-  constexpr std::uint64_t kM0 = 0xD2511F53u, kM1 = 0xCD9E8D57u;
-  constexpr std::uint32_t kW0 = 0x9E3779B9u, kW1 = 0xBB67AE85u;
-  std::uint32_t c0[kLanes], c1[kLanes], c2[kLanes], c3[kLanes];
-  for (int l = 0; l < kLanes; ++l) {
-    const std::uint64_t b = block + static_cast<std::uint64_t>(l);
-    c0[l] = static_cast<std::uint32_t>(b), c1[l] = static_cast<std::uint32_t>(b >> 32), c2[l] = s0, c3[l] = s1;
-  }
-  for (int round = 0; round < 10; ++round) {
-    if (round > 0) key[0] += kW0, key[1] += kW1;
-    for (int l = 0; l < kLanes; ++l) {
-      const std::uint64_t p0 = kM0 * c0[l], p1 = kM1 * c2[l];
-      const std::uint32_t n0 = static_cast<std::uint32_t>(p1 >> 32) ^ c1[l] ^ key[0];
-      const std::uint32_t n2 = static_cast<std::uint32_t>(p0 >> 32) ^ c3[l] ^ key[1];
-      c0[l] = n0, c1[l] = static_cast<std::uint32_t>(p1), c2[l] = n2, c3[l] = static_cast<std::uint32_t>(p0);
-    }
-  }
-  for (int l = 0; l < kLanes; ++l)
-    out[4 * l] = c0[l], out[4 * l + 1] = c1[l], out[4 * l + 2] = c2[l], out[4 * l + 3] = c3[l];
-}
+// A stream is enciphered a chunk of kChunkBlocks consecutive blocks at a
+// time. Within a chunk the words are ordered word-major: word j of block
+// `first` + l is word 16 j + l, so that vector units can encipher the blocks
+// side by side and store each word of all of them at once.
+inline constexpr int kChunkBlocks = 16;
+inline constexpr int kChunkWords = 4 * kChunkBlocks;
+using PhiloxChunkFunction = void (*)(std::uint64_t first, std::uint64_t stream, std::uint64_t seed, std::uint32_t* out);
 
-// The stream numbered `stream` under `seed`: blocks 0, 1, 2, ... of the
-// counter (block, stream), four 32-bit words a block, in order.
+// Blocks `first` .. `first` + 15 of counter (block, stream) under key `seed`,
+// with the widest vector instructions this processor has. Every
+// implementation gives the same words.
+void PhiloxChunk(std::uint64_t first, std::uint64_t stream, std::uint64_t seed, std::uint32_t* out);
+
+// The implementations this processor can run, by name ("portable" always),
+// for the tests that hold them to the same words.
+std::vector<std::pair<std::string, PhiloxChunkFunction>> PhiloxChunkImplementations();
+
+// The stream numbered `stream` under `seed`: chunk 0, 1, 2, ... in order.
 class CounterStream {
  public:
-  CounterStream(std::uint64_t seed, std::uint64_t stream)
-      : m_key{static_cast<std::uint32_t>(seed), static_cast<std::uint32_t>(seed >> 32)},
-        m_stream{static_cast<std::uint32_t>(stream), static_cast<std::uint32_t>(stream >> 32)} {}
+  CounterStream(std::uint64_t seed, std::uint64_t stream) : m_seed(seed), m_stream(stream) {}
 
   std::uint32_t Next() {
-    if (m_used == 4 * kLanes) {
-      Philox4x32Lanes(m_block, m_stream[0], m_stream[1], m_key, m_words);
-      m_block += kLanes;
+    if (m_used == kChunkWords) {
+      PhiloxChunk(m_block, m_stream, m_seed, m_words);
+      m_block += kChunkBlocks;
       m_used = 0;
     }
     return m_words[m_used++];
@@ -84,11 +73,11 @@ class CounterStream {
   }
 
  private:
-  std::array<std::uint32_t, 2> m_key;
-  std::array<std::uint32_t, 2> m_stream;
+  std::uint64_t m_seed;
+  std::uint64_t m_stream;
   std::uint64_t m_block = 0;
-  std::uint32_t m_words[4 * kLanes] = {};
-  int m_used = 4 * kLanes;
+  std::uint32_t m_words[kChunkWords] = {};
+  int m_used = kChunkWords;
 };
 
 }  // namespace ZOC::detail::permutation

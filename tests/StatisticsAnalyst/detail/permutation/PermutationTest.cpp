@@ -38,13 +38,30 @@ TEST(CounterRandom, PhiloxKnownAnswersAndStreams) {
   };
   for (const Vector& v : vectors) EXPECT_EQ(permutation::Philox4x32(v.counter, v.key), v.output);
 
-  // A stream is its blocks in counter order, whatever the lanes computed at once.
+  // Every implementation this processor runs enciphers a chunk as the block
+  // function does, word-major, even when the block number carries into its
+  // high word; a stream is its chunks in counter order.
   const std::uint64_t seed = 0x0123456789abcdefULL, stream = 0xfedcba9876543210ULL;
-  permutation::CounterStream s(seed, stream);
-  for (std::uint32_t block = 0; block < 9; ++block) {
-    const auto words = permutation::Philox4x32({block, 0, 0x76543210u, 0xfedcba98u}, {0x89abcdefu, 0x01234567u});
-    for (std::uint32_t word : words) EXPECT_EQ(s.Next(), word) << block;
+  const std::array<std::uint32_t, 2> key{0x89abcdefu, 0x01234567u};
+  for (const auto& [name, chunk] : permutation::PhiloxChunkImplementations()) {
+    for (const std::uint64_t first : {std::uint64_t{0}, std::uint64_t{0xfffffff8u}}) {
+      std::uint32_t words[permutation::kChunkWords];
+      chunk(first, stream, seed, words);
+      for (int l = 0; l < permutation::kChunkBlocks; ++l) {
+        const std::uint64_t block = first + l;
+        const auto expected = permutation::Philox4x32(
+            {static_cast<std::uint32_t>(block), static_cast<std::uint32_t>(block >> 32), 0x76543210u, 0xfedcba98u},
+            key);
+        for (int j = 0; j < 4; ++j)
+          EXPECT_EQ(words[permutation::kChunkBlocks * j + l], expected[j]) << name << " " << block;
+      }
+    }
   }
+  permutation::CounterStream s(seed, stream);
+  std::uint32_t second[permutation::kChunkWords];
+  permutation::PhiloxChunk(permutation::kChunkBlocks, stream, seed, second);
+  for (int w = 0; w < permutation::kChunkWords; ++w) s.Next();
+  for (std::uint32_t word : second) EXPECT_EQ(s.Next(), word);
   // Below stays below its bound and reaches both ends.
   permutation::CounterStream t(7, 3);
   int seen[5] = {};
