@@ -155,6 +155,7 @@ bool ZoRecordset::ReadColumns(const std::vector<LumaUnicodeString>& fields, bool
     detail::LayerState& st = *r.state;
     detail::ColumnRequest request;
     request.points = points;
+    request.expected = r.fids.size();
     for (const LumaUnicodeString& name : fields) {
       const int field = st.FindField(name.Str());
       if (field < 0) return false;

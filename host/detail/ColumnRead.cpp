@@ -188,6 +188,12 @@ bool ReadColumns(OGRLayer& layer, const ColumnRequest& request, ColumnData& out)
   out = ColumnData();
   out.values.resize(request.fields.size());
   out.nulls.resize(request.fields.size());
+  // Sized once: growing by doubling would touch (and have the system zero)
+  // about twice the memory of the columns at 10^7 records.
+  out.fids.reserve(request.expected);
+  for (std::size_t f = 0; f < request.fields.size(); ++f)
+    out.values[f].reserve(request.expected), out.nulls[f].reserve(request.expected);
+  if (request.points) out.points.reserve(request.expected), out.hasPoint.reserve(request.expected);
   for (;;) {
     BatchGuard batch;
     if (stream.stream.get_next(&stream.stream, &batch.array) != 0) return false;

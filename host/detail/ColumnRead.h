@@ -14,8 +14,9 @@
 namespace ZOC::detail {
 
 struct ColumnRequest {
-  std::vector<int> fields;  // layer field indices, each a plain number
-  bool points = false;      // also the point of every feature
+  std::vector<int> fields;   // layer field indices, each a plain number
+  bool points = false;       // also the point of every feature
+  std::size_t expected = 0;  // how many records the stream should bring, to size the columns once
 };
 
 struct ColumnData {

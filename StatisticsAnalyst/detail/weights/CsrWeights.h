@@ -76,9 +76,12 @@ class CsrWeights {
   void FindReverse(const std::vector<std::int64_t>* order);
   // Lays the rows out in feature order, if they are not already.
   void InFeatureOrder();
+  // Room for the entries of all rows, foreseen when `total` passes the arrays' capacity.
+  void Reserve(std::int64_t total);
 
   std::uint64_t m_budget = 0;
-  std::int64_t m_next = 0;  // the row Append sets
+  std::int64_t m_next = 0;     // the row Append sets
+  std::int64_t m_rowsSet = 0;  // rows set so far, which foretell the entries of all
   // Row i's weights are at [begin, end) of the arrays below; rows lie in the
   // order they were set, which need not be feature order. Both bounds share
   // a cache line, since rows are looked up at random for w(j, i).
