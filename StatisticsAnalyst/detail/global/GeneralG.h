@@ -21,6 +21,8 @@ class GeneralGSums {
   void AddPart(const Part& part);
   std::vector<double>& Columns() { return m_col; }
   static constexpr bool kDiagonalInColumns = false;
+  // The per-feature values RowTerms reads at each row's columns.
+  const double* Gathered() const { return m_x.data(); }
 
  private:
   const LumaArray<double>& m_x;

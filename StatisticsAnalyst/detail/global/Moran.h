@@ -24,6 +24,8 @@ class MoranSums {
   void AddPart(const Part& part);
   std::vector<double>& Columns() { return m_col; }
   static constexpr bool kDiagonalInColumns = true;
+  // The per-feature values RowTerms reads at each row's columns.
+  const double* Gathered() const { return m_d.data(); }
 
  private:
   std::vector<double> m_d;  // deviations from the mean
