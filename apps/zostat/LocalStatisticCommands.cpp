@@ -21,6 +21,14 @@ namespace {
 std::map<std::string, long long> Tally(ZOC::ZoDatasetVector* dataset, const std::string& field) {
   std::map<std::string, long long> counts;
   ZOC::ZoRecordsetPtr records(dataset->Query(ZOC::ZoQueryDef()));
+  // An integer field (the bins) is read as one column: at 10^7 features
+  // record by record takes seconds.
+  ZOC::ZoRecordset::Columns column;
+  if (records && records->ReadColumns({field.c_str()}, false, column)) {
+    for (std::size_t k = 0; k < column.values[0].size(); ++k)
+      ++counts[column.nulls[0][k] ? std::string() : std::to_string(static_cast<long long>(column.values[0][k]))];
+    return counts;
+  }
   LUMA::LumaVariant value;
   for (bool more = records && records->MoveFirst(); more && !records->IsEOF(); more = records->MoveNext()) {
     records->GetFieldValue(field, value);
