@@ -255,11 +255,19 @@ bool ZoDatasetVector::AppendRecords(ZoRecordset* source,
     detail::AppendProgress shown{progress, source->GetRecordCount()};
     if (!shown.Start()) return false;
     std::int64_t done = 0;
+    // One feature is filled again for every record, and each source
+    // geometry of the layer's kind moves over rather than being copied: the
+    // source record is read afresh whenever it is visited again.
+    OGRFeatureUniquePtr out(OGRFeature::CreateFeature(defn));
     for (source->MoveFirst(); !source->IsEOF(); source->MoveNext()) {
-      const OGRFeature* in = source->m_impl->current.get();
-      OGRFeatureUniquePtr out(OGRFeature::CreateFeature(defn));
+      OGRFeature* in = source->m_impl->current.get();
+      out->Reset();
       if (withGeometry && in && in->GetGeometryRef()) {
-        if (OGRGeometry* g = detail::GeometryForLayer(*in->GetGeometryRef(), layerType)) out->SetGeometryDirectly(g);
+        const OGRwkbGeometryType kind = in->GetGeometryRef()->getGeometryType();
+        if (layerType == wkbUnknown || wkbFlatten(layerType) == wkbFlatten(kind))
+          out->SetGeometryDirectly(in->StealGeometry());
+        else if (OGRGeometry* g = detail::GeometryForLayer(*in->GetGeometryRef(), layerType))
+          out->SetGeometryDirectly(g);
       }
       detail::CopyFields(in, source->GetID(), pairs, *out);
       if (!extra.Fill(done, fill, *out)) return false;

@@ -18,6 +18,7 @@
 #include <vector>
 
 #include "StatisticsAnalyst/ZoPatternsInformation.h"
+#include "StatisticsAnalyst/detail/common/RowsAhead.h"
 #include "StatisticsAnalyst/detail/common/SparseRow.h"
 #include "StatisticsAnalyst/detail/common/Status.h"
 #include "host/LumaArray.h"
@@ -50,27 +51,18 @@ bool FeedParallel(Sums& sums, std::int64_t n, const Fetch& fetch, const Step& st
     bool outOfMemory = false;  // an exception must not leave the parallel region
 #pragma omp parallel
     {
-      // Rows are fetched kAhead - 1 ahead of the one summed, and the values
-      // at their columns asked for meanwhile: beyond the caches (10^7
-      // features) each is otherwise a wait on memory. The rows are still
-      // summed one by one in order.
-      constexpr std::int64_t kAhead = 4;
-      SparseRow ring[kAhead];
-      const double* gathered = sums.Gathered();
+      RowsAhead rows(sums.Gathered());
 #pragma omp for schedule(dynamic)
       for (std::int64_t b = 0; b < blocks; ++b) {
         const std::int64_t begin = first + b * kSumBlock, end = std::min(last, first + (b + 1) * kSumBlock);
-        const auto ahead = [&](std::int64_t i) {
-          SparseRow& row = ring[i % kAhead];
-          fetch(i, row);
-          for (const std::int32_t j : row.columns) __builtin_prefetch(gathered + j);
-        };
         try {
-          for (std::int64_t i = begin; i < std::min(end, begin + kAhead - 1); ++i) ahead(i);
-          for (std::int64_t i = begin; i < end; ++i) {
-            if (i + kAhead - 1 < end) ahead(i + kAhead - 1);
-            sums.RowTerms(i, ring[i % kAhead], parts[static_cast<std::size_t>(b)]);
-          }
+          rows.Run(
+              begin, end,
+              [&](std::int64_t i, SparseRow& buffer) -> const SparseRow& {
+                fetch(i, buffer);
+                return buffer;
+              },
+              [&](std::int64_t i, const SparseRow& row) { sums.RowTerms(i, row, parts[static_cast<std::size_t>(b)]); });
         } catch (...) {
 #pragma omp atomic write
           outOfMemory = true;

@@ -10,6 +10,7 @@
 #include "StatisticsAnalyst/detail/common/Checks.h"
 #include "StatisticsAnalyst/detail/common/FeatureData.h"
 #include "StatisticsAnalyst/detail/common/Limits.h"
+#include "StatisticsAnalyst/detail/common/RowsAhead.h"
 #include "StatisticsAnalyst/detail/weights/AnalysisWeightsFile.h"
 #include "StatisticsAnalyst/detail/weights/WeightRows.h"
 #include "host/ZoEngineToolkit.h"
@@ -153,22 +154,26 @@ template <class Fetch>
 Status ComputeRange(std::int64_t first, std::int64_t last, const Fetch& fetch, LocalStatistic& statistic) {
   std::int64_t failedAt = last;
   Status failure;
-  bool outOfMemory = false;  // an exception must not leave the parallel region
+  bool outOfMemory = false;          // an exception must not leave the parallel region
+  constexpr std::int64_t kRun = 64;  // features a thread takes at a time
+  const std::int64_t runs = (last - first + kRun - 1) / kRun;
 #pragma omp parallel
   {
-    SparseRow buffer;
+    RowsAhead rows(statistic.Gathered());
     permutation::ConditionalRandomization::Scratch scratch;
-#pragma omp for schedule(dynamic, 64)
-    for (std::int64_t i = first; i < last; ++i) {
+#pragma omp for schedule(dynamic)
+    for (std::int64_t r = 0; r < runs; ++r) {
       try {
-        const SparseRow& row = fetch(i, buffer);
-        Status status = statistic.Row(i, row);
-        if (status) {
-          statistic.Simulate(i, row, scratch);
-          continue;
-        }
+        rows.Run(first + r * kRun, std::min(last, first + (r + 1) * kRun), fetch,
+                 [&](std::int64_t i, const SparseRow& row) {
+                   Status status = statistic.Row(i, row);
+                   if (status) {
+                     statistic.Simulate(i, row, scratch);
+                     return;
+                   }
 #pragma omp critical(local_row_failure)
-        if (i < failedAt) failedAt = i, failure = std::move(status);
+                   if (i < failedAt) failedAt = i, failure = std::move(status);
+                 });
       } catch (...) {
 #pragma omp atomic write
         outOfMemory = true;

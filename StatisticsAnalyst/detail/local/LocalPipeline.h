@@ -62,6 +62,8 @@ class LocalStatistic {
   // from several threads at once for different features.
   void StartSimulations(std::size_t n);
   void Simulate(std::int64_t i, const SparseRow& row, permutation::ConditionalRandomization::Scratch& scratch);
+  // After Prepare: the per-feature values Row reads at a row's columns.
+  const double* Gathered() const { return DrawnValues().data(); }
 
  protected:
   // The values the neighbours' draws are taken from, as Prepare left them.
