@@ -81,10 +81,12 @@ bool ConditionalRandomization::Simulate(std::int64_t i, const SparseRow& row, Sc
       sum = WeightedSum(w, draws, [&](std::size_t m) { return m_values[table[m] + (table[m] >= self)]; });
       for (std::size_t m = draws; m-- > 0;) std::swap(table[m], table[scratch.swaps[m]]);
     } else {
-      // A 256-bit filter of the positions drawn so far (by their low bits)
-      // settles most draws as new without comparing them to the earlier ones.
+      // The keys held the neighbours of the observed sum and now take the
+      // draws: all of them first, then all values, so that the loads do not
+      // wait on each other. A 256-bit filter of the positions drawn so far
+      // (by their low bits) settles most draws as new without comparing
+      // them to the earlier ones.
       std::int32_t* drawn = scratch.keys.data();
-      // The keys held the neighbours of the observed sum and now take the draws.
       std::uint64_t seen[4] = {0, 0, 0, 0};
       for (std::size_t m = 0; m < draws; ++m) {
         std::int32_t r;

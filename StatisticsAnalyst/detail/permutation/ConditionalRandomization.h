@@ -40,7 +40,7 @@ class ConditionalRandomization {
     std::vector<double> weights;        // the neighbours' weights, diagonal left out
     std::vector<std::int32_t> indices;  // a dense index table for many neighbours
     std::vector<std::int32_t> swaps;    // undo log of that table
-    std::vector<std::int32_t> keys;     // a permutation's draws
+    std::vector<std::int32_t> keys;     // the neighbours, then a permutation's draws
   };
 
   // P simulations for feature i with weights row `row` (a stored diagonal

@@ -7,6 +7,7 @@
 #include "host/LumaVariant.h"
 #include "host/ZoFile.h"
 #include "host/ZoMessageIds.h"
+#include "host/ZoRecordset.h"
 
 namespace ZOC::detail::weights {
 
@@ -74,13 +75,29 @@ Status PrepareBuild(ZoDatasetVector* dataset, const LumaUnicodeString& uniqueIdF
   if (Status s = CheckBuildParameters(ordered.get(), info); !s) return s;
   // The order puts equal IDs next to each other.
   uniqueIndex.clear();
-  uniqueIndex.reserve(static_cast<std::size_t>(ordered->GetRecordCount()));
-  LUMA::LumaVariant value;
-  for (bool more = ordered->MoveFirst(); more && !ordered->IsEOF(); more = ordered->MoveNext()) {
-    ordered->GetFieldValue(uniqueIdField, value);
-    const std::int32_t id = value.ToInt();
-    if (!uniqueIndex.empty() && uniqueIndex.back().UniqueID == id) return Status::Fail(msg::ESa044);
+  const std::int64_t count = ordered->GetRecordCount();
+  uniqueIndex.reserve(static_cast<std::size_t>(count));
+  const auto take = [&](std::int32_t id) {
+    if (!uniqueIndex.empty() && uniqueIndex.back().UniqueID == id) return false;
     uniqueIndex.push_back({id, 0});
+    return true;
+  };
+  // The IDs come without reading a feature: the system ID from the query's
+  // own list, a field as one column (a null reads as 0 either way); a record
+  // at a time only when the layer cannot be read by columns.
+  ZoRecordset::Columns column;
+  if (uniqueIdField.EqualsNoCase(kSystemIdField)) {
+    for (std::int64_t k = 0; k < count; ++k)
+      if (!take(LUMA::LumaVariant(ordered->GetIDAt(k)).ToInt())) return Status::Fail(msg::ESa044);
+  } else if (ordered->ReadColumns({uniqueIdField}, false, column)) {
+    for (const double id : column.values[0])
+      if (!take(LUMA::LumaVariant(id).ToInt())) return Status::Fail(msg::ESa044);
+  } else {
+    LUMA::LumaVariant value;
+    for (bool more = ordered->MoveFirst(); more && !ordered->IsEOF(); more = ordered->MoveNext()) {
+      ordered->GetFieldValue(uniqueIdField, value);
+      if (!take(value.ToInt())) return Status::Fail(msg::ESa044);
+    }
   }
   ordered->MoveFirst();
   records = std::move(ordered);
