@@ -12,6 +12,9 @@ namespace ZOC {
 
 using LUMA::LumaUnicodeString;
 
+// The most permutations a permutation test may ask for (`Permutations`).
+inline constexpr std::int32_t kMaxPermutations = 1000000;
+
 // How neighbours and their weights are defined.
 enum ZoConceptualizationModel : std::int32_t {
   InverseDistance = 1,         // 1 / d^Exponent within the band
@@ -68,7 +71,7 @@ class SA_API ZoPatternsInformation {
   // tolerance of their own. Must be finite and 0 or more.
   double SnapTolerance = 0.0;
   // Permutation inference beside the analytic p-values (Moran's I, General
-  // G, Gi* and local Moran's I): the number of permutations, 0 to 1000000;
+  // G, Gi* and local Moran's I): the number of permutations, 0 to kMaxPermutations;
   // 0, the default, runs none. Local statistics are tested by conditional
   // randomization (each feature keeps its value, its neighbours' values are
   // drawn from the others), global ones by shuffling all values.

@@ -4,6 +4,7 @@
 #include <cmath>
 #include <initializer_list>
 
+#include "StatisticsAnalyst/ZoPatternsInformation.h"
 #include "common/Errors.h"
 #include "common/GeoDetectorOptions.h"
 #include "host/ZoMessageIds.h"
@@ -84,7 +85,7 @@ void CheckDomain(const std::string& command, const std::string& name, const std:
     if (k < 1 || k > 2147483647LL) throw UsageError(msg::EUa057, "--k must be at least 1, not " + value);
   } else if (name == "permutations") {
     const long long p = Whole(name, value);
-    if (p < 0 || p > 1000000) throw UsageError(msg::ESa109, "--permutations " + value);
+    if (p < 0 || p > ZOC::kMaxPermutations) throw UsageError(msg::ESa109, "--permutations " + value);
   } else if (name == "seed") {
     SeedNamed(value);
   } else if (name == "min-points") {

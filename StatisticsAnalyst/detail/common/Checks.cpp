@@ -37,7 +37,7 @@ Status CheckNumericField(ZoDatasetVector* dataset, const LUMA::LumaUnicodeString
 }
 
 Status CheckPermutations(std::int32_t permutations) {
-  if (permutations >= 0 && permutations <= 1000000) return Status::Ok();
+  if (permutations >= 0 && permutations <= kMaxPermutations) return Status::Ok();
   return Status::Fail(msg::ESa109, {LUMA::LumaUnicodeString(std::to_string(permutations))});
 }
 

@@ -14,9 +14,6 @@ namespace ZOC::detail::permutation {
 
 namespace {
 
-constexpr std::uint32_t kM0 = 0xD2511F53u, kM1 = 0xCD9E8D57u;
-constexpr std::uint32_t kW0 = 0x9E3779B9u, kW1 = 0xBB67AE85u;
-
 void PortableChunk(std::uint64_t first, std::uint64_t stream, std::uint64_t seed, std::uint32_t* out) {
   const std::array<std::uint32_t, 2> key{static_cast<std::uint32_t>(seed), static_cast<std::uint32_t>(seed >> 32)};
   for (int l = 0; l < kChunkBlocks; ++l) {
@@ -54,7 +51,7 @@ __attribute__((target("avx512f"))) void Avx512Chunk(std::uint64_t first, std::ui
     c2[v] = _mm512_set1_epi64(static_cast<std::uint32_t>(stream));
     c3[v] = _mm512_set1_epi64(static_cast<std::uint32_t>(stream >> 32));
   }
-  const __m512i m0 = _mm512_set1_epi64(kM0), m1 = _mm512_set1_epi64(kM1);
+  const __m512i m0 = _mm512_set1_epi64(kPhiloxM0), m1 = _mm512_set1_epi64(kPhiloxM1);
   auto k0 = static_cast<std::uint32_t>(seed), k1 = static_cast<std::uint32_t>(seed >> 32);
   for (int round = 0; round < 10; ++round) {
     const __m512i key0 = _mm512_set1_epi64(k0), key1 = _mm512_set1_epi64(k1);
@@ -65,7 +62,7 @@ __attribute__((target("avx512f"))) void Avx512Chunk(std::uint64_t first, std::ui
       c2[v] = _mm512_ternarylogic_epi64(_mm512_srli_epi64(p0, 32), c3[v], key1, 0x96);
       c1[v] = p1, c3[v] = p0;
     }
-    k0 += kW0, k1 += kW1;
+    k0 += kPhiloxW0, k1 += kPhiloxW1;
   }
   for (int v = 0; v < kVectors; ++v) {
     const __m512i* words[4] = {&c0[v], &c1[v], &c2[v], &c3[v]};
@@ -86,7 +83,7 @@ __attribute__((target("avx2"))) void Avx2Chunk(std::uint64_t first, std::uint64_
     c2[v] = _mm256_set1_epi64x(static_cast<std::uint32_t>(stream));
     c3[v] = _mm256_set1_epi64x(static_cast<std::uint32_t>(stream >> 32));
   }
-  const __m256i m0 = _mm256_set1_epi64x(kM0), m1 = _mm256_set1_epi64x(kM1);
+  const __m256i m0 = _mm256_set1_epi64x(kPhiloxM0), m1 = _mm256_set1_epi64x(kPhiloxM1);
   auto k0 = static_cast<std::uint32_t>(seed), k1 = static_cast<std::uint32_t>(seed >> 32);
   for (int round = 0; round < 10; ++round) {
     const __m256i key0 = _mm256_set1_epi64x(k0), key1 = _mm256_set1_epi64x(k1);
@@ -96,7 +93,7 @@ __attribute__((target("avx2"))) void Avx2Chunk(std::uint64_t first, std::uint64_
       c2[v] = _mm256_xor_si256(_mm256_xor_si256(_mm256_srli_epi64(p0, 32), c3[v]), key1);
       c1[v] = p1, c3[v] = p0;
     }
-    k0 += kW0, k1 += kW1;
+    k0 += kPhiloxW0, k1 += kPhiloxW1;
   }
   alignas(32) std::uint64_t lanes[4][kChunkBlocks];
   for (int v = 0; v < kVectors; ++v) {

@@ -13,13 +13,15 @@
 
 namespace ZOC::detail::permutation {
 
+// Philox4x32's round multipliers and key increments (Weyl constants).
+inline constexpr std::uint32_t kPhiloxM0 = 0xD2511F53u, kPhiloxM1 = 0xCD9E8D57u;
+inline constexpr std::uint32_t kPhiloxW0 = 0x9E3779B9u, kPhiloxW1 = 0xBB67AE85u;
+
 // One Philox4x32-10 block: the 128-bit counter enciphered under the 64-bit key.
 inline std::array<std::uint32_t, 4> Philox4x32(std::array<std::uint32_t, 4> counter, std::array<std::uint32_t, 2> key) {
-  constexpr std::uint64_t kM0 = 0xD2511F53u, kM1 = 0xCD9E8D57u;
-  constexpr std::uint32_t kW0 = 0x9E3779B9u, kW1 = 0xBB67AE85u;
   for (int round = 0; round < 10; ++round) {
-    if (round > 0) key[0] += kW0, key[1] += kW1;
-    const std::uint64_t p0 = kM0 * counter[0], p1 = kM1 * counter[2];
+    if (round > 0) key[0] += kPhiloxW0, key[1] += kPhiloxW1;
+    const std::uint64_t p0 = std::uint64_t{kPhiloxM0} * counter[0], p1 = std::uint64_t{kPhiloxM1} * counter[2];
     counter = {static_cast<std::uint32_t>(p1 >> 32) ^ counter[1] ^ key[0], static_cast<std::uint32_t>(p1),
                static_cast<std::uint32_t>(p0 >> 32) ^ counter[3] ^ key[1], static_cast<std::uint32_t>(p0)};
   }
