@@ -2,7 +2,8 @@
 # The performance targets in one run: at N points (default 1000000),
 # k-nearest 8, moran and general-g against `ogr2ogr -f CSV /vsistdout/` of
 # the same file, hotspot and cluster-outlier against `ogr2ogr` copying the
-# points to a new GeoPackage; ten incremental bands against one moran at the
+# points to a new GeoPackage (hotspot once more replacing its layer in the
+# file it wrote); ten incremental bands against one moran at the
 # largest band, the optimized hot spot analysis against the copy; the
 # geographical detector with three integer factors of 10 strata against the
 # CSV dump of the same file. Elapsed and
@@ -39,6 +40,9 @@ row moran "$(measure "$z" moran --input "$points" "${knn[@]}")" "$csv" "the CSV 
 row general-g "$(measure "$z" general-g --input "$points" "${knn[@]}")" "$csv" "the CSV dump"
 row hotspot "$(measure "$z" hotspot --input "$points" "${knn[@]}" --output "$tmp/gi.gpkg" --overwrite)" "$copy" \
   "the GeoPackage copy"
+# The same run again replaces the layer inside the file it just wrote.
+row "hotspot, replaced" "$(measure "$z" hotspot --input "$points" "${knn[@]}" --output "$tmp/gi.gpkg" --overwrite)" \
+  "$copy" "the GeoPackage copy"
 row cluster-outlier "$(measure "$z" cluster-outlier --input "$points" "${knn[@]}" --output "$tmp/lm.gpkg" --overwrite)" \
   "$copy" "the GeoPackage copy"
 row "moran (file path)" "$(measure "$z" moran --input "$points" "${knn[@]}" --memory-budget 0.001)" "$csv" "the CSV dump"

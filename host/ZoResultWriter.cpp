@@ -9,6 +9,7 @@
 #include <cerrno>
 #include <filesystem>
 #include <functional>
+#include <optional>
 #include <string>
 #include <system_error>
 
@@ -21,6 +22,7 @@
 #include "host/detail/DatasetInternals.h"
 #include "host/detail/GdalSession.h"
 #include "host/detail/GeometryConversion.h"
+#include "host/detail/GpkgRowCopy.h"
 #include "host/detail/GpkgSpatialIndex.h"
 #include "host/detail/PrjAccess.h"
 
@@ -133,7 +135,9 @@ struct ZoResultWriter::Impl {
   bool OpenTarget();
   bool CreateFile(const fs::path& at, const std::string& format);
   void Discard();
-  OGRLayer* Copy(OGRLayer& from, GDALDataset& target, const std::string& name, ZoProgress* progress);
+  // With `rows` false only the layer and its fields are made.
+  OGRLayer* Copy(OGRLayer& from, GDALDataset& target, const std::string& name, ZoProgress* progress, bool rows = true);
+  bool CopyStagedRows(OGRLayer& from, const std::string& name, long long expected, ZoProgress* progress);
   bool CopyFeatures(OGRLayer& from, OGRLayer& to, GDALDataset& target, ZoProgress* progress);
   bool Holds(long long expected, int fields, OGRLayer& written);
   bool TrialWrite();
@@ -457,10 +461,13 @@ bool ZoResultWriter::Impl::CommitInPlace(ZoProgress* progress) {
     std::string name = layer + "_zostat_tmp_" + TemporarySuffix();
     while (FindLayer(*ds, name)) name += "_";
     temporary = name;
-    OGRLayer* copy = Copy(from, *ds, name, progress);
+    // A GeoPackage's rows are copied by SQLite once GDAL has made the layer
+    // and let go of the file.
+    OGRLayer* copy = Copy(from, *ds, name, progress, driver != "GPKG");
     if (!copy) return false;
     index = {path.string(), name, copy->GetFIDColumn(), copy->GetGeometryColumn(), false};
   }
+  if (driver == "GPKG" && !CopyStagedRows(from, index.table, expected, progress)) return false;
   if (driver == "GPKG" && type != wkbNone && !BuildIndex(index, expected, progress, 90, 99)) return false;
   if (!CheckAndSwap(path, index.table, expected, fields)) return false;
   temporary.clear();  // it has the layer's own name now
@@ -540,8 +547,8 @@ bool ZoResultWriter::Impl::CommitStaged(ZoProgress* progress) {
 
 // Creates `name` in `target` with the result's schema and copies every
 // feature into it; null after a failure (the caller removes what was made).
-OGRLayer* ZoResultWriter::Impl::Copy(OGRLayer& from, GDALDataset& target, const std::string& name,
-                                     ZoProgress* progress) {
+OGRLayer* ZoResultWriter::Impl::Copy(OGRLayer& from, GDALDataset& target, const std::string& name, ZoProgress* progress,
+                                     bool rows) {
   detail::QuietErrors quiet;
   OGRLayer* to = NewLayer(target, driver, name);
   if (!to) return nullptr;
@@ -556,7 +563,38 @@ OGRLayer* ZoResultWriter::Impl::Copy(OGRLayer& from, GDALDataset& target, const 
     Fail(msg::EUa017, "the format did not keep every field");
     return nullptr;
   }
-  return CopyFeatures(from, *to, target, progress) ? to : nullptr;
+  return !rows || CopyFeatures(from, *to, target, progress) ? to : nullptr;
+}
+
+// The staged rows into the empty layer `name` of the output, as SQLite
+// stores them; through GDAL when the tables do not match column for column.
+bool ZoResultWriter::Impl::CopyStagedRows(OGRLayer& from, const std::string& name, long long expected,
+                                          ZoProgress* progress) {
+  std::function<bool(double)> keepGoing;
+  if (progress)
+    keepGoing = [&](double done) {
+      progress->SetProgressPos(static_cast<int>(90 * done));
+      return !progress->IsCanceled();
+    };
+  // GDAL keeps the staged layer's extent in memory until it closes the file.
+  std::optional<detail::Extent> extent;
+  OGREnvelope e;
+  if (type != wkbNone && from.GetExtent(&e, FALSE) == OGRERR_NONE)
+    extent = detail::Extent{e.MinX, e.MinY, e.MaxX, e.MaxY};
+  std::string why;
+  long long copied = 0;
+  switch (detail::CopyGpkgRows({file.string(), from.GetName()}, {path.string(), name}, extent, expected, keepGoing,
+                               copied, why)) {
+    case detail::RowCopy::Copied: written = copied; return true;
+    case detail::RowCopy::Cancelled: return Fail(msg::IMb030, "");
+    case detail::RowCopy::Failed: return Fail(msg::EUa016, why);
+    case detail::RowCopy::Unsuitable: break;
+  }
+  detail::QuietErrors quiet;
+  GdalPtr ds(OpenOutput(path, true));
+  OGRLayer* to = ds ? FindLayer(*ds, name) : nullptr;
+  if (!to) return Fail(msg::EUa014, quiet.Message());
+  return CopyFeatures(from, *to, *ds, progress);
 }
 
 bool ZoResultWriter::Impl::CopyFeatures(OGRLayer& from, OGRLayer& to, GDALDataset& target, ZoProgress* progress) {

@@ -1,7 +1,5 @@
 #include "host/detail/GpkgSpatialIndex.h"
 
-#include <sqlite3.h>
-
 #include <algorithm>
 #include <cmath>
 #include <cstring>
@@ -11,6 +9,8 @@
 #include <vector>
 
 #include <ogr_geometry.h>
+
+#include "host/detail/Sqlite.h"
 
 namespace ZOC::detail {
 
@@ -28,39 +28,11 @@ struct Entry {
   float box[4];  // min x, max x, min y, max y
 };
 
-struct SqliteClose {
-  void operator()(sqlite3* db) const { sqlite3_close_v2(db); }
-};
-struct StatementFinalize {
-  void operator()(sqlite3_stmt* s) const { sqlite3_finalize(s); }
-};
-using Connection = std::unique_ptr<sqlite3, SqliteClose>;
-using Statement = std::unique_ptr<sqlite3_stmt, StatementFinalize>;
-
-std::string Quoted(const std::string& text, char quote) {
-  std::string out(1, quote);
-  for (char c : text) {
-    if (c == quote) out += quote;
-    out += c;
-  }
-  return out + quote;
-}
-std::string Ident(const std::string& name) { return Quoted(name, '"'); }
-std::string Literal(const std::string& text) { return Quoted(text, '\''); }
-
-bool Exec(sqlite3* db, const std::string& sql, std::string& error) {
-  char* message = nullptr;
-  if (sqlite3_exec(db, sql.c_str(), nullptr, nullptr, &message) == SQLITE_OK) return true;
-  error = message ? message : sqlite3_errmsg(db);
-  sqlite3_free(message);
-  return false;
-}
-
-Statement Prepare(sqlite3* db, const std::string& sql, std::string& error) {
-  sqlite3_stmt* s = nullptr;
-  if (sqlite3_prepare_v2(db, sql.c_str(), -1, &s, nullptr) != SQLITE_OK) error = sqlite3_errmsg(db);
-  return Statement(s);
-}
+using sqlite::Exec;
+using sqlite::Ident;
+using sqlite::Literal;
+using sqlite::Prepare;
+using sqlite::Statement;
 
 // The nearest floats at or beyond a double, so that a stored box always
 // holds the geometry's exact box.
@@ -330,14 +302,8 @@ int RtreeNodeSize(int pageSize) { return std::min(pageSize - 64, kHeaderBytes + 
 bool BuildGpkgSpatialIndex(const GpkgIndexTarget& target, long long features,
                            const std::function<bool(double)>& keepGoing, bool& cancelled, std::string& error) {
   cancelled = false;
-  sqlite3* raw = nullptr;
-  const int rc = sqlite3_open_v2(target.path.c_str(), &raw, SQLITE_OPEN_READWRITE, nullptr);
-  Connection db(raw);
-  if (rc != SQLITE_OK) {
-    error = raw ? sqlite3_errmsg(raw) : "cannot open " + target.path;
-    return false;
-  }
-  sqlite3_busy_timeout(db.get(), 5000);
+  sqlite::Connection db = sqlite::OpenForWriting(target.path, error);
+  if (!db) return false;
   if (target.scratch && !Exec(db.get(), "PRAGMA synchronous = OFF", error)) return false;
   if (!Exec(db.get(), "BEGIN IMMEDIATE", error)) return false;
   const auto hint = static_cast<std::size_t>(std::clamp<long long>(features, 0, 1LL << 32));

@@ -142,9 +142,10 @@ TEST(ResultGeoPackage, StreamedPointsReadBackWithASoundIndex) {
   EXPECT_EQ(satest::FilesIn(dir.path()), (std::vector<std::string>{"empty.gpkg", "none.gpkg", "out.gpkg", "src.gpkg"}));
 }
 
-// Rectangles replacing a layer of an existing file: the index follows the
-// layer's new name, its triggers keep it right through GDAL's own inserts,
-// moves and deletes, and the neighbouring layer is untouched.
+// Rectangles replacing a layer of an existing file: the layer holds the
+// rows, count and extent a new file gets, the index follows the layer's new
+// name, its triggers and the feature count's keep them right through GDAL's
+// own inserts, moves and deletes, and the neighbouring layer is untouched.
 TEST(ResultGeoPackage, IndexOfAReplacedLayerFollowsLaterEdits) {
   satest::TempDir dir;
   std::vector<Box> boxes = WriteSource(dir.File("src.gpkg"), 3000, true);
@@ -152,6 +153,13 @@ TEST(ResultGeoPackage, IndexOfAReplacedLayerFollowsLaterEdits) {
   ASSERT_NO_FATAL_FAILURE(WriteResult(dir.File("src.gpkg"), dir.File("out.gpkg"), false));
   ASSERT_NO_FATAL_FAILURE(WriteResult(dir.File("src.gpkg"), dir.File("out.gpkg"), true));
   ExpectSoundIndex(dir.File("out.gpkg"), boxes);
+  ASSERT_NO_FATAL_FAILURE(WriteResult(dir.File("src.gpkg"), dir.File("new.gpkg"), false));
+  const char* count = "SELECT feature_count FROM gpkg_ogr_contents WHERE table_name = 'res'";
+  for (const char* sql :
+       {"SELECT group_concat(fid || ':' || hex(geom) || ':' || Result_Score, ',') FROM res", count,
+        "SELECT group_concat(name) FROM (SELECT name FROM sqlite_master WHERE tbl_name = 'res' ORDER BY name)",
+        "SELECT min_x || ' ' || min_y || ' ' || max_x || ' ' || max_y FROM gpkg_contents WHERE table_name = 'res'"})
+    EXPECT_EQ(Ask(dir.File("out.gpkg"), sql), Ask(dir.File("new.gpkg"), sql)) << sql;
   EXPECT_EQ(Ask(dir.File("out.gpkg"),
                 "SELECT group_concat(table_name) FROM (SELECT table_name FROM gpkg_contents ORDER BY table_name)"),
             "res,src");
@@ -173,6 +181,7 @@ TEST(ResultGeoPackage, IndexOfAReplacedLayerFollowsLaterEdits) {
     boxes[0] = {NAN, NAN, NAN, NAN};
   }
   ExpectSoundIndex(dir.File("out.gpkg"), boxes);
+  EXPECT_EQ(Ask(dir.File("out.gpkg"), count), "3000");
   GDALDatasetUniquePtr back(GDALDataset::Open(dir.File("out.gpkg").c_str(), GDAL_OF_VECTOR | GDAL_OF_READONLY));
   ExpectFilterMatchesBruteForce(*back->GetLayerByName("res"), boxes);
   back->GetLayerByName("res")->SetSpatialFilterRect(4999, 4999, 5000.5, 5000.5);

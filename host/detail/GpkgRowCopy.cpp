@@ -1,0 +1,190 @@
+#include "host/detail/GpkgRowCopy.h"
+
+#include <algorithm>
+#include <cctype>
+#include <utility>
+#include <vector>
+
+#include "host/detail/Sqlite.h"
+
+namespace ZOC::detail {
+
+namespace {
+
+using sqlite::Exec;
+using sqlite::Ident;
+using sqlite::Prepare;
+using sqlite::Statement;
+
+constexpr const char* kStage = "zo_stage";
+
+// Each text of a one-column query, with `arg` bound to ?1.
+bool Texts(sqlite3* db, const std::string& sql, const std::string& arg, std::vector<std::string>& out,
+           std::string& error) {
+  Statement s = Prepare(db, sql, error);
+  if (!s) return false;
+  sqlite3_bind_text(s.get(), 1, arg.c_str(), -1, SQLITE_TRANSIENT);
+  int rc;
+  while ((rc = sqlite3_step(s.get())) == SQLITE_ROW) {
+    const auto* text = reinterpret_cast<const char*>(sqlite3_column_text(s.get(), 0));
+    out.emplace_back(text ? text : "");
+  }
+  if (rc != SQLITE_DONE) error = sqlite3_errmsg(db);
+  return rc == SQLITE_DONE;
+}
+
+std::vector<std::string> Columns(sqlite3* db, const char* schema, const std::string& table, std::string& error) {
+  std::vector<std::string> names;
+  Texts(db, std::string("SELECT name FROM pragma_table_info(?1, '") + schema + "')", table, names, error);
+  return names;
+}
+
+// The coordinate system id of the table's geometry column, as text; empty
+// for a table without one.
+std::string SrsId(sqlite3* db, const char* schema, const std::string& table, std::string& error) {
+  std::vector<std::string> ids;
+  Texts(db,
+        std::string("SELECT CAST(srs_id AS TEXT) FROM ") + schema +
+            ".gpkg_geometry_columns WHERE lower(table_name) = lower(?1)",
+        table, ids, error);
+  return ids.empty() ? std::string() : ids.front();
+}
+
+bool HasTable(sqlite3* db, const char* schema, const char* table) {
+  std::string ignored;
+  std::vector<std::string> found;
+  return Texts(db, std::string("SELECT name FROM ") + schema + ".sqlite_master WHERE type = 'table' AND name = ?1",
+               table, found, ignored) &&
+         !found.empty();
+}
+
+bool Unsuitable(sqlite3* db, const GpkgTable& from, const GpkgTable& to, std::string& error) {
+  const std::vector<std::string> source = Columns(db, kStage, from.table, error);
+  const std::vector<std::string> target = Columns(db, "main", to.table, error);
+  auto same = [](const std::string& a, const std::string& b) {
+    return a.size() == b.size() && sqlite3_stricmp(a.c_str(), b.c_str()) == 0;
+  };
+  if (source.empty() || !std::equal(source.begin(), source.end(), target.begin(), target.end(), same)) return true;
+  // Each geometry blob names its coordinate system by the file's own id.
+  if (SrsId(db, kStage, from.table, error) != SrsId(db, "main", to.table, error)) return true;
+  std::vector<std::string> any;
+  return !Texts(db, "SELECT 1 FROM main." + Ident(to.table) + " WHERE ?1 IS NOT NULL LIMIT 1", "x", any, error) ||
+         !any.empty();
+}
+
+// A file URI for `path` that opens it read-only: every byte outside the
+// unreserved characters and '/' percent-encoded.
+std::string ReadOnlyUri(const std::string& path) {
+  static const char* hex = "0123456789ABCDEF";
+  std::string uri = "file:";
+  for (unsigned char c : path) {
+    if (std::isalnum(c) || c == '/' || c == '-' || c == '.' || c == '_' || c == '~') {
+      uri += static_cast<char>(c);
+    } else {
+      uri += '%';
+      uri += hex[c >> 4];
+      uri += hex[c & 15];
+    }
+  }
+  return uri + "?mode=ro";
+}
+
+// Polled by SQLite every few thousand steps of the copy.
+struct Poll {
+  const std::function<bool(double)>* keepGoing;
+  double steps = 0, expected = 1;
+  bool cancelled = false;
+};
+constexpr int kStepsPerPoll = 1 << 14;
+
+int OnProgress(void* p) {
+  auto& poll = *static_cast<Poll*>(p);
+  poll.steps += kStepsPerPoll;
+  if ((*poll.keepGoing)(std::min(0.99, poll.steps / poll.expected))) return 0;
+  poll.cancelled = true;
+  return 1;
+}
+
+// Inside the open transaction: the triggers of the target table (GDAL's
+// feature count, which would update gpkg_ogr_contents once per row) are
+// dropped for the copy and made again after it.
+RowCopy Copy(sqlite3* db, const GpkgTable& from, const GpkgTable& to, const std::optional<Extent>& extent,
+             long long rows, const std::function<bool(double)>& keepGoing, long long& copied, std::string& error) {
+  std::vector<std::string> triggers, bodies;
+  const char* ofTable = "FROM main.sqlite_master WHERE type = 'trigger' AND lower(tbl_name) = lower(?1) ORDER BY name";
+  if (!Texts(db, std::string("SELECT name ") + ofTable, to.table, triggers, error) ||
+      !Texts(db, std::string("SELECT sql ") + ofTable, to.table, bodies, error))
+    return RowCopy::Failed;
+  for (const std::string& name : triggers)
+    if (!Exec(db, "DROP TRIGGER main." + Ident(name), error)) return RowCopy::Failed;
+
+  std::string columns;
+  for (const std::string& c : Columns(db, "main", to.table, error)) columns += (columns.empty() ? "" : ", ") + Ident(c);
+  Poll poll{&keepGoing};
+  poll.expected = std::max(1.0, static_cast<double>(rows)) * 12.0;  // about a dozen steps a row
+  if (keepGoing) sqlite3_progress_handler(db, kStepsPerPoll, OnProgress, &poll);
+  const bool inserted = Exec(db,
+                             "INSERT INTO main." + Ident(to.table) + " (" + columns + ") SELECT " + columns + " FROM " +
+                                 kStage + "." + Ident(from.table),
+                             error);
+  sqlite3_progress_handler(db, 0, nullptr, nullptr);
+  if (poll.cancelled) return RowCopy::Cancelled;
+  if (!inserted) return RowCopy::Failed;
+  copied = sqlite3_changes64(db);
+
+  const std::string target = sqlite::Literal(to.table);
+  if (HasTable(db, "main", "gpkg_ogr_contents") &&
+      !Exec(db,
+            "UPDATE main.gpkg_ogr_contents SET feature_count = " + std::to_string(copied) +
+                " WHERE lower(table_name) = lower(" + target + ")",
+            error))
+    return RowCopy::Failed;
+  if (extent) {
+    Statement update = Prepare(db,
+                               "UPDATE main.gpkg_contents SET min_x = ?1, min_y = ?2, max_x = ?3, max_y = ?4 WHERE "
+                               "lower(table_name) = lower(" +
+                                   target + ")",
+                               error);
+    if (!update) return RowCopy::Failed;
+    for (int i = 0; i < 4; ++i) sqlite3_bind_double(update.get(), i + 1, (*extent)[static_cast<std::size_t>(i)]);
+    if (sqlite3_step(update.get()) != SQLITE_DONE) {
+      error = sqlite3_errmsg(db);
+      return RowCopy::Failed;
+    }
+  }
+  for (const std::string& sql : bodies)
+    if (!Exec(db, sql, error)) return RowCopy::Failed;
+  return RowCopy::Copied;
+}
+
+}  // namespace
+
+RowCopy CopyGpkgRows(const GpkgTable& from, const GpkgTable& to, const std::optional<Extent>& extent, long long rows,
+                     const std::function<bool(double)>& keepGoing, long long& copied, std::string& error) {
+  copied = 0;
+  sqlite::Connection db = sqlite::OpenForWriting(to.path, error);
+  if (!db) return RowCopy::Failed;
+  {
+    // Read-only: the copy's write transaction then takes no lock on the
+    // stage, which GDAL still has open.
+    Statement attach = Prepare(db.get(), std::string("ATTACH DATABASE ?1 AS ") + kStage, error);
+    if (!attach) return RowCopy::Failed;
+    const std::string uri = ReadOnlyUri(from.path);
+    sqlite3_bind_text(attach.get(), 1, uri.c_str(), -1, SQLITE_TRANSIENT);
+    if (sqlite3_step(attach.get()) != SQLITE_DONE) {
+      error = sqlite3_errmsg(db.get());
+      return RowCopy::Failed;
+    }
+  }
+  if (Unsuitable(db.get(), from, to, error)) return RowCopy::Unsuitable;
+  error.clear();
+  if (!Exec(db.get(), "BEGIN IMMEDIATE", error)) return RowCopy::Failed;
+  const RowCopy done = Copy(db.get(), from, to, extent, rows, keepGoing, copied, error);
+  if (done == RowCopy::Copied && Exec(db.get(), "COMMIT", error)) return done;
+  std::string ignored;
+  Exec(db.get(), "ROLLBACK", ignored);
+  copied = 0;
+  return done == RowCopy::Copied ? RowCopy::Failed : done;
+}
+
+}  // namespace ZOC::detail
