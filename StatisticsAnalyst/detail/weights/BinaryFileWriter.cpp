@@ -21,6 +21,7 @@ struct BinaryRowSink {
   std::FILE* file;
   std::FILE* flags;  // null unless the K-nearest flag matrix is written too
   std::int64_t n;
+  std::vector<std::int64_t>* columnCounts;  // null unless asked for
   std::vector<RowRecord> records;
 
   bool operator()(std::int64_t i, const std::vector<std::int64_t>& columns, const std::vector<double>& weights) {
@@ -28,6 +29,8 @@ struct BinaryRowSink {
     for (std::size_t h = 0; h < columns.size(); ++h)
       records[h] = {static_cast<std::int32_t>(i), static_cast<std::int32_t>(columns[h]), weights[h]};
     if (!WriteRecords(file, records)) return false;
+    if (columnCounts)
+      for (std::int64_t j : columns) ++(*columnCounts)[static_cast<std::size_t>(j)];
     if (flags) {
       for (std::int64_t j : columns)
         if (!SetFlag(flags, n, i, j)) return false;
@@ -67,16 +70,17 @@ Status WriteFileTables(std::FILE* file, std::int64_t offset, const LumaArray<ZoS
 
 Status WriteBinaryRows(std::FILE* file, std::FILE* flags, ZoRecordset* records, const ZoPatternsInformation& info,
                        LumaArray<ZoSWMFileUniqueIndex>& uniqueIndex, LumaArray<double>& rowSums,
-                       BuildProgress* progress) {
+                       BuildProgress* progress, std::vector<std::int64_t>* columnCounts) {
   RowBuilder rows;
   if (Status s = rows.Prepare(records, info); !s) return s;
-  BinaryRowSink sink{file, flags, rows.Count(), {}};
+  if (columnCounts) columnCounts->assign(static_cast<std::size_t>(rows.Count()), 0);
+  BinaryRowSink sink{file, flags, rows.Count(), columnCounts, {}};
   return WriteRows(rows, uniqueIndex, rowSums, info.Standardization, progress, sink);
 }
 
 Status BuildBinaryFile(ZoDatasetVector* dataset, const LumaUnicodeString& uniqueIdField, const LumaUnicodeString& path,
                        const LumaUnicodeString* flagPath, const ZoPatternsInformation& info, ZoProgress* progress,
-                       bool show) {
+                       bool show, std::vector<std::int64_t>* columnCounts) {
   return Guarded([&]() -> Status {
     LumaArray<ZoSWMFileUniqueIndex> uniqueIndex;
     ZoRecordsetPtr records;
@@ -107,8 +111,8 @@ Status BuildBinaryFile(ZoDatasetVector* dataset, const LumaUnicodeString& unique
     BuildProgress buildProgress(progress, show, false);
     ZoPatternsInformation rowsInfo = info;
     rowsInfo.DistanceMethod = method;
-    if (Status s =
-            WriteBinaryRows(file.get(), flags.get(), records.get(), rowsInfo, uniqueIndex, rowSums, &buildProgress);
+    if (Status s = WriteBinaryRows(file.get(), flags.get(), records.get(), rowsInfo, uniqueIndex, rowSums,
+                                   &buildProgress, columnCounts);
         !s)
       return s;
     if (!WriteFileTables(file.get(), offset, uniqueIndex, info.Standardization, rowSums) ||

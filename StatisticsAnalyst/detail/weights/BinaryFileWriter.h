@@ -8,6 +8,7 @@
 // the output's name; the temporary goes on any failure or cancellation.
 #include <cstdint>
 #include <cstdio>
+#include <vector>
 
 #include "StatisticsAnalyst/ZoPatternsInformation.h"
 #include "StatisticsAnalyst/ZoWeightRecords.h"
@@ -37,9 +38,11 @@ Status WriteFileTables(std::FILE* file, std::int64_t offset, const LumaArray<ZoS
 // standardizing, each row sum; also marks the flag matrix when `flags` is
 // open. The row builder's failures, "IMb030" when cancelled, "ESa049" when
 // writing fails.
+// `columnCounts`, when given, is filled with the number of rows holding each
+// column (one entry per row of the file).
 Status WriteBinaryRows(std::FILE* file, std::FILE* flags, ZoRecordset* records, const ZoPatternsInformation& info,
                        LumaArray<ZoSWMFileUniqueIndex>& uniqueIndex, LumaArray<double>& rowSums,
-                       BuildProgress* progress);
+                       BuildProgress* progress, std::vector<std::int64_t>* columnCounts = nullptr);
 
 // Builds the binary weights file of the dataset at `path`, with the K-nearest
 // flag matrix at `flagPath` when that is given: the checks of PrepareBuild,
@@ -47,6 +50,6 @@ Status WriteBinaryRows(std::FILE* file, std::FILE* flags, ZoRecordset* records, 
 // cancelled, "EUc010" when memory runs out). Nothing stays behind on failure.
 Status BuildBinaryFile(ZoDatasetVector* dataset, const LumaUnicodeString& uniqueIdField, const LumaUnicodeString& path,
                        const LumaUnicodeString* flagPath, const ZoPatternsInformation& info, ZoProgress* progress,
-                       bool show);
+                       bool show, std::vector<std::int64_t>* columnCounts = nullptr);
 
 }  // namespace ZOC::detail::weights

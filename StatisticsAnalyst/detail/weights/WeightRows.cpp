@@ -25,7 +25,8 @@ Status WeightRows::BuildTemporary(ZoDatasetVector* dataset, const ZoPatternsInfo
   const LumaUnicodeString path = ZoFile::GetTemporaryFileName("Quillard", ".swmb");
   if (path.IsEmpty()) return Status::Fail(msg::ESa049);
   m_temporary.Reset(path);
-  return BuildBinaryFile(dataset, kSystemIdField, path, nullptr, info, progress, progress != nullptr);
+  return BuildBinaryFile(dataset, kSystemIdField, path, nullptr, info, progress, progress != nullptr,
+                         &m_temporaryColumnCounts);
 }
 
 Status WeightRows::BuildInMemory(ZoRecordset* records, const ZoPatternsInformation& info, ZoProgress* progress,
@@ -111,7 +112,11 @@ Status WeightRows::Open(ZoDatasetVector* dataset, const LumaUnicodeString& path,
   m_symmetric = model >= InverseDistance && model <= ContiguityEdgesCorners;
   if (m_symmetric || !m_transposed) return Status::Ok();
   try {
-    if (Status s = Transpose(position); !s) return s;
+    const bool counted =
+        !m_temporary.Path().IsEmpty() && path == m_temporary.Path() && m_temporaryColumnCounts.size() == m_index.size();
+    const Status transposed = Transpose(position, counted ? &m_temporaryColumnCounts : nullptr);
+    m_temporaryColumnCounts = {};
+    if (!transposed) return transposed;
   } catch (const std::bad_alloc&) {
     return Status::Fail(msg::EUc010);
   }
@@ -134,29 +139,35 @@ Status WeightRows::ReadAllRows(std::int64_t position, const std::function<bool(s
   return Status::Ok();
 }
 
-Status WeightRows::Transpose(std::int64_t position) {
+Status WeightRows::Transpose(std::int64_t position, const std::vector<std::int64_t>* counts) {
   // Row i of the transpose lists, in ascending j, the rows j that hold
   // column i, so that w(j, i) for row i is found in memory read in the same
   // order as the file's rows. Two passes over the file (count, then fill)
-  // hold no more than the transpose itself.
+  // hold no more than the transpose itself; a file built here comes with its
+  // counts.
   const std::int64_t n = Count();
   m_offsets.assign(static_cast<std::size_t>(n) + 1, 0);
-  const Status counted = ReadAllRows(position, [&](std::int64_t) {
-    for (const std::int32_t c : m_readColumns) {
-      if (c < 0 || c >= n) return false;
-      ++m_offsets[static_cast<std::size_t>(c) + 1];
-    }
-    return true;
-  });
-  if (!counted) return counted;
+  if (counts) {
+    std::copy(counts->begin(), counts->end(), m_offsets.begin() + 1);
+  } else {
+    const Status counted = ReadAllRows(position, [&](std::int64_t) {
+      for (const std::int32_t c : m_readColumns) {
+        if (c < 0 || c >= n) return false;
+        ++m_offsets[static_cast<std::size_t>(c) + 1];
+      }
+      return true;
+    });
+    if (!counted) return counted;
+  }
   for (std::size_t c = 1; c < m_offsets.size(); ++c) m_offsets[c] += m_offsets[c - 1];
   std::vector<std::int64_t> next(m_offsets.begin(), m_offsets.end() - 1);
   m_columns.resize(static_cast<std::size_t>(m_offsets.back()));
   m_raw.resize(m_columns.size());
   // Rows arrive in ascending order, so each column's rows do too (a column
   // repeated in a row keeps the row's own order). A file that changed
-  // between the passes stops the fill before it leaves a column's place.
-  return ReadAllRows(position, [&](std::int64_t r) {
+  // since it was counted stops the fill before it leaves a column's place,
+  // or leaves a place short.
+  const Status filled = ReadAllRows(position, [&](std::int64_t r) {
     for (std::size_t k = 0; k < m_readColumns.size(); ++k) {
       const std::int32_t c = m_readColumns[k];
       if (c < 0 || c >= n || next[static_cast<std::size_t>(c)] >= m_offsets[static_cast<std::size_t>(c) + 1])
@@ -167,6 +178,10 @@ Status WeightRows::Transpose(std::int64_t position) {
     }
     return true;
   });
+  if (!filled) return filled;
+  for (std::size_t c = 0; c < next.size(); ++c)
+    if (next[c] != m_offsets[c + 1]) return Status::Fail(msg::ESa026);
+  return Status::Ok();
 }
 
 void WeightRows::Close() {

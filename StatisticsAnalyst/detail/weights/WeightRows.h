@@ -96,14 +96,18 @@ class WeightRows {
   // read or `take` fails.
   Status ReadAllRows(std::int64_t position, const std::function<bool(std::int64_t)>& take);
   // Reads an asymmetric file's weights by column (m_offsets, m_columns,
-  // m_raw): "ESa026" when a row cannot be read or a column is out of range.
-  Status Transpose(std::int64_t position);
+  // m_raw): "ESa026" when a row cannot be read, a column is out of range or
+  // (with counts from the build) a column's count is not what was written.
+  Status Transpose(std::int64_t position, const std::vector<std::int64_t>* counts);
   // Every row of `rows` into the in-memory weights: "IMb030" when
   // cancelled; `fits` false (and nothing held) when over the budget.
   Status FillInMemory(const RowBuilder& rows, ZoProgress* progress, bool& fits);
   double Normalized(double raw, std::int64_t row) const;
 
   ZoTempFileGuard m_temporary;
+  // How many rows of the temporary file hold each column, counted as it was
+  // written: the transpose then needs one pass over the file, not two.
+  std::vector<std::int64_t> m_temporaryColumnCounts;
   std::FILE* m_file = nullptr;
   LumaUnicodeString m_field;
   LumaArray<ZoSWMFileUniqueIndex> m_index;
