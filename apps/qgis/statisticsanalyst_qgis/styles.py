@@ -49,7 +49,9 @@ def renderer(layer, field):
         return QgsGraduatedSymbolRenderer(field, [QgsRendererRange(v - 0.5, v + 0.5, _symbol(layer, colour), label)
                                                   for v, label, colour in entries])
     if entries is not None:
-        return QgsCategorizedSymbolRenderer(field, [QgsRendererCategory(v, _symbol(layer, colour), label)
+        # Values found by pandas are numpy scalars, which do not convert to a QVariant: as Python's own.
+        return QgsCategorizedSymbolRenderer(field, [QgsRendererCategory(getattr(v, "item", lambda: v)(),
+                                                                        _symbol(layer, colour), label)
                                                     for v, label, colour in entries])
     ramp = QgsGradientColorRamp(QColor(_plot.RAMP[0]), QColor(_plot.RAMP[-1]), False,
                                 [QgsGradientStop(i / (len(_plot.RAMP) - 1), QColor(c))

@@ -14,9 +14,9 @@ import pandas as pd
 import pytest
 
 sys.path.append("/usr/share/qgis/python/plugins")  # QGIS's own processing plugin
-from qgis.core import (QgsApplication, QgsFeatureRequest, QgsGraduatedSymbolRenderer,  # noqa: E402
-                       QgsMapRendererParallelJob, QgsMapSettings, QgsProcessingException, QgsProcessingFeedback,
-                       QgsProcessingOutputNumber, QgsProcessingParameterFeatureSink,
+from qgis.core import (QgsApplication, QgsCategorizedSymbolRenderer, QgsFeatureRequest,  # noqa: E402
+                       QgsGraduatedSymbolRenderer, QgsMapRendererParallelJob, QgsMapSettings, QgsProcessingException,
+                       QgsProcessingFeedback, QgsProcessingOutputNumber, QgsProcessingParameterFeatureSink,
                        QgsProcessingParameterFileDestination, QgsVectorLayer)
 from qgis.PyQt.QtCore import QSize  # noqa: E402
 from qgis.PyQt.QtGui import QColor  # noqa: E402
@@ -178,6 +178,12 @@ def test_every_algorithm_gives_zostats_numbers(processing, tmp_path, alg_id):
                                       pd.DataFrame(theirs.drop(columns="geometry", errors="ignore")))
         if "geometry" in theirs:
             assert ours.geometry.to_wkb().equals(theirs.geometry.to_wkb())
+        layer = QgsVectorLayer(results["OUTPUT"], "result", "ogr")
+        renderer = layer.renderer()  # the style saved with the result
+        if isinstance(renderer, QgsCategorizedSymbolRenderer):  # a category of its own for each value
+            categories = [str(c.value()) for c in renderer.categories()]
+            assert len(set(categories)) == len(categories)
+            assert {str(v) for v in ours[renderer.classAttribute()]} <= set(categories)
     elif alg_id == "weights_dump":
         assert (tmp_path / "qgis.txt").read_text(encoding="utf-8").strip() == printed.strip()
     elif alg_id == "weights_build":
