@@ -130,8 +130,7 @@ class Algorithm(QgsProcessingAlgorithm):
 
     def shortHelpString(self):  # noqa: N802
         lines = [self.analysis.help, ""]
-        for param in self.analysis.params:
-            lines.append(f"<b>{param.label}</b>" + (f": {param.help}" if param.help else ""))
+        lines += [f"<b>{param.label}</b>: {param.help}" for param in self.analysis.params if param.help]
         lines.append(f"<br/>Runs statisticsanalyst.{self.analysis.function}(), as zostat does.")
         return "<br/>".join(lines)
 
@@ -244,6 +243,8 @@ class Algorithm(QgsProcessingAlgorithm):
                                                  source.crs())
         if sink is None:
             raise QgsProcessingException(self.invalidSinkError(parameters, "OUTPUT"))
+        # The analysis is complete: the copy is not stopped halfway, which
+        # would leave a partial layer in a database destination.
         for feature in source.getFeatures():
             copy = QgsFeature(fields)
             copy.setGeometry(feature.geometry())
