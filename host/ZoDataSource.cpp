@@ -270,6 +270,7 @@ bool detail::HostAccess::Move(ZoDataSource& from, ZoDatasetVector* dataset, ZoDa
   impl.state.batch = to.m_impl->batch.get();
   impl.state.cursorOwner = nullptr;
   impl.state.appliedFilter.clear();
+  impl.state.rowsBesideGdal = 0;
   if (layer) {
     impl.state.RefreshFieldTypes();
     layer->ResetReading();

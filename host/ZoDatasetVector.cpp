@@ -8,6 +8,7 @@
 #include "host/detail/FieldConversion.h"
 #include "host/detail/GdalSession.h"
 #include "host/detail/GeometryConversion.h"
+#include "host/detail/GpkgAppend.h"
 #include "host/detail/KeySort.h"
 #include "host/detail/PrjAccess.h"
 #include "host/detail/QueryClauses.h"
@@ -110,11 +111,28 @@ LumaUnicodeString ZoDatasetVector::GetName() const { return m_impl->state.layer-
 
 int ZoDatasetVector::GetType() const { return detail::DatasetTypeFromOGR(m_impl->state.layer->GetGeomType()); }
 
+namespace {
+
+// The rows of the layer as its file holds them, asked of GDAL's own
+// connection, for a layer GDAL's cached count is behind on.
+std::int64_t CountedBySql(detail::LayerState& st) {
+  const std::string sql = "SELECT COUNT(*) FROM \"" + CPLString(st.layer->GetName()).replaceAll("\"", "\"\"") + "\"";
+  OGRLayer* result = st.gdal->ExecuteSQL(sql.c_str(), nullptr, nullptr);
+  if (!result) return 0;
+  OGRFeatureUniquePtr row(result->GetNextFeature());
+  const std::int64_t n = row ? row->GetFieldAsInteger64(0) : 0;
+  st.gdal->ReleaseResultSet(result);
+  return n;
+}
+
+}  // namespace
+
 std::int64_t ZoDatasetVector::GetRecordCount() const {
   try {
     detail::QuietErrors quiet;
     detail::LayerState& st = m_impl->state;
     st.ApplyFilter(std::string());
+    if (st.rowsBesideGdal > 0) return CountedBySql(st);
     // Counting without a fast path walks the layer with its cursor.
     if (!st.layer->TestCapability(OLCFastFeatureCount)) st.cursorOwner = nullptr;
     const GIntBig n = st.layer->GetFeatureCount(TRUE);
@@ -254,6 +272,12 @@ bool ZoDatasetVector::AppendRecords(ZoRecordset* source,
     const OGRwkbGeometryType layerType = st.layer->GetGeomType();
     detail::AppendProgress shown{progress, source->GetRecordCount()};
     if (!shown.Start()) return false;
+    // An empty GeoPackage table is filled through SQLite directly, once
+    // GDAL has written what it holds; anything else through GDAL.
+    detail::GpkgAppend direct;
+    const bool besideGdal = st.gdal->GetDriver() && EQUAL(st.gdal->GetDriver()->GetDescription(), "GPKG") &&
+                            st.batch->Commit() && st.layer->SyncToDisk() == OGRERR_NONE &&
+                            direct.Start(st.gdal->GetDescription(), *st.layer);
     std::int64_t done = 0;
     // One feature is filled again for every record, and each source
     // geometry of the layer's kind moves over rather than being copied: the
@@ -271,10 +295,19 @@ bool ZoDatasetVector::AppendRecords(ZoRecordset* source,
       }
       detail::CopyFields(in, source->GetID(), pairs, *out);
       if (!extra.Fill(done, fill, *out)) return false;
-      st.batch->BeforeWrite();
-      const OGRErr err = st.layer->CreateFeature(out.get());
-      st.batch->AfterWrite();
-      if (err != OGRERR_NONE || !shown.Step(++done)) return false;
+      if (besideGdal) {
+        if (!direct.Add(*out)) return false;
+      } else {
+        st.batch->BeforeWrite();
+        const OGRErr err = st.layer->CreateFeature(out.get());
+        st.batch->AfterWrite();
+        if (err != OGRERR_NONE) return false;
+      }
+      if (!shown.Step(++done)) return false;
+    }
+    if (besideGdal) {
+      if (!direct.Finish()) return false;
+      st.rowsBesideGdal += direct.Added();
     }
     shown.Finish();
     return true;

@@ -155,7 +155,8 @@ struct ZoResultWriter::Impl {
   // Removes a scratch folder made by MakeScratch and takes it off the list.
   static void RemoveScratch(fs::path& folder, int& entry);
   bool CommitStaged(ZoProgress* progress);
-  bool WriteFile(OGRLayer& from, const fs::path& target, ZoProgress* progress);
+  // `expected`: the features `from` holds.
+  bool WriteFile(OGRLayer& from, long long expected, const fs::path& target, ZoProgress* progress);
   bool MoveIntoPlace(const fs::path& folder);
 };
 
@@ -374,7 +375,7 @@ bool ZoResultWriter::Impl::TrialWrite() {
   fs::path folder;
   int entry = -1;
   if (!MakeScratch(folder, entry)) return false;
-  const bool ok = WriteFile(*trial, folder / path.filename(), nullptr);
+  const bool ok = WriteFile(*trial, 1, folder / path.filename(), nullptr);
   RemoveScratch(folder, entry);
   writtenLayer.clear();
   written = 0;
@@ -419,7 +420,7 @@ bool ZoResultWriter::Commit(ZoProgress* progress) {
 // fresh opening, and move it into place.
 bool ZoResultWriter::Impl::CommitDirect(ZoProgress* progress) {
   OGRLayer& ogr = *detail::HostAccess::Layer(*result);
-  const long long expected = ogr.GetFeatureCount(TRUE);
+  const long long expected = result->GetRecordCount();
   const int fields = ogr.GetLayerDefn()->GetFieldCount();
   const detail::GpkgIndexTarget index{file.string(), layer, ogr.GetFIDColumn(), ogr.GetGeometryColumn(), true};
   // The result's dataset waits, closed, while GDAL lets go of the file and
@@ -450,7 +451,7 @@ bool ZoResultWriter::Impl::Reopen() {
 // indexes it, checks it from a fresh opening and swaps it for the old layer.
 bool ZoResultWriter::Impl::CommitInPlace(ZoProgress* progress) {
   OGRLayer& from = *detail::HostAccess::Layer(*result);
-  const long long expected = from.GetFeatureCount(TRUE);
+  const long long expected = result->GetRecordCount();
   const int fields = from.GetLayerDefn()->GetFieldCount();
   detail::GpkgIndexTarget index{path.string(), "", "", "", false};
   {
@@ -482,7 +483,7 @@ bool ZoResultWriter::Impl::CommitInPlace(ZoProgress* progress) {
 // along unchanged, and a failure at any point leaves the original as it was.
 bool ZoResultWriter::Impl::CommitCopy(ZoProgress* progress) {
   OGRLayer& from = *detail::HostAccess::Layer(*result);
-  const long long expected = from.GetFeatureCount(TRUE);
+  const long long expected = result->GetRecordCount();
   const int fields = from.GetLayerDefn()->GetFieldCount();
   const fs::path copy = scratch / path.filename();
   std::error_code ec;
@@ -541,7 +542,8 @@ bool ZoResultWriter::Impl::CheckAndSwap(const fs::path& at, const std::string& n
 // Copies the staged result into the output's format, next to it, and moves
 // the finished file into place.
 bool ZoResultWriter::Impl::CommitStaged(ZoProgress* progress) {
-  if (!WriteFile(*detail::HostAccess::Layer(*result), scratch / path.filename(), progress)) return false;
+  if (!WriteFile(*detail::HostAccess::Layer(*result), result->GetRecordCount(), scratch / path.filename(), progress))
+    return false;
   return MoveIntoPlace(scratch);
 }
 
@@ -730,7 +732,7 @@ void ZoResultWriter::Impl::RemoveScratch(fs::path& folder, int& entry) {
   entry = -1;
 }
 
-bool ZoResultWriter::Impl::WriteFile(OGRLayer& from, const fs::path& target, ZoProgress* progress) {
+bool ZoResultWriter::Impl::WriteFile(OGRLayer& from, long long expected, const fs::path& target, ZoProgress* progress) {
   detail::QuietErrors quiet;
   GDALDriver* gdalDriver = GetGDALDriverManager()->GetDriverByName(driver.c_str());
   GdalPtr ds(gdalDriver ? gdalDriver->Create(target.c_str(), 0, 0, 0, GDT_Unknown, nullptr) : nullptr);
@@ -743,7 +745,7 @@ bool ZoResultWriter::Impl::WriteFile(OGRLayer& from, const fs::path& target, ZoP
   OGRLayer* read = FindLayer(*back, layer);
   if (!read) read = back->GetLayerCount() == 1 ? back->GetLayer(0) : nullptr;
   if (!read) return Fail(msg::EUa017, "the written layer cannot be found");
-  if (!Holds(from.GetFeatureCount(TRUE), from.GetLayerDefn()->GetFieldCount(), *read)) return false;
+  if (!Holds(expected, from.GetLayerDefn()->GetFieldCount(), *read)) return false;
   writtenLayer = read->GetName();
   return !(progress && progress->IsCanceled()) || Fail(msg::IMb030, "");
 }

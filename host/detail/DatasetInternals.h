@@ -63,6 +63,9 @@ struct LayerState {
   std::string appliedFilter;          // the attribute filter set on the layer
   std::vector<int> hostTypes;         // host type code of each OGR field
   std::vector<RecordsetLink*> live;
+  // Rows appended through SQLite (detail::GpkgAppend) since GDAL opened the
+  // layer: GDAL's own feature count has not seen them.
+  std::int64_t rowsBesideGdal = 0;
 
   // Sets the attribute filter when it differs from the one applied (which
   // loses the cursor); false when OGR rejects it (the layer is then unfiltered).

@@ -18,24 +18,9 @@ using sqlite::Statement;
 
 constexpr const char* kStage = "zo_stage";
 
-// Each text of a one-column query, with `arg` bound to ?1.
-bool Texts(sqlite3* db, const std::string& sql, const std::string& arg, std::vector<std::string>& out,
-           std::string& error) {
-  Statement s = Prepare(db, sql, error);
-  if (!s) return false;
-  sqlite3_bind_text(s.get(), 1, arg.c_str(), -1, SQLITE_TRANSIENT);
-  int rc;
-  while ((rc = sqlite3_step(s.get())) == SQLITE_ROW) {
-    const auto* text = reinterpret_cast<const char*>(sqlite3_column_text(s.get(), 0));
-    out.emplace_back(text ? text : "");
-  }
-  if (rc != SQLITE_DONE) error = sqlite3_errmsg(db);
-  return rc == SQLITE_DONE;
-}
-
 std::vector<std::string> Columns(sqlite3* db, const char* schema, const std::string& table, std::string& error) {
   std::vector<std::string> names;
-  Texts(db, std::string("SELECT name FROM pragma_table_info(?1, '") + schema + "')", table, names, error);
+  sqlite::Texts(db, std::string("SELECT name FROM pragma_table_info(?1, '") + schema + "')", table, names, error);
   return names;
 }
 
@@ -43,19 +28,11 @@ std::vector<std::string> Columns(sqlite3* db, const char* schema, const std::str
 // for a table without one.
 std::string SrsId(sqlite3* db, const char* schema, const std::string& table, std::string& error) {
   std::vector<std::string> ids;
-  Texts(db,
-        std::string("SELECT CAST(srs_id AS TEXT) FROM ") + schema +
-            ".gpkg_geometry_columns WHERE lower(table_name) = lower(?1)",
-        table, ids, error);
+  sqlite::Texts(db,
+                std::string("SELECT CAST(srs_id AS TEXT) FROM ") + schema +
+                    ".gpkg_geometry_columns WHERE lower(table_name) = lower(?1)",
+                table, ids, error);
   return ids.empty() ? std::string() : ids.front();
-}
-
-bool HasTable(sqlite3* db, const char* schema, const char* table) {
-  std::string ignored;
-  std::vector<std::string> found;
-  return Texts(db, std::string("SELECT name FROM ") + schema + ".sqlite_master WHERE type = 'table' AND name = ?1",
-               table, found, ignored) &&
-         !found.empty();
 }
 
 bool Unsuitable(sqlite3* db, const GpkgTable& from, const GpkgTable& to, std::string& error) {
@@ -68,7 +45,8 @@ bool Unsuitable(sqlite3* db, const GpkgTable& from, const GpkgTable& to, std::st
   // Each geometry blob names its coordinate system by the file's own id.
   if (SrsId(db, kStage, from.table, error) != SrsId(db, "main", to.table, error)) return true;
   std::vector<std::string> any;
-  return !Texts(db, "SELECT 1 FROM main." + Ident(to.table) + " WHERE ?1 IS NOT NULL LIMIT 1", "x", any, error) ||
+  return !sqlite::Texts(db, "SELECT 1 FROM main." + Ident(to.table) + " WHERE ?1 IS NOT NULL LIMIT 1", "x", any,
+                        error) ||
          !any.empty();
 }
 
@@ -105,19 +83,12 @@ int OnProgress(void* p) {
   return 1;
 }
 
-// Inside the open transaction: the triggers of the target table (GDAL's
-// feature count, which would update gpkg_ogr_contents once per row) are
-// dropped for the copy and made again after it.
-RowCopy Copy(sqlite3* db, const GpkgTable& from, const GpkgTable& to, const std::optional<Extent>& extent,
-             long long rows, const std::function<bool(double)>& keepGoing, long long& copied, std::string& error) {
-  std::vector<std::string> triggers, bodies;
-  const char* ofTable = "FROM main.sqlite_master WHERE type = 'trigger' AND lower(tbl_name) = lower(?1) ORDER BY name";
-  if (!Texts(db, std::string("SELECT name ") + ofTable, to.table, triggers, error) ||
-      !Texts(db, std::string("SELECT sql ") + ofTable, to.table, bodies, error))
-    return RowCopy::Failed;
-  for (const std::string& name : triggers)
-    if (!Exec(db, "DROP TRIGGER main." + Ident(name), error)) return RowCopy::Failed;
-
+// Inside the open transaction: the target's triggers are set aside for the
+// copy and made again after it.
+RowCopy Copy(sqlite3* db, const GpkgTable& from, const GpkgTable& to, std::optional<Extent> extent, long long rows,
+             const std::function<bool(double)>& keepGoing, long long& copied, std::string& error) {
+  std::vector<std::string> triggers;
+  if (!SetTriggersAside(db, "main", to.table, triggers, error)) return RowCopy::Failed;
   std::string columns;
   for (const std::string& c : Columns(db, "main", to.table, error)) columns += (columns.empty() ? "" : ", ") + Ident(c);
   Poll poll{&keepGoing};
@@ -131,30 +102,9 @@ RowCopy Copy(sqlite3* db, const GpkgTable& from, const GpkgTable& to, const std:
   if (poll.cancelled) return RowCopy::Cancelled;
   if (!inserted) return RowCopy::Failed;
   copied = sqlite3_changes64(db);
-
-  const std::string target = sqlite::Literal(to.table);
-  if (HasTable(db, "main", "gpkg_ogr_contents") &&
-      !Exec(db,
-            "UPDATE main.gpkg_ogr_contents SET feature_count = " + std::to_string(copied) +
-                " WHERE lower(table_name) = lower(" + target + ")",
-            error))
-    return RowCopy::Failed;
-  if (extent) {
-    Statement update = Prepare(db,
-                               "UPDATE main.gpkg_contents SET min_x = ?1, min_y = ?2, max_x = ?3, max_y = ?4 WHERE "
-                               "lower(table_name) = lower(" +
-                                   target + ")",
-                               error);
-    if (!update) return RowCopy::Failed;
-    for (int i = 0; i < 4; ++i) sqlite3_bind_double(update.get(), i + 1, (*extent)[static_cast<std::size_t>(i)]);
-    if (sqlite3_step(update.get()) != SQLITE_DONE) {
-      error = sqlite3_errmsg(db);
-      return RowCopy::Failed;
-    }
-  }
-  for (const std::string& sql : bodies)
-    if (!Exec(db, sql, error)) return RowCopy::Failed;
-  return RowCopy::Copied;
+  if (!extent) extent = RecordedExtent(db, kStage, from.table);
+  return RecordContents(db, to.table, copied, extent, error) && RestoreTriggers(db, triggers, error) ? RowCopy::Copied
+                                                                                                     : RowCopy::Failed;
 }
 
 }  // namespace

@@ -6,10 +6,11 @@
 // user's existing file. Through GDAL every feature is read, decoded,
 // encoded and inserted again; here SQLite moves the stored geometry blobs
 // and values as they are, at the cost of a plain insert.
-#include <array>
 #include <functional>
 #include <optional>
 #include <string>
+
+#include "host/detail/GpkgTables.h"
 
 namespace ZOC::detail {
 
@@ -28,12 +29,10 @@ enum class RowCopy {
   Cancelled,  // nothing was written
 };
 
-// The extent of a layer: min x, min y, max x, max y.
-using Extent = std::array<double, 4>;
-
 // Copies every row of `from` into `to` (whose file no GDAL dataset has
 // open) in one transaction, and records the count copied and `extent` (the
-// source's, when known) as the target's. `keepGoing` (may be empty) is told about the
+// source's; when not given, the one the source's file records) as the
+// target's. `keepGoing` (may be empty) is told about the
 // share done, from 0 to 1, reckoned on `rows` (a hint only); false cancels.
 RowCopy CopyGpkgRows(const GpkgTable& from, const GpkgTable& to, const std::optional<Extent>& extent, long long rows,
                      const std::function<bool(double)>& keepGoing, long long& copied, std::string& error);

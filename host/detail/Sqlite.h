@@ -6,6 +6,7 @@
 
 #include <memory>
 #include <string>
+#include <vector>
 
 namespace ZOC::detail::sqlite {
 
@@ -41,6 +42,21 @@ inline Statement Prepare(sqlite3* db, const std::string& sql, std::string& error
   sqlite3_stmt* s = nullptr;
   if (sqlite3_prepare_v2(db, sql.c_str(), -1, &s, nullptr) != SQLITE_OK) error = sqlite3_errmsg(db);
   return Statement(s);
+}
+
+// Each text of a one-column query, with `arg` bound to ?1.
+inline bool Texts(sqlite3* db, const std::string& sql, const std::string& arg, std::vector<std::string>& out,
+                  std::string& error) {
+  Statement s = Prepare(db, sql, error);
+  if (!s) return false;
+  sqlite3_bind_text(s.get(), 1, arg.c_str(), -1, SQLITE_TRANSIENT);
+  int rc;
+  while ((rc = sqlite3_step(s.get())) == SQLITE_ROW) {
+    const auto* text = reinterpret_cast<const char*>(sqlite3_column_text(s.get(), 0));
+    out.emplace_back(text ? text : "");
+  }
+  if (rc != SQLITE_DONE) error = sqlite3_errmsg(db);
+  return rc == SQLITE_DONE;
 }
 
 // A connection that can write `path`, waiting up to five seconds for another
