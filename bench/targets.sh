@@ -9,7 +9,8 @@
 # CSV dump of the same file. Elapsed and
 # CPU (user + system) seconds, peak memory, and the ratios of both times. The
 # copy without a spatial index (`-lco SPATIAL_INDEX=NO`) is the floor of any
-# GeoPackage write.
+# GeoPackage write, and a plain SQLite insert loop of as many rows that of
+# the result's inserts.
 #   bench/targets.sh BUILD_DIR [N]
 here=$(cd "$(dirname "$0")" && pwd)
 source "$here/common.sh" "$1"
@@ -36,6 +37,9 @@ row() {  # name "e c m" reference
 printf '%-18s %9s %9s %8s\n' "CSV dump" $csv
 printf '%-18s %9s %9s %8s\n' "GeoPackage copy" $copy
 printf '%-18s %9s %9s %8s\n' "copy, no index" $floor
+# The same number of hot spot rows through SQLite alone: the floor of the
+# result's insert stage.
+printf '%-18s %9s\n' "SQLite insert loop" "$("$build/bench/sqlite_insert_floor" "$tmp/floor.db" "$n")"
 row moran "$(measure "$z" moran --input "$points" "${knn[@]}")" "$csv" "the CSV dump"
 row general-g "$(measure "$z" general-g --input "$points" "${knn[@]}")" "$csv" "the CSV dump"
 row hotspot "$(measure "$z" hotspot --input "$points" "${knn[@]}" --output "$tmp/gi.gpkg" --overwrite)" "$copy" \
