@@ -36,10 +36,12 @@ from ._errors import StatisticsAnalystError, StatisticsAnalystUsageError
 from ._plot import plot_map
 from ._results import (AnnResult, GeneralGResult, GeoDetectorResult, GwrResult, IncrementalResult, MoranResult,
                        OlsResult)
+from ._types import Conceptualization, DistanceMethod
 
-__all__ = ["AnnResult", "GeneralGResult", "GeoDetectorResult", "GwrResult", "IncrementalResult", "MoranResult",
-           "OlsResult", "ResultFrame", "StatisticsAnalystError", "StatisticsAnalystUsageError", "ann",
-           "central_feature", "cluster_outlier", "dbscan", "directional_mean", "ellipse", "general_g", "geodetector",
-           "gwr", "hdbscan", "hotspot", "incremental_spatial_autocorrelation", "mean_center", "median_center", "moran",
-           "ols", "optics", "optimized_hotspot", "plot_map", "standard_distance", "weights_build", "weights_dump",
+__all__ = ["AnnResult", "Conceptualization", "DistanceMethod", "GeneralGResult", "GeoDetectorResult", "GwrResult",
+           "IncrementalResult", "MoranResult", "OlsResult", "ResultFrame", "StatisticsAnalystError",
+           "StatisticsAnalystUsageError", "ann", "central_feature", "cluster_outlier", "dbscan", "directional_mean",
+           "ellipse", "general_g", "geodetector", "gwr", "hdbscan", "hotspot", "incremental_spatial_autocorrelation",
+           "mean_center", "median_center", "moran", "ols", "optics", "optimized_hotspot", "plot_map",
+           "standard_distance", "weights_build", "weights_dump",
            "weights_to_table"]
