@@ -51,6 +51,19 @@ unsigned char ZoWeightsUtilities::BuildWeightsDictionary(std::FILE* file, const 
   });
 }
 
+unsigned char ZoWeightsUtilities::BuildWeightMatrixFromRows(
+    const LumaUnicodeString& path, const LumaUnicodeString& datasetName, const LumaUnicodeString& uniqueIdField,
+    const std::vector<std::int32_t>& ids, const std::vector<std::int32_t>& uniqueIds,
+    const std::vector<std::int32_t>& neighborIds, const std::vector<double>& weights, unsigned char standardization) {
+  ClearErrorMessage();
+  return Guard([&]() -> unsigned char {
+    return Report(wf::BuildBinaryFileFromRows(path, datasetName, uniqueIdField, ids, uniqueIds, neighborIds, weights,
+                                              standardization != 0))
+               ? 1
+               : 0;
+  });
+}
+
 unsigned char ZoWeightsUtilities::BuildWeightMatrixText(ZoDatasetVector* dataset,
                                                         const LumaUnicodeString& uniqueIdField,
                                                         const LumaUnicodeString& path,

@@ -73,6 +73,18 @@ class SA_API ZoWeightsUtilities : public ZoAnalysisFrame {
   // leaves no matrix.
   unsigned char BuildWeightsDictionary(std::FILE* file, const LumaUnicodeString& outputPath,
                                        unsigned char showProgress);
+  // Writes the binary weights file of weights made elsewhere, given as the
+  // rows BinaryConverToTable writes (feature uniqueIds[h] has neighbour
+  // neighborIds[h] with weight weights[h]) and `ids`, every feature's unique
+  // ID. An analysis reads it with a dataset whose field `uniqueIdField` holds
+  // exactly these IDs. Messages: "EAf017", "ECb005", "EUb005", "ESa044"
+  // (repeated ID), "ESa080" (an entry's ID not in `ids`), "ESa046" (a weight
+  // not finite, columns of unequal lengths), "ESa049", "EUc010".
+  unsigned char BuildWeightMatrixFromRows(const LumaUnicodeString& path, const LumaUnicodeString& datasetName,
+                                          const LumaUnicodeString& uniqueIdField, const std::vector<std::int32_t>& ids,
+                                          const std::vector<std::int32_t>& uniqueIds,
+                                          const std::vector<std::int32_t>& neighborIds,
+                                          const std::vector<double>& weights, unsigned char standardization);
   // Writes the text weights file (same checks and rows as the binary builder).
   unsigned char BuildWeightMatrixText(ZoDatasetVector* dataset, const LumaUnicodeString& uniqueIdField,
                                       const LumaUnicodeString& path, const ZoPatternsInformation& info,

@@ -9,6 +9,7 @@
 #include <unistd.h>
 #include <chrono>
 #include <cmath>
+#include <cstdint>
 #include <cstdio>
 #include <memory>
 #include <optional>
@@ -508,6 +509,22 @@ void WeightsToTable(const std::string& weightsPath, const std::string& outPath, 
   });
 }
 
+// Weights made elsewhere (a PySAL W) written as a binary weights file by
+// the library's own writer.
+void WeightsFromRows(const std::string& path, const std::string& datasetName, const std::string& uniqueIdField,
+                     const std::vector<std::int32_t>& ids, const std::vector<std::int32_t>& uniqueIds,
+                     const std::vector<std::int32_t>& neighborIds, const std::vector<double>& weights,
+                     bool standardize) {
+  ZOC::ZoWeightsUtilities utilities;
+  bool ok;
+  {
+    py::gil_scoped_release release;
+    ok = utilities.BuildWeightMatrixFromRows(path, datasetName, uniqueIdField, ids, uniqueIds, neighborIds, weights,
+                                             standardize ? 1 : 0) != 0;
+  }
+  if (!ok) Fail(utilities.GetStrErrorMes().Str());
+}
+
 // The library prints its dump on standard output; it is caught in an
 // anonymous temporary file (gone when closed) and returned as text.
 std::string WeightsDump(const std::string& weightsPath, bool text) {
@@ -579,6 +596,7 @@ void BindPatternsInformation(py::module_& m) {
           "self_weight_field", [](const Info& i) { return i.SecondFieldName.Str(); },
           [](Info& i, const std::string& v) { i.SecondFieldName = v; })
       .def_readwrite("fdr", &Info::FDRCorrection)
+      .def_readwrite("memory_budget", &Info::WeightsMemoryBudget)
       .def_property(
           "weights_file", [](const Info& i) { return i.WeightsFilePath.Str(); },
           [](Info& i, const std::string& v) { i.WeightsFilePath = v; })
@@ -703,6 +721,8 @@ PYBIND11_MODULE(_core, m) {
         py::arg("info"), py::arg("text"), py::arg("flag_matrix"), py::arg("progress"));
   m.def("weights_to_table", &WeightsToTable, py::arg("weights"), py::arg("output"), py::arg("output_layer"),
         py::arg("overwrite"), py::arg("text"), py::arg("progress"));
+  m.def("weights_from_rows", &WeightsFromRows, py::arg("path"), py::arg("dataset_name"), py::arg("unique_id_field"),
+        py::arg("ids"), py::arg("unique_ids"), py::arg("neighbor_ids"), py::arg("weights"), py::arg("standardize"));
   m.def("weights_dump", &WeightsDump, py::arg("weights"), py::arg("text"));
   m.def("read_attributes", &ReadAttributes, py::arg("path"), py::arg("layer"));
   m.def("layer_names", [](const std::string& path) {

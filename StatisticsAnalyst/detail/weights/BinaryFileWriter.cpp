@@ -1,7 +1,10 @@
 #include "StatisticsAnalyst/detail/weights/BinaryFileWriter.h"
 
+#include <algorithm>
+#include <cmath>
 #include <new>
 #include <string>
+#include <unordered_map>
 #include <vector>
 
 #include "StatisticsAnalyst/detail/spatial/Distance.h"
@@ -38,6 +41,18 @@ struct BinaryRowSink {
     return true;
   }
 };
+
+// L and the header text as UTF-16LE; `length` becomes L.
+bool WriteHeader(std::FILE* file, const std::string& text, std::int32_t& length) {
+  const std::u16string units = LumaUnicodeString(text).ToUtf16();
+  length = static_cast<std::int32_t>(units.size() * 2);
+  bool ok = WriteInt32(file, length);
+  for (char16_t u : units) {
+    const unsigned char bytes[2] = {static_cast<unsigned char>(u & 0xFF), static_cast<unsigned char>(u >> 8)};
+    ok = ok && std::fwrite(bytes, 1, 2, file) == 2;
+  }
+  return ok;
+}
 }  // namespace
 
 Status WriteFileHead(std::FILE* file, ZoDatasetVector* dataset, int count, const LumaUnicodeString& uniqueIdField,
@@ -47,14 +62,8 @@ Status WriteFileHead(std::FILE* file, ZoDatasetVector* dataset, int count, const
   if (!file || !dataset) return Status::Fail(msg::ESa049);
   const std::string text = HeaderText(dataset->GetName().Str(), dataset->GetType(), count, uniqueIdField.Str(), model,
                                       standardize ? 1 : 0, method, true);
-  const std::u16string units = LumaUnicodeString(text).ToUtf16();
-  const auto length = static_cast<std::int32_t>(units.size() * 2);
-  bool ok = WriteInt32(file, length);
-  for (char16_t u : units) {
-    const unsigned char bytes[2] = {static_cast<unsigned char>(u & 0xFF), static_cast<unsigned char>(u >> 8)};
-    ok = ok && std::fwrite(bytes, 1, 2, file) == 2;
-  }
-  ok = ok && WriteUniqueIndex(file, uniqueIndex);
+  std::int32_t length = 0;
+  bool ok = WriteHeader(file, text, length) && WriteUniqueIndex(file, uniqueIndex);
   if (standardize) ok = ok && WriteDoubles(file, LumaArray<double>(uniqueIndex.size(), 0.0));
   if (!ok) return Status::Fail(msg::ESa049);
   offset = 4 + static_cast<std::int64_t>(length);
@@ -123,6 +132,56 @@ Status BuildBinaryFile(ZoDatasetVector* dataset, const LumaUnicodeString& unique
     }
     fileGuard.Release();
     flagGuard.Release();
+    return Status::Ok();
+  });
+}
+
+Status BuildBinaryFileFromRows(const LumaUnicodeString& path, const LumaUnicodeString& datasetName,
+                               const LumaUnicodeString& uniqueIdField, const std::vector<std::int32_t>& ids,
+                               const std::vector<std::int32_t>& uniqueIds, const std::vector<std::int32_t>& neighborIds,
+                               const std::vector<double>& weights, bool standardize) {
+  return Guarded([&]() -> Status {
+    if (!HasSwmbExtension(path, true)) return Status::Fail(msg::EAf017);
+    if (uniqueIdField.IsEmpty()) return Status::Fail(msg::ECb005);
+    if (ids.size() < 2) return Status::Fail(msg::EUb005);
+    if (uniqueIds.size() != neighborIds.size() || uniqueIds.size() != weights.size()) return Status::Fail(msg::ESa046);
+    // Rows in ascending unique-ID order, as the analyses' check expects them.
+    std::vector<std::int32_t> sorted(ids);
+    std::sort(sorted.begin(), sorted.end());
+    if (std::adjacent_find(sorted.begin(), sorted.end()) != sorted.end()) return Status::Fail(msg::ESa044);
+    std::unordered_map<std::int32_t, std::int32_t> position;
+    position.reserve(sorted.size());
+    for (std::size_t i = 0; i < sorted.size(); ++i) position.emplace(sorted[i], static_cast<std::int32_t>(i));
+    std::vector<RowRecord> records;
+    records.reserve(uniqueIds.size());
+    for (std::size_t h = 0; h < uniqueIds.size(); ++h) {
+      const auto row = position.find(uniqueIds[h]), column = position.find(neighborIds[h]);
+      if (row == position.end() || column == position.end()) return Status::Fail(msg::ESa080);
+      if (!std::isfinite(weights[h])) return Status::Fail(msg::ESa046);
+      if (IsStoredWeight(weights[h])) records.push_back({row->second, column->second, weights[h]});
+    }
+    // Entries grouped by row, each row's entries in the order given.
+    std::stable_sort(records.begin(), records.end(),
+                     [](const RowRecord& a, const RowRecord& b) { return a.row < b.row; });
+    LumaArray<ZoSWMFileUniqueIndex> uniqueIndex(sorted.size());
+    LumaArray<double> rowSums(sorted.size(), 0.0);
+    for (std::size_t i = 0; i < sorted.size(); ++i) uniqueIndex[i].UniqueID = sorted[i];
+    for (const RowRecord& r : records) {
+      ++uniqueIndex[static_cast<std::size_t>(r.row)].Count;
+      rowSums[static_cast<std::size_t>(r.row)] += r.weight;
+    }
+
+    const std::string header =
+        HeaderText(datasetName.Str(), DatasetTabular, static_cast<int>(sorted.size()), uniqueIdField.Str(),
+                   SpatialWeightsFile, standardize ? 1 : 0, Euclidean, true);
+    ZoTempFileGuard fileGuard(SiblingTemporary(path));
+    FilePtr file(std::fopen(fileGuard.Path().c_str(), "wb"));
+    std::int32_t length = 0;
+    const bool ok = file && WriteHeader(file.get(), header, length) && WriteUniqueIndex(file.get(), uniqueIndex) &&
+                    (!standardize || WriteDoubles(file.get(), rowSums)) && WriteRecords(file.get(), records) &&
+                    std::fclose(file.release()) == 0 && ZoFile::Rename(fileGuard.Path(), path);
+    if (!ok) return Status::Fail(msg::ESa049);
+    fileGuard.Release();
     return Status::Ok();
   });
 }

@@ -52,4 +52,22 @@ Status BuildBinaryFile(ZoDatasetVector* dataset, const LumaUnicodeString& unique
                        const LumaUnicodeString* flagPath, const ZoPatternsInformation& info, ZoProgress* progress,
                        bool show, std::vector<std::int64_t>* columnCounts = nullptr);
 
+// Builds the binary weights file at `path` from weights made elsewhere (by
+// another program, or edited by hand), given as the rows the converter to
+// tables writes: entry h says that feature uniqueIds[h] has neighbour
+// neighborIds[h] with weight weights[h]. `ids` lists every feature, those
+// without neighbours included; the file orders them by ID as the builders
+// do. The header names `datasetName` and `uniqueIdField` and the
+// conceptualization "weights file", so readers assume no symmetry. Weights
+// the builders would not store (inside ±1e-20) are left out. "EAf017" for a
+// path without ".swmb", "EUb005" for fewer than 2 IDs, "ESa044" for a
+// repeated ID, "ESa080" for an entry naming an ID not in `ids`, "ESa046" for
+// a weight that is not finite or entry columns of unequal lengths, "ESa049"
+// when the file cannot be written. Nothing stays behind on failure, and an
+// existing file at `path` is replaced only on success.
+Status BuildBinaryFileFromRows(const LumaUnicodeString& path, const LumaUnicodeString& datasetName,
+                               const LumaUnicodeString& uniqueIdField, const std::vector<std::int32_t>& ids,
+                               const std::vector<std::int32_t>& uniqueIds, const std::vector<std::int32_t>& neighborIds,
+                               const std::vector<double>& weights, bool standardize);
+
 }  // namespace ZOC::detail::weights

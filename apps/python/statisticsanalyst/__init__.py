@@ -21,6 +21,10 @@ interaction matrix::
     gd.factor[["field", "q", "p_value"]]
     gd.interaction_matrix()
 
+Weights made with PySAL serve every analysis: ``weights_from_pysal(w,
+"w.swmb", "POLYID")`` writes a ``libpysal.weights.W`` as a weights file for
+``weights_file=``, and ``weights_to_pysal("w.swmb")`` reads one back as a W.
+
 Failures raise StatisticsAnalystError with the message identifiers in
 ``.ids``; an argument zostat would refuse as an option is refused before the
 run with the same identifier, as StatisticsAnalystUsageError (also a
@@ -34,12 +38,15 @@ from ._analyses import (ResultFrame, ann, central_feature, cluster_outlier, dbsc
                         weights_build, weights_dump, weights_to_table)
 from ._errors import StatisticsAnalystError, StatisticsAnalystUsageError
 from ._plot import plot_map
+from ._pysal import weights_from_pysal, weights_to_pysal
 from ._results import (AnnResult, GeneralGResult, GeoDetectorResult, GwrResult, IncrementalResult, MoranResult,
                        OlsResult)
+from ._types import Conceptualization, DistanceMethod
 
-__all__ = ["AnnResult", "GeneralGResult", "GeoDetectorResult", "GwrResult", "IncrementalResult", "MoranResult",
-           "OlsResult", "ResultFrame", "StatisticsAnalystError", "StatisticsAnalystUsageError", "ann",
-           "central_feature", "cluster_outlier", "dbscan", "directional_mean", "ellipse", "general_g", "geodetector",
-           "gwr", "hdbscan", "hotspot", "incremental_spatial_autocorrelation", "mean_center", "median_center", "moran",
-           "ols", "optics", "optimized_hotspot", "plot_map", "standard_distance", "weights_build", "weights_dump",
+__all__ = ["AnnResult", "Conceptualization", "DistanceMethod", "GeneralGResult", "GeoDetectorResult", "GwrResult",
+           "IncrementalResult", "MoranResult", "OlsResult", "ResultFrame", "StatisticsAnalystError",
+           "StatisticsAnalystUsageError", "ann", "central_feature", "cluster_outlier", "dbscan", "directional_mean",
+           "ellipse", "general_g", "geodetector", "gwr", "hdbscan", "hotspot", "incremental_spatial_autocorrelation",
+           "mean_center", "median_center", "moran", "ols", "optics", "optimized_hotspot", "plot_map",
+           "standard_distance", "weights_build", "weights_dump", "weights_from_pysal", "weights_to_pysal",
            "weights_to_table"]

@@ -1,4 +1,6 @@
 """The exception every failed analysis raises."""
+from __future__ import annotations
+
 import re
 
 # "[ESa014] At least 4 records ..." : identifiers open each message line.
@@ -9,12 +11,12 @@ class StatisticsAnalystError(RuntimeError):
     """An analysis failed. ``ids`` lists the message identifiers in the order
     the library raised them (``"ESa014"``, ...); ``str(error)`` is the text."""
 
-    def __init__(self, text):
+    def __init__(self, text: str) -> None:
         super().__init__(text)
         self.text = text
-        self.ids = _ID.findall(text)
+        self.ids: list[str] = _ID.findall(text)
 
-    def __repr__(self):
+    def __repr__(self) -> str:
         return f"StatisticsAnalystError(ids={self.ids!r})"
 
 

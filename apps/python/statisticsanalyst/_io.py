@@ -1,31 +1,38 @@
 """Inputs (a path or a GeoDataFrame) and result layers (read back as frames)."""
+from __future__ import annotations
+
 import contextlib
+import importlib
 import os
 import tempfile
+from typing import Any, Iterator, Optional, TypeGuard
 
 import pandas as pd
 
 from . import _core, _validate
+from ._types import Data, PathLike
 
+gpd: Any
 try:
-    import geopandas as gpd
+    gpd = importlib.import_module("geopandas")
 except ImportError:  # GeoPandas is optional: results then come as pandas DataFrames
     gpd = None
 
 
-def is_frame(data):
+def is_frame(data: object) -> TypeGuard[Any]:
+    """A GeoDataFrame (GeoPandas has no type information: Any to the checker)."""
     return gpd is not None and isinstance(data, gpd.GeoDataFrame)
 
 
 @contextlib.contextmanager
-def scratch():
+def scratch() -> Iterator[str]:
     """A private temporary folder, removed on every exit (Ctrl-C included)."""
     with tempfile.TemporaryDirectory(prefix="statisticsanalyst-") as folder:
         yield folder
 
 
 @contextlib.contextmanager
-def input_layer(data, layer, folder):
+def input_layer(data: Data, layer: Optional[str], folder: str) -> Iterator[tuple[str, str]]:
     """(path, layer) the library can open: a path as given, or a GeoDataFrame
     written as a GeoPackage into the scratch folder."""
     if is_frame(data):
@@ -46,7 +53,7 @@ def input_layer(data, layer, folder):
         yield _validate.path(data), layer or ""
 
 
-def default_layer_name(data, layer, suffix):
+def default_layer_name(data: Data, layer: Optional[str], suffix: str) -> str:
     if is_frame(data):
         return "result" + suffix
     if layer:
@@ -55,12 +62,12 @@ def default_layer_name(data, layer, suffix):
     return (names[0] if names else "result") + suffix
 
 
-def read_layer(path, layer):
+def read_layer(path: PathLike, layer: str) -> Any:
     """A result layer as a GeoDataFrame, or a DataFrame without GeoPandas."""
     if gpd is not None:
         frame = gpd.read_file(path, layer=layer)
         if "geometry" not in frame or frame.geometry.isna().all():
             return pd.DataFrame(frame.drop(columns="geometry", errors="ignore"))
         return frame
-    frame = pd.DataFrame(_core.read_attributes(path, layer))
+    frame = pd.DataFrame(_core.read_attributes(os.fspath(path), layer))
     return frame.drop(columns=["QlID"], errors="ignore")

@@ -1,9 +1,18 @@
 """Maps of result layers through matplotlib: the same colour schemes, legend,
 title, scale bar and north arrow as ``zostat map``; and the incremental
 analysis's chart in the colours of ``zostat incremental --chart``."""
+from __future__ import annotations
+
 import math
+from typing import TYPE_CHECKING, Any, Optional
 
 import pandas as pd
+
+if TYPE_CHECKING:
+    from ._results import IncrementalResult
+
+# Where a figure may be saved: a path or a file object, as matplotlib takes it.
+FigureFile = Any
 
 # Confidence bins of the hot spot analysis: blues for cold, reds for hot.
 HOTSPOT_BINS = [
@@ -29,7 +38,7 @@ RAMP = ["#440154", "#3b528b", "#21918c", "#5ec962", "#fde725"]
 MAX_LEGEND_CLASSES = 12
 
 
-def classes(field, values):
+def classes(field: str, values: Any) -> Optional[list[tuple[Any, str, str]]]:
     """[(value, label, colour)] for a classified field, or None for a
     continuous one (numbers that are not bins, types or cluster ids)."""
     name = field.lower()
@@ -48,18 +57,18 @@ def classes(field, values):
     return None
 
 
-def _missing(value):
+def _missing(value: object) -> bool:
     return value is None or (isinstance(value, float) and math.isnan(value))
 
 
-def _nice_length(span):
+def _nice_length(span: float) -> float:
     """A round bar length near a fifth of the map's width."""
     target = span / 5.0
     power = 10 ** math.floor(math.log10(target))
-    return max(m * power for m in (1, 2, 5) if m * power <= target)
+    return float(max(m * power for m in (1, 2, 5) if m * power <= target))
 
 
-def _scale_bar(ax, frame):
+def _scale_bar(ax: Any, frame: Any) -> None:
     xmin, ymin, xmax, ymax = frame.total_bounds
     length = _nice_length(xmax - xmin)
     unit = frame.crs.axis_info[0].unit_name if frame.crs.axis_info else "metre"
@@ -72,7 +81,8 @@ def _scale_bar(ax, frame):
                 fontsize=10, fontweight="bold", arrowprops=dict(facecolor="black", width=3, headwidth=9))
 
 
-def plot_map(frame, field, *, ax=None, title=None, file=None):
+def plot_map(frame: Any, field: Optional[str], *, ax: Any = None, title: Optional[str] = None,
+             file: FigureFile = None) -> Any:
     """Draws `field` of a result frame: classes with a legend, or a colour
     ramp with a colour bar; a scale bar and north arrow for projected data.
     Returns the Axes; `file` also saves the figure (PNG, SVG, PDF...)."""
@@ -100,7 +110,7 @@ def plot_map(frame, field, *, ax=None, title=None, file=None):
                    **({} if lines else style))
     else:
         values = frame[field].where(frame[field].notna(), "")
-        handles = []
+        handles: list[Any] = []
         for value, label, colour in entries:
             subset = frame[values == value]
             if len(subset):
@@ -132,7 +142,8 @@ SERIES = "#1f77b4"
 PEAKS = [(1, "first peak", "#ff7f0e"), (2, "highest peak", "#d62728"), (3, "first and highest peak", "#9467bd")]
 
 
-def plot_incremental(result, *, ax=None, title=None, file=None):
+def plot_incremental(result: IncrementalResult, *, ax: Any = None, title: Optional[str] = None,
+                     file: FigureFile = None) -> Any:
     """The z-scores of an IncrementalResult against distance, from its table
     of bands: a line with a marker per band (broken where a band was not
     computed), the first peak orange, the highest red, a band that is both
@@ -166,7 +177,7 @@ def plot_incremental(result, *, ax=None, title=None, file=None):
     return ax
 
 
-def plot_interaction(matrix, *, ax=None, title=None, file=None):
+def plot_interaction(matrix: Any, *, ax: Any = None, title: Optional[str] = None, file: FigureFile = None) -> Any:
     """The lower triangle of a geographical detector's interaction matrix as
     a heat map on the colour ramp of the maps, from 0 to 1 since q is a share
     of the variance, each cell labelled with its q. Returns the Axes; `file`

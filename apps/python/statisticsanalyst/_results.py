@@ -1,18 +1,21 @@
 """Result objects of the global statistics and the regressions."""
+from __future__ import annotations
+
 from dataclasses import asdict, dataclass
-from typing import Optional
+from typing import Any, ClassVar, Mapping, Optional, Sequence
 
 
 class _GlobalResult:
-    def to_dict(self):
+    def to_dict(self) -> dict[str, float]:
         """The values by name, as ``zostat ... --json`` prints them (the
         permutation test's only when it ran)."""
-        return {k: v for k, v in asdict(self).items() if v is not None}
+        values: dict[str, float] = asdict(self)
+        return {k: v for k, v in values.items() if v is not None}
 
-    def __str__(self):
+    def __str__(self) -> str:
         values = self.to_dict()
         width = max(len(k) for k in values)
-        lines = [type(self).__doc__.splitlines()[0]]
+        lines = [(type(self).__doc__ or "").splitlines()[0]]
         lines += [f"  {k:<{width}}  {v:.10g}" for k, v in values.items()]
         return "\n".join(lines)
 
@@ -58,19 +61,19 @@ class _ModelResult:
     """The values of a regression by name (``result.r2``, ``to_dict()``, as
     ``zostat ... --json`` prints them) and ``frame``, the per-feature layer."""
 
-    def __init__(self, values, frame):
+    def __init__(self, values: Mapping[str, Any], frame: Any) -> None:
         self._values, self.frame = dict(values), frame
 
-    def __getattr__(self, name):
+    def __getattr__(self, name: str) -> Any:
         try:
             return self.__dict__["_values"][name]
         except KeyError:
             raise AttributeError(name) from None
 
-    def to_dict(self):
+    def to_dict(self) -> dict[str, Any]:
         return dict(self._values)
 
-    def __repr__(self):
+    def __repr__(self) -> str:
         return f"{type(self).__name__}({self._values!r})"
 
 
@@ -94,11 +97,11 @@ class IncrementalResult(_ModelResult):
     ("first_peak", "max_peak": a band or None), "begin_distance",
     "increment" and whether each was the default."""
 
-    def __init__(self, values, frame, field=None):
+    def __init__(self, values: Mapping[str, Any], frame: Any, field: Optional[str] = None) -> None:
         super().__init__(values, frame)
         self.field = field
 
-    def plot(self, *, ax=None, title=None, file=None):
+    def plot(self, *, ax: Any = None, title: Optional[str] = None, file: Any = None) -> Any:
         """The z-scores against distance with the peaks marked, as
         ``zostat incremental --chart`` draws them; returns the Axes."""
         from ._plot import plot_incremental
@@ -124,9 +127,14 @@ class GeoDetectorResult:
     ran but has nothing to report (the interaction of a single factor) is an
     empty frame with its columns. Numbers that could not be computed are NaN."""
 
-    TABLES = ("factor", "strata", "risk", "interaction", "ecological")
+    TABLES: ClassVar[tuple[str, ...]] = ("factor", "strata", "risk", "interaction", "ecological")
+    factor: Any
+    strata: Any
+    risk: Any
+    interaction: Any
+    ecological: Any
 
-    def __init__(self, values, columns):
+    def __init__(self, values: Mapping[str, Any], columns: Mapping[str, Sequence[str]]) -> None:
         import pandas as pd
 
         self._values = dict(values)
@@ -135,13 +143,13 @@ class GeoDetectorResult:
             rows = self._values.get(name)
             setattr(self, name, None if rows is None else pd.DataFrame(rows, columns=columns[name]))
 
-    def to_dict(self):
+    def to_dict(self) -> dict[str, Any]:
         """The values as ``zostat geodetector --json`` prints them: the three
         numbers and, per table, a list of rows (dicts)."""
         return {key: [dict(row) for row in value] if isinstance(value, list) else value
                 for key, value in self._values.items()}
 
-    def interaction_matrix(self):
+    def interaction_matrix(self) -> Any:
         """The q of every pair of factors taken together, as a symmetric
         factors × factors DataFrame with each factor's own q on the diagonal.
         Needs the interaction detector."""
@@ -149,7 +157,7 @@ class GeoDetectorResult:
 
         if self.interaction is None:
             raise ValueError("the interaction detector was not run (detectors=)")
-        own = {}
+        own: dict[str, float] = {}
         if self.factor is not None:
             own = dict(zip(self.factor["field"], self.factor["q"]))
         for row in self.interaction.itertuples(index=False):
@@ -163,13 +171,13 @@ class GeoDetectorResult:
             matrix.loc[row.first, row.second] = matrix.loc[row.second, row.first] = row.q
         return matrix
 
-    def plot(self, *, ax=None, title=None, file=None):
+    def plot(self, *, ax: Any = None, title: Optional[str] = None, file: Any = None) -> Any:
         """A heat map of interaction_matrix() (its lower triangle, each cell
         labelled with its q); returns the Axes; `file` also saves the figure."""
         from ._plot import plot_interaction
         return plot_interaction(self.interaction_matrix(), ax=ax, title=title, file=file)
 
-    def __repr__(self):
+    def __repr__(self) -> str:
         tables = ", ".join(f"{name}={len(getattr(self, name))} rows" for name in self.TABLES
                            if getattr(self, name) is not None)
         return f"GeoDetectorResult(count={self.count}, mean={self.mean!r}, variance={self.variance!r}, {tables})"

@@ -1,16 +1,21 @@
 """Keyword arguments checked by the same code that checks zostat's options,
 under the options' names, so a value is refused with the same identifier and
 words from Python as from the command line."""
+from __future__ import annotations
+
 import contextlib
 import numbers
 import os
 import re
+from typing import Iterator, NoReturn, TypeVar
 
 from . import _core
 from ._errors import StatisticsAnalystUsageError
 
+T = TypeVar("T")
 
-def text(value):
+
+def text(value: object) -> str:
     """A value as it would be typed: whole numbers without a fraction, other
     numbers in full precision, booleans as words (so never as counts)."""
     if isinstance(value, bool):
@@ -23,12 +28,12 @@ def text(value):
     return str(value)
 
 
-def refuse(text):
+def refuse(text: str) -> NoReturn:
     raise StatisticsAnalystUsageError(text)
 
 
 @contextlib.contextmanager
-def as_keywords(*names):
+def as_keywords(*names: str) -> Iterator[None]:
     """Refuses what the compiled layer refuses as zostat would refuse options
     `names`, with the same identifier and words, the options named as the
     keyword arguments they came from."""
@@ -41,29 +46,29 @@ def as_keywords(*names):
         refuse(message)
 
 
-def option(command, name, value):
+def option(command: str, name: str, value: T) -> T:
     """Checks `value` as zostat's option --`name` of `command`; returns it."""
     with as_keywords(name):
         _core.check_option(command, name, text(value))
     return value
 
 
-def count(command, name, value):
-    return int(option(command, name, value))
+def count(command: str, name: str, value: object) -> int:
+    return int(text(option(command, name, value)))
 
 
-def number(command, name, value):
-    return float(option(command, name, value))
+def number(command: str, name: str, value: object) -> float:
+    return float(text(option(command, name, value)))
 
 
-def field(value, what="field"):
+def field(value: object, what: str = "field") -> str:
     """A field name: a non-empty string."""
     if not isinstance(value, str) or not value.strip():
         refuse(_core.message("EUa060", [], f"{what} must be a field name, not {value!r}"))
     return value
 
 
-def path(value, what="data"):
+def path(value: object, what: str = "data") -> str:
     if not isinstance(value, (str, os.PathLike)):
         refuse(_core.message("EUa060", [], f"{what} must be a path or a GeoDataFrame, not {type(value).__name__}"))
     return os.fspath(value)

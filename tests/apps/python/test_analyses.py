@@ -294,6 +294,8 @@ def test_failures_raise_with_identifiers(call, ids):
      ["geodetector", "--dependent", "CRIME", "--factors", "INC", "--detectors", "factor,bogus"]),
     (lambda: sa.geodetector(data("columbus.gpkg"), "CRIME", ["CRIME"]),
      ["geodetector", "--dependent", "CRIME", "--factors", "CRIME"]),
+    (lambda: sa.moran(data("columbus.gpkg"), "CRIME", memory_budget=0),
+     ["moran", "--field", "CRIME", "--memory-budget", "0"]),
     (lambda: sa.moran(data("columbus.gpkg"), "CRIME", permutations=-1),
      ["moran", "--field", "CRIME", "--permutations", "-1"]),
     (lambda: sa.hotspot(data("columbus.gpkg"), "CRIME", permutations=9, seed=-3),
