@@ -179,7 +179,7 @@ def geodetector(data: Data, dependent: str, factors: Names, *, layer: str | None
                 out_layer = output_layer or _io.default_layer_name(data, layer, "_strata")
             values = _call(_core.geodetector, path, name, os.fspath(output), out_layer, bool(overwrite), *arguments,
                            progress=progress)
-    return GeoDetectorResult(values, _core.geodetector_columns())
+    return GeoDetectorResult.from_values(values, _core.geodetector_columns())
 
 
 def ann(data: Data, *, layer: str | None = None, area: float = 0.0, distance_method: DistanceMethod = "euclidean",

@@ -1,7 +1,7 @@
 """Result objects of the global statistics and the regressions."""
 from __future__ import annotations
 
-from dataclasses import asdict, dataclass
+from dataclasses import asdict, dataclass, field
 from typing import Any, ClassVar, Mapping, Optional, Sequence
 
 
@@ -57,26 +57,31 @@ class AnnResult(_GlobalResult):
     p_value: float
 
 
+@dataclass(frozen=True, repr=False, eq=False)
 class _ModelResult:
     """The values of a regression by name (``result.r2``, ``to_dict()``, as
-    ``zostat ... --json`` prints them) and ``frame``, the per-feature layer."""
+    ``zostat ... --json`` prints them) and ``frame``, the per-feature layer.
+    The names vary with the options (diagnostics that were skipped are
+    absent), so they are read from ``values`` rather than declared. Results
+    hold frames, so they compare by identity."""
 
-    def __init__(self, values: Mapping[str, Any], frame: Any) -> None:
-        self._values, self.frame = dict(values), frame
+    values: Mapping[str, Any]
+    frame: Any
 
     def __getattr__(self, name: str) -> Any:
         try:
-            return self.__dict__["_values"][name]
+            return self.__dict__["values"][name]
         except KeyError:
             raise AttributeError(name) from None
 
     def to_dict(self) -> dict[str, Any]:
-        return dict(self._values)
+        return dict(self.values)
 
     def __repr__(self) -> str:
-        return f"{type(self).__name__}({self._values!r})"
+        return f"{type(self).__name__}({dict(self.values)!r})"
 
 
+@dataclass(frozen=True, repr=False, eq=False)
 class OlsResult(_ModelResult):
     """Ordinary least squares: coefficients (intercept first), R², adjusted
     R², AICc, joint F and Wald, Koenker (BP), Jarque-Bera, condition index and
@@ -85,11 +90,13 @@ class OlsResult(_ModelResult):
     why)."""
 
 
+@dataclass(frozen=True, repr=False, eq=False)
 class GwrResult(_ModelResult):
     """Geographically weighted regression: bandwidth, AICc, effective
     parameters, residual sum of squares, sigma and R²."""
 
 
+@dataclass(frozen=True, repr=False, eq=False)
 class IncrementalResult(_ModelResult):
     """Incremental spatial autocorrelation: Moran's I per distance band
     ("bands": distance, index, expected_index, variance, z_score, p_value;
@@ -97,9 +104,7 @@ class IncrementalResult(_ModelResult):
     ("first_peak", "max_peak": a band or None), "begin_distance",
     "increment" and whether each was the default."""
 
-    def __init__(self, values: Mapping[str, Any], frame: Any, field: Optional[str] = None) -> None:
-        super().__init__(values, frame)
-        self.field = field
+    field: Optional[str] = None
 
     def plot(self, *, ax: Any = None, title: Optional[str] = None, file: Any = None) -> Any:
         """The z-scores against distance with the peaks marked, as
@@ -108,6 +113,7 @@ class IncrementalResult(_ModelResult):
         return plot_incremental(self, ax=ax, title=title, file=file)
 
 
+@dataclass(frozen=True, repr=False, eq=False)
 class GeoDetectorResult:
     """The geographical detector: "count", "mean" and "variance" of the
     dependent field, and a pandas DataFrame per detector table, columns as
@@ -128,26 +134,32 @@ class GeoDetectorResult:
     empty frame with its columns. Numbers that could not be computed are NaN."""
 
     TABLES: ClassVar[tuple[str, ...]] = ("factor", "strata", "risk", "interaction", "ecological")
+    count: int
+    mean: float
+    variance: float
     factor: Any
     strata: Any
     risk: Any
     interaction: Any
     ecological: Any
+    values: Mapping[str, Any] = field(compare=False)
 
-    def __init__(self, values: Mapping[str, Any], columns: Mapping[str, Sequence[str]]) -> None:
+    @classmethod
+    def from_values(cls, values: Mapping[str, Any], columns: Mapping[str, Sequence[str]]) -> GeoDetectorResult:
+        """The result from the values as the library reports them, each
+        table's rows under its own columns."""
         import pandas as pd
 
-        self._values = dict(values)
-        self.count, self.mean, self.variance = (self._values[k] for k in ("count", "mean", "variance"))
-        for name in self.TABLES:
-            rows = self._values.get(name)
-            setattr(self, name, None if rows is None else pd.DataFrame(rows, columns=columns[name]))
+        tables = {name: None if values.get(name) is None else pd.DataFrame(values[name], columns=columns[name])
+                  for name in cls.TABLES}
+        return cls(count=values["count"], mean=values["mean"], variance=values["variance"], values=dict(values),
+                   **tables)
 
     def to_dict(self) -> dict[str, Any]:
         """The values as ``zostat geodetector --json`` prints them: the three
         numbers and, per table, a list of rows (dicts)."""
         return {key: [dict(row) for row in value] if isinstance(value, list) else value
-                for key, value in self._values.items()}
+                for key, value in self.values.items()}
 
     def interaction_matrix(self) -> Any:
         """The q of every pair of factors taken together, as a symmetric
