@@ -1,6 +1,7 @@
 #include "host/detail/GpkgAppend.h"
 
 #include <algorithm>
+#include <cstdlib>
 #include <cstring>
 
 namespace ZOC::detail {
@@ -82,7 +83,7 @@ bool GpkgAppend::Start(const std::string& path, OGRLayer& layer) {
                      m_error) ||
       found.size() != (m_geometry ? 1u : 0u))
     return false;
-  if (m_geometry) m_srsId = static_cast<std::int32_t>(std::stol(found.front()));
+  if (m_geometry) m_srsId = static_cast<std::int32_t>(std::strtol(found.front().c_str(), nullptr, 10));
   found.clear();
   if (!sqlite::Texts(db, "SELECT name FROM sqlite_master WHERE lower(name) = lower(?1)",
                      "rtree_" + m_table + "_" + geometry, found, m_error) ||
