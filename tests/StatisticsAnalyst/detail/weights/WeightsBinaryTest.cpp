@@ -3,6 +3,7 @@
 // refused cleanly.
 #include <gtest/gtest.h>
 
+#include <cmath>
 #include <cstring>
 #include <filesystem>
 #include <fstream>
@@ -125,6 +126,39 @@ TEST(WeightsBinary, HandWorkedFileIsByteExact) {
       PutInt(expected, i), PutInt(expected, j), PutDouble(expected, 1.0);
     EXPECT_EQ(ReadAll(path), expected) << "standardize=" << standardize;
   }
+}
+
+// Weights made elsewhere, given as rows by unique ID in any order: the file
+// after its header is the one the builder writes for the same weights, and
+// rows that do not make a file leave none.
+TEST(WeightsBinary, RowsGivenElsewhereWriteTheBuildersFile) {
+  auto layer = Layer(kLine, kIds);
+  satest::TempDir dir;
+  const std::string built = dir.File("built.swmb"), given = dir.File("given.swmb");
+  ZoWeightsUtilities w;
+  ASSERT_TRUE(w.BuildWeightMatrixBinary(layer.dataset, "ID", built, Band(1.5, true), false));
+  ASSERT_TRUE(w.BuildWeightMatrixFromRows(given, "points", "ID", {40, 20, 10, 30}, {30, 10, 10, 40}, {10, 30, 40, 10},
+                                          {1.0, 1.0, 1.0, 1.0}, 1))
+      << w.GetStrErrorMes().Str();
+  auto body = [](const Bytes& file) {
+    std::int32_t header = 0;
+    std::memcpy(&header, file.data(), 4);
+    return Bytes(file.begin() + 4 + header, file.end());
+  };
+  EXPECT_EQ(body(ReadAll(given)), body(ReadAll(built)));
+
+  auto refused = [&](std::vector<std::int32_t> rows, std::vector<std::int32_t> columns, std::vector<double> weights,
+                     std::vector<std::int32_t> ids, const char* id) {
+    EXPECT_FALSE(w.BuildWeightMatrixFromRows(dir.File("bad.swmb"), "points", "ID", ids, rows, columns, weights, 0))
+        << id;
+    EXPECT_TRUE(Has(w, id)) << w.GetStrErrorMes().Str();
+  };
+  refused({10}, {20}, {1.0}, {10, 20, 10}, ZOC::msg::ESa044);
+  refused({10}, {99}, {1.0}, {10, 20}, ZOC::msg::ESa080);
+  refused({10}, {20}, {std::nan("")}, {10, 20}, ZOC::msg::ESa046);
+  refused({10, 20}, {20}, {1.0}, {10, 20}, ZOC::msg::ESa046);
+  refused({}, {}, {}, {10}, ZOC::msg::EUb005);
+  EXPECT_EQ(Listing(dir), (std::vector<std::string>{"built.swmb", "given.swmb"}));
 }
 
 TEST(WeightsBinary, RoundTripMatchesInMemoryWeights) {
