@@ -147,31 +147,59 @@ std::int64_t ZoRecordset::GetIDAt(std::int64_t k) const {
   return static_cast<std::int64_t>(r.fids[static_cast<std::size_t>(k)]);
 }
 
-bool ZoRecordset::ReadColumns(const std::vector<LumaUnicodeString>& fields, bool points, Columns& columns) {
-  try {
-    Impl& r = *m_impl;
-    if (!r.state || !r.natural || r.pending) return false;
-    detail::QuietErrors quiet;
-    detail::LayerState& st = *r.state;
-    detail::ColumnRequest request;
-    request.points = points;
-    request.expected = r.fids.size();
-    for (const LumaUnicodeString& name : fields) {
+namespace {
+
+// The columns of `request` (its fields named in `fields` and `texts`) for
+// every record of a recordset (its implementation `r`) in the layer's own
+// order.
+template <class Records>
+bool ReadRecordColumns(Records& r, const std::vector<LumaUnicodeString>& fields,
+                       const std::vector<LumaUnicodeString>& texts, detail::ColumnRequest& request,
+                       detail::ColumnData& data) {
+  if (!r.state || !r.natural || r.pending) return false;
+  detail::QuietErrors quiet;
+  detail::LayerState& st = *r.state;
+  request.expected = r.fids.size();
+  for (const auto* names : {&fields, &texts})
+    for (const LumaUnicodeString& name : *names) {
       const int field = st.FindField(name.Str());
       if (field < 0) return false;
-      request.fields.push_back(field);
+      (names == &fields ? request.fields : request.texts).push_back(field);
     }
-    if ((points && !st.HasGeometry()) || !st.ApplyFilter(r.filter)) return false;
-    // The stream moves the layer's cursor: record-by-record reading resumes by ID.
-    st.cursorOwner = nullptr;
-    r.sequential = false;
+  if ((request.points && !st.HasGeometry()) || !st.ApplyFilter(r.filter)) return false;
+  // The stream moves the layer's cursor: record-by-record reading resumes by ID.
+  st.cursorOwner = nullptr;
+  r.sequential = false;
+  // The layer must still hold exactly the records the query found.
+  return detail::ReadColumns(*st.layer, request, data) && !quiet.Failed() && data.fids == r.fids;
+}
+
+}  // namespace
+
+bool ZoRecordset::ReadColumns(const std::vector<LumaUnicodeString>& fields, bool points, Columns& columns) {
+  try {
+    detail::ColumnRequest request;
+    request.points = points;
     detail::ColumnData data;
-    // The layer must still hold exactly the records the query found.
-    if (!detail::ReadColumns(*st.layer, request, data) || quiet.Failed() || data.fids != r.fids) return false;
+    if (!ReadRecordColumns(*m_impl, fields, {}, request, data)) return false;
     columns.values = std::move(data.values);
     columns.nulls = std::move(data.nulls);
     columns.points = std::move(data.points);
     columns.hasPoint = std::move(data.hasPoint);
+    return true;
+  } catch (...) {
+    return false;
+  }
+}
+
+bool ZoRecordset::ReadTextColumn(const LumaUnicodeString& field, std::vector<std::string>& values,
+                                 std::vector<std::uint8_t>& nulls) {
+  try {
+    detail::ColumnRequest request;
+    detail::ColumnData data;
+    if (!ReadRecordColumns(*m_impl, {}, {field}, request, data)) return false;
+    values = std::move(data.texts[0]);
+    nulls = std::move(data.textNulls[0]);
     return true;
   } catch (...) {
     return false;

@@ -8,6 +8,7 @@
 // end of this recordset's order.
 #include <cstdint>
 #include <memory>
+#include <string>
 #include <vector>
 
 #include "host/HostExport.h"
@@ -59,6 +60,11 @@ class SA_HOST_API ZoRecordset {
     std::vector<std::uint8_t> hasPoint;
   };
   bool ReadColumns(const std::vector<LumaUnicodeString>& fields, bool points, Columns& columns);
+  // Every record's value of a text field the same way ("" where null, marked
+  // in `nulls`); false, with the recordset unchanged, when the field is not
+  // plain text or the records cannot be read this way.
+  bool ReadTextColumn(const LumaUnicodeString& field, std::vector<std::string>& values,
+                      std::vector<std::uint8_t>& nulls);
 
   // False for an unknown field or at EOF. Null values give a null variant.
   bool GetFieldValue(const LumaUnicodeString& name, LumaVariant& value);

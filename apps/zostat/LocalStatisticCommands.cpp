@@ -21,12 +21,18 @@ namespace {
 std::map<std::string, long long> Tally(ZOC::ZoDatasetVector* dataset, const std::string& field) {
   std::map<std::string, long long> counts;
   ZOC::ZoRecordsetPtr records(dataset->Query(ZOC::ZoQueryDef()));
-  // An integer field (the bins) is read as one column: at 10^7 features
-  // record by record takes seconds.
+  // The field (the bins, or the cluster types' text) is read as one column:
+  // at 10^7 features record by record takes seconds.
   ZOC::ZoRecordset::Columns column;
   if (records && records->ReadColumns({field.c_str()}, false, column)) {
     for (std::size_t k = 0; k < column.values[0].size(); ++k)
       ++counts[column.nulls[0][k] ? std::string() : std::to_string(static_cast<long long>(column.values[0][k]))];
+    return counts;
+  }
+  std::vector<std::string> texts;
+  std::vector<std::uint8_t> nulls;
+  if (records && records->ReadTextColumn(field.c_str(), texts, nulls)) {
+    for (const std::string& text : texts) ++counts[text];
     return counts;
   }
   LUMA::LumaVariant value;

@@ -93,8 +93,9 @@ int PointAt(const ArrowArray& a, bool large, std::int64_t k, LUMA::LumaPoint2D& 
 // Where each requested field comes in the stream (the FID first, then the
 // kept fields in layer order, then the geometry when asked) and its type.
 struct Layout {
-  std::vector<std::int64_t> slots;  // per requested field
-  std::vector<char> formats;        // per requested field
+  std::vector<std::int64_t> slots;      // per requested field
+  std::vector<std::int64_t> textSlots;  // per requested text field
+  std::vector<char> formats;            // per requested field
   std::int64_t columns = 0;
   bool large = false;  // 64-bit offsets in the geometry column
 };
@@ -108,6 +109,8 @@ bool CheckSchema(const ArrowSchema& schema, const ColumnRequest& request, std::i
     if (format != "g" && format != "l" && format != "i" && format != "s") return false;
     layout.formats.push_back(format[0]);
   }
+  for (std::int64_t slot : layout.textSlots)
+    if (std::string_view(schema.children[slot]->format) != "u") return false;
   if (!request.points) return true;
   const std::string_view geometry = schema.children[layout.columns - 1]->format;
   layout.large = geometry == "Z";
@@ -124,6 +127,17 @@ bool TakeBatch(const ArrowArray& batch, const ColumnRequest& request, const Layo
     for (std::int64_t k = 0; k < batch.length; ++k) {
       out.values[f].push_back(NumberAt(column, layout.formats[f], k));
       out.nulls[f].push_back(IsValid(column, k) ? 0 : 1);
+    }
+  }
+  for (std::size_t f = 0; f < layout.textSlots.size(); ++f) {
+    const ArrowArray& column = *batch.children[layout.textSlots[f]];
+    const auto* offsets = static_cast<const std::int32_t*>(column.buffers[1]);
+    const auto* chars = static_cast<const char*>(column.buffers[2]);
+    for (std::int64_t k = 0; k < batch.length; ++k) {
+      const bool valid = IsValid(column, k);
+      const std::int64_t at = column.offset + k;
+      out.texts[f].emplace_back(valid ? std::string(chars + offsets[at], chars + offsets[at + 1]) : std::string());
+      out.textNulls[f].push_back(valid ? 0 : 1);
     }
   }
   if (!request.points) return true;
@@ -149,14 +163,22 @@ bool IsColumnField(const OGRFieldDefn& field) {
   }
 }
 
+bool IsTextColumnField(const OGRFieldDefn& field) {
+  return field.GetType() == OFTString && field.GetSubType() == OFSTNone;
+}
+
 bool ReadColumns(OGRLayer& layer, const ColumnRequest& request, ColumnData& out) {
   OGRFeatureDefn* defn = layer.GetLayerDefn();
   if (request.points && defn->GetGeomFieldCount() != 1) return false;
-  if (request.fields.empty() && !request.points) return false;  // see the empty batches below
+  if (request.fields.empty() && request.texts.empty() && !request.points) return false;  // see the empty batches below
   const int fieldCount = defn->GetFieldCount();
   std::vector<std::int64_t> slotOf(static_cast<std::size_t>(fieldCount), 0);
   for (int f : request.fields) {
     if (f < 0 || f >= fieldCount || !IsColumnField(*defn->GetFieldDefn(f))) return false;
+    slotOf[static_cast<std::size_t>(f)] = 1;
+  }
+  for (int f : request.texts) {
+    if (f < 0 || f >= fieldCount || !IsTextColumnField(*defn->GetFieldDefn(f))) return false;
     slotOf[static_cast<std::size_t>(f)] = 1;
   }
   CPLStringList ignored;
@@ -169,6 +191,7 @@ bool ReadColumns(OGRLayer& layer, const ColumnRequest& request, ColumnData& out)
   }
   Layout layout;
   for (int f : request.fields) layout.slots.push_back(slotOf[static_cast<std::size_t>(f)]);
+  for (int f : request.texts) layout.textSlots.push_back(slotOf[static_cast<std::size_t>(f)]);
   ignored.AddString("OGR_STYLE");
   if (!request.points) {
     ignored.AddString("OGR_GEOMETRY");
@@ -188,6 +211,8 @@ bool ReadColumns(OGRLayer& layer, const ColumnRequest& request, ColumnData& out)
   out = ColumnData();
   out.values.resize(request.fields.size());
   out.nulls.resize(request.fields.size());
+  out.texts.resize(request.texts.size());
+  out.textNulls.resize(request.texts.size());
   // Sized once: growing by doubling would touch (and have the system zero)
   // about twice the memory of the columns at 10^7 records.
   out.fids.reserve(request.expected);

@@ -120,6 +120,17 @@ TEST(HostDataset, GeoPackageRoundTripOfEveryFieldType) {
   EXPECT_TRUE(ds->GetType() == DatasetPoint && ds->GetPrjCoordSys().IsSame(wgs));
   EXPECT_TRUE(src->GetDataset("e")->GetPrjCoordSys().IsSame(utm));
   CheckTypeRows(ds);
+  {
+    // Text read as a column: the records' values (UTF-8, "" and null told
+    // apart); a field that is not text is refused.
+    RsPtr all(ds->Query(Q()));
+    std::vector<std::string> texts;
+    std::vector<std::uint8_t> nulls;
+    ASSERT_TRUE(all && all->ReadTextColumn("f_text", texts, nulls));
+    EXPECT_EQ(texts, (std::vector<std::string>{"h\xC3\xA9llo w\xC3\xB6rld", "", ""}));
+    EXPECT_EQ(nulls, (std::vector<std::uint8_t>{0, 1, 0}));
+    EXPECT_FALSE(all->ReadTextColumn("f_int32", texts, nulls) || all->ReadTextColumn("nosuch", texts, nulls));
+  }
   LumaFieldInfo info;
   EXPECT_TRUE(ds->GetFieldInfo("F_TIME", info) && info.GetName().Str() == "f_time");
 
