@@ -79,19 +79,14 @@ bool GpkgAppend::Start(const std::string& path, OGRLayer& layer) {
   sqlite3* db = m_db.get();
   sqlite3_busy_timeout(db, 0);  // a file someone else is writing goes to GDAL at once
   std::vector<std::string> found;
-  if (!sqlite::Texts(db, "SELECT srs_id FROM gpkg_geometry_columns WHERE lower(table_name) = lower(?1)", m_table, found,
-                     m_error) ||
-      found.size() != (m_geometry ? 1u : 0u))
-    return false;
+  if (!GeometrySrsIds(db, "main", m_table, found, m_error) || found.size() != (m_geometry ? 1u : 0u)) return false;
   if (m_geometry) m_srsId = static_cast<std::int32_t>(std::strtol(found.front().c_str(), nullptr, 10));
   found.clear();
   if (!sqlite::Texts(db, "SELECT name FROM sqlite_master WHERE lower(name) = lower(?1)",
                      "rtree_" + m_table + "_" + geometry, found, m_error) ||
       !found.empty())
     return false;
-  if (!sqlite::Texts(db, "SELECT 1 FROM " + Ident(m_table) + " WHERE ?1 IS NOT NULL LIMIT 1", "", found, m_error) ||
-      !found.empty())
-    return false;
+  if (!IsEmptyTable(db, "main", m_table)) return false;
 
   std::string columns, values;
   auto column = [&](const std::string& name) {

@@ -24,17 +24,6 @@ std::vector<std::string> Columns(sqlite3* db, const char* schema, const std::str
   return names;
 }
 
-// The coordinate system id of the table's geometry column, as text; empty
-// for a table without one.
-std::string SrsId(sqlite3* db, const char* schema, const std::string& table, std::string& error) {
-  std::vector<std::string> ids;
-  sqlite::Texts(db,
-                std::string("SELECT CAST(srs_id AS TEXT) FROM ") + schema +
-                    ".gpkg_geometry_columns WHERE lower(table_name) = lower(?1)",
-                table, ids, error);
-  return ids.empty() ? std::string() : ids.front();
-}
-
 bool Unsuitable(sqlite3* db, const GpkgTable& from, const GpkgTable& to, std::string& error) {
   const std::vector<std::string> source = Columns(db, kStage, from.table, error);
   const std::vector<std::string> target = Columns(db, "main", to.table, error);
@@ -43,11 +32,11 @@ bool Unsuitable(sqlite3* db, const GpkgTable& from, const GpkgTable& to, std::st
   };
   if (source.empty() || !std::equal(source.begin(), source.end(), target.begin(), target.end(), same)) return true;
   // Each geometry blob names its coordinate system by the file's own id.
-  if (SrsId(db, kStage, from.table, error) != SrsId(db, "main", to.table, error)) return true;
-  std::vector<std::string> any;
-  return !sqlite::Texts(db, "SELECT 1 FROM main." + Ident(to.table) + " WHERE ?1 IS NOT NULL LIMIT 1", "x", any,
-                        error) ||
-         !any.empty();
+  std::vector<std::string> sourceIds, targetIds;
+  if (!GeometrySrsIds(db, kStage, from.table, sourceIds, error) ||
+      !GeometrySrsIds(db, "main", to.table, targetIds, error) || sourceIds != targetIds)
+    return true;
+  return !IsEmptyTable(db, "main", to.table);
 }
 
 // A file URI for `path` that opens it read-only: every byte outside the

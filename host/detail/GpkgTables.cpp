@@ -49,6 +49,20 @@ bool RecordContents(sqlite3* db, const std::string& table, long long count, cons
   return false;
 }
 
+bool GeometrySrsIds(sqlite3* db, const std::string& schema, const std::string& table, std::vector<std::string>& ids,
+                    std::string& error) {
+  return sqlite::Texts(db,
+                       "SELECT CAST(srs_id AS TEXT) FROM " + Ident(schema) +
+                           ".gpkg_geometry_columns WHERE lower(table_name) = lower(?1)",
+                       table, ids, error);
+}
+
+bool IsEmptyTable(sqlite3* db, const std::string& schema, const std::string& table) {
+  std::string ignored;
+  Statement s = Prepare(db, "SELECT 1 FROM " + Ident(schema) + "." + Ident(table) + " LIMIT 1", ignored);
+  return s && sqlite3_step(s.get()) == SQLITE_DONE;
+}
+
 std::optional<Extent> RecordedExtent(sqlite3* db, const std::string& schema, const std::string& table) {
   std::string ignored;
   Statement s = Prepare(

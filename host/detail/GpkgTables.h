@@ -25,6 +25,14 @@ bool RestoreTriggers(sqlite3* db, const std::vector<std::string>& saved, std::st
 bool RecordContents(sqlite3* db, const std::string& table, long long count, const std::optional<Extent>& extent,
                     std::string& error);
 
+// The coordinate system ids of the table's geometry columns, as text (none
+// for an attribute table); false when they cannot be read.
+bool GeometrySrsIds(sqlite3* db, const std::string& schema, const std::string& table, std::vector<std::string>& ids,
+                    std::string& error);
+
+// Whether `table` of `schema` holds no row (false when it cannot be read).
+bool IsEmptyTable(sqlite3* db, const std::string& schema, const std::string& table);
+
 // The extent recorded for `table` in `schema`'s gpkg_contents, if any.
 std::optional<Extent> RecordedExtent(sqlite3* db, const std::string& schema, const std::string& table);
 
