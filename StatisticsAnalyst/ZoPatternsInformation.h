@@ -6,6 +6,7 @@
 #include <limits>
 
 #include "StatisticsAnalyst/Export.h"
+#include "StatisticsAnalyst/ZoPartitionInformation.h"
 #include "host/LumaUnicodeString.h"
 
 namespace ZOC {
@@ -79,6 +80,11 @@ class SA_API ZoPatternsInformation {
   // The seed of the permutations' random numbers: the same seed gives the
   // same results on any number of threads and any platform.
   std::uint64_t Seed = 0;
+  // Analyse one spatial part of a larger dataset (ZoPartitionInformation.h);
+  // inactive by default. Permutations, the false discovery rate and weights
+  // files need the whole dataset and are refused ("ESa110") in a part, as are
+  // weights that reach every feature (zone of indifference, no band limit).
+  ZoPartition Partition;
 };
 
 // The result of a global statistic (ZoAnalyzingPatterns::ZoAnalyzingExponent),

@@ -220,6 +220,7 @@ ZoRecordset* ZoDatasetVector::Query(const ZoQueryDef& query) {
       if (st.FindField(f.Str()) == kFieldUnknown) return nullptr;
     std::vector<detail::OrderKey> order;
     if (!detail::ParseOrder(query.m_order.Str(), st, order)) return nullptr;
+    if (!std::is_sorted(query.m_ids.begin(), query.m_ids.end())) return nullptr;
 
     auto impl = std::make_unique<ZoRecordset::Impl>();
     impl->dataset = this;
@@ -233,6 +234,12 @@ ZoRecordset* ZoDatasetVector::Query(const ZoQueryDef& query) {
     if (quiet.Failed()) {  // e.g. a filter the driver's SQL engine rejected
       st.ApplyFilter(std::string());
       return nullptr;
+    }
+    if (!query.m_ids.empty()) {
+      const auto& wanted = query.m_ids;
+      std::erase_if(impl->fids, [&](GIntBig fid) {
+        return !std::binary_search(wanted.begin(), wanted.end(), static_cast<std::int64_t>(fid));
+      });
     }
     const std::vector<GIntBig>& fids = impl->fids;
     impl->natural = detail::SortByKeys(keys, impl->fids);
@@ -277,7 +284,7 @@ bool ZoDatasetVector::AppendRecords(ZoRecordset* source,
     detail::GpkgAppend direct;
     const bool besideGdal = st.gdal->GetDriver() && EQUAL(st.gdal->GetDriver()->GetDescription(), "GPKG") &&
                             st.batch->Commit() && st.layer->SyncToDisk() == OGRERR_NONE &&
-                            direct.Start(st.gdal->GetDescription(), *st.layer);
+                            direct.Start(st.gdal->GetDescription(), *st.layer, st.keepSourceIds);
     std::int64_t done = 0;
     // One feature is filled again for every record, and each source
     // geometry of the layer's kind moves over rather than being copied: the
@@ -294,6 +301,7 @@ bool ZoDatasetVector::AppendRecords(ZoRecordset* source,
           out->SetGeometryDirectly(g);
       }
       detail::CopyFields(in, source->GetID(), pairs, *out);
+      if (st.keepSourceIds) out->SetFID(source->GetID());
       if (!extra.Fill(done, fill, *out)) return false;
       if (besideGdal) {
         if (!direct.Add(*out)) return false;
@@ -315,6 +323,8 @@ bool ZoDatasetVector::AppendRecords(ZoRecordset* source,
     return false;
   }
 }
+
+void ZoDatasetVector::KeepSourceIds(bool keep) { m_impl->state.keepSourceIds = keep; }
 
 bool ZoDatasetVector::Commit() {
   try {

@@ -90,6 +90,11 @@ class SA_HOST_API ZoDatasetVector {
   bool AppendRecords(ZoRecordset* source, const std::vector<std::pair<LumaUnicodeString, LumaUnicodeString>>& fieldMap,
                      ZoProgress* progress, const std::vector<LumaUnicodeString>& extraFields, const ExtraValues& fill);
 
+  // With true, records appended afterwards keep their source record's QlID
+  // as their own (the source's QlIDs must not be taken in this dataset),
+  // so that the parts of a dataset analysed apart can be put back together.
+  void KeepSourceIds(bool keep);
+
   // Makes pending writes durable (writes are batched in transactions).
   bool Commit();
 

@@ -6,6 +6,10 @@
 //             separated by commas, each optionally followed by ASC or DESC
 //             (keywords in any case). Records with equal keys keep ascending
 //             "QlID" order. Empty = ascending "QlID".
+//   m_ids:    when not empty, only the records with these QlIDs (ascending)
+//             among those the filter selects.
+#include <cstdint>
+
 #include "host/LumaArray.h"
 #include "host/LumaUnicodeString.h"
 
@@ -18,6 +22,7 @@ struct ZoQueryDef {
   LumaUnicodeString m_filter;
   LumaArray<LumaUnicodeString> m_fields;
   LumaUnicodeString m_order;
+  LumaArray<std::int64_t> m_ids;
 };
 
 }  // namespace ZOC

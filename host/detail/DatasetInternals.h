@@ -66,6 +66,8 @@ struct LayerState {
   // Rows appended through SQLite (detail::GpkgAppend) since GDAL opened the
   // layer: GDAL's own feature count has not seen them.
   std::int64_t rowsBesideGdal = 0;
+  // Appended records keep their source's QlID (ZoDatasetVector::KeepSourceIds).
+  bool keepSourceIds = false;
 
   // Sets the attribute filter when it differs from the one applied (which
   // loses the cursor); false when OGR rejects it (the layer is then unfiltered).

@@ -64,7 +64,7 @@ bool GpkgAppend::Fail() {
   return false;
 }
 
-bool GpkgAppend::Start(const std::string& path, OGRLayer& layer) {
+bool GpkgAppend::Start(const std::string& path, OGRLayer& layer, bool withIds) {
   OGRFeatureDefn& defn = *layer.GetLayerDefn();
   if (defn.GetGeomFieldCount() > 1) return false;
   m_geometry = defn.GetGeomFieldCount() == 1;
@@ -93,6 +93,9 @@ bool GpkgAppend::Start(const std::string& path, OGRLayer& layer) {
     columns += (columns.empty() ? "" : ", ") + Ident(name);
     values += values.empty() ? "?" : ", ?";
   };
+  m_withIds = withIds && layer.GetFIDColumn() && *layer.GetFIDColumn();
+  if (withIds && !m_withIds) return false;
+  if (m_withIds) column(layer.GetFIDColumn());
   if (m_geometry) column(geometry);
   for (int i = 0; i < defn.GetFieldCount(); ++i) column(defn.GetFieldDefn(i)->GetNameRef());
   if (columns.empty()) return false;
@@ -112,6 +115,7 @@ bool GpkgAppend::Start(const std::string& path, OGRLayer& layer) {
 bool GpkgAppend::Add(const OGRFeature& feature) {
   sqlite3_stmt* s = m_insert.get();
   int at = 1;
+  if (m_withIds) sqlite3_bind_int64(s, at++, feature.GetFID());
   if (m_geometry) {
     if (const OGRGeometry* g = feature.GetGeometryRef()) {
       Encode(*g, m_srsId, m_blob, m_extent);

@@ -35,9 +35,10 @@ class GpkgAppend {
   // nothing pending. False, with nothing changed, unless the table exists
   // and is empty, has no spatial index yet, every field is an integer, real
   // or text, and no other connection is writing the file: GDAL then appends.
-  bool Start(const std::string& path, OGRLayer& layer);
-  // The feature's geometry and fields as GDAL would store them; the FID is
-  // not used (rows are numbered on from 1).
+  // With `withIds` every row takes its feature's FID, else rows are numbered
+  // on from 1.
+  bool Start(const std::string& path, OGRLayer& layer, bool withIds = false);
+  // The feature's geometry and fields as GDAL would store them.
   bool Add(const OGRFeature& feature);
   // Records the count and extent, puts the table's triggers back and commits.
   bool Finish();
@@ -52,7 +53,7 @@ class GpkgAppend {
   std::string m_table, m_error;
   std::vector<std::string> m_triggers;
   std::vector<OGRFieldType> m_types;
-  bool m_geometry = false, m_open = false;
+  bool m_geometry = false, m_open = false, m_withIds = false;
   std::int32_t m_srsId = 0;
   std::vector<unsigned char> m_blob;
   std::optional<Extent> m_extent;

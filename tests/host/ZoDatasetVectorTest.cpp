@@ -31,7 +31,7 @@ using LUMA::LumaVariant;
 
 namespace {
 
-ZoQueryDef Q(const std::string& order = "", const std::string& filter = "") { return {filter, {}, order}; }
+ZoQueryDef Q(const std::string& order = "", const std::string& filter = "") { return {filter, {}, order, {}}; }
 
 using RsPtr = std::unique_ptr<ZoRecordset>;
 
@@ -344,8 +344,8 @@ TEST(HostDataset, OrderedQueriesMatchStableSort) {
     EXPECT_FALSE(RsPtr(ds->Query(Q(bad)))) << bad;
   for (const char* bad : {"g >>> 2", "nosuch = 1", "s = 'unterminated"})
     EXPECT_FALSE(RsPtr(ds->Query(Q("", bad)))) << bad;
-  EXPECT_TRUE(RsPtr(ds->Query({"", {"G", "QlID"}, ""})));
-  EXPECT_FALSE(RsPtr(ds->Query({"", {"G", "QlID", "nosuch"}, ""})));
+  EXPECT_TRUE(RsPtr(ds->Query({"", {"G", "QlID"}, "", {}})));
+  EXPECT_FALSE(RsPtr(ds->Query({"", {"G", "QlID", "nosuch"}, "", {}})));
   EXPECT_EQ(run(""), byId);  // a failed query leaves the layer usable
 }
 

@@ -88,8 +88,8 @@ TEST(ZoStringEx, ProgressTextsFitHowTheyAreUsed) {
   // when used unformatted; the exceptions are error texts always formatted
   // with what they name (a count, a feature's QlID, an exception's text).
   const std::vector<std::string> formattedErrors = {"ESa074", "ESa090", "ESa097", "ESa098", "ESa102", "ESa103",
-                                                    "ESa104", "ESa105", "ESa106", "ESa108", "ESa109", "EUc001",
-                                                    "EUc002", "EUc003", "EUc004", "EUc011"};
+                                                    "ESa104", "ESa105", "ESa106", "ESa108", "ESa109", "ESa110",
+                                                    "EUc001", "EUc002", "EUc003", "EUc004", "EUc011"};
   for (const std::string& id : ZoStringEx::ListIdentifiers()) {
     const bool formatted = std::count(formattedErrors.begin(), formattedErrors.end(), id) > 0 ||
                            std::find_if(std::begin(kPerItemFormats), std::end(kPerItemFormats),

@@ -2,6 +2,7 @@
 
 #include <cmath>
 
+#include "StatisticsAnalyst/detail/common/ExactSum.h"
 #include "StatisticsAnalyst/detail/common/FeatureData.h"
 #include "StatisticsAnalyst/detail/common/Limits.h"
 #include "host/ZoMessageIds.h"
@@ -14,7 +15,7 @@ using limits::IsZero;
 
 GeneralGSums::GeneralGSums(const LumaArray<double>& values)
     : m_x(values), m_row(values.size(), 0.0), m_col(values.size(), 0.0) {
-  for (double x : values) m_total += x;
+  m_total = SumExactly(values);
 }
 
 void GeneralGSums::RowTerms(std::int64_t i, const SparseRow& row, Part& part) {
@@ -63,10 +64,13 @@ Status GeneralGSums::Finish(Exponent& result) const {
   const Part& p = m_pending;
   sum.s0 += p.s0, sum.s1 += p.s1, sum.a += p.a, sum.d += p.d;
   sum.m1 += p.m1, sum.m2 += p.m2, sum.m3 += p.m3, sum.m4 += p.m4;
-  if (IsZero(sum.d)) return Status::Fail(msg::ESa021);
   double s2 = 0;
   for (std::size_t i = 0; i < m_row.size(); ++i) s2 += (m_row[i] + m_col[i]) * (m_row[i] + m_col[i]);
-  const double n = static_cast<double>(m_row.size());
+  return Finish(static_cast<double>(m_row.size()), sum, s2, result);
+}
+
+Status GeneralGSums::Finish(double n, const Part& sum, double s2, Exponent& result) {
+  if (IsZero(sum.d)) return Status::Fail(msg::ESa021);
   const double s0 = sum.s0, s1 = sum.s1;
   const double g = sum.a / sum.d;
   const double expected = s0 / (n * (n - 1));

@@ -16,6 +16,8 @@ class GeneralGSums {
   void AddRow(std::int64_t i, const SparseRow& row);
   // Fails with "ESa021" or "ESa027".
   Status Finish(Exponent& result) const;
+  // The same from the totals alone: n, the summed parts and S2.
+  static Status Finish(double n, const Part& sum, double s2, Exponent& result);
 
   void RowTerms(std::int64_t i, const SparseRow& row, Part& part);
   void AddPart(const Part& part);

@@ -2,6 +2,7 @@
 
 #include <cmath>
 
+#include "StatisticsAnalyst/detail/common/ExactSum.h"
 #include "StatisticsAnalyst/detail/common/FeatureData.h"
 #include "StatisticsAnalyst/detail/common/Limits.h"
 #include "host/ZoMessageIds.h"
@@ -16,9 +17,7 @@ MoranSums::MoranSums(const LumaArray<double>& values)
     : m_d(Deviations(values)), m_row(values.size(), 0.0), m_col(values.size(), 0.0) {}
 
 std::vector<double> MoranSums::Deviations(const LumaArray<double>& values) {
-  double sum = 0;
-  for (double x : values) sum += x;
-  const double mean = values.empty() ? 0.0 : sum / static_cast<double>(values.size());
+  const double mean = MomentsOf(values).mean;
   std::vector<double> d(values.size());
   for (std::size_t i = 0; i < values.size(); ++i) d[i] = values[i] - mean;
   return d;
@@ -62,18 +61,21 @@ Status MoranSums::Finish(Exponent& result) const {
 
 Status FinishMoran(const std::vector<double>& deviations, const std::vector<double>& rows,
                    const std::vector<double>& columns, const MoranSums::Part& total, Exponent& result) {
-  double s2 = 0, d2 = 0, d4 = 0;
+  double s2 = 0;
+  PowerSums powers;  // the deviations' powers, summed exactly as the moments of the values are
   for (std::size_t i = 0; i < deviations.size(); ++i) {
     const double rc = rows[i] + columns[i];
-    const double d = deviations[i];
     s2 += rc * rc;
-    d2 += d * d;
-    d4 += d * d * d * d;
+    powers.Add(deviations[i], 0.0);
   }
+  return FinishMoran(static_cast<double>(deviations.size()), total, s2, powers.second.Value(), powers.fourth.Value(),
+                     result);
+}
+
+Status FinishMoran(double n, const MoranSums::Part& total, double s2, double d2, double d4, Exponent& result) {
   const double s0 = total.s0, s1 = total.s1, cp = total.cp;
   if (IsZero(s0) || IsZero(s2) || IsZero(s1)) return Status::Fail(msg::ESa030);
   if (IsZero(d2)) return Status::Fail(msg::ESa021);
-  const double n = static_cast<double>(deviations.size());
   const double b2 = (d4 / n) / ((d2 / n) * (d2 / n));
   const double index = (n / s0) * (cp / d2);
   const double expected = -1.0 / (n - 1.0);

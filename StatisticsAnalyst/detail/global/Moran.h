@@ -38,5 +38,8 @@ class MoranSums {
 // "ESa027".
 Status FinishMoran(const std::vector<double>& deviations, const std::vector<double>& rows,
                    const std::vector<double>& columns, const MoranSums::Part& total, Exponent& result);
+// The same from the totals alone: n, the pairs' sums, S2 and the exact
+// Σ d², Σ d⁴ of the deviations.
+Status FinishMoran(double n, const MoranSums::Part& total, double s2, double d2, double d4, Exponent& result);
 
 }  // namespace ZOC::detail::global

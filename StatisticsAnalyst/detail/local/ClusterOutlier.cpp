@@ -11,19 +11,14 @@ namespace ZOC::detail::local {
 
 using limits::IsZero;
 
-MoranMoments::MoranMoments(const LumaArray<double>& x) : d(x.size()) {
-  for (double v : x) mean += v;
-  mean /= static_cast<double>(x.size());
-  for (std::size_t j = 0; j < x.size(); ++j) {
-    d[j] = x[j] - mean;
-    m2 += d[j] * d[j];
-    m4 += d[j] * d[j] * d[j] * d[j];
-  }
+MoranMoments::MoranMoments(const LumaArray<double>& x, const ValueMoments& moments)
+    : count(moments.count), mean(moments.mean), m2(moments.m2), m4(moments.m4), d(x.size()) {
+  for (std::size_t j = 0; j < x.size(); ++j) d[j] = x[j] - mean;
 }
 
 Status LocalMoran(const LumaArray<double>& x, const MoranMoments& moments, const SparseRow& row, std::int64_t i,
                   double out[4]) {
-  const double n = static_cast<double>(x.size());
+  const double n = moments.count;
   double swd = 0, w = 0, w2 = 0, wx = 0;
   for (std::size_t k = 0; k < row.columns.size(); ++k) {
     const auto j = static_cast<std::size_t>(row.columns[k]);
@@ -84,9 +79,9 @@ void ClusterOutlier::AddFields(LUMA::LumaFieldInfos& fields) const {
   AddPseudoField(fields, "ALMI_PseudoP");
 }
 
-Status ClusterOutlier::Prepare(const LumaArray<double>& values, const LumaArray<double>&) {
+Status ClusterOutlier::Prepare(const LumaArray<double>& values, const LumaArray<double>&, const ValueMoments& moments) {
   m_x = values;
-  m_moments = std::make_unique<MoranMoments>(values);
+  m_moments = std::make_unique<MoranMoments>(values, moments);
   const std::size_t n = values.size();
   m_I.assign(n, 0.0), m_z.assign(n, 0.0), m_p.assign(n, 0.0), m_lag.assign(n, 0.0);
   return Status::Ok();

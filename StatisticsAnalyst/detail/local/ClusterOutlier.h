@@ -12,9 +12,9 @@ namespace ZOC::detail::local {
 
 // The moments of the values that every feature's local Moran's I shares.
 struct MoranMoments {
-  explicit MoranMoments(const LumaArray<double>& x);
-  double mean = 0, m2 = 0, m4 = 0;  // Σ d², Σ d⁴ over all features
-  LumaArray<double> d;              // deviations from the mean
+  MoranMoments(const LumaArray<double>& x, const ValueMoments& moments);
+  double count = 0, mean = 0, m2 = 0, m4 = 0;  // n, Σ d², Σ d⁴ over all features
+  LumaArray<double> d;                         // deviations from the mean
 };
 // Local Moran's I of feature i: out = {I, z, p, lag}. A row without weight
 // gives {0, 0, 1, 0}. Fails with "ESa021" for constant values, "ESa027" for
@@ -34,7 +34,7 @@ class ClusterOutlier : public LocalStatistic {
   const char* Format() const override;
   bool Standardizes() const override { return true; }
   void AddFields(LUMA::LumaFieldInfos& fields) const override;
-  Status Prepare(const LumaArray<double>& values, const LumaArray<double>& extra) override;
+  Status Prepare(const LumaArray<double>& values, const LumaArray<double>& extra, const ValueMoments& moments) override;
   Status Row(std::int64_t i, const SparseRow& row) override;
   Status Classify(bool falseDiscoveryRate) override;
   void Values(std::size_t i, std::vector<LUMA::LumaVariant>& values) const override;

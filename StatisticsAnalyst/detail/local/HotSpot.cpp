@@ -9,9 +9,8 @@
 
 namespace ZOC::detail::local {
 
-void GiStar(const LumaArray<double>& x, const SparseRow& row, std::int64_t i, double selfWeight, double mean, double sd,
-            double out[2]) {
-  const double n = static_cast<double>(x.size());
+void GiStar(const LumaArray<double>& x, const SparseRow& row, std::int64_t i, double selfWeight, double n, double mean,
+            double sd, double out[2]) {
   // The self weight always stands on the diagonal.
   double w = selfWeight, w2 = selfWeight * selfWeight, wx = selfWeight * x[static_cast<std::size_t>(i)];
   for (std::size_t k = 0; k < row.columns.size(); ++k) {
@@ -36,16 +35,15 @@ void HotSpot::AddFields(LUMA::LumaFieldInfos& fields) const {
   AddPseudoField(fields, "Gi_PseudoP");
 }
 
-Status HotSpot::Prepare(const LumaArray<double>& values, const LumaArray<double>& extra) {
+Status HotSpot::Prepare(const LumaArray<double>& values, const LumaArray<double>& extra, const ValueMoments& moments) {
   m_x = values;
   const std::size_t n = values.size();
   m_self.assign(n, 1.0);
   // Zero and negative self weights are 0.
   for (std::size_t i = 0; i < extra.size() && i < n; ++i) m_self[i] = extra[i] > 0 ? extra[i] : 0.0;
-  double sum = 0, sumSquares = 0;
-  for (double v : values) sum += v, sumSquares += v * v;
-  m_mean = sum / static_cast<double>(n);
-  m_sd = std::sqrt(sumSquares / static_cast<double>(n) - m_mean * m_mean);
+  m_count = moments.count;
+  m_mean = moments.mean;
+  m_sd = std::sqrt(moments.sumSquares / m_count - m_mean * m_mean);
   // Equal values give every draw the observed sum: nothing to test. (The
   // standard deviation of equal values need not come out exactly 0.)
   const auto [low, high] = std::minmax_element(values.begin(), values.end());
@@ -58,7 +56,7 @@ Status HotSpot::Prepare(const LumaArray<double>& values, const LumaArray<double>
 Status HotSpot::Row(std::int64_t i, const SparseRow& row) {
   const auto k = static_cast<std::size_t>(i);
   double out[2];
-  GiStar(m_x, row, i, m_self[k], m_mean, m_sd, out);
+  GiStar(m_x, row, i, m_self[k], m_count, m_mean, m_sd, out);
   m_z[k] = out[0], m_p[k] = out[1];
   return Status::Ok();
 }

@@ -9,12 +9,12 @@
 namespace ZOC::detail::local {
 
 // Gi* of feature i: the row's weights with the self weight on the diagonal
-// (a stored diagonal weight is replaced). mean and sd are the population
-// mean and standard deviation of all values. No guard: constant values give
-// an infinite or NaN z, as the arithmetic has it (Classification bins it 0).
-// out = {z, p}.
-void GiStar(const LumaArray<double>& x, const SparseRow& row, std::int64_t i, double selfWeight, double mean, double sd,
-            double out[2]);
+// (a stored diagonal weight is replaced). n, mean and sd are the count,
+// population mean and standard deviation of all values. No guard: constant
+// values give an infinite or NaN z, as the arithmetic has it
+// (Classification bins it 0). out = {z, p}.
+void GiStar(const LumaArray<double>& x, const SparseRow& row, std::int64_t i, double selfWeight, double n, double mean,
+            double sd, double out[2]);
 
 class HotSpot : public LocalStatistic {
  public:
@@ -26,7 +26,7 @@ class HotSpot : public LocalStatistic {
   const char* ExtraFieldCopyName() const override { return "SelfWeight"; }
   bool Standardizes() const override { return false; }
   void AddFields(LUMA::LumaFieldInfos& fields) const override;
-  Status Prepare(const LumaArray<double>& values, const LumaArray<double>& extra) override;
+  Status Prepare(const LumaArray<double>& values, const LumaArray<double>& extra, const ValueMoments& moments) override;
   Status Row(std::int64_t i, const SparseRow& row) override;
   Status Classify(bool falseDiscoveryRate) override;
   void Values(std::size_t i, std::vector<LUMA::LumaVariant>& values) const override;
@@ -40,7 +40,7 @@ class HotSpot : public LocalStatistic {
   LumaUnicodeString m_selfField;
   LumaArray<double> m_x, m_self, m_z, m_p;
   LumaArray<int> m_bins;
-  double m_mean = 0.0, m_sd = 0.0;
+  double m_count = 0.0, m_mean = 0.0, m_sd = 0.0;
 };
 
 }  // namespace ZOC::detail::local

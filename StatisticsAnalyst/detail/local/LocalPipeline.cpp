@@ -11,6 +11,7 @@
 #include "StatisticsAnalyst/detail/common/FeatureData.h"
 #include "StatisticsAnalyst/detail/common/Limits.h"
 #include "StatisticsAnalyst/detail/common/RowsAhead.h"
+#include "StatisticsAnalyst/detail/partition/Part.h"
 #include "StatisticsAnalyst/detail/weights/AnalysisWeightsFile.h"
 #include "StatisticsAnalyst/detail/weights/WeightRows.h"
 #include "host/ZoEngineToolkit.h"
@@ -137,14 +138,32 @@ Status CreateFields(ZoDatasetVector* source, ZoDatasetVector* result, const ZoPa
 }
 
 // Values, the extra field and, when the weights are built from points, the
-// points: all from one pass.
+// points: all from one pass. `divisor`: the power of two the values were
+// divided by.
 Status ReadInputs(ZoRecordset* records, const ZoPatternsInformation& info, const LocalStatistic& statistic,
-                  LumaArray<double>& values, LumaArray<double>& extra, weights::WeightRows::GivenPoints* given) {
+                  LumaArray<double>& values, LumaArray<double>& extra, weights::WeightRows::GivenPoints* given,
+                  double& divisor) {
   Status noPoints;
   Status status = ReadFeatures(records, info.FieldName, false, values, statistic.ExtraField(), extra,
                                given ? &given->points : nullptr, given ? given->status : noPoints);
-  if (status) ScaleToUnitRange(values);
+  if (status) divisor = ScaleToUnitRange(values);
   return status;
+}
+
+// In a part of a larger dataset, which features are the part's own: told by
+// the points the weights are built from, or read for the purpose.
+Status OwnFeatures(ZoRecordset* records, const ZoPatternsInformation& info,
+                   const weights::WeightRows::GivenPoints* given, std::vector<char>& own) {
+  own.clear();
+  if (!info.Partition.Active) return Status::Ok();
+  if (given && given->status) {
+    own = partition::OwnFlags(info.Partition, given->points);
+    return Status::Ok();
+  }
+  LumaArray<LumaPoint2D> points;
+  if (Status status = ReadFeaturePoints(records, points); !status) return status;
+  own = partition::OwnFlags(info.Partition, points);
+  return Status::Ok();
 }
 
 // Features [first, last) on every core, feature i's row from
@@ -166,6 +185,7 @@ Status ComputeRange(std::int64_t first, std::int64_t last, const Fetch& fetch, L
       try {
         rows.Run(first + r * kRun, std::min(last, first + (r + 1) * kRun), fetch,
                  [&](std::int64_t i, const SparseRow& row) {
+                   if (!statistic.Own(i)) return;
                    Status status = statistic.Row(i, row);
                    if (status) {
                      statistic.Simulate(i, row, scratch);
@@ -228,18 +248,36 @@ Status ComputeRows(Rows& rows, std::int64_t n, detail::CallProgress& progress, L
   return Status::Ok();
 }
 
+// Every record with its statistics; in a part of a larger dataset only
+// the part's own records, each keeping its source QlID.
 Status WriteResult(ZoRecordset* records, ZoDatasetVector* result, const ResultFields& fields,
-                   detail::CallProgress& progress, const LocalStatistic& statistic, std::size_t n) {
+                   detail::CallProgress& progress, const LocalStatistic& statistic, const std::vector<char>& own) {
   if (progress) {
     progress->SetBothPosRange(61, 100);
     progress->SetMessage(ZoStringEx::LoadResString(msg::IMb037));
   }
-  const bool appended = result->AppendRecords(records, fields.copied, progress.get(), fields.own,
-                                              [&](std::int64_t k, std::vector<LUMA::LumaVariant>& values) {
-                                                if (k < 0 || static_cast<std::size_t>(k) >= n) return false;
-                                                statistic.Values(static_cast<std::size_t>(k), values);
-                                                return true;
-                                              });
+  const auto n = static_cast<std::int64_t>(records->GetRecordCount());
+  std::vector<std::int64_t> written;  // the feature of the k-th written record
+  ZoRecordsetPtr ownRecords;
+  if (!own.empty()) {
+    ZoQueryDef query;
+    for (std::int64_t i = 0; i < n; ++i)
+      if (own[static_cast<std::size_t>(i)]) written.push_back(i), query.m_ids.push_back(records->GetIDAt(i));
+    ownRecords.reset(records->GetDataset()->Query(query));
+    if (!ownRecords) return Status::Fail(msg::ELc071);
+    records = ownRecords.get();
+    result->KeepSourceIds(true);
+  }
+  const bool appended = result->AppendRecords(
+      records, fields.copied, progress.get(), fields.own, [&](std::int64_t k, std::vector<LUMA::LumaVariant>& values) {
+        if (!written.empty() && k >= 0 && static_cast<std::size_t>(k) < written.size())
+          k = written[static_cast<std::size_t>(k)];
+        else if (!written.empty())
+          return false;
+        if (k < 0 || k >= n) return false;
+        statistic.Values(static_cast<std::size_t>(k), values);
+        return true;
+      });
   if (appended && result->Commit()) return Status::Ok();
   if (progress && progress->IsCanceled()) return Status::Fail(msg::IMb030).Then(msg::ELc071);
   return Status::Fail(msg::ELc071);
@@ -250,6 +288,7 @@ Status WriteResult(ZoRecordset* records, ZoDatasetVector* result, const ResultFi
 Status RunLocal(ZoDatasetVector* source, ZoRecordset* records, ZoDatasetVector* result,
                 const ZoPatternsInformation& info, detail::CallProgress& progress, LocalStatistic& statistic) {
   if (Status status = CheckPermutations(info.Permutations); !status) return status;
+  if (Status status = partition::CheckPart(source, info); !status) return status;
   statistic.SetPermutations(info.Permutations, info.Seed);
   LumaUnicodeString uniqueField;
   ZoRecordsetPtr ordered;
@@ -270,7 +309,10 @@ Status RunLocal(ZoDatasetVector* source, ZoRecordset* records, ZoDatasetVector* 
   const bool fromPoints = (info.Conceptualization >= InverseDistance && info.Conceptualization <= ZoneOfIndifference) ||
                           info.Conceptualization == KNearestNeighbors;
   weights::WeightRows::GivenPoints* points = fromPoints ? &given : nullptr;
-  if (Status status = ReadInputs(records, info, statistic, values, extra, points); !status) return status;
+  double divisor = 1.0;
+  if (Status status = ReadInputs(records, info, statistic, values, extra, points, divisor); !status) return status;
+  std::vector<char> own;
+  if (Status status = OwnFeatures(records, info, points, own); !status) return status;
   Rows rows;
   if (Status status = rows.Open(records, info, statistic.Standardizes(), progress.get(), points); !status)
     return status;
@@ -279,11 +321,13 @@ Status RunLocal(ZoDatasetVector* source, ZoRecordset* records, ZoDatasetVector* 
     progress->SetBothPosRange(31, 60);
     progress->SetTitleMessage(ZoStringEx::LoadResString(statistic.Title()));
   }
-  if (Status status = statistic.Prepare(values, extra); !status) return status;
+  if (Status status = statistic.Prepare(values, extra, partition::MomentsFor(info, values, divisor)); !status)
+    return status;
+  statistic.SetOwn(own);
   if (Status status = ComputeRows(rows, static_cast<std::int64_t>(values.size()), progress, statistic); !status)
     return status;
   if (Status status = statistic.Classify(info.FDRCorrection != 0); !status) return status;
-  return WriteResult(records, result, fields, progress, statistic, values.size());
+  return WriteResult(records, result, fields, progress, statistic, own);
 }
 
 }  // namespace ZOC::detail::local

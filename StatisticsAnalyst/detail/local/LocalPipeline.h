@@ -13,6 +13,7 @@
 #include "StatisticsAnalyst/ZoPatternsInformation.h"
 #include "StatisticsAnalyst/ZoRecordsetPtr.h"
 #include "StatisticsAnalyst/detail/common/CallProgress.h"
+#include "StatisticsAnalyst/detail/common/ExactSum.h"
 #include "StatisticsAnalyst/detail/common/SparseRow.h"
 #include "StatisticsAnalyst/detail/common/Status.h"
 #include "StatisticsAnalyst/detail/permutation/ConditionalRandomization.h"
@@ -42,9 +43,12 @@ class LocalStatistic {
   virtual void AddFields(LUMA::LumaFieldInfos& fields) const = 0;
 
   // Called once with every feature's value (finite, possibly scaled by a
-  // power of two: the statistic must not depend on the scale) and the extra
-  // field's values (empty when there is none).
-  virtual Status Prepare(const LumaArray<double>& values, const LumaArray<double>& extra) = 0;
+  // power of two: the statistic must not depend on the scale), the extra
+  // field's values (empty when there is none) and the moments of the values
+  // (of the whole dataset, in the same scale, when these features are only
+  // a part of it).
+  virtual Status Prepare(const LumaArray<double>& values, const LumaArray<double>& extra,
+                         const ValueMoments& moments) = 0;
   // Feature i's statistic from its weights row. Rows come in order, or, when
   // the weights are in memory, several features' rows at once from several
   // threads: Row must touch nothing shared but feature i's results.
@@ -64,6 +68,10 @@ class LocalStatistic {
   void Simulate(std::int64_t i, const SparseRow& row, permutation::ConditionalRandomization::Scratch& scratch);
   // After Prepare: the per-feature values Row reads at a row's columns.
   const double* Gathered() const { return DrawnValues().data(); }
+  // In a part of a larger dataset, the features whose statistics are
+  // computed (1) and those that only lend their values (0); empty: all.
+  void SetOwn(std::vector<char> own) { m_own = std::move(own); }
+  bool Own(std::int64_t i) const { return m_own.empty() || m_own[static_cast<std::size_t>(i)] != 0; }
 
  protected:
   // The values the neighbours' draws are taken from, as Prepare left them.
@@ -85,6 +93,7 @@ class LocalStatistic {
   std::unique_ptr<permutation::ConditionalRandomization> m_randomization;
   LumaArray<double> m_pseudo;  // NaN: no pseudo p-value
   LumaArray<double> m_significance;
+  std::vector<char> m_own;
 };
 
 // Runs the statistic on the source's records (ordered by QlID and checked by
