@@ -4,6 +4,7 @@
 #include "StatisticsAnalyst/ZoAnalysisFrame.h"
 #include "StatisticsAnalyst/ZoGeoDetectorInformation.h"
 #include "StatisticsAnalyst/ZoIncrementalInformation.h"
+#include "StatisticsAnalyst/ZoPartitionInformation.h"
 #include "StatisticsAnalyst/ZoPatternsInformation.h"
 #include "StatisticsAnalyst/ZoStatisticsUtilities.h"
 #include "host/LumaArray.h"
@@ -102,6 +103,32 @@ class SA_API ZoAnalyzingPatterns : public ZoAnalysisFrame {
   unsigned char AverageNearestNeighbor(ZoDatasetVector* dataset, double area, const ZoDistanceMethod& method,
                                        ZoAnalyzingExponent& result, unsigned char useDefaultWidth, double width,
                                        unsigned char showProgress);
+
+  // ---- One part of a dataset split over processes (ZoPartitionInformation.h)
+  // `info.Partition` names the part (Active, its box and halo box); the
+  // dataset holds the part's own features and their halo.
+  //
+  // The own features' count, exact power sums about `centre`, reach and
+  // default band (nearest or K-th neighbour) and extent. Messages: the
+  // frame's checks, "ESa111", the values' and points' own, "ESa032".
+  bool PartitionScan(ZoDatasetVector* dataset, const ZoPatternsInformation& info, double centre, ZoPartitionScan& scan);
+  // The weights of own features pointing at other parts' features, for
+  // Moran's I (generalG false) or General G. `info.Partition` must also
+  // carry the whole dataset's count and sums. Messages: the frame's checks,
+  // "ESa110", "ESa111", the values', points' and weights' own, then "ESa041"
+  // or "ESa035".
+  bool PartitionEdges(ZoDatasetVector* dataset, const ZoPatternsInformation& info, bool generalG,
+                      ZoPartitionEdges& edges);
+  // The part's share of the statistic's sums, given every edge of the other
+  // parts that points at this part's own features (from their
+  // PartitionEdges). Messages as PartitionEdges.
+  bool PartitionSums(ZoDatasetVector* dataset, const ZoPatternsInformation& info, bool generalG,
+                     const ZoPartitionEdges& incoming, ZoPartitionSums& sums);
+  // The statistic from the parts' summed shares and the whole dataset's
+  // record; false (result untouched) when it is undefined, as the whole
+  // run would fail ("ESa030", "ESa021", "ESa027").
+  static bool MoranFromSums(const ZoPartitionSums& total, const ZoPartition& whole, ZoAnalyzingExponent& result);
+  static bool GeneralGFromSums(const ZoPartitionSums& total, const ZoPartition& whole, ZoAnalyzingExponent& result);
 
  private:
   // The minimum-area rectangle enclosing a convex hull ring (closed,

@@ -124,9 +124,16 @@ Status DistanceBand(const ZoKdTree* tree, const LumaArray<LumaPoint2D>& points, 
     band = tolerance < limits::kZero ? std::numeric_limits<double>::max() : tolerance;
     return Status::Ok();
   }
-  double largest = 0.0, mean = 0.0;
-  if (tree && NearestNeighbourSummary(*tree, points.size(), method, largest, mean)) band = largest * kBandMargin;
+  if (tree) DefaultBand(*tree, points.size(), method, band);
   return Status::Ok();
+}
+
+bool DefaultBand(const ZoKdTree& tree, std::size_t count, ZoDistanceMethod method, double& band,
+                 const std::vector<char>* setAside) {
+  double largest = 0.0, mean = 0.0;
+  if (!NearestNeighbourSummary(tree, count, method, largest, mean, setAside)) return false;
+  band = largest * kBandMargin;
+  return true;
 }
 
 Status DistanceBand(const LumaArray<LumaPoint2D>& points, double tolerance, ZoDistanceMethod method, double& band) {

@@ -47,6 +47,12 @@ bool KNearestReach(const ZoKdTreec& tree, const LumaArray<LumaPoint2D>& points, 
 bool NearestNeighbourSummary(const ZoKdTree& tree, std::size_t count, ZoDistanceMethod method, double& largest,
                              double& mean, const std::vector<char>* setAside = nullptr);
 
+// The default band: 1.0001 × the largest nearest-neighbour distance of the
+// tree's points not set aside (see NearestNeighbourSummary); false when the
+// search fails.
+bool DefaultBand(const ZoKdTree& tree, std::size_t count, ZoDistanceMethod method, double& band,
+                 const std::vector<char>* setAside = nullptr);
+
 // The distance band for a tolerance: 0 (within ±1e-20) means no limit (the
 // largest double); a positive tolerance is the band; a negative one (the
 // default -1) gives 1.0001 × the largest nearest-neighbour distance, found

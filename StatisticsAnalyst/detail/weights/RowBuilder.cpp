@@ -44,7 +44,14 @@ Status RowBuilder::Prepare(ZoRecordset* records, const ZoPatternsInformation& in
   m_count = records->GetRecordCount();
   try {
     if (info.Conceptualization == ContiguityEdgesOnly || info.Conceptualization == ContiguityEdgesCorners) {
-      m_grid.SetTolerance(info.SnapTolerance);
+      double tolerance = info.SnapTolerance;
+      const ZoPartition& part = info.Partition;
+      if (part.Active && !(tolerance > 0.0)) {
+        // A part of a dataset snaps as the whole dataset does, by the whole extent.
+        const double side = std::max(part.ExtentMaxX - part.ExtentMinX, part.ExtentMaxY - part.ExtentMinY);
+        if (side > 0.0 && std::isfinite(side)) tolerance = ContiguityGrid::kRelativeTolerance * side;
+      }
+      m_grid.SetTolerance(tolerance);
       return m_grid.Build(records);
     }
     LumaArray<LumaPoint2D> points;
