@@ -124,9 +124,10 @@ class SA_API ZoAnalyzingPatterns : public ZoAnalysisFrame {
   // PartitionEdges). Messages as PartitionEdges.
   bool PartitionSums(ZoDatasetVector* dataset, const ZoPatternsInformation& info, bool generalG,
                      const ZoPartitionEdges& incoming, ZoPartitionSums& sums);
-  // The statistic from the parts' summed shares and the whole dataset's
-  // record; false (result untouched) when it is undefined, as the whole
-  // run would fail ("ESa030", "ESa021", "ESa027").
+  // The statistic from every part's shares put together (their expansions
+  // concatenated) and the whole dataset's record: one process's result to
+  // the last bit. False (result untouched) where one process would fail
+  // ("ESa030", "ESa021", "ESa027").
   static bool MoranFromSums(const ZoPartitionSums& total, const ZoPartition& whole, ZoAnalyzingExponent& result);
   static bool GeneralGFromSums(const ZoPartitionSums& total, const ZoPartition& whole, ZoAnalyzingExponent& result);
 

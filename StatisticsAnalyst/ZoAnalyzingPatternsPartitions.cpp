@@ -1,6 +1,7 @@
 // The public calls of ZoAnalyzingPatterns for one part of a dataset split
 // over processes; the work is in detail/partition/.
 #include "StatisticsAnalyst/ZoAnalyzingPatterns.h"
+#include "StatisticsAnalyst/detail/common/ExactSum.h"
 #include "StatisticsAnalyst/detail/global/GeneralG.h"
 #include "StatisticsAnalyst/detail/global/Moran.h"
 #include "StatisticsAnalyst/detail/partition/GlobalParts.h"
@@ -47,11 +48,17 @@ bool ZoAnalyzingPatterns::PartitionSums(ZoDatasetVector* dataset, const ZoPatter
       summary);
 }
 
+namespace {
+
+double Total(const LumaArray<double>& expansion) { return detail::SumExactly(expansion); }
+
+}  // namespace
+
 bool ZoAnalyzingPatterns::MoranFromSums(const ZoPartitionSums& total, const ZoPartition& whole,
                                         ZoAnalyzingExponent& result) {
   ZoAnalyzingExponent r;
-  const detail::global::MoranSums::Part pairs{total.S0, total.S1, total.Cross};
-  if (!detail::global::FinishMoran(static_cast<double>(whole.Count), pairs, total.S2, whole.Deviation2,
+  const detail::global::MoranSums::Part pairs{Total(total.S0), Total(total.S1), Total(total.Cross)};
+  if (!detail::global::FinishMoran(static_cast<double>(whole.Count), pairs, Total(total.S2), whole.Deviation2,
                                    whole.Deviation4, r))
     return false;
   result = r;
@@ -61,10 +68,9 @@ bool ZoAnalyzingPatterns::MoranFromSums(const ZoPartitionSums& total, const ZoPa
 bool ZoAnalyzingPatterns::GeneralGFromSums(const ZoPartitionSums& total, const ZoPartition& whole,
                                            ZoAnalyzingExponent& result) {
   ZoAnalyzingExponent r;
-  detail::global::GeneralGSums::Part sum;
-  sum.s0 = total.S0, sum.s1 = total.S1, sum.a = total.Cross, sum.d = total.Pairs;
-  sum.m1 = total.M1, sum.m2 = total.M2, sum.m3 = total.M3, sum.m4 = total.M4;
-  if (!detail::global::GeneralGSums::Finish(static_cast<double>(whole.Count), sum, total.S2, r)) return false;
+  const detail::global::GeneralGSums::Part sum{Total(total.S0), Total(total.S1), Total(total.Cross), Total(total.Pairs),
+                                               Total(total.M1), Total(total.M2), Total(total.M3),    Total(total.M4)};
+  if (!detail::global::GeneralGSums::Finish(static_cast<double>(whole.Count), sum, Total(total.S2), r)) return false;
   result = r;
   return true;
 }

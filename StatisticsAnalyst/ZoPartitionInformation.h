@@ -16,9 +16,9 @@
 //    with their source QlIDs as feature ids, bit for bit those of one run.
 // 3. Global statistics: ZoAnalyzingPatterns::PartitionEdges gives each part's
 //    weights that point into other parts; ZoAnalyzingPatterns::PartitionSums,
-//    given the edges pointing into a part, its share of every sum; summed
-//    over the parts, ZoAnalyzingPatterns::MoranFromSums and GeneralGFromSums
-//    finish the statistic.
+//    given the edges pointing into a part, its share of every sum; put
+//    together, ZoAnalyzingPatterns::MoranFromSums and GeneralGFromSums finish
+//    the statistic, bit for bit that of one run.
 #include <cstdint>
 #include <limits>
 
@@ -92,17 +92,19 @@ struct ZoPartitionEdges {
   LumaArray<double> Weight, ToX, ToY;
 };
 
-// A part's share of a global statistic's sums. Summed over all parts (in a
-// fixed order), they are the whole dataset's.
+// A part's share of a global statistic's sums, over its own features'
+// rows. Each is an expansion: doubles whose exact sum is the share. Put
+// together (the arrays of every part concatenated, in any order), they are
+// the whole dataset's sums, and the statistic has one process's bits.
 struct ZoPartitionSums {
-  double S0 = 0.0;  // Σ w(i, j)
-  double S1 = 0.0;  // Σ w(i, j)² + w(i, j) w(j, i)
-  double S2 = 0.0;  // Σ (row sum + column sum)² of the own features
+  LumaArray<double> S0;  // Σ w(i, j)
+  LumaArray<double> S1;  // Σ w(i, j)² + w(i, j) w(j, i)
+  LumaArray<double> S2;  // Σ (row sum + column sum)²
   // Moran's I: Σ z(i) Σ w(i, j) z(j). General G: Σ x(i) Σ w(i, j) x(j).
-  double Cross = 0.0;
+  LumaArray<double> Cross;
   // General G only: Σ x(i)(Σx − x(i)) and Σ x, x², x³, x⁴ over the features
   // with any weight.
-  double Pairs = 0.0, M1 = 0.0, M2 = 0.0, M3 = 0.0, M4 = 0.0;
+  LumaArray<double> Pairs, M1, M2, M3, M4;
 };
 
 }  // namespace ZOC

@@ -45,6 +45,9 @@
 
 namespace py = pybind11;
 
+// statisticsanalyst.distributed's calls (partitions.cpp).
+void BindPartitions(py::module_& m);
+
 namespace {
 
 // A failed run: the library's accumulated messages, "[ID] ..." lines, or a
@@ -629,6 +632,7 @@ PYBIND11_MODULE(_core, m) {
   // Outside a run, the host's default.
   ZOC::front::InstallProgressFactory([] { return std::make_unique<ZOC::ZoTerminalProgress>(); });
   BindPatternsInformation(m);
+  BindPartitions(m);
   // The weights keywords, as zostat's options by their names, become the
   // library's record through the same conversion as zostat's.
   m.def("patterns_information", &ZOC::front::PatternsInformation, py::arg("options"));

@@ -29,11 +29,15 @@ using Exponent = ZoAnalyzingExponent;
 using LUMA::LumaArray;
 
 // Rows are summed in blocks of kSumBlock features: each block's partial sums
-// start from zero and take its rows in order, and the blocks' partials are
-// added in block order. Sequential and parallel feeding therefore give the
-// same bits whatever the thread count. The column sums are gathered apart,
-// in ascending row order, on both ways.
+// start from zero and take its rows' terms, and the blocks' partials are
+// added in block order. Each row's terms are formed in the row's order and
+// summed exactly (detail::ExactSum), so sequential and parallel feeding, and
+// any split of the rows over processes, give the same bits. The column sums
+// are gathered apart, in ascending row order, on both ways.
 inline constexpr std::int64_t kSumBlock = 4096;
+
+// A feature's term of S2 = Σ (row sum + column sum)², summed exactly.
+inline double S2Term(double row, double column) { return (row + column) * (row + column); }
 
 // Feeds rows 0 .. n-1 to `sums` from `fetch(i, row)` (safe to call from
 // several threads at once) on every core; `columns(sums)` fills the column
@@ -41,7 +45,7 @@ inline constexpr std::int64_t kSumBlock = 4096;
 // to stop (then the sums are incomplete and false is returned).
 template <class Sums, class Fetch, class Step>
 bool FeedParallel(Sums& sums, std::int64_t n, const Fetch& fetch, const Step& step) {
-  using Part = typename Sums::Part;
+  using Part = typename Sums::Block;
   constexpr std::int64_t kChunk = 64 * kSumBlock;  // progress between chunks
   for (std::int64_t first = 0; first < n; first += kChunk) {
     if (!step(first)) return false;

@@ -18,35 +18,14 @@ GeneralGSums::GeneralGSums(const LumaArray<double>& values)
   m_total = SumExactly(values);
 }
 
-void GeneralGSums::RowTerms(std::int64_t i, const SparseRow& row, Part& part) {
+void GeneralGSums::RowTerms(std::int64_t i, const SparseRow& row, Block& part) {
+  const GeneralGRow r = GeneralGRowTerms(i, row, m_x.data(), [&row](std::size_t k) { return row.transposed[k]; });
   const auto ii = static_cast<std::size_t>(i);
-  bool flagged = false;
-  double lag = 0, rowSum = 0;
-  for (std::size_t k = 0; k < row.columns.size(); ++k) {
-    const auto j = static_cast<std::size_t>(row.columns[k]);
-    const double w = row.weights[k];
-    if (!IsZero(w)) flagged = true;
-    if (j == ii) continue;  // the diagonal only decides the flag
-    part.s0 += w;
-    part.s1 += w * w + w * row.transposed[k];
-    rowSum += w;
-    lag += w * m_x[j];
-  }
-  m_row[ii] = rowSum;
-  if (!flagged) return;
-  const double x = m_x[ii];
-  part.a += x * lag;
-  part.d += x * (m_total - x);
-  part.m1 += x;
-  part.m2 += x * x;
-  part.m3 += x * x * x;
-  part.m4 += x * x * x * x;
+  m_row[ii] = r.s0;
+  part.Add(r, m_x[ii], m_total);
 }
 
-void GeneralGSums::AddPart(const Part& part) {
-  m_sum.s0 += part.s0, m_sum.s1 += part.s1, m_sum.a += part.a, m_sum.d += part.d;
-  m_sum.m1 += part.m1, m_sum.m2 += part.m2, m_sum.m3 += part.m3, m_sum.m4 += part.m4;
-}
+void GeneralGSums::AddPart(const Block& part) { m_sum.Add(part); }
 
 void GeneralGSums::AddRow(std::int64_t i, const SparseRow& row) {
   RowTerms(i, row, m_pending);
@@ -60,13 +39,12 @@ void GeneralGSums::AddRow(std::int64_t i, const SparseRow& row) {
 
 Status GeneralGSums::Finish(Exponent& result) const {
   // A last block that did not fill up is still pending.
-  Part sum = m_sum;
-  const Part& p = m_pending;
-  sum.s0 += p.s0, sum.s1 += p.s1, sum.a += p.a, sum.d += p.d;
-  sum.m1 += p.m1, sum.m2 += p.m2, sum.m3 += p.m3, sum.m4 += p.m4;
-  double s2 = 0;
-  for (std::size_t i = 0; i < m_row.size(); ++i) s2 += (m_row[i] + m_col[i]) * (m_row[i] + m_col[i]);
-  return Finish(static_cast<double>(m_row.size()), sum, s2, result);
+  Block sum;
+  sum.Add(m_sum);
+  sum.Add(m_pending);
+  ExactSum s2;
+  for (std::size_t i = 0; i < m_row.size(); ++i) s2.Add(S2Term(m_row[i], m_col[i]));
+  return Finish(static_cast<double>(m_row.size()), sum.Value(), s2.Value(), result);
 }
 
 Status GeneralGSums::Finish(double n, const Part& sum, double s2, Exponent& result) {

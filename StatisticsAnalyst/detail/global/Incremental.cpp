@@ -106,9 +106,9 @@ Status SweepBands(const BandNeighbours& neighbours, const std::vector<double>& d
                   CallProgress& progress, std::vector<ZoIncrementalBand>& out) {
   const auto n = static_cast<std::int64_t>(d.size());
   const std::size_t bands = neighbours.bands;
-  using Part = MoranSums::Part;
+  using Block = MoranSums::Block;
   std::vector<double> rows(static_cast<std::size_t>(n) * bands), columns(rows.size());
-  std::vector<Part> totals(bands);
+  std::vector<Block> totals(bands);
   auto weights = [&](std::int64_t i, std::vector<double>& w) {
     const std::int32_t* counts = neighbours.Counts(i);
     for (std::size_t b = 0; b < bands; ++b) w[b] = standardize ? 1.0 / static_cast<double>(counts[b]) : 1.0;
@@ -119,18 +119,19 @@ Status SweepBands(const BandNeighbours& neighbours, const std::vector<double>& d
     if (!progress.Step(format, first, n)) return Status::Fail(msg::IMb030);
     const std::int64_t last = std::min(n, first + kChunk);
     const std::int64_t blocks = (last - first + kSumBlock - 1) / kSumBlock;
-    std::vector<Part> parts(static_cast<std::size_t>(blocks) * bands);
+    std::vector<Block> parts(static_cast<std::size_t>(blocks) * bands);
 #pragma omp parallel
     {
-      std::vector<double> lag(bands), rowSum(bands), columnSum(bands), w(bands);
+      std::vector<double> lag(bands), rowSum(bands), columnSum(bands), w(bands), s1(bands);
 #pragma omp for schedule(dynamic)
       for (std::int64_t block = 0; block < blocks; ++block) {
-        Part* part = parts.data() + static_cast<std::size_t>(block) * bands;
+        Block* part = parts.data() + static_cast<std::size_t>(block) * bands;
         const std::int64_t end = std::min(last, first + (block + 1) * kSumBlock);
         for (std::int64_t i = first + block * kSumBlock; i < end; ++i) {
           std::fill(lag.begin(), lag.end(), 0.0);
           std::fill(rowSum.begin(), rowSum.end(), 0.0);
           std::fill(columnSum.begin(), columnSum.end(), 0.0);
+          std::fill(s1.begin(), s1.end(), 0.0);
           const std::int64_t begin = neighbours.offsets[static_cast<std::size_t>(i)];
           const std::int64_t stop = neighbours.offsets[static_cast<std::size_t>(i) + 1];
           if (standardize) {
@@ -140,8 +141,7 @@ Status SweepBands(const BandNeighbours& neighbours, const std::vector<double>& d
               const std::int32_t* counts = neighbours.Counts(static_cast<std::int64_t>(j));
               for (std::size_t b = neighbours.firstBand[static_cast<std::size_t>(k)]; b < bands; ++b) {
                 const double transposed = 1.0 / static_cast<double>(counts[b]);
-                part[b].s0 += w[b];
-                part[b].s1 += w[b] * w[b] + w[b] * transposed;
+                s1[b] += w[b] * w[b] + w[b] * transposed;
                 rowSum[b] += w[b];
                 columnSum[b] += transposed;
                 lag[b] += w[b] * d[j];
@@ -158,25 +158,22 @@ Status SweepBands(const BandNeighbours& neighbours, const std::vector<double>& d
             const std::int32_t* counts = neighbours.Counts(i);
             for (std::size_t b = 0; b < bands; ++b) {
               const auto c = static_cast<double>(counts[b]);
-              part[b].s0 += c;
-              part[b].s1 += 2.0 * c;
+              s1[b] = 2.0 * c;
               rowSum[b] = columnSum[b] = c;
             }
           }
           for (std::size_t b = 0; b < bands; ++b) {
             rows[static_cast<std::size_t>(i) * bands + b] = rowSum[b];
             columns[static_cast<std::size_t>(i) * bands + b] = columnSum[b];
-            part[b].cp += d[static_cast<std::size_t>(i)] * lag[b];
+            // The row's terms as MoranRowTerms forms them for a fixed band.
+            part[b].Add(MoranRow{rowSum[b], s1[b], lag[b]}, d[static_cast<std::size_t>(i)]);
           }
         }
       }
     }
     for (std::int64_t block = 0; block < blocks; ++block)
       for (std::size_t b = 0; b < bands; ++b) {
-        const Part& part = parts[static_cast<std::size_t>(block) * bands + b];
-        totals[b].s0 += part.s0;
-        totals[b].s1 += part.s1;
-        totals[b].cp += part.cp;
+        totals[b].Add(parts[static_cast<std::size_t>(block) * bands + b]);
       }
   }
   std::vector<double> bandRows(static_cast<std::size_t>(n)), bandColumns(static_cast<std::size_t>(n));
@@ -185,7 +182,7 @@ Status SweepBands(const BandNeighbours& neighbours, const std::vector<double>& d
       bandRows[i] = rows[i * bands + b];
       bandColumns[i] = columns[i * bands + b];
     }
-    out[b].Valid = static_cast<bool>(FinishMoran(d, bandRows, bandColumns, totals[b], out[b].Moran));
+    out[b].Valid = static_cast<bool>(FinishMoran(d, bandRows, bandColumns, totals[b].Value(), out[b].Moran));
   }
   return Status::Ok();
 }

@@ -23,25 +23,14 @@ std::vector<double> MoranSums::Deviations(const LumaArray<double>& values) {
   return d;
 }
 
-void MoranSums::RowTerms(std::int64_t i, const SparseRow& row, Part& part) {
-  double lag = 0, rowSum = 0;
-  for (std::size_t k = 0; k < row.columns.size(); ++k) {
-    const double w = row.weights[k];
-    part.s0 += w;
-    part.s1 += w * w + w * row.transposed[k];
-    rowSum += w;
-    lag += w * m_d[static_cast<std::size_t>(row.columns[k])];
-  }
+void MoranSums::RowTerms(std::int64_t i, const SparseRow& row, Block& part) {
+  const MoranRow r = MoranRowTerms(row, m_d.data(), [&row](std::size_t k) { return row.transposed[k]; });
   const auto ii = static_cast<std::size_t>(i);
-  m_row[ii] = rowSum;
-  part.cp += m_d[ii] * lag;
+  m_row[ii] = r.s0;
+  part.Add(r, m_d[ii]);
 }
 
-void MoranSums::AddPart(const Part& part) {
-  m_total.s0 += part.s0;
-  m_total.s1 += part.s1;
-  m_total.cp += part.cp;
-}
+void MoranSums::AddPart(const Block& part) { m_total.Add(part); }
 
 void MoranSums::AddRow(std::int64_t i, const SparseRow& row) {
   RowTerms(i, row, m_pending);
@@ -55,21 +44,22 @@ void MoranSums::AddRow(std::int64_t i, const SparseRow& row) {
 
 Status MoranSums::Finish(Exponent& result) const {
   // A last block that did not fill up is still pending.
-  const Part total{m_total.s0 + m_pending.s0, m_total.s1 + m_pending.s1, m_total.cp + m_pending.cp};
-  return FinishMoran(m_d, m_row, m_col, total, result);
+  Block total;
+  total.Add(m_total);
+  total.Add(m_pending);
+  return FinishMoran(m_d, m_row, m_col, total.Value(), result);
 }
 
 Status FinishMoran(const std::vector<double>& deviations, const std::vector<double>& rows,
                    const std::vector<double>& columns, const MoranSums::Part& total, Exponent& result) {
-  double s2 = 0;
+  ExactSum s2;
   PowerSums powers;  // the deviations' powers, summed exactly as the moments of the values are
   for (std::size_t i = 0; i < deviations.size(); ++i) {
-    const double rc = rows[i] + columns[i];
-    s2 += rc * rc;
+    s2.Add(S2Term(rows[i], columns[i]));
     powers.Add(deviations[i], 0.0);
   }
-  return FinishMoran(static_cast<double>(deviations.size()), total, s2, powers.second.Value(), powers.fourth.Value(),
-                     result);
+  return FinishMoran(static_cast<double>(deviations.size()), total, s2.Value(), powers.second.Value(),
+                     powers.fourth.Value(), result);
 }
 
 Status FinishMoran(double n, const MoranSums::Part& total, double s2, double d2, double d4, Exponent& result) {

@@ -4,9 +4,12 @@
 #include <cstdint>
 #include <vector>
 
+#include "StatisticsAnalyst/detail/common/ExactSum.h"
 #include "StatisticsAnalyst/detail/common/FeatureData.h"
 #include "StatisticsAnalyst/detail/common/Limits.h"
+#include "StatisticsAnalyst/detail/global/GeneralG.h"
 #include "StatisticsAnalyst/detail/global/GlobalStatistic.h"
+#include "StatisticsAnalyst/detail/global/Moran.h"
 #include "StatisticsAnalyst/detail/partition/Part.h"
 #include "StatisticsAnalyst/detail/weights/WeightRows.h"
 #include "host/ZoMessageIds.h"
@@ -57,26 +60,43 @@ struct PartRows {
   }
 };
 
-// The incoming weights of the part's own features: (feature, w(from, it),
-// position of `from` in the part or -1), by feature.
+// A weight w(from, to) of another part's row pointing at own feature `to`:
+// `to` as a position in the part, `from` as a QlID.
 struct Incoming {
   std::int64_t to, from;
   double weight;
-  bool operator<(const Incoming& o) const { return to < o.to; }
 };
 
-Status Route(const PartRows& part, const ZoPartitionEdges& edges, std::vector<Incoming>& out) {
+// The incoming weights, by feature and source (to look up w(j, i) for a
+// row) and by source row (to add them to the column sums in row order).
+Status Route(const PartRows& part, const ZoPartitionEdges& edges, std::vector<Incoming>& byTo,
+             std::vector<Incoming>& byFrom) {
   const std::size_t m = edges.From.size();
   if (edges.To.size() != m || edges.Weight.size() != m) return Status::Fail(msg::ESa111);
-  out.reserve(m);
+  byTo.reserve(m);
   for (std::size_t e = 0; e < m; ++e) {
     const std::int64_t to = part.Find(edges.To[e]);
-    // An edge must point at one of this part's own features.
-    if (to < 0 || !part.own[static_cast<std::size_t>(to)]) return Status::Fail(msg::ESa111);
-    out.push_back({to, part.Find(edges.From[e]), edges.Weight[e]});
+    // An edge must point at one of this part's own features, from another part's.
+    const std::int64_t from = part.Find(edges.From[e]);
+    if (to < 0 || !part.own[static_cast<std::size_t>(to)] || (from >= 0 && part.own[static_cast<std::size_t>(from)]))
+      return Status::Fail(msg::ESa111);
+    byTo.push_back({to, edges.From[e], edges.Weight[e]});
   }
-  std::stable_sort(out.begin(), out.end());
+  auto key = [](const Incoming& e) { return std::pair{e.to, e.from}; };
+  std::sort(byTo.begin(), byTo.end(), [&](const Incoming& a, const Incoming& b) { return key(a) < key(b); });
+  if (std::adjacent_find(byTo.begin(), byTo.end(),
+                         [&](const Incoming& a, const Incoming& b) { return key(a) == key(b); }) != byTo.end())
+    return Status::Fail(msg::ESa111);
+  byFrom = byTo;
+  std::sort(byFrom.begin(), byFrom.end(), [](const Incoming& a, const Incoming& b) {
+    return std::pair{a.from, a.to} < std::pair{b.from, b.to};
+  });
   return Status::Ok();
+}
+
+LumaArray<double> Expansion(const ExactSum& sum) {
+  const std::vector<double> p = sum.Partials();
+  return LumaArray<double>(p.begin(), p.end());
 }
 
 }  // namespace
@@ -102,13 +122,18 @@ Status Edges(ZoRecordset* records, const ZoPatternsInformation& info, bool gener
   return Status::Ok();
 }
 
+// Each own row's terms formed as one process forms them: a weight's
+// transposed w(j, i) is the part's own when j is an own feature (its row is
+// whole here), else the one j's part sent (0 when none came). The column
+// sums take every row's weights in ascending row order, own rows and the
+// incoming ones merged, so they too have one process's bits.
 Status Sums(ZoRecordset* records, const ZoPatternsInformation& info, bool generalG, const ZoPartitionEdges& incoming,
             ZoPartitionSums& sums) {
   sums = ZoPartitionSums{};
   PartRows part;
   if (Status s = part.Open(records, info, generalG); !s) return s;
-  std::vector<Incoming> in;
-  if (Status s = Route(part, incoming, in); !s) return s;
+  std::vector<Incoming> byTo, byFrom;
+  if (Status s = Route(part, incoming, byTo, byFrom); !s) return s;
 
   const ZoPartition& whole = info.Partition;
   const double mean = whole.Sum / static_cast<double>(whole.Count);
@@ -118,46 +143,51 @@ Status Sums(ZoRecordset* records, const ZoPatternsInformation& info, bool genera
   if (!generalG)
     for (double& x : v) x -= mean;
   std::vector<double> rowSums(n, 0.0), columnSums(n, 0.0);
-  auto next = in.begin();
+  global::MoranSums::Block moran;
+  global::GeneralGSums::Block g;
+  auto nextTo = byTo.begin();
+  auto nextFrom = byFrom.begin();
   SparseRow row;
   for (std::int64_t i = 0; i < static_cast<std::int64_t>(n); ++i) {
-    if (Status s = part.rows.Next(i, row); !s) return s;
     const auto ii = static_cast<std::size_t>(i);
+    for (; nextFrom != byFrom.end() && nextFrom->from < part.ids[ii]; ++nextFrom)
+      columnSums[static_cast<std::size_t>(nextFrom->to)] += nextFrom->weight;
+    if (Status s = part.rows.Next(i, row); !s) return s;
     if (!part.own[ii]) continue;
-    bool flagged = false;
-    double lag = 0.0, rowSum = 0.0;
+    const auto first = nextTo;
+    while (nextTo != byTo.end() && nextTo->to == i) ++nextTo;
+    auto transposed = [&](std::size_t k) {
+      const auto j = static_cast<std::size_t>(row.columns[k]);
+      if (part.own[j]) return row.transposed[k];
+      const auto at =
+          std::lower_bound(first, nextTo, part.ids[j], [](const Incoming& e, std::int64_t id) { return e.from < id; });
+      return at != nextTo && at->from == part.ids[j] ? at->weight : 0.0;
+    };
     for (std::size_t k = 0; k < row.columns.size(); ++k) {
       const auto j = static_cast<std::size_t>(row.columns[k]);
-      const double w = row.weights[k];
-      if (!limits::IsZero(w)) flagged = true;
-      if (generalG && j == ii) continue;  // General G: the diagonal only decides the flag
-      sums.S0 += w;
-      sums.S1 += w * w;
-      // A pair within the part is counted here; a pair with another part's
-      // feature there, from this row's edge.
-      if (part.own[j]) sums.S1 += w * row.transposed[k], columnSums[j] += w;
-      rowSum += w;
-      lag += w * v[j];
+      if (part.own[j] && (!generalG || j != ii)) columnSums[j] += row.weights[k];
     }
-    for (; next != in.end() && next->to == i; ++next) {
-      columnSums[ii] += next->weight;
-      if (next->from < 0) continue;  // not in the part: not a neighbour of i, so w(i, from) = 0
-      const auto at = std::lower_bound(row.columns.begin(), row.columns.end(), static_cast<std::int32_t>(next->from));
-      if (at != row.columns.end() && *at == next->from)
-        sums.S1 += next->weight * row.weights[static_cast<std::size_t>(at - row.columns.begin())];
-    }
-    rowSums[ii] = rowSum;
-    if (!generalG) {
-      sums.Cross += v[ii] * lag;
-    } else if (flagged) {
-      const double x = v[ii];
-      sums.Cross += x * lag;
-      sums.Pairs += x * (whole.Sum - x);
-      sums.M1 += x, sums.M2 += x * x, sums.M3 += x * x * x, sums.M4 += x * x * x * x;
+    if (generalG) {
+      const global::GeneralGRow r = global::GeneralGRowTerms(i, row, v.data(), transposed);
+      rowSums[ii] = r.s0;
+      g.Add(r, v[ii], whole.Sum);
+    } else {
+      const global::MoranRow r = global::MoranRowTerms(row, v.data(), transposed);
+      rowSums[ii] = r.s0;
+      moran.Add(r, v[ii]);
     }
   }
+  for (; nextFrom != byFrom.end(); ++nextFrom) columnSums[static_cast<std::size_t>(nextFrom->to)] += nextFrom->weight;
+  ExactSum s2;
   for (std::size_t i = 0; i < n; ++i)
-    if (part.own[i]) sums.S2 += (rowSums[i] + columnSums[i]) * (rowSums[i] + columnSums[i]);
+    if (part.own[i]) s2.Add(global::S2Term(rowSums[i], columnSums[i]));
+  sums.S2 = Expansion(s2);
+  if (generalG) {
+    sums.S0 = Expansion(g.s0), sums.S1 = Expansion(g.s1), sums.Cross = Expansion(g.a), sums.Pairs = Expansion(g.d);
+    sums.M1 = Expansion(g.m1), sums.M2 = Expansion(g.m2), sums.M3 = Expansion(g.m3), sums.M4 = Expansion(g.m4);
+  } else {
+    sums.S0 = Expansion(moran.s0), sums.S1 = Expansion(moran.s1), sums.Cross = Expansion(moran.cp);
+  }
   return Status::Ok();
 }
 
