@@ -14,9 +14,14 @@
 #include "StatisticsAnalyst/ZoAnalyzingPatterns.h"
 #include "StatisticsAnalyst/ZoPartitionInformation.h"
 #include "StatisticsAnalyst/ZoPatternsInformation.h"
+#include "StatisticsAnalyst/ZoRecordsetPtr.h"
 #include "common/Errors.h"
 #include "common/Input.h"
+#include "common/Output.h"
+#include "host/LumaFieldInfo.h"
+#include "host/ZoDatasetVector.h"
 #include "host/ZoMessageIds.h"
+#include "host/ZoRecordset.h"
 #include "host/ZoStringEx.h"
 
 namespace py = pybind11;
@@ -126,6 +131,44 @@ std::array<double, 5> FromSums(const Sums& total, const ZOC::ZoPatternsInformati
   return {r.Index, r.ExpectedIndex, r.Variance, r.ZScore, r.PValue};
 }
 
+// Refuses an output the merge could not write (before any work is done).
+void CheckOutput(const std::string& output, const std::string& outLayer, bool overwrite, const std::string& input) {
+  ZOC::front::InputLayer source = ZOC::front::OpenInput(input, "");
+  ZOC::front::Output out(output, outLayer, overwrite, &source, {});
+}
+
+// The parts' result layers into one result layer of `output`, each record
+// under its source feature id, through the writer every analysis uses (the
+// output replaced only once whole, its spatial index built at the end).
+void MergeParts(const std::vector<std::string>& parts, const std::string& layer, const std::string& output,
+                const std::string& outLayer, bool overwrite) {
+  if (parts.empty()) throw ZOC::front::Failure(ZOC::ZoStringEx::LoadResString(ZOC::msg::ESa111).Str());
+  std::vector<ZOC::front::InputLayer> inputs;
+  for (const std::string& part : parts) inputs.push_back(ZOC::front::OpenInput(part, layer));
+  ZOC::ZoDatasetVector* first = inputs.front().dataset;
+  ZOC::front::Output out(output, outLayer, overwrite, nullptr, {});
+  ZOC::ZoDatasetVector* result = out.Create(first, first->GetType(), first->GetPrjCoordSys());
+  std::vector<std::pair<LUMA::LumaUnicodeString, LUMA::LumaUnicodeString>> fields;
+  for (const LUMA::LumaFieldInfo& field : first->GetFieldInfos()) {
+    if (field.IsSystemField()) continue;
+    if (!result->CreateField(field)) throw ZOC::front::Failure(out.error());
+    fields.emplace_back(field.GetName(), field.GetName());
+  }
+  result->KeepSourceIds(true);
+  bool ok = true;
+  {
+    py::gil_scoped_release release;
+    for (ZOC::front::InputLayer& part : inputs) {
+      ZOC::ZoRecordsetPtr records(part.dataset->Query({}));
+      ok = ok && records && result->AppendRecords(records.get(), fields, nullptr);
+    }
+    ok = ok && result->Commit() && out.TryCommit(nullptr);
+  }
+  if (!ok)
+    throw ZOC::front::Failure(out.error().empty() ? ZOC::ZoStringEx::LoadResString(ZOC::msg::ELc071).Str()
+                                                  : out.error());
+}
+
 }  // namespace
 
 void BindPartitions(py::module_& m) {
@@ -136,4 +179,8 @@ void BindPartitions(py::module_& m) {
   m.def("partition_sums", &PartSums, py::arg("path"), py::arg("layer"), py::arg("info"), py::arg("general_g"),
         py::arg("edges_from"), py::arg("edges_to"), py::arg("edges_weight"));
   m.def("from_sums", &FromSums, py::arg("total"), py::arg("info"), py::arg("general_g"));
+  m.def("check_output", &CheckOutput, py::arg("output"), py::arg("output_layer"), py::arg("overwrite"),
+        py::arg("input"));
+  m.def("merge_parts", &MergeParts, py::arg("parts"), py::arg("layer"), py::arg("output"), py::arg("output_layer"),
+        py::arg("overwrite"));
 }

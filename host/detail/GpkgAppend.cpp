@@ -86,7 +86,18 @@ bool GpkgAppend::Start(const std::string& path, OGRLayer& layer, bool withIds) {
                      "rtree_" + m_table + "_" + geometry, found, m_error) ||
       !found.empty())
     return false;
-  if (!IsEmptyTable(db, "main", m_table)) return false;
+  // Rows numbered on from 1 need an empty table; rows with their own ids
+  // join those there (a taken id fails the insert), and the count and
+  // extent recorded at the end include them.
+  if (!IsEmptyTable(db, "main", m_table)) {
+    if (!withIds) return false;
+    std::vector<std::string> count;
+    if (!sqlite::Texts(db, "SELECT CAST(COUNT(*) AS TEXT) FROM " + Ident(m_table), {}, count, m_error) ||
+        count.size() != 1)
+      return false;
+    m_existing = std::strtoll(count.front().c_str(), nullptr, 10);
+    m_extent = RecordedExtent(db, "main", m_table);
+  }
 
   std::string columns, values;
   auto column = [&](const std::string& name) {
@@ -147,7 +158,7 @@ bool GpkgAppend::Add(const OGRFeature& feature) {
 bool GpkgAppend::Finish() {
   if (!m_open) return false;
   m_insert.reset();
-  if (!RecordContents(m_db.get(), m_table, m_added, m_extent, m_error) ||
+  if (!RecordContents(m_db.get(), m_table, m_existing + m_added, m_extent, m_error) ||
       !RestoreTriggers(m_db.get(), m_triggers, m_error) || !Exec(m_db.get(), "COMMIT", m_error))
     return Fail();
   m_open = false;

@@ -33,8 +33,9 @@ class GpkgAppend {
 
   // Starts on `layer` of the GeoPackage at `path`, which GDAL has open with
   // nothing pending. False, with nothing changed, unless the table exists
-  // and is empty, has no spatial index yet, every field is an integer, real
-  // or text, and no other connection is writing the file: GDAL then appends.
+  // and is empty (or rows keep their ids), has no spatial index yet, every
+  // field is an integer, real or text, and no other connection is writing
+  // the file: GDAL then appends.
   // With `withIds` every row takes its feature's FID, else rows are numbered
   // on from 1.
   bool Start(const std::string& path, OGRLayer& layer, bool withIds = false);
@@ -57,7 +58,7 @@ class GpkgAppend {
   std::int32_t m_srsId = 0;
   std::vector<unsigned char> m_blob;
   std::optional<Extent> m_extent;
-  long long m_added = 0;
+  long long m_added = 0, m_existing = 0;
 };
 
 }  // namespace ZOC::detail

@@ -12,7 +12,8 @@ Dask cluster, partitioned by space::
 The keywords are those of the single-machine functions, and so are the
 results: a MoranResult / GeneralGResult equal to one process's to 1e-12
 relative, and local results whose every value is one process's to the last
-bit, written as one GeoPackage (the features keep their source feature ids).
+bit, written as one layer (its features keep their source feature ids,
+where one process numbers them from 1).
 The dataset, the output and the scratch folder (by default a hidden folder
 beside the output, or beside the input for a global statistic) must lie on
 storage every worker and the client see.
@@ -48,7 +49,7 @@ from typing import Any, Callable, Optional, Sequence
 import numpy as np
 import numpy.typing as npt
 
-from . import _core, _io, _validate
+from . import _core, _gpkg, _io, _validate
 from ._analyses import _library_errors
 from ._errors import StatisticsAnalystError
 from ._results import GeneralGResult, MoranResult
@@ -84,14 +85,26 @@ def _cut(source: str, layer: str, fields: Sequence[str], box: Box, width: float,
     file at `path` is always whole."""
     from osgeo import gdal
     gdal.UseExceptions()
-    grown = [min(max(v, -_FAR), _FAR) for v in _halo_box(box, width)]
+    x0, y0, x1, y1 = (min(max(v, -_FAR), _FAR) for v in _halo_box(box, width))
+    grown: Box = (x0, y0, x1, y1)
     partial = path + ".partial.gpkg"
-    options = gdal.VectorTranslateOptions(format="GPKG", layers=[layer], layerName=_PART_LAYER, spatFilter=grown,
-                                          options=["-preserve_fid"], selectFields=list(fields),
-                                          layerCreationOptions=["SPATIAL_INDEX=NO"])
-    try:
-        if gdal.VectorTranslate(partial, source, options=options) is None:
+
+    def translate(**options: Any) -> None:
+        made = gdal.VectorTranslate(partial, source, options=gdal.VectorTranslateOptions(
+            format="GPKG", layers=[layer], layerName=_PART_LAYER, options=["-preserve_fid"],
+            selectFields=list(fields), layerCreationOptions=["SPATIAL_INDEX=NO"], **options))
+        if made is None:
             raise StatisticsAnalystError(_core.message("EUa014", [], f"the part {path} could not be cut"))
+        made = None  # closed: SQLite may write next
+
+    try:
+        # A GeoPackage is cut by its spatial index in SQLite; anything else by GDAL.
+        table = _gpkg.describe(source, layer)
+        translate(limit=0)
+        into = _gpkg.describe(partial, _PART_LAYER)
+        if table is None or into is None or not _gpkg.cut_rows(partial, into, source, table, fields, grown):
+            os.remove(partial)
+            translate(spatFilter=list(grown))
         os.replace(partial, path)
     finally:
         if os.path.exists(partial):
@@ -390,33 +403,21 @@ def _local_layer(kind: str, client: Any, path: PathLike, layer: Optional[str], f
                  output: PathLike, output_layer: Optional[str], overwrite: bool, partitions: Optional[int],
                  scratch: Optional[PathLike], suffix: str) -> str:
     target = os.path.abspath(_validate.path(output, "output"))
-    if not target.lower().endswith(".gpkg"):
-        _validate.refuse(_core.message("EUa012", [], "a distributed result is written as a GeoPackage (.gpkg)"))
-    if os.path.exists(target) and not overwrite:
-        _validate.refuse(_core.message("EUa010", [], target))
-    run = _Run(client, path, layer, field, options, partitions, scratch, target)
+    source = os.path.abspath(_validate.path(path))
+    with _library_errors():
+        name = output_layer or _io.default_layer_name(source, layer, suffix)
+        _core.check_output(target, name, bool(overwrite), source)  # refused before any work
+    run = _Run(client, source, layer, field, options, partitions, scratch, target)
     try:
-        name = output_layer or _io.default_layer_name(run.source, run.data.name, suffix)
         files, widths, whole = run.plan()
         results = run.gather([run.submit(_local, kind, files[p], run.options, run.boxes[p], widths[p], whole,
                                           os.path.join(run.folder, f"result-{p}.gpkg"), name)
                               for p in range(len(run.boxes))])
-        _merge(results, name, os.path.join(run.folder, "result.gpkg"))
-        os.replace(os.path.join(run.folder, "result.gpkg"), target)
+        with _library_errors():
+            _core.merge_parts(results, name, target, name, bool(overwrite))
         return target
     finally:
         run.close()
-
-
-def _merge(parts: Sequence[str], layer: str, target: str) -> None:
-    """The parts' records into one GeoPackage layer, under their feature ids."""
-    from osgeo import gdal
-    gdal.UseExceptions()
-    for i, part in enumerate(parts):
-        options = gdal.VectorTranslateOptions(options=["-preserve_fid"], format="GPKG", layers=[layer], layerName=layer,
-                                              accessMode=None if i == 0 else "append")
-        if gdal.VectorTranslate(target, part, options=options) is None:
-            raise StatisticsAnalystError(_core.message("EUa016", [], f"the part {part} could not be merged"))
 
 
 # ---------------------------------------------------------------- the analyses
@@ -451,9 +452,10 @@ def hotspot(client: Any, path: PathLike, field: str, *, output: PathLike, layer:
             memory_budget: float | None = None, self_weight_field: str | None = None,
             output_layer: str | None = None, overwrite: bool = False, partitions: int | None = None,
             scratch: PathLike | None = None) -> str:
-    """Hot spot analysis (Gi*) into the GeoPackage `output` (written whole
-    at the end, replacing the file with `overwrite`); returns its path.
-    Fields and values are statisticsanalyst.hotspot's."""
+    """Hot spot analysis (Gi*) into the layer `output_layer` of `output`
+    (any format zostat writes; written once whole, an existing layer
+    replaced only with `overwrite`); returns the output's path. Fields and
+    values are statisticsanalyst.hotspot's."""
     extra = {"self_weight_field": self_weight_field} if self_weight_field else {}
     return _local_layer("hotspot", client, path, layer, field, _options(locals(), **extra), output, output_layer,
                         overwrite, partitions, scratch, "_hotspots")
@@ -465,8 +467,8 @@ def cluster_outlier(client: Any, path: PathLike, field: str, *, output: PathLike
                     distance_method: DistanceMethod = "euclidean", snap_tolerance: float = 0.0,
                     memory_budget: float | None = None, output_layer: str | None = None, overwrite: bool = False,
                     partitions: int | None = None, scratch: PathLike | None = None) -> str:
-    """Cluster and outlier analysis (local Moran's I) into the GeoPackage
-    `output`; returns its path. Fields as statisticsanalyst.cluster_outlier's."""
+    """Cluster and outlier analysis (local Moran's I) into `output`, as
+    hotspot(); fields as statisticsanalyst.cluster_outlier's."""
     return _local_layer("cluster_outlier", client, path, layer, field, _options(locals()), output, output_layer,
                         overwrite, partitions, scratch, "_clusters")
 

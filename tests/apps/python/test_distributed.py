@@ -124,8 +124,10 @@ def test_what_needs_the_whole_dataset_is_refused(client, tmp_path):
     with pytest.raises(sa.StatisticsAnalystError) as refused:
         sad.moran(client, data("baltim.gpkg"), "PRICE", conceptualization="zone-of-indifference", distance_band=10.0)
     assert "ESa110" in refused.value.ids
-    (tmp_path / "taken.gpkg").write_bytes(b"")
-    with pytest.raises(sa.StatisticsAnalystUsageError) as taken:
+    sa.hotspot(data("baltim.gpkg"), "PRICE", output=tmp_path / "taken.gpkg", progress=False)
+    before = (tmp_path / "taken.gpkg").read_bytes()
+    with pytest.raises(sa.StatisticsAnalystError) as taken:
         sad.hotspot(client, data("baltim.gpkg"), "PRICE", output=tmp_path / "taken.gpkg")
     assert "EUa010" in taken.value.ids
     assert sorted(os.listdir(tmp_path)) == ["taken.gpkg", "tmp"]
+    assert (tmp_path / "taken.gpkg").read_bytes() == before
