@@ -108,10 +108,12 @@ class SA_API ZoAnalyzingPatterns : public ZoAnalysisFrame {
   // `info.Partition` names the part (Active, its box and halo box); the
   // dataset holds the part's own features and their halo.
   //
-  // The own features' count, exact power sums about `centre`, reach and
-  // default band (nearest or K-th neighbour) and extent. Messages: the
-  // frame's checks, "ESa111", the values' and points' own, "ESa032".
-  bool PartitionScan(ZoDatasetVector* dataset, const ZoPatternsInformation& info, double centre, ZoPartitionScan& scan);
+  // The own features' count and exact power sums about `centre`; with
+  // `reach` also their reach and default band (nearest or K-th neighbour)
+  // and extent. Messages: the frame's checks, "ESa111", the values' and
+  // points' own, "ESa032".
+  bool PartitionScan(ZoDatasetVector* dataset, const ZoPatternsInformation& info, double centre, bool reach,
+                     ZoPartitionScan& scan);
   // The weights of own features pointing at other parts' features, for
   // Moran's I (generalG false) or General G. `info.Partition` must also
   // carry the whole dataset's count and sums. Messages: the frame's checks,

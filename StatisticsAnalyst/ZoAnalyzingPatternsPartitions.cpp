@@ -11,13 +11,13 @@
 namespace ZOC {
 
 bool ZoAnalyzingPatterns::PartitionScan(ZoDatasetVector* dataset, const ZoPatternsInformation& info, double centre,
-                                        ZoPartitionScan& scan) {
+                                        bool reach, ZoPartitionScan& scan) {
   ClearErrorMessage();
   return Guard(
       [&] {
         ZoRecordsetPtr records = OpenAnalysisRecords(dataset, info);
         if (!records) return false;
-        return Report(detail::partition::Scan(records.get(), info, centre, scan));
+        return Report(detail::partition::Scan(records.get(), info, centre, reach, scan));
       },
       msg::ESa111);
 }

@@ -64,12 +64,12 @@ void Run(ZOC::ZoAnalyzingPatterns& patterns, Call call) {
   if (!ok) throw ZOC::front::Failure(patterns.GetStrErrorMes().Str());
 }
 
-py::dict Scan(const std::string& path, const std::string& layer, const ZOC::ZoPatternsInformation& info,
-              double centre) {
+py::dict Scan(const std::string& path, const std::string& layer, const ZOC::ZoPatternsInformation& info, double centre,
+              bool reach) {
   ZOC::front::InputLayer input = ZOC::front::OpenInput(path, layer);
   ZOC::ZoAnalyzingPatterns patterns;
   ZOC::ZoPartitionScan scan;
-  Run(patterns, [&] { return patterns.PartitionScan(input.dataset, info, centre, scan); });
+  Run(patterns, [&] { return patterns.PartitionScan(input.dataset, info, centre, reach, scan); });
   py::dict d;
   d["features"] = scan.Features;
   d["sum"] = std::vector<double>(scan.Sum.begin(), scan.Sum.end());
@@ -174,7 +174,8 @@ void MergeParts(const std::vector<std::string>& parts, const std::string& layer,
 void BindPartitions(py::module_& m) {
   m.def("with_partition", &WithPartition, py::arg("info"), py::arg("box"), py::arg("halo"), py::arg("count"),
         py::arg("sums"), py::arg("extent"));
-  m.def("partition_scan", &Scan, py::arg("path"), py::arg("layer"), py::arg("info"), py::arg("centre"));
+  m.def("partition_scan", &Scan, py::arg("path"), py::arg("layer"), py::arg("info"), py::arg("centre"),
+        py::arg("reach"));
   m.def("partition_edges", &Edges, py::arg("path"), py::arg("layer"), py::arg("info"), py::arg("general_g"));
   m.def("partition_sums", &PartSums, py::arg("path"), py::arg("layer"), py::arg("info"), py::arg("general_g"),
         py::arg("edges_from"), py::arg("edges_to"), py::arg("edges_weight"));

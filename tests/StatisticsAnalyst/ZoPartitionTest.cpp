@@ -105,7 +105,7 @@ struct Split {
         ZoDatasetVector* d = Cut(*memory, whole, {part.HaloMinX, part.HaloMinY, part.HaloMaxX, part.HaloMaxY},
                                  info.FieldName.Str().c_str(), "part" + std::to_string(p));
         ZoPartitionScan scan;
-        EXPECT_TRUE(patterns.PartitionScan(d, parts[p], 0.0, scan)) << patterns.GetStrErrorMes().Str();
+        EXPECT_TRUE(patterns.PartitionScan(d, parts[p], 0.0, true, scan)) << patterns.GetStrErrorMes().Str();
         if (scan.Uncertain == 0 || info.Conceptualization != KNearestNeighbors) {
           datasets.push_back(d);
           break;
@@ -117,7 +117,7 @@ struct Split {
     std::int64_t count = 0;
     for (int p = 0; p < 2; ++p) {
       ZoPartitionScan scan;
-      EXPECT_TRUE(patterns.PartitionScan(datasets[p], parts[p], 0.0, scan));
+      EXPECT_TRUE(patterns.PartitionScan(datasets[p], parts[p], 0.0, true, scan));
       count += scan.Features;
       for (double v : scan.Sum) sum.Add(v);
       for (double v : scan.Squares) squares.Add(v);
@@ -125,7 +125,7 @@ struct Split {
     const double mean = sum.Value() / static_cast<double>(count);
     for (int p = 0; p < 2; ++p) {
       ZoPartitionScan scan;
-      EXPECT_TRUE(patterns.PartitionScan(datasets[p], parts[p], mean, scan));
+      EXPECT_TRUE(patterns.PartitionScan(datasets[p], parts[p], mean, false, scan));
       for (double v : scan.Squares) deviation2.Add(v);
       for (double v : scan.Fourth) deviation4.Add(v);
     }

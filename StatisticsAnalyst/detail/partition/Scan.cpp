@@ -70,7 +70,7 @@ Status Extent(ZoRecordset* records, const std::vector<char>& own, ZoPartitionSca
 
 }  // namespace
 
-Status Scan(ZoRecordset* records, const ZoPatternsInformation& info, double centre, ZoPartitionScan& scan) {
+Status Scan(ZoRecordset* records, const ZoPatternsInformation& info, double centre, bool reach, ZoPartitionScan& scan) {
   scan = ZoPartitionScan{};
   const ZoPartition& part = info.Partition;
   if (!part.Active || !(part.MinX < part.MaxX) || !(part.MinY < part.MaxY) || !std::isfinite(centre))
@@ -89,13 +89,19 @@ Status Scan(ZoRecordset* records, const ZoPatternsInformation& info, double cent
   scan.Sum = ToArray(sums.first.Partials());
   scan.Squares = ToArray(sums.second.Partials());
   scan.Fourth = ToArray(sums.fourth.Partials());
-  if (scan.Features == 0) return Status::Ok();
+  if (scan.Features == 0 || !reach) return Status::Ok();
 
   const bool contiguity =
       info.Conceptualization == ContiguityEdgesOnly || info.Conceptualization == ContiguityEdgesCorners;
   if (!contiguity)
     if (Status reached = Reach(points, own, info, scan); !reached) return reached;
-  return Extent(records, own, scan);
+  if (records->GetDataset()->GetType() != DatasetPoint) return Extent(records, own, scan);
+  for (std::size_t i = 0; i < points.size(); ++i) {  // points are their own extent
+    if (!own[i]) continue;
+    scan.MinX = std::fmin(scan.MinX, points[i].x), scan.MinY = std::fmin(scan.MinY, points[i].y);
+    scan.MaxX = std::fmax(scan.MaxX, points[i].x), scan.MaxY = std::fmax(scan.MaxY, points[i].y);
+  }
+  return Status::Ok();
 }
 
 }  // namespace ZOC::detail::partition

@@ -13,9 +13,9 @@ class ZoRecordset;
 namespace ZOC::detail::partition {
 
 // `records` in QlID order, checked as an analysis of `info` would be. The
-// power sums are taken about `centre`; the reach is that of the k-th
-// neighbour for K nearest, of the nearest otherwise, and none for
-// contiguity.
-Status Scan(ZoRecordset* records, const ZoPatternsInformation& info, double centre, ZoPartitionScan& scan);
+// power sums are taken about `centre`; with `reach`, the reach (of the k-th
+// neighbour for K nearest, of the nearest otherwise, none for contiguity)
+// and the extent too.
+Status Scan(ZoRecordset* records, const ZoPatternsInformation& info, double centre, bool reach, ZoPartitionScan& scan);
 
 }  // namespace ZOC::detail::partition

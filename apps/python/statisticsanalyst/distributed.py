@@ -112,10 +112,11 @@ def _cut(source: str, layer: str, fields: Sequence[str], box: Box, width: float,
     return path
 
 
-def _scan(path: str, options: dict[str, Any], box: Box, width: float, whole: dict[str, Any],
-          centre: float) -> dict[str, Any]:
+def _scan(path: str, options: dict[str, Any], box: Box, width: float, whole: dict[str, Any], centre: float,
+          reach: bool) -> dict[str, Any]:
     with _library_errors():
-        return dict(_core.partition_scan(path, _PART_LAYER, _info(options, box, _halo_box(box, width), whole), centre))
+        info = _info(options, box, _halo_box(box, width), whole)
+        return dict(_core.partition_scan(path, _PART_LAYER, info, centre, reach))
 
 
 def _local(kind: str, path: str, options: dict[str, Any], box: Box, width: float, whole: dict[str, Any],
@@ -324,7 +325,7 @@ class _Run:
                   float(np.nanmax(extents[:, 2])), float(np.nanmax(extents[:, 3])))
         whole = {"count": count, "sums": (total, squares, 0.0, 0.0), "extent": extent}
         mean = total / count
-        centred = self.gather([self.submit(_scan, files[p], self.options, self.boxes[p], widths[p], whole, mean)
+        centred = self.gather([self.submit(_scan, files[p], self.options, self.boxes[p], widths[p], whole, mean, False)
                                for p in range(len(self.boxes))])
         whole["sums"] = (total, squares, math.fsum(v for s in centred for v in s["squares"]),
                          math.fsum(v for s in centred for v in s["fourth"]))
@@ -339,7 +340,8 @@ class _Run:
         pending = list(range(len(self.boxes)))
         whole_span = max(self.data.extent[2] - self.data.extent[0], self.data.extent[3] - self.data.extent[1])
         while pending:
-            futures = [self.submit(_scan, files[p], self.options, self.boxes[p], widths[p], none, 0.0) for p in pending]
+            futures = [self.submit(_scan, files[p], self.options, self.boxes[p], widths[p], none, 0.0, True)
+                       for p in pending]
             again = []
             for p, future in zip(pending, futures):
                 try:
