@@ -43,7 +43,12 @@ Status GeneralGSums::Finish(Exponent& result) const {
   sum.Add(m_sum);
   sum.Add(m_pending);
   ExactSum s2;
-  for (std::size_t i = 0; i < m_row.size(); ++i) s2.Add(S2Term(m_row[i], m_col[i]));
+  SumOnEveryCore(
+      static_cast<std::int64_t>(m_row.size()), 1,
+      [&](std::int64_t i, ExactSum* s) {
+        s->Add(S2Term(m_row[static_cast<std::size_t>(i)], m_col[static_cast<std::size_t>(i)]));
+      },
+      &s2);
   return Finish(static_cast<double>(m_row.size()), sum.Value(), s2.Value(), result);
 }
 

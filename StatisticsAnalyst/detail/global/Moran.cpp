@@ -52,14 +52,18 @@ Status MoranSums::Finish(Exponent& result) const {
 
 Status FinishMoran(const std::vector<double>& deviations, const std::vector<double>& rows,
                    const std::vector<double>& columns, const MoranSums::Part& total, Exponent& result) {
-  ExactSum s2;
-  PowerSums powers;  // the deviations' powers, summed exactly as the moments of the values are
-  for (std::size_t i = 0; i < deviations.size(); ++i) {
-    s2.Add(S2Term(rows[i], columns[i]));
-    powers.Add(deviations[i], 0.0);
-  }
-  return FinishMoran(static_cast<double>(deviations.size()), total, s2.Value(), powers.second.Value(),
-                     powers.fourth.Value(), result);
+  // S2, and the deviations' powers summed exactly as the moments of the values are.
+  ExactSum sums[3];
+  SumOnEveryCore(
+      static_cast<std::int64_t>(deviations.size()), 3,
+      [&](std::int64_t i, ExactSum* s) {
+        const auto k = static_cast<std::size_t>(i);
+        s[0].Add(S2Term(rows[k], columns[k]));
+        HighPowers(deviations[k], 0.0, s[1], s[2]);
+      },
+      sums);
+  return FinishMoran(static_cast<double>(deviations.size()), total, sums[0].Value(), sums[1].Value(), sums[2].Value(),
+                     result);
 }
 
 Status FinishMoran(double n, const MoranSums::Part& total, double s2, double d2, double d4, Exponent& result) {
