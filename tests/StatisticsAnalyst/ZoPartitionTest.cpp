@@ -207,6 +207,14 @@ void ExpectSameLocal(Split& split, const std::vector<const char*>& fields, Run r
   EXPECT_EQ(seen, static_cast<std::size_t>(split.whole->GetRecordCount()));  // every feature once
 }
 
+// Local Moran's I, Moran's I and General G.
+void ExpectSameOthers(Split& split) {
+  ExpectSameLocal(split, {"ALMI_MoranI", "ALMI_Zscore", "ALMI_Pvalue"},
+                  [](auto& l, auto* s, auto* r, const auto& i) { return l.ClusterOutlier(s, r, i, 0) != 0; });
+  ExpectSameGlobal(split, false);
+  ExpectSameGlobal(split, true);
+}
+
 ZoDatasetVector* Layer(std::unique_ptr<ZoDataSource>& source, const char* file) {
   source = ZoDataSource::Open(satest::DataPath(file).c_str(), false);
   return source ? source->GetDataset(0) : nullptr;
@@ -226,10 +234,7 @@ TEST(ZoPartition, PointPartsGiveOneProcessResults) {
     Split split(baltim, info, 925.0, c == KNearestNeighbors ? 1.0 : 12.0);
     ExpectSameLocal(split, {"Gi_Zscore", "Gi_Pvalue", "Gi_ConfInvl"},
                     [](auto& l, auto* s, auto* r, const auto& i) { return l.HotSpotAnalyst(s, r, i, 0) != 0; });
-    ExpectSameLocal(split, {"ALMI_MoranI", "ALMI_Zscore"},
-                    [](auto& l, auto* s, auto* r, const auto& i) { return l.ClusterOutlier(s, r, i, 0) != 0; });
-    ExpectSameGlobal(split, false);
-    ExpectSameGlobal(split, true);
+    ExpectSameOthers(split);
   }
 }
 
@@ -243,10 +248,7 @@ TEST(ZoPartition, RegionPartsGiveOneProcessResults) {
   info.Standardization = true;
   // A halo of the largest tract's size holds every neighbour of an own tract.
   Split split(ny8, info, 420000.0, 60000.0);
-  ExpectSameLocal(split, {"ALMI_MoranI", "ALMI_Zscore"},
-                  [](auto& l, auto* s, auto* r, const auto& i) { return l.ClusterOutlier(s, r, i, 0) != 0; });
-  ExpectSameGlobal(split, false);
-  ExpectSameGlobal(split, true);
+  ExpectSameOthers(split);
 }
 
 TEST(ZoPartition, WholeDatasetOptionsAreRefusedInAPart) {
