@@ -276,6 +276,11 @@ TEST(ZoPartition, WholeDatasetOptionsAreRefusedInAPart) {
   satest::MemoryResult result;
   EXPECT_FALSE(local.HotSpotAnalyst(baltim, result.dataset, info, 0));
   EXPECT_TRUE(satest::HasMessageId(local.GetStrErrorMes(), "ESa111")) << local.GetStrErrorMes().Str();
+  // A part owning none of the features it holds writes none of them.
+  info.Partition.MinX = 5000.0, info.Partition.MaxX = 6000.0;
+  satest::MemoryResult nothing;
+  EXPECT_TRUE(local.HotSpotAnalyst(baltim, nothing.dataset, info, 0)) << local.GetStrErrorMes().Str();
+  EXPECT_EQ(nothing.dataset->GetRecordCount(), 0);
 }
 
 }  // namespace

@@ -257,27 +257,30 @@ Status WriteResult(ZoRecordset* records, ZoDatasetVector* result, const ResultFi
     progress->SetMessage(ZoStringEx::LoadResString(msg::IMb037));
   }
   const auto n = static_cast<std::int64_t>(records->GetRecordCount());
-  std::vector<std::int64_t> written;  // the feature of the k-th written record
+  std::vector<std::int64_t> written;  // in a part, the feature of the k-th written record
   ZoRecordsetPtr ownRecords;
   if (!own.empty()) {
     ZoQueryDef query;
     for (std::int64_t i = 0; i < n; ++i)
       if (own[static_cast<std::size_t>(i)]) written.push_back(i), query.m_ids.push_back(records->GetIDAt(i));
+    // A part may own none of the features it holds: its result is empty.
+    if (written.empty()) return result->Commit() ? Status::Ok() : Status::Fail(msg::ELc071);
     ownRecords.reset(records->GetDataset()->Query(query));
     if (!ownRecords) return Status::Fail(msg::ELc071);
     records = ownRecords.get();
     result->KeepSourceIds(true);
   }
-  const bool appended = result->AppendRecords(
-      records, fields.copied, progress.get(), fields.own, [&](std::int64_t k, std::vector<LUMA::LumaVariant>& values) {
-        if (!written.empty() && k >= 0 && static_cast<std::size_t>(k) < written.size())
-          k = written[static_cast<std::size_t>(k)];
-        else if (!written.empty())
-          return false;
-        if (k < 0 || k >= n) return false;
-        statistic.Values(static_cast<std::size_t>(k), values);
-        return true;
-      });
+  auto feature = [&](std::int64_t k) -> std::int64_t {
+    if (written.empty()) return k;
+    return k >= 0 && static_cast<std::size_t>(k) < written.size() ? written[static_cast<std::size_t>(k)] : -1;
+  };
+  const bool appended = result->AppendRecords(records, fields.copied, progress.get(), fields.own,
+                                              [&](std::int64_t k, std::vector<LUMA::LumaVariant>& values) {
+                                                const std::int64_t i = feature(k);
+                                                if (i < 0 || i >= n) return false;
+                                                statistic.Values(static_cast<std::size_t>(i), values);
+                                                return true;
+                                              });
   if (appended && result->Commit()) return Status::Ok();
   if (progress && progress->IsCanceled()) return Status::Fail(msg::IMb030).Then(msg::ELc071);
   return Status::Fail(msg::ELc071);
