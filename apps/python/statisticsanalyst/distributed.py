@@ -258,6 +258,11 @@ class _Run:
         self.data = _Layer(self.source, layer)
         self.options = dict(options, field=_validate.field(field))
         self.info = patterns_information(**self.options)  # refuses what one machine would refuse
+        band = self.options.get("distance_band", -1.0)
+        if self.info.conceptualization == 4 or (self.info.conceptualization in (1, 2, 3) and 0 <= band < 1e-20):
+            # Weights reaching every feature: a part would need the whole dataset as its halo.
+            what = "zone of indifference weights" if self.info.conceptualization == 4 else "weights without a band"
+            raise StatisticsAnalystError(_core.message("ESa110", [what], ""))
         workers = len(client.scheduler_info().get("workers", {})) or 1
         wanted = partitions if partitions is not None else 2 * workers
         if not isinstance(wanted, int) or wanted < 1:
