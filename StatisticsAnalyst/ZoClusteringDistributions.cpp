@@ -2,11 +2,16 @@
 // local-statistics pipeline of detail/local/ with the analysis' own part.
 #include "StatisticsAnalyst/ZoClusteringDistributions.h"
 
+#include <algorithm>
 #include <string>
+#include <utility>
+#include <vector>
 
 #include "StatisticsAnalyst/ZoStatisticsUtilities.h"
 #include "StatisticsAnalyst/detail/clustering/DensityClustering.h"
 #include "StatisticsAnalyst/detail/common/CallProgress.h"
+#include "StatisticsAnalyst/detail/common/ExactSum.h"
+#include "StatisticsAnalyst/detail/local/Classification.h"
 #include "StatisticsAnalyst/detail/local/ClusterOutlier.h"
 #include "StatisticsAnalyst/detail/local/HotSpot.h"
 #include "StatisticsAnalyst/detail/local/OptimizedHotSpot.h"
@@ -41,6 +46,39 @@ unsigned char ZoClusteringDistributions::HotSpotAnalyst(ZoDatasetVector* source,
     detail::local::HotSpot statistic(info.SecondFieldName);
     return Report(detail::local::RunLocal(source, records.get(), result, info, progress, statistic));
   });
+}
+
+bool ZoClusteringDistributions::PartitionTests(ZoDatasetVector* source, const ZoPatternsInformation& info,
+                                               bool clusterOutlier, ZoPartitionTests& tests) {
+  ClearErrorMessage();
+  return Guard([&]() -> unsigned char {
+           if (!CheckInputAndResult(source, source)) return 0;
+           ZoRecordsetPtr records = QueryOrderedBy(source, kSystemIdField);
+           if (!records || !CheckParameterValid(records.get(), info)) return 0;
+           detail::CallProgress progress(m_progress, false);
+           detail::local::HotSpot hotSpot(info.SecondFieldName);
+           detail::local::ClusterOutlier clusters;
+           detail::local::LocalStatistic& statistic =
+               clusterOutlier ? static_cast<detail::local::LocalStatistic&>(clusters) : hotSpot;
+           return Report(detail::local::RunLocalTests(source, records.get(), info, progress, statistic, tests));
+         }) != 0;
+}
+
+bool ZoClusteringDistributions::PartitionFdr(const ZoPartitionTests& all, std::int64_t count, ZoPartition& whole) {
+  if (all.Ids.size() != all.PValues.size() || count < static_cast<std::int64_t>(all.Ids.size())) return false;
+  std::vector<detail::local::FdrCandidate> candidates(all.Ids.size());
+  for (std::size_t k = 0; k < candidates.size(); ++k) candidates[k] = {all.Ids[k], all.PValues[k]};
+  std::vector<int> levels;
+  detail::local::FdrLevels(candidates, count, levels);
+  std::vector<std::pair<std::int64_t, int>> byId;
+  for (std::size_t k = 0; k < candidates.size(); ++k)
+    if (levels[k] > 0) byId.push_back({candidates[k].id, levels[k]});
+  std::sort(byId.begin(), byId.end());
+  whole.FdrIds.clear(), whole.FdrLevels.clear();
+  for (const auto& [id, level] : byId) whole.FdrIds.push_back(id), whole.FdrLevels.push_back(level);
+  const double sum = detail::SumExactly(all.Sum);
+  whole.FdrMean = all.Finite > 0 ? sum / static_cast<double>(all.Finite) : 0.0;
+  return true;
 }
 
 unsigned char ZoClusteringDistributions::OptimizedHotSpotAnalyst(ZoDatasetVector* source, ZoDatasetVector* result,

@@ -47,6 +47,18 @@ class SA_API ZoClusteringDistributions : public ZoAnalysisFrame {
   unsigned char ClusterOutlier(ZoDatasetVector* source, ZoDatasetVector* result, const ZoPatternsInformation& info,
                                unsigned char showProgress);
 
+  // One part of a dataset split over processes (ZoPartitionInformation.h):
+  // the part's candidates for the false discovery rate of Gi*
+  // (clusterOutlier false) or local Moran's I, computed as HotSpotAnalyst or
+  // ClusterOutlier would before binning, nothing written. Messages as those.
+  bool PartitionTests(ZoDatasetVector* source, const ZoPatternsInformation& info, bool clusterOutlier,
+                      ZoPartitionTests& tests);
+  // Every part's tests put together (arrays concatenated) into the whole
+  // dataset's levels, for `whole` (FdrIds, FdrLevels, FdrMean) of `count`
+  // features: each part then bins as one run over all features does.
+  // False for arrays of unequal lengths.
+  static bool PartitionFdr(const ZoPartitionTests& all, std::int64_t count, ZoPartition& whole);
+
   // Density-based clustering of a point dataset into an empty result
   // dataset of the same type: every source point, in "QlID" order, with
   // "Source_ID" (its QlID) and "Cluster_ID" (1, 2, ...; -1 for noise).

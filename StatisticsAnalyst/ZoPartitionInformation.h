@@ -14,6 +14,9 @@
 // 2. Local statistics (ZoClusteringDistributions::HotSpot, ClusterOutlier)
 //    with `ZoPatternsInformation::Partition` set: the own features' records,
 //    with their source QlIDs as feature ids, bit for bit those of one run.
+//    With the false discovery rate, PartitionTests first gives each part's
+//    candidates, and PartitionFdr turns all of them into the levels the
+//    parts then bin by.
 // 3. Global statistics: ZoAnalyzingPatterns::PartitionEdges gives each part's
 //    weights that point into other parts; ZoAnalyzingPatterns::PartitionSums,
 //    given the edges pointing into a part, its share of every sum; put
@@ -59,6 +62,25 @@ struct ZoPartition {
   double ExtentMinY = std::numeric_limits<double>::quiet_NaN();
   double ExtentMaxX = std::numeric_limits<double>::quiet_NaN();
   double ExtentMaxY = std::numeric_limits<double>::quiet_NaN();
+  // The false discovery rate over the whole dataset (from
+  // ZoClusteringDistributions::PartitionFdr): the features with a level,
+  // by QlID ascending, their levels (1-3), and the mean of the finite
+  // statistics the bins' signs are taken against. NaN: not given, and a
+  // part refuses the correction.
+  LumaArray<std::int64_t> FdrIds;
+  LumaArray<std::int32_t> FdrLevels;
+  double FdrMean = std::numeric_limits<double>::quiet_NaN();
+};
+
+// A part's local tests before the false discovery rate is known
+// (ZoClusteringDistributions::PartitionTests): its own features that may
+// pass a level (p ≤ 0.1) by QlID with their p-values, and the exact sum
+// (an expansion) and count of their finite statistics (Gi* z, local I).
+struct ZoPartitionTests {
+  LumaArray<std::int64_t> Ids;
+  LumaArray<double> PValues;
+  LumaArray<double> Sum;
+  std::int64_t Finite = 0;
 };
 
 // What PartitionScan reads of a part's own features.

@@ -8,10 +8,13 @@
 
 #include <array>
 #include <cstdint>
+#include <optional>
 #include <string>
+#include <tuple>
 #include <vector>
 
 #include "StatisticsAnalyst/ZoAnalyzingPatterns.h"
+#include "StatisticsAnalyst/ZoClusteringDistributions.h"
 #include "StatisticsAnalyst/ZoPartitionInformation.h"
 #include "StatisticsAnalyst/ZoPatternsInformation.h"
 #include "StatisticsAnalyst/ZoRecordsetPtr.h"
@@ -42,8 +45,13 @@ std::vector<T> FromNumpy(const py::array_t<T, py::array::c_style | py::array::fo
 
 // `info` for the part with own box `box`, cut from `halo`, of a dataset of
 // `count` features with these exact sums and extent.
+using Ids = py::array_t<std::int64_t, py::array::c_style | py::array::forcecast>;
+using Doubles = py::array_t<double, py::array::c_style | py::array::forcecast>;
+using Levels = py::array_t<std::int32_t, py::array::c_style | py::array::forcecast>;
+
 ZOC::ZoPatternsInformation WithPartition(ZOC::ZoPatternsInformation info, const Box& box, const Box& halo,
-                                         std::int64_t count, const std::array<double, 4>& sums, const Box& extent) {
+                                         std::int64_t count, const std::array<double, 4>& sums, const Box& extent,
+                                         const std::optional<std::tuple<Ids, Levels, double>>& fdr) {
   ZOC::ZoPartition& p = info.Partition;
   p.Active = true;
   p.MinX = box[0], p.MinY = box[1], p.MaxX = box[2], p.MaxY = box[3];
@@ -51,6 +59,11 @@ ZOC::ZoPatternsInformation WithPartition(ZOC::ZoPatternsInformation info, const 
   p.Count = count;
   p.Sum = sums[0], p.SumSquares = sums[1], p.Deviation2 = sums[2], p.Deviation4 = sums[3];
   p.ExtentMinX = extent[0], p.ExtentMinY = extent[1], p.ExtentMaxX = extent[2], p.ExtentMaxY = extent[3];
+  if (fdr) {
+    for (auto id : FromNumpy(std::get<0>(*fdr))) p.FdrIds.push_back(id);
+    for (auto level : FromNumpy(std::get<1>(*fdr))) p.FdrLevels.push_back(level);
+    p.FdrMean = std::get<2>(*fdr);
+  }
   return info;
 }
 
@@ -90,6 +103,38 @@ py::tuple Edges(const std::string& path, const std::string& layer, const ZOC::Zo
   Run(patterns, [&] { return patterns.PartitionEdges(input.dataset, info, generalG, e); });
   return py::make_tuple(ToNumpy<std::int64_t>(e.From), ToNumpy<std::int64_t>(e.To), ToNumpy<double>(e.Weight),
                         ToNumpy<double>(e.ToX), ToNumpy<double>(e.ToY));
+}
+
+// A part's candidates for the false discovery rate: (ids, p-values, the
+// expansion of the finite statistics' sum, their count).
+py::tuple Tests(const std::string& path, const std::string& layer, const ZOC::ZoPatternsInformation& info,
+                bool clusterOutlier) {
+  ZOC::front::InputLayer input = ZOC::front::OpenInput(path, layer);
+  ZOC::ZoClusteringDistributions local;
+  ZOC::ZoPartitionTests tests;
+  bool ok;
+  {
+    py::gil_scoped_release release;
+    ok = local.PartitionTests(input.dataset, info, clusterOutlier, tests);
+  }
+  if (!ok) throw ZOC::front::Failure(local.GetStrErrorMes().Str());
+  return py::make_tuple(ToNumpy<std::int64_t>(tests.Ids), ToNumpy<double>(tests.PValues),
+                        std::vector<double>(tests.Sum.begin(), tests.Sum.end()), tests.Finite);
+}
+
+// Every part's candidates into the whole dataset's levels: (ids, levels, mean).
+std::tuple<py::array_t<std::int64_t>, py::array_t<std::int32_t>, double> Fdr(const Ids& ids, const Doubles& p,
+                                                                             const std::vector<double>& sum,
+                                                                             std::int64_t finite, std::int64_t count) {
+  ZOC::ZoPartitionTests all;
+  for (auto id : FromNumpy(ids)) all.Ids.push_back(id);
+  for (auto v : FromNumpy(p)) all.PValues.push_back(v);
+  all.Sum.assign(sum.begin(), sum.end());
+  all.Finite = finite;
+  ZOC::ZoPartition whole;
+  if (!ZOC::ZoClusteringDistributions::PartitionFdr(all, count, whole))
+    throw ZOC::front::Failure(ZOC::ZoStringEx::LoadResString(ZOC::msg::ESa111).Str());
+  return {ToNumpy<std::int64_t>(whole.FdrIds), ToNumpy<std::int32_t>(whole.FdrLevels), whole.FdrMean};
 }
 
 // A part's shares, each an expansion (see ZoPartitionSums), in the order
@@ -173,7 +218,10 @@ void MergeParts(const std::vector<std::string>& parts, const std::string& layer,
 
 void BindPartitions(py::module_& m) {
   m.def("with_partition", &WithPartition, py::arg("info"), py::arg("box"), py::arg("halo"), py::arg("count"),
-        py::arg("sums"), py::arg("extent"));
+        py::arg("sums"), py::arg("extent"), py::arg("fdr") = py::none());
+  m.def("partition_tests", &Tests, py::arg("path"), py::arg("layer"), py::arg("info"), py::arg("cluster_outlier"));
+  m.def("partition_fdr", &Fdr, py::arg("ids"), py::arg("p_values"), py::arg("sum"), py::arg("finite"),
+        py::arg("count"));
   m.def("partition_scan", &Scan, py::arg("path"), py::arg("layer"), py::arg("info"), py::arg("centre"),
         py::arg("reach"));
   m.def("partition_edges", &Edges, py::arg("path"), py::arg("layer"), py::arg("info"), py::arg("general_g"));

@@ -137,6 +137,25 @@ struct Split {
     }
   }
 
+  // The false discovery rate over the whole dataset from the parts' tests.
+  void WithFdr(bool clusterOutlier) {
+    ZoClusteringDistributions local;
+    ZoPartitionTests all;
+    for (int p = 0; p < 2; ++p) {
+      ZoPartitionTests tests;
+      ASSERT_TRUE(local.PartitionTests(datasets[p], parts[p], clusterOutlier, tests)) << local.GetStrErrorMes().Str();
+      all.Ids.insert(all.Ids.end(), tests.Ids.begin(), tests.Ids.end());
+      all.PValues.insert(all.PValues.end(), tests.PValues.begin(), tests.PValues.end());
+      all.Sum.insert(all.Sum.end(), tests.Sum.begin(), tests.Sum.end());
+      all.Finite += tests.Finite;
+    }
+    info.FDRCorrection = true;
+    for (auto& part : parts) {
+      ASSERT_TRUE(ZoClusteringDistributions::PartitionFdr(all, part.Partition.Count, part.Partition));
+      part.FDRCorrection = true;
+    }
+  }
+
   // Global statistic from the parts: edges routed to their owners, sums in
   // part order.
   ZoAnalyzingExponent Global(bool generalG) {
@@ -232,9 +251,11 @@ TEST(ZoPartition, PointPartsGiveOneProcessResults) {
     info.DistanceTolerance = 12.0;
     info.Standardization = true;
     Split split(baltim, info, 925.0, c == KNearestNeighbors ? 1.0 : 12.0);
-    ExpectSameLocal(split, {"Gi_Zscore", "Gi_Pvalue", "Gi_ConfInvl"},
-                    [](auto& l, auto* s, auto* r, const auto& i) { return l.HotSpotAnalyst(s, r, i, 0) != 0; });
+    auto hotSpot = [](auto& l, auto* s, auto* r, const auto& i) { return l.HotSpotAnalyst(s, r, i, 0) != 0; };
+    ExpectSameLocal(split, {"Gi_Zscore", "Gi_Pvalue", "Gi_ConfInvl"}, hotSpot);
     ExpectSameOthers(split);
+    split.WithFdr(false);  // the corrected bins, from every part's candidates
+    ExpectSameLocal(split, {"Gi_ConfInvl"}, hotSpot);
   }
 }
 
@@ -263,7 +284,7 @@ TEST(ZoPartition, WholeDatasetOptionsAreRefusedInAPart) {
   info.Partition.Count = 211;
   ZoClusteringDistributions local;
   for (auto change : {+[](ZoPatternsInformation& i) { i.Permutations = 99; },
-                      +[](ZoPatternsInformation& i) { i.FDRCorrection = true; },
+                      +[](ZoPatternsInformation& i) { i.FDRCorrection = true; },  // without the levels
                       +[](ZoPatternsInformation& i) { i.Conceptualization = ZoneOfIndifference; }}) {
     ZoPatternsInformation refused = info;
     change(refused);

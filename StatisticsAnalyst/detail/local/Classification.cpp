@@ -2,8 +2,9 @@
 
 #include <algorithm>
 #include <cmath>
-#include <numeric>
 #include <vector>
+
+#include "StatisticsAnalyst/detail/common/ExactSum.h"
 
 namespace ZOC::detail::local {
 
@@ -22,28 +23,45 @@ bool Confidence(const LumaArray<double>& z, const LumaArray<double>& p, LumaArra
   return true;
 }
 
+void FdrLevels(std::vector<FdrCandidate>& candidates, std::int64_t n, std::vector<int>& levels) {
+  std::sort(candidates.begin(), candidates.end(),
+            [](const FdrCandidate& a, const FdrCandidate& b) { return a.p > b.p || (a.p == b.p && a.id < b.id); });
+  levels.assign(candidates.size(), 0);
+  const double nn = static_cast<double>(n);
+  const auto first = n - static_cast<std::int64_t>(candidates.size());  // the walk's position of the first
+  int level = 0;
+  for (std::size_t k = 0; k < candidates.size(); ++k) {
+    const double p = candidates[k].p;
+    if (level != 3) {
+      const double m = static_cast<double>(n - (first + static_cast<std::int64_t>(k)));
+      const int passed = (m * 0.1 / nn >= p) + (m * 0.05 / nn >= p) + (m * 0.01 / nn >= p);
+      if (passed > 0) level = passed;
+    }
+    levels[k] = level;
+  }
+}
+
+double FiniteMean(const LumaArray<double>& z) {
+  ExactSum sum;
+  std::size_t finite = 0;
+  for (double v : z)
+    if (std::isfinite(v)) sum.Add(v), ++finite;
+  return finite > 0 ? sum.Value() / static_cast<double>(finite) : 0.0;
+}
+
 bool FdrAdjusted(const LumaArray<double>& z, const LumaArray<double>& p, LumaArray<int>& bins) {
   const std::size_t n = z.size();
   if (p.size() != n) return false;
-  if (bins.size() != n) bins.assign(n, 0);
-  if (n == 0) return true;
-  std::vector<std::size_t> order(n);
-  std::iota(order.begin(), order.end(), std::size_t{0});
-  std::stable_sort(order.begin(), order.end(), [&](std::size_t a, std::size_t b) { return p[a] > p[b]; });
-  double zMean = 0;
-  std::size_t finite = 0;
-  for (double v : z)
-    if (std::isfinite(v)) zMean += v, ++finite;
-  if (finite > 0) zMean /= static_cast<double>(finite);
-  int level = 0;
-  for (std::size_t k = 0; k < n; ++k) {
-    const std::size_t i = order[k];
-    if (level != 3) {
-      const double m = static_cast<double>(n - k), nn = static_cast<double>(n);
-      const int passed = (m * 0.1 / nn >= p[i]) + (m * 0.05 / nn >= p[i]) + (m * 0.01 / nn >= p[i]);
-      if (passed > 0) level = passed;
-    }
-    bins[i] = !std::isfinite(z[i]) ? 0 : zMean > z[i] ? -level : level;
+  bins.assign(n, 0);
+  std::vector<FdrCandidate> candidates;
+  for (std::size_t i = 0; i < n; ++i)
+    if (FdrCandidatePvalue(p[i])) candidates.push_back({static_cast<std::int64_t>(i), p[i]});
+  std::vector<int> levels;
+  FdrLevels(candidates, static_cast<std::int64_t>(n), levels);
+  const double zMean = FiniteMean(z);
+  for (std::size_t k = 0; k < candidates.size(); ++k) {
+    const auto i = static_cast<std::size_t>(candidates[k].id);
+    bins[i] = !std::isfinite(z[i]) ? 0 : zMean > z[i] ? -levels[k] : levels[k];
   }
   return true;
 }

@@ -5,6 +5,9 @@
 // A z-score that is not finite (constant values give ±inf or NaN, as the
 // arithmetic has it) is never significant: its bin is 0. A constant field
 // has no hot spots.
+#include <cstdint>
+#include <vector>
+
 #include "host/LumaArray.h"
 
 namespace ZOC::detail::local {
@@ -21,5 +24,20 @@ bool Confidence(const LumaArray<double>& z, const LumaArray<double>& p, LumaArra
 // of the finite z-scores (a z at the mean counts as positive). Ties among
 // equal p keep ascending feature order. False for unequal lengths.
 bool FdrAdjusted(const LumaArray<double>& z, const LumaArray<double>& p, LumaArray<int>& bins);
+
+// The walk of FdrAdjusted over the features that can pass a level (p ≤ 0.1,
+// which every larger p precedes, leaving the running level at 0) among n:
+// `candidates` are sorted in walk order (p descending, id ascending) and
+// `levels` gets each one's level. What FdrAdjusted does with all p-values
+// at hand, parts of a dataset do with their candidates put together.
+struct FdrCandidate {
+  std::int64_t id;
+  double p;
+};
+void FdrLevels(std::vector<FdrCandidate>& candidates, std::int64_t n, std::vector<int>& levels);
+// Whether p can pass a level of FdrAdjusted.
+inline bool FdrCandidatePvalue(double p) { return p <= 0.1; }
+// The mean of the finite statistics that FdrAdjusted takes signs against.
+double FiniteMean(const LumaArray<double>& z);
 
 }  // namespace ZOC::detail::local

@@ -98,7 +98,7 @@ Status ClusterOutlier::Row(std::int64_t i, const SparseRow& row) {
 Status ClusterOutlier::Classify(bool falseDiscoveryRate) {
   LumaArray<int> bins;
   const LumaArray<double>& p = Significance(m_p);
-  if (falseDiscoveryRate && !FdrAdjusted(m_I, p, bins)) return Status::Fail(msg::ESa036);
+  if (falseDiscoveryRate && !BinsOf(m_I, p, true, bins)) return Status::Fail(msg::ESa036);
   return ClusterOutlierTypes(m_I, p, m_moments->d, m_lag, bins, m_types).Then(msg::ESa037);
 }
 

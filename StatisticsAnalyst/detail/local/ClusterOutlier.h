@@ -37,6 +37,7 @@ class ClusterOutlier : public LocalStatistic {
   Status Prepare(const LumaArray<double>& values, const LumaArray<double>& extra, const ValueMoments& moments) override;
   Status Row(std::int64_t i, const SparseRow& row) override;
   Status Classify(bool falseDiscoveryRate) override;
+  void Tested(LumaArray<double>& statistic, LumaArray<double>& p) override { statistic = m_I, p = Significance(m_p); }
   void Values(std::size_t i, std::vector<LUMA::LumaVariant>& values) const override;
 
  protected:

@@ -63,8 +63,7 @@ Status HotSpot::Row(std::int64_t i, const SparseRow& row) {
 
 Status HotSpot::Classify(bool falseDiscoveryRate) {
   const LumaArray<double>& p = Significance(m_p);
-  const bool ok = falseDiscoveryRate ? FdrAdjusted(m_z, p, m_bins) : Confidence(m_z, p, m_bins);
-  return ok ? Status::Ok() : Status::Fail(msg::ESa043);
+  return BinsOf(m_z, p, falseDiscoveryRate, m_bins) ? Status::Ok() : Status::Fail(msg::ESa043);
 }
 
 void HotSpot::Values(std::size_t i, std::vector<LUMA::LumaVariant>& values) const {

@@ -30,6 +30,7 @@ class HotSpot : public LocalStatistic {
   Status Row(std::int64_t i, const SparseRow& row) override;
   Status Classify(bool falseDiscoveryRate) override;
   void Values(std::size_t i, std::vector<LUMA::LumaVariant>& values) const override;
+  void Tested(LumaArray<double>& statistic, LumaArray<double>& p) override { statistic = m_z, p = Significance(m_p); }
   // Every feature's confidence bin, once classified.
   const LumaArray<int>& Bins() const { return m_bins; }
 

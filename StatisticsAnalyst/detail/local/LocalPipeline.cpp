@@ -11,6 +11,7 @@
 #include "StatisticsAnalyst/detail/common/FeatureData.h"
 #include "StatisticsAnalyst/detail/common/Limits.h"
 #include "StatisticsAnalyst/detail/common/RowsAhead.h"
+#include "StatisticsAnalyst/detail/local/Classification.h"
 #include "StatisticsAnalyst/detail/partition/Part.h"
 #include "StatisticsAnalyst/detail/weights/AnalysisWeightsFile.h"
 #include "StatisticsAnalyst/detail/weights/WeightRows.h"
@@ -42,6 +43,19 @@ const LumaArray<double>& LocalStatistic::Significance(const LumaArray<double>& a
   m_significance.resize(m_pseudo.size());
   for (std::size_t i = 0; i < m_pseudo.size(); ++i) m_significance[i] = std::isnan(m_pseudo[i]) ? 1.0 : m_pseudo[i];
   return m_significance;
+}
+
+bool LocalStatistic::BinsOf(const LumaArray<double>& statistic, const LumaArray<double>& p, bool falseDiscoveryRate,
+                            LumaArray<int>& bins) const {
+  if (!falseDiscoveryRate) return Confidence(statistic, p, bins);
+  if (m_fdrLevels.empty()) return FdrAdjusted(statistic, p, bins);
+  if (m_fdrLevels.size() != statistic.size()) return false;
+  bins.assign(statistic.size(), 0);
+  for (std::size_t i = 0; i < statistic.size(); ++i) {
+    const int level = m_fdrLevels[i];
+    bins[i] = !std::isfinite(statistic[i]) ? 0 : m_fdrMean > statistic[i] ? -level : level;
+  }
+  return true;
 }
 
 void LocalStatistic::AddPseudoField(LUMA::LumaFieldInfos& fields, const char* name) const {
@@ -288,10 +302,42 @@ Status WriteResult(ZoRecordset* records, ZoDatasetVector* result, const ResultFi
 
 }  // namespace
 
-Status RunLocal(ZoDatasetVector* source, ZoRecordset* records, ZoDatasetVector* result,
-                const ZoPatternsInformation& info, detail::CallProgress& progress, LocalStatistic& statistic) {
+namespace {
+
+// The whole dataset's false discovery rate levels of the part's features.
+std::vector<int> GivenLevels(ZoRecordset* records, const ZoPartition& part, std::size_t n) {
+  std::vector<int> levels(n, 0);
+  for (std::size_t i = 0; i < n; ++i) {
+    const std::int64_t id = records->GetIDAt(static_cast<std::int64_t>(i));
+    const auto at = std::lower_bound(part.FdrIds.begin(), part.FdrIds.end(), id);
+    if (at != part.FdrIds.end() && *at == id)
+      levels[i] = part.FdrLevels[static_cast<std::size_t>(at - part.FdrIds.begin())];
+  }
+  return levels;
+}
+
+// A part's candidates for the false discovery rate, from its own features.
+void CollectTests(ZoRecordset* records, const std::vector<char>& own, LocalStatistic& statistic,
+                  ZoPartitionTests& tests) {
+  LumaArray<double> value, p;
+  statistic.Tested(value, p);
+  ExactSum sum;
+  for (std::size_t i = 0; i < value.size(); ++i) {
+    if (!own.empty() && !own[i]) continue;
+    if (std::isfinite(value[i])) sum.Add(value[i]), ++tests.Finite;
+    if (!FdrCandidatePvalue(p[i])) continue;
+    tests.Ids.push_back(records->GetIDAt(static_cast<std::int64_t>(i)));
+    tests.PValues.push_back(p[i]);
+  }
+  const std::vector<double> partials = sum.Partials();
+  tests.Sum.assign(partials.begin(), partials.end());
+}
+
+// A local run into `result`, or, with `tests`, a part's tests without a result.
+Status Run(ZoDatasetVector* source, ZoRecordset* records, ZoDatasetVector* result, const ZoPatternsInformation& info,
+           detail::CallProgress& progress, LocalStatistic& statistic, ZoPartitionTests* tests) {
   if (Status status = CheckPermutations(info.Permutations); !status) return status;
-  if (Status status = partition::CheckPart(source, info); !status) return status;
+  if (Status status = partition::CheckPart(source, info, tests != nullptr); !status) return status;
   statistic.SetPermutations(info.Permutations, info.Seed);
   LumaUnicodeString uniqueField;
   ZoRecordsetPtr ordered;
@@ -300,7 +346,8 @@ Status RunLocal(ZoDatasetVector* source, ZoRecordset* records, ZoDatasetVector* 
     records = ordered.get();
   }
   ResultFields fields;
-  if (Status status = CreateFields(source, result, info, uniqueField, statistic, fields); !status) return status;
+  if (result)
+    if (Status status = CreateFields(source, result, info, uniqueField, statistic, fields); !status) return status;
 
   if (progress) {
     progress->SetBothPosRange(0, 30);
@@ -329,8 +376,27 @@ Status RunLocal(ZoDatasetVector* source, ZoRecordset* records, ZoDatasetVector* 
   statistic.SetOwn(own);
   if (Status status = ComputeRows(rows, static_cast<std::int64_t>(values.size()), progress, statistic); !status)
     return status;
+  if (tests) {
+    CollectTests(records, own, statistic, *tests);
+    return Status::Ok();
+  }
+  if (info.Partition.Active && info.FDRCorrection)
+    statistic.SetGivenFdr(GivenLevels(records, info.Partition, values.size()), info.Partition.FdrMean);
   if (Status status = statistic.Classify(info.FDRCorrection != 0); !status) return status;
   return WriteResult(records, result, fields, progress, statistic, own);
+}
+
+}  // namespace
+
+Status RunLocal(ZoDatasetVector* source, ZoRecordset* records, ZoDatasetVector* result,
+                const ZoPatternsInformation& info, detail::CallProgress& progress, LocalStatistic& statistic) {
+  return Run(source, records, result, info, progress, statistic, nullptr);
+}
+
+Status RunLocalTests(ZoDatasetVector* source, ZoRecordset* records, const ZoPatternsInformation& info,
+                     detail::CallProgress& progress, LocalStatistic& statistic, ZoPartitionTests& tests) {
+  tests = ZoPartitionTests{};
+  return Run(source, records, nullptr, info, progress, statistic, &tests);
 }
 
 }  // namespace ZOC::detail::local

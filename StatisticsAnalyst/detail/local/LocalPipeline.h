@@ -72,6 +72,12 @@ class LocalStatistic {
   // computed (1) and those that only lend their values (0); empty: all.
   void SetOwn(std::vector<char> own) { m_own = std::move(own); }
   bool Own(std::int64_t i) const { return m_own.empty() || m_own[static_cast<std::size_t>(i)] != 0; }
+  // In a part, the whole dataset's false discovery rate: every feature's
+  // level (0 for none) and the mean of the finite statistics.
+  void SetGivenFdr(std::vector<int> levels, double mean) { m_fdrLevels = std::move(levels), m_fdrMean = mean; }
+  // After the rows: the statistic whose sign the corrected bins take (Gi*
+  // z, local I) and the p-values that decide them.
+  virtual void Tested(LumaArray<double>& statistic, LumaArray<double>& p) = 0;
 
  protected:
   // The values the neighbours' draws are taken from, as Prepare left them.
@@ -82,6 +88,10 @@ class LocalStatistic {
   // The p-values that decide the bins or types: with simulations, the
   // pseudo p-values (1 where a feature had none), else `analytic`.
   const LumaArray<double>& Significance(const LumaArray<double>& analytic);
+  // The bins of `statistic` decided by `p`: plain, or corrected for the
+  // false discovery rate over all features (by the given levels in a part).
+  bool BinsOf(const LumaArray<double>& statistic, const LumaArray<double>& p, bool falseDiscoveryRate,
+              LumaArray<int>& bins) const;
   // With simulations, the field of the pseudo p-values (after the others),
   // and feature i's value for it: null when it had no neighbour to draw.
   void AddPseudoField(LUMA::LumaFieldInfos& fields, const char* name) const;
@@ -94,6 +104,8 @@ class LocalStatistic {
   LumaArray<double> m_pseudo;  // NaN: no pseudo p-value
   LumaArray<double> m_significance;
   std::vector<char> m_own;
+  std::vector<int> m_fdrLevels;
+  double m_fdrMean = 0.0;
 };
 
 // Runs the statistic on the source's records (ordered by QlID and checked by
@@ -101,5 +113,10 @@ class LocalStatistic {
 // messages.
 Status RunLocal(ZoDatasetVector* source, ZoRecordset* records, ZoDatasetVector* result,
                 const ZoPatternsInformation& info, detail::CallProgress& progress, LocalStatistic& statistic);
+// The same up to the classification, for a part of a larger dataset
+// (`info.Partition`): the own features' candidates for the false discovery
+// rate, nothing written.
+Status RunLocalTests(ZoDatasetVector* source, ZoRecordset* records, const ZoPatternsInformation& info,
+                     detail::CallProgress& progress, LocalStatistic& statistic, ZoPartitionTests& tests);
 
 }  // namespace ZOC::detail::local

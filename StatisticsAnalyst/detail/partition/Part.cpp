@@ -1,5 +1,6 @@
 #include "StatisticsAnalyst/detail/partition/Part.h"
 
+#include <algorithm>
 #include <cmath>
 
 #include "StatisticsAnalyst/detail/common/Limits.h"
@@ -16,12 +17,15 @@ std::vector<char> OwnFlags(const ZoPartition& part, const LUMA::LumaArray<LUMA::
   return own;
 }
 
-Status CheckPart(ZoDatasetVector* dataset, const ZoPatternsInformation& info) {
+Status CheckPart(ZoDatasetVector* dataset, const ZoPatternsInformation& info, bool tests) {
   const ZoPartition& part = info.Partition;
   if (!part.Active) return Status::Ok();
   auto refuse = [](const char* what) { return Status::Fail(msg::ESa110, {LUMA::LumaUnicodeString(what)}); };
   if (info.Permutations > 0) return refuse("permutations");
-  if (info.FDRCorrection) return refuse("the false discovery rate correction");
+  if (info.FDRCorrection && !tests && !std::isfinite(part.FdrMean))
+    return refuse("the false discovery rate correction without the whole dataset's levels");
+  if (part.FdrIds.size() != part.FdrLevels.size() || !std::is_sorted(part.FdrIds.begin(), part.FdrIds.end()))
+    return Status::Fail(msg::ESa111);
   if (info.Conceptualization == SpatialWeightsFile) return refuse("a weights file");
   if (info.Conceptualization == ZoneOfIndifference) return refuse("zone of indifference weights");
   const bool banded = info.Conceptualization >= InverseDistance && info.Conceptualization <= FixedDistanceBand;

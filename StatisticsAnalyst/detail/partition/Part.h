@@ -29,8 +29,10 @@ std::vector<char> OwnFlags(const ZoPartition& part, const LUMA::LumaArray<LUMA::
 // "ESa110" naming what a part cannot do (permutations, the false discovery
 // rate, a weights file, weights reaching every feature, geographic
 // coordinates, whose projection centre is the whole dataset's), "ESa111"
-// for a record that is not usable. Ok for an inactive partition.
-Status CheckPart(ZoDatasetVector* dataset, const ZoPatternsInformation& info);
+// for a record that is not usable. Ok for an inactive partition. The false
+// discovery rate needs the whole dataset's levels, unless `tests` (the
+// part's candidates for them are asked for).
+Status CheckPart(ZoDatasetVector* dataset, const ZoPatternsInformation& info, bool tests = false);
 
 // The whole dataset's moments from the record, for values divided by
 // `divisor` (a power of two: the division commutes with every rounding).

@@ -33,8 +33,10 @@ Tasks are pure functions of the dataset and the plan, so a lost worker's
 tasks are run again with the same result; output appears only once the
 whole result is in, and the scratch folder goes on every exit.
 
-Not available across parts, since they need every feature at once:
-permutations, the false discovery rate, weights files, zone of indifference
+With ``fdr=True`` each part first sends its candidates for the false
+discovery rate (its features with p ≤ 0.1), which the client turns into the
+whole dataset's levels. Not available across parts, since they need every
+feature at once: permutations, weights files, zone of indifference
 weights, weights without a band limit and geographic coordinates (project
 the data first).
 """
@@ -68,10 +70,12 @@ _PART_LAYER = "part"
 # task run again (after a worker is lost) gives the same file or numbers.
 
 
-def _info(options: dict[str, Any], box: Box, halo: Box, whole: dict[str, Any]) -> _core.PatternsInformation:
-    """The library's record for one part."""
+def _info(options: dict[str, Any], box: Box, halo: Box, whole: dict[str, Any],
+          fdr: Optional[tuple[_Array, _Array, float]] = None) -> _core.PatternsInformation:
+    """The library's record for one part (with the false discovery rate's
+    levels of its candidates, when they are known)."""
     info = patterns_information(**options)
-    return _core.with_partition(info, box, halo, whole["count"], whole["sums"], whole["extent"])
+    return _core.with_partition(info, box, halo, whole["count"], whole["sums"], whole["extent"], fdr)
 
 
 def _halo_box(box: Box, width: float) -> Box:
@@ -120,11 +124,20 @@ def _scan(path: str, options: dict[str, Any], box: Box, width: float, whole: dic
 
 
 def _local(kind: str, path: str, options: dict[str, Any], box: Box, width: float, whole: dict[str, Any],
-           output: str, output_layer: str) -> str:
+           output: str, output_layer: str, fdr: Optional[tuple[_Array, _Array, float]]) -> str:
     function = _core.hotspot if kind == "hotspot" else _core.cluster_outlier
     with _library_errors():
-        function(path, _PART_LAYER, output, output_layer, True, _info(options, box, _halo_box(box, width), whole), None)
+        info = _info(options, box, _halo_box(box, width), whole, fdr)
+        function(path, _PART_LAYER, output, output_layer, True, info, None)
     return output
+
+
+def _tests(kind: str, path: str, options: dict[str, Any], box: Box, width: float,
+           whole: dict[str, Any]) -> tuple[_Array, _Array, list[float], int]:
+    """The part's candidates for the false discovery rate."""
+    with _library_errors():
+        info = _info(dict(options, fdr=False), box, _halo_box(box, width), whole)
+        return _core.partition_tests(path, _PART_LAYER, info, kind != "hotspot")
 
 
 def _edges(path: str, options: dict[str, Any], box: Box, width: float, whole: dict[str, Any],
@@ -336,6 +349,23 @@ class _Run:
                          math.fsum(v for s in centred for v in s["fourth"]))
         return files, widths, whole
 
+    def fdr_levels(self, kind: str, files: list[Any], widths: list[float],
+                   whole: dict[str, Any]) -> list[Optional[tuple[_Array, _Array, float]]]:
+        """The false discovery rate over the whole dataset: every part's
+        candidates (p ≤ 0.1, few) put together into levels, each part given
+        those of its own candidates."""
+        tests = self.gather([self.submit(_tests, kind, files[p], self.options, self.boxes[p], widths[p], whole)
+                             for p in range(len(self.boxes))])
+        with _library_errors():
+            ids, levels, mean = _core.partition_fdr(
+                np.concatenate([t[0] for t in tests]), np.concatenate([t[1] for t in tests]),
+                [v for t in tests for v in t[2]], sum(int(t[3]) for t in tests), int(whole["count"]))
+        given: list[Optional[tuple[_Array, _Array, float]]] = []
+        for t in tests:
+            mine = np.isin(ids, t[0])
+            given.append((ids[mine], levels[mine], mean))
+        return given
+
     def _scan_until_certain(self, files: list[Any], widths: list[float], none: dict[str, Any],
                             reach: bool) -> list[dict[str, Any]]:
         """Scans every part; with `reach`, widens the halo of a part while one
@@ -417,8 +447,9 @@ def _local_layer(kind: str, client: Any, path: PathLike, layer: Optional[str], f
     run = _Run(client, source, layer, field, options, partitions, scratch, target)
     try:
         files, widths, whole = run.plan()
+        levels = run.fdr_levels(kind, files, widths, whole) if run.options.get("fdr") else [None] * len(run.boxes)
         results = run.gather([run.submit(_local, kind, files[p], run.options, run.boxes[p], widths[p], whole,
-                                          os.path.join(run.folder, f"result-{p}.gpkg"), name)
+                                          os.path.join(run.folder, f"result-{p}.gpkg"), name, levels[p])
                               for p in range(len(run.boxes))])
         with _library_errors():
             _core.merge_parts(results, name, target, name, bool(overwrite))
@@ -456,28 +487,28 @@ def hotspot(client: Any, path: PathLike, field: str, *, output: PathLike, layer:
             conceptualization: Conceptualization | int = "inverse-distance", distance_band: float = -1.0,
             exponent: float = 1.0, k: int = 1, row_standardize: bool = False,
             distance_method: DistanceMethod = "euclidean", snap_tolerance: float = 0.0,
-            memory_budget: float | None = None, self_weight_field: str | None = None,
+            memory_budget: float | None = None, self_weight_field: str | None = None, fdr: bool = False,
             output_layer: str | None = None, overwrite: bool = False, partitions: int | None = None,
             scratch: PathLike | None = None) -> str:
     """Hot spot analysis (Gi*) into the layer `output_layer` of `output`
     (any format zostat writes; written once whole, an existing layer
     replaced only with `overwrite`); returns the output's path. Fields and
     values are statisticsanalyst.hotspot's."""
-    extra = {"self_weight_field": self_weight_field} if self_weight_field else {}
-    return _local_layer("hotspot", client, path, layer, field, _options(locals(), **extra), output, output_layer,
-                        overwrite, partitions, scratch, "_hotspots")
+    extra: dict[str, Any] = {"self_weight_field": self_weight_field} if self_weight_field else {}
+    return _local_layer("hotspot", client, path, layer, field, _options(locals(), fdr=bool(fdr), **extra), output,
+                        output_layer, overwrite, partitions, scratch, "_hotspots")
 
 
 def cluster_outlier(client: Any, path: PathLike, field: str, *, output: PathLike, layer: str | None = None,
                     conceptualization: Conceptualization | int = "inverse-distance", distance_band: float = -1.0,
                     exponent: float = 1.0, k: int = 1, row_standardize: bool = False,
                     distance_method: DistanceMethod = "euclidean", snap_tolerance: float = 0.0,
-                    memory_budget: float | None = None, output_layer: str | None = None, overwrite: bool = False,
-                    partitions: int | None = None, scratch: PathLike | None = None) -> str:
+                    memory_budget: float | None = None, fdr: bool = False, output_layer: str | None = None,
+                    overwrite: bool = False, partitions: int | None = None, scratch: PathLike | None = None) -> str:
     """Cluster and outlier analysis (local Moran's I) into `output`, as
     hotspot(); fields as statisticsanalyst.cluster_outlier's."""
-    return _local_layer("cluster_outlier", client, path, layer, field, _options(locals()), output, output_layer,
-                        overwrite, partitions, scratch, "_clusters")
+    return _local_layer("cluster_outlier", client, path, layer, field, _options(locals(), fdr=bool(fdr)), output,
+                        output_layer, overwrite, partitions, scratch, "_clusters")
 
 
 __all__ = ["cluster_outlier", "general_g", "hotspot", "moran"]
