@@ -42,16 +42,17 @@ def describe(path: str, layer: str) -> Optional[Table]:
         return None
 
 
-def cut_rows(target: str, into: Table, source: str, table: Table, columns: Sequence[str], box: Box) -> bool:
+def cut_rows(target: str, into: Table, source: str, table: Table, columns: Sequence[str], box: Box,
+             offset: int = 0) -> bool:
     """Appends the rows of `table` in the GeoPackage `source` whose bounds
     meet `box` (found by its spatial index) to the table `into` of the
-    GeoPackage `target`, keeping feature ids. False when the rows cannot go
+    GeoPackage `target`, their feature ids moved by `offset`. False when the rows cannot go
     over as stored or SQLite fails: the target is then only fit to be
     deleted."""
     if table.rtree is None or table.srs_id != into.srs_id:
         return False
     target_columns = ", ".join(_quote(c) for c in (into.fid, into.geometry, *columns))
-    source_columns = ", ".join(_quote(c) for c in (table.fid, table.geometry, *columns))
+    source_columns = ", ".join([f"{_quote(table.fid)} + {int(offset)}"] + [_quote(c) for c in (table.geometry, *columns)])
     db = sqlite3.connect(target, isolation_level=None)
     try:
         db.execute("ATTACH DATABASE ? AS source", (f"file:{source}?mode=ro",))

@@ -14,6 +14,9 @@ results: a MoranResult / GeneralGResult equal to one process's to 1e-12
 relative, and local results whose every value is one process's to the last
 bit, written as one layer (its features keep their source feature ids,
 where one process numbers them from 1).
+The dataset is one file GDAL reads, or a folder of GeoPackage tiles read as
+the one dataset they make tile after tile (in name order; a feature's id is
+its id in its tile plus one more than the largest id of the tiles before).
 The dataset, the output and the scratch folder (by default a hidden folder
 beside the output, or beside the input for a global statistic) must lie on
 storage every worker and the client see.
@@ -51,7 +54,7 @@ from typing import Any, Callable, Optional, Sequence
 import numpy as np
 import numpy.typing as npt
 
-from . import _core, _gpkg, _io, _validate
+from . import _core, _gpkg, _validate
 from ._analyses import _library_errors
 from ._errors import StatisticsAnalystError
 from ._results import GeneralGResult, MoranResult
@@ -82,7 +85,14 @@ def _halo_box(box: Box, width: float) -> Box:
     return (box[0] - width, box[1] - width, box[2] + width, box[3] + width)
 
 
-def _cut(source: str, layer: str, fields: Sequence[str], box: Box, width: float, path: str) -> str:
+# A source of features: (path, layer, id offset). A folder of GeoPackage
+# tiles is read as one dataset, tile after tile: a feature's id is its
+# tile's offset plus its id in the tile, in the order of one dataset merged
+# from the tiles.
+Tile = tuple[str, str, int]
+
+
+def _cut(tiles: Sequence[Tile], fields: Sequence[str], box: Box, width: float, path: str) -> str:
     """The part's own box and its halo, cut out of the dataset into a
     GeoPackage: the features whose bounds meet the box grown by `width`,
     keeping their feature ids. Written under another name and renamed, so a
@@ -94,6 +104,7 @@ def _cut(source: str, layer: str, fields: Sequence[str], box: Box, width: float,
     partial = path + ".partial.gpkg"
 
     def translate(**options: Any) -> None:
+        source, layer, _ = tiles[0]
         made = gdal.VectorTranslate(partial, source, options=gdal.VectorTranslateOptions(
             format="GPKG", layers=[layer], layerName=_PART_LAYER, options=["-preserve_fid"],
             selectFields=list(fields), layerCreationOptions=["SPATIAL_INDEX=NO"], **options))
@@ -102,11 +113,17 @@ def _cut(source: str, layer: str, fields: Sequence[str], box: Box, width: float,
         made = None  # closed: SQLite may write next
 
     try:
-        # A GeoPackage is cut by its spatial index in SQLite; anything else by GDAL.
-        table = _gpkg.describe(source, layer)
+        # GeoPackages are cut by their spatial index in SQLite; anything else by GDAL.
         translate(limit=0)
         into = _gpkg.describe(partial, _PART_LAYER)
-        if table is None or into is None or not _gpkg.cut_rows(partial, into, source, table, fields, grown):
+        tables = [(source, _gpkg.describe(source, layer), offset) for source, layer, offset in tiles]
+        cut = into is not None and all(
+            t is not None and _gpkg.cut_rows(partial, into, source, t, fields, grown, offset)
+            for source, t, offset in tables)
+        if not cut:
+            if len(tiles) > 1:
+                raise StatisticsAnalystError(_core.message(
+                    "EUa004", [], "the tiles of a folder must be GeoPackages with a spatial index"))
             os.remove(partial)
             translate(spatFilter=list(grown))
         os.replace(partial, path)
@@ -217,6 +234,16 @@ class _Layer:
         self.layer.SetIgnoredFields([])
         return np.array(points, dtype=float).reshape(-1, 2)
 
+    def id_span(self) -> int:
+        """One more than the largest feature id: the next tile's offset."""
+        result = self.ds.ExecuteSQL(f'SELECT MAX({self.layer.GetFIDColumn() or "fid"}) FROM "{self.name}"')
+        try:
+            row = result.GetNextFeature() if result is not None else None
+            return int(row.GetField(0) or 0) + 1 if row is not None else 1
+        finally:
+            if result is not None:
+                self.ds.ReleaseResultSet(result)
+
     def largest_feature(self) -> float:
         """The largest width or height of a feature's bounds (from the
         spatial index, whose bounds are rounded outwards, when there is one)."""
@@ -232,6 +259,33 @@ class _Layer:
                 x0, x1, y0, y1 = geometry.GetEnvelope()
                 largest = max(largest, x1 - x0, y1 - y0)
         return largest
+
+
+class _Dataset:
+    """One dataset, or a folder of GeoPackage tiles read as one."""
+
+    def __init__(self, path: str, layer: Optional[str]) -> None:
+        files = [os.path.join(path, f) for f in sorted(os.listdir(path)) if f.lower().endswith(".gpkg")] \
+            if os.path.isdir(path) else [path]
+        if not files:
+            raise StatisticsAnalystError(_core.message("EUa002", [], "the folder holds no GeoPackage"))
+        self.layers = [_Layer(f, layer) for f in files]
+        self.tiles: list[Tile] = []
+        offset = 0
+        for f, tile in zip(files, self.layers):
+            self.tiles.append((f, tile.name, offset))
+            offset += tile.id_span() if len(files) > 1 else 0
+        self.name = self.layers[0].name
+        self.count = sum(tile.count for tile in self.layers)
+        extents = np.array([tile.extent for tile in self.layers])
+        self.extent: Box = (float(extents[:, 0].min()), float(extents[:, 1].min()), float(extents[:, 2].max()),
+                            float(extents[:, 3].max()))
+
+    def sample(self) -> _Array:
+        return np.concatenate([tile.sample() for tile in self.layers])
+
+    def largest_feature(self) -> float:
+        return max(tile.largest_feature() for tile in self.layers)
 
 
 def _kd_boxes(points: _Array, parts: int) -> list[Box]:
@@ -268,7 +322,7 @@ class _Run:
                  partitions: Optional[int], scratch: Optional[PathLike], beside: str) -> None:
         self.client = client
         self.source = os.path.abspath(_validate.path(path))
-        self.data = _Layer(self.source, layer)
+        self.data = _Dataset(self.source, layer)
         self.options = dict(options, field=_validate.field(field))
         self.info = patterns_information(**self.options)  # refuses what one machine would refuse
         band = self.options.get("distance_band", -1.0)
@@ -302,7 +356,7 @@ class _Run:
         return list(self.client.gather(futures))
 
     def cut(self, p: int, width: float) -> Any:
-        return self.submit(_cut, self.source, self.data.name, self.fields, self.boxes[p], width,
+        return self.submit(_cut, self.data.tiles, self.fields, self.boxes[p], width,
                            os.path.join(self.folder, f"part-{p}.gpkg"))
 
     def plan(self) -> tuple[list[Any], list[float], dict[str, Any]]:
@@ -441,10 +495,14 @@ def _local_layer(kind: str, client: Any, path: PathLike, layer: Optional[str], f
                  scratch: Optional[PathLike], suffix: str) -> str:
     target = os.path.abspath(_validate.path(output, "output"))
     source = os.path.abspath(_validate.path(path))
-    with _library_errors():
-        name = output_layer or _io.default_layer_name(source, layer, suffix)
-        _core.check_output(target, name, bool(overwrite), source)  # refused before any work
     run = _Run(client, source, layer, field, options, partitions, scratch, target)
+    try:
+        with _library_errors():
+            name = output_layer or run.data.name + suffix
+            _core.check_output(target, name, bool(overwrite), run.data.tiles[0][0])  # refused before any work
+    except BaseException:
+        run.close()
+        raise
     try:
         files, widths, whole = run.plan()
         levels = run.fdr_levels(kind, files, widths, whole) if run.options.get("fdr") else [None] * len(run.boxes)

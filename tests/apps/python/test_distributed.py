@@ -34,11 +34,18 @@ def client(tmp_path_factory):
     cluster.close()
 
 
+def ids(path):
+    """The feature ids of a layer, in the order GDAL reads them."""
+    from osgeo import ogr
+    ds = ogr.Open(str(path))
+    return [feature.GetFID() for feature in ds.GetLayer(0)]
+
+
 def same_layer(one, path, source):
     """The distributed layer holds one process's features, in order, under
     the source's feature ids: geometries and values bit for bit."""
-    many = gpd.read_file(path, fid_as_index=True).sort_index()
-    assert list(many.index) == list(gpd.read_file(source, fid_as_index=True).sort_index().index)
+    assert ids(path) == ids(source)
+    many = gpd.read_file(path)
     assert list(many.columns) == list(one.columns)
     for column in one.columns:
         if column == "geometry":
@@ -60,6 +67,27 @@ def test_every_analysis_equals_one_process(client, tmp_path, name, field, weight
         assert local(client, path, field, output=output, **weights) == str(output)
         same_layer(one_process(path, field, progress=False, **weights), output, path)
     assert sorted(os.listdir(tmp_path)) == ["cluster_outlier.gpkg", "hotspot.gpkg", "tmp"]  # no scratch left
+
+
+def test_a_folder_of_tiles_is_one_dataset(client, tmp_path):
+    """Tiles read one after the other: the results of the dataset they were
+    cut from, under ids moved by each tile's offset (one more than the
+    largest id of the tiles before)."""
+    from osgeo import gdal
+    tiles = tmp_path / "tiles"
+    tiles.mkdir()
+    for name, where in (("a.gpkg", "fid <= 100"), ("b.gpkg", "fid > 100")):
+        gdal.VectorTranslate(str(tiles / name), data("baltim.gpkg"), options=gdal.VectorTranslateOptions(
+            options=["-preserve_fid"], where=where, layerName="baltim"))
+    weights = {"conceptualization": "k-nearest", "k": 6}
+    assert sad.moran(client, tiles, "PRICE", **weights) == sa.moran(data("baltim.gpkg"), "PRICE", progress=False,
+                                                                     **weights)
+    output = sad.hotspot(client, tiles, "PRICE", output=tmp_path / "hot.gpkg", **weights)
+    one = sa.hotspot(data("baltim.gpkg"), "PRICE", progress=False, **weights)
+    assert ids(output) == list(range(1, 101)) + [101 + fid for fid in range(101, 212)]
+    many = gpd.read_file(output)
+    for column in one.columns:
+        assert list(many[column]) == list(one[column]), column
 
 
 def random_points(path, n, seed=1):
