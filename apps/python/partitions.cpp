@@ -43,12 +43,13 @@ std::vector<T> FromNumpy(const py::array_t<T, py::array::c_style | py::array::fo
   return std::vector<T>(values.data(), values.data() + values.size());
 }
 
-// `info` for the part with own box `box`, cut from `halo`, of a dataset of
-// `count` features with these exact sums and extent.
 using Ids = py::array_t<std::int64_t, py::array::c_style | py::array::forcecast>;
 using Doubles = py::array_t<double, py::array::c_style | py::array::forcecast>;
 using Levels = py::array_t<std::int32_t, py::array::c_style | py::array::forcecast>;
 
+// `info` for the part with own box `box`, cut from `halo`, of a dataset of
+// `count` features with these exact sums and extent (and, for the false
+// discovery rate, the whole dataset's levels of the part's candidates).
 ZOC::ZoPatternsInformation WithPartition(ZOC::ZoPatternsInformation info, const Box& box, const Box& halo,
                                          std::int64_t count, const std::array<double, 4>& sums, const Box& extent,
                                          const std::optional<std::tuple<Ids, Levels, double>>& fdr) {
@@ -67,14 +68,15 @@ ZOC::ZoPatternsInformation WithPartition(ZOC::ZoPatternsInformation info, const 
   return info;
 }
 
+// Runs a library call without the GIL; its messages on failure.
 template <class Call>
-void Run(ZOC::ZoAnalyzingPatterns& patterns, Call call) {
+void Run(ZOC::ZoAnalysisFrame& analysis, Call call) {
   bool ok;
   {
     py::gil_scoped_release release;
     ok = call();
   }
-  if (!ok) throw ZOC::front::Failure(patterns.GetStrErrorMes().Str());
+  if (!ok) throw ZOC::front::Failure(analysis.GetStrErrorMes().Str());
 }
 
 py::dict Scan(const std::string& path, const std::string& layer, const ZOC::ZoPatternsInformation& info, double centre,
@@ -112,12 +114,7 @@ py::tuple Tests(const std::string& path, const std::string& layer, const ZOC::Zo
   ZOC::front::InputLayer input = ZOC::front::OpenInput(path, layer);
   ZOC::ZoClusteringDistributions local;
   ZOC::ZoPartitionTests tests;
-  bool ok;
-  {
-    py::gil_scoped_release release;
-    ok = local.PartitionTests(input.dataset, info, clusterOutlier, tests);
-  }
-  if (!ok) throw ZOC::front::Failure(local.GetStrErrorMes().Str());
+  Run(local, [&] { return local.PartitionTests(input.dataset, info, clusterOutlier, tests); });
   return py::make_tuple(ToNumpy<std::int64_t>(tests.Ids), ToNumpy<double>(tests.PValues),
                         std::vector<double>(tests.Sum.begin(), tests.Sum.end()), tests.Finite);
 }

@@ -60,8 +60,8 @@ double ExactSum::Value() const {
   return high;
 }
 
-std::vector<double> ExactSum::Partials() const {
-  std::vector<double> out(Data(), Data() + m_size);
+LUMA::LumaArray<double> ExactSum::Partials() const {
+  LUMA::LumaArray<double> out(Data(), Data() + m_size);
   if (m_anySpecial) out.push_back(m_special);
   return out;
 }

@@ -52,7 +52,7 @@ class ExactSum {
   double Value() const;
   // The expansion: non-overlapping doubles of increasing magnitude whose
   // exact sum is the sum (and the infinite or NaN terms, when any).
-  std::vector<double> Partials() const;
+  LUMA::LumaArray<double> Partials() const;
 
  private:
   static constexpr std::size_t kInline = 8;

@@ -329,8 +329,7 @@ void CollectTests(ZoRecordset* records, const std::vector<char>& own, LocalStati
     tests.Ids.push_back(records->GetIDAt(static_cast<std::int64_t>(i)));
     tests.PValues.push_back(p[i]);
   }
-  const std::vector<double> partials = sum.Partials();
-  tests.Sum.assign(partials.begin(), partials.end());
+  tests.Sum = sum.Partials();
 }
 
 // A local run into `result`, or, with `tests`, a part's tests without a result.

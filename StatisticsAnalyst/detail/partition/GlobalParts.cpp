@@ -94,11 +94,6 @@ Status Route(const PartRows& part, const ZoPartitionEdges& edges, std::vector<In
   return Status::Ok();
 }
 
-LumaArray<double> Expansion(const ExactSum& sum) {
-  const std::vector<double> p = sum.Partials();
-  return LumaArray<double>(p.begin(), p.end());
-}
-
 }  // namespace
 
 Status Edges(ZoRecordset* records, const ZoPatternsInformation& info, bool generalG, ZoPartitionEdges& edges) {
@@ -181,12 +176,12 @@ Status Sums(ZoRecordset* records, const ZoPatternsInformation& info, bool genera
   ExactSum s2;
   for (std::size_t i = 0; i < n; ++i)
     if (part.own[i]) s2.Add(global::S2Term(rowSums[i], columnSums[i]));
-  sums.S2 = Expansion(s2);
+  sums.S2 = s2.Partials();
   if (generalG) {
-    sums.S0 = Expansion(g.s0), sums.S1 = Expansion(g.s1), sums.Cross = Expansion(g.a), sums.Pairs = Expansion(g.d);
-    sums.M1 = Expansion(g.m1), sums.M2 = Expansion(g.m2), sums.M3 = Expansion(g.m3), sums.M4 = Expansion(g.m4);
+    sums.S0 = g.s0.Partials(), sums.S1 = g.s1.Partials(), sums.Cross = g.a.Partials(), sums.Pairs = g.d.Partials();
+    sums.M1 = g.m1.Partials(), sums.M2 = g.m2.Partials(), sums.M3 = g.m3.Partials(), sums.M4 = g.m4.Partials();
   } else {
-    sums.S0 = Expansion(moran.s0), sums.S1 = Expansion(moran.s1), sums.Cross = Expansion(moran.cp);
+    sums.S0 = moran.s0.Partials(), sums.S1 = moran.s1.Partials(), sums.Cross = moran.cp.Partials();
   }
   return Status::Ok();
 }

@@ -3,8 +3,8 @@
 // own features exactly (its halo reaches every neighbour), but a weight
 // w(j, i) pointing into the part from another part's feature j is known
 // only there: Edges gives those weights away, and Sums, given the edges
-// pointing into the part, adds them to its column sums and to the pairs'
-// products w(i, j) w(j, i) of S1. Every pair is counted by exactly one part.
+// pointing into the part, takes them as its rows' transposed weights and
+// into its column sums. Each row is summed by the part that owns it.
 #include "StatisticsAnalyst/ZoPartitionInformation.h"
 #include "StatisticsAnalyst/ZoPatternsInformation.h"
 #include "StatisticsAnalyst/detail/common/Status.h"

@@ -18,8 +18,6 @@ namespace ZOC::detail::partition {
 
 namespace {
 
-LumaArray<double> ToArray(const std::vector<double>& v) { return LumaArray<double>(v.begin(), v.end()); }
-
 // How far `p` lies inside the halo box: a neighbour nearer than this (in
 // any of the metrics, all at least the largest coordinate difference) is
 // inside the box, hence in the dataset.
@@ -86,9 +84,9 @@ Status Scan(ZoRecordset* records, const ZoPatternsInformation& info, double cent
   PowerSums sums;
   for (std::size_t i = 0; i < values.size(); ++i)
     if (own[i]) sums.Add(values[i], centre), ++scan.Features;
-  scan.Sum = ToArray(sums.first.Partials());
-  scan.Squares = ToArray(sums.second.Partials());
-  scan.Fourth = ToArray(sums.fourth.Partials());
+  scan.Sum = sums.first.Partials();
+  scan.Squares = sums.second.Partials();
+  scan.Fourth = sums.fourth.Partials();
   if (scan.Features == 0 || !reach) return Status::Ok();
 
   const bool contiguity =

@@ -73,12 +73,13 @@ _PART_LAYER = "part"
 # task run again (after a worker is lost) gives the same file or numbers.
 
 
-def _info(options: dict[str, Any], box: Box, halo: Box, whole: dict[str, Any],
+def _info(options: dict[str, Any], box: Box, width: float, whole: dict[str, Any],
           fdr: Optional[tuple[_Array, _Array, float]] = None) -> _core.PatternsInformation:
-    """The library's record for one part (with the false discovery rate's
-    levels of its candidates, when they are known)."""
+    """The library's record for the part of `box` cut with a halo of
+    `width` (with the false discovery rate's levels of its candidates, when
+    they are known)."""
     info = patterns_information(**options)
-    return _core.with_partition(info, box, halo, whole["count"], whole["sums"], whole["extent"], fdr)
+    return _core.with_partition(info, box, _halo_box(box, width), whole["count"], whole["sums"], whole["extent"], fdr)
 
 
 def _halo_box(box: Box, width: float) -> Box:
@@ -136,7 +137,7 @@ def _cut(tiles: Sequence[Tile], fields: Sequence[str], box: Box, width: float, p
 def _scan(path: str, options: dict[str, Any], box: Box, width: float, whole: dict[str, Any], centre: float,
           reach: bool) -> dict[str, Any]:
     with _library_errors():
-        info = _info(options, box, _halo_box(box, width), whole)
+        info = _info(options, box, width, whole)
         return dict(_core.partition_scan(path, _PART_LAYER, info, centre, reach))
 
 
@@ -144,7 +145,7 @@ def _local(kind: str, path: str, options: dict[str, Any], box: Box, width: float
            output: str, output_layer: str, fdr: Optional[tuple[_Array, _Array, float]]) -> str:
     function = _core.hotspot if kind == "hotspot" else _core.cluster_outlier
     with _library_errors():
-        info = _info(options, box, _halo_box(box, width), whole, fdr)
+        info = _info(options, box, width, whole, fdr)
         function(path, _PART_LAYER, output, output_layer, True, info, None)
     return output
 
@@ -153,21 +154,21 @@ def _tests(kind: str, path: str, options: dict[str, Any], box: Box, width: float
            whole: dict[str, Any]) -> tuple[_Array, _Array, list[float], int]:
     """The part's candidates for the false discovery rate."""
     with _library_errors():
-        info = _info(dict(options, fdr=False), box, _halo_box(box, width), whole)
+        info = _info(dict(options, fdr=False), box, width, whole)
         return _core.partition_tests(path, _PART_LAYER, info, kind != "hotspot")
 
 
 def _edges(path: str, options: dict[str, Any], box: Box, width: float, whole: dict[str, Any],
            general_g: bool) -> tuple[_Array, ...]:
     with _library_errors():
-        return tuple(_core.partition_edges(path, _PART_LAYER, _info(options, box, _halo_box(box, width), whole),
+        return tuple(_core.partition_edges(path, _PART_LAYER, _info(options, box, width, whole),
                                            general_g))
 
 
 def _sums(path: str, options: dict[str, Any], box: Box, width: float, whole: dict[str, Any], general_g: bool,
           incoming: tuple[_Array, _Array, _Array]) -> list[list[float]]:
     with _library_errors():
-        return list(_core.partition_sums(path, _PART_LAYER, _info(options, box, _halo_box(box, width), whole),
+        return list(_core.partition_sums(path, _PART_LAYER, _info(options, box, width, whole),
                                          general_g, *incoming))
 
 
@@ -483,7 +484,7 @@ def _global(client: Any, path: PathLike, layer: Optional[str], field: str, optio
         for share in shares:
             for slot, expansion in zip(total, share):
                 slot.extend(expansion)
-        info = _info(run.options, run.boxes[0], run.boxes[0], whole)
+        info = _info(run.options, run.boxes[0], 0.0, whole)
         with _library_errors():
             return _core.from_sums(total, info, general_g)
     finally:
